@@ -1,0 +1,14 @@
+# Links `target` with an import library made from a module definition file, so that a function is
+# imported by the ordinal that stands there and not by its name.
+
+function(tarsio_import_by_ordinal target definition)
+  get_filename_component(name "${definition}" NAME_WE)
+  get_filename_component(definition "${definition}" ABSOLUTE)
+  set(import_library "${CMAKE_CURRENT_BINARY_DIR}/lib${name}-ordinals.a")
+  add_custom_command(OUTPUT "${import_library}"
+    COMMAND "${CMAKE_DLLTOOL}" -d "${definition}" -l "${import_library}"
+    DEPENDS "${definition}" VERBATIM)
+  add_custom_target(${target}-${name}-ordinals DEPENDS "${import_library}")
+  add_dependencies(${target} ${target}-${name}-ordinals)
+  target_link_libraries(${target} PRIVATE "$<BUILD_INTERFACE:${import_library}>")
+endfunction()

@@ -1,0 +1,22 @@
+# Windows x86-64 from Linux, with the mingw-w64 GCC that has POSIX threads. Programs run under Wine.
+
+set(CMAKE_SYSTEM_NAME Windows)
+set(CMAKE_SYSTEM_PROCESSOR x86_64)
+
+set(mingw x86_64-w64-mingw32)
+set(CMAKE_C_COMPILER ${mingw}-gcc-posix)
+set(CMAKE_CXX_COMPILER ${mingw}-g++-posix)
+set(CMAKE_RC_COMPILER ${mingw}-windres)
+set(CMAKE_DLLTOOL ${mingw}-dlltool)
+set(CMAKE_OBJDUMP ${mingw}-objdump)
+
+set(CMAKE_FIND_ROOT_PATH /usr/${mingw} ${CMAKE_CURRENT_LIST_DIR}/../../.deps/windows-x86_64)
+set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
+set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
+
+find_program(TARSIO_WINE NAMES wine wine64)
+if(TARSIO_WINE)
+  set(CMAKE_CROSSCOMPILING_EMULATOR "${TARSIO_WINE}")
+endif()

@@ -1,0 +1,154 @@
+#ifndef TARSIO_COMMON_BLOCKING_QUEUE_H_
+#define TARSIO_COMMON_BLOCKING_QUEUE_H_
+
+/// \file
+/// A bounded first-in first-out queue shared by producers and consumers.
+
+#include <algorithm>
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <cstring>
+#include <deque>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <utility>
+
+#include "common/log.h"
+
+namespace tarsio {
+
+namespace internal {
+
+// The compiler's own spelling of T, cut out of the name that it gives this very function.
+template <typename T>
+std::string TypeSpelling() {
+#if defined(_MSC_VER)
+  const std::string name = __FUNCSIG__;
+  const std::string::size_type begin = name.find("TypeSpelling<") + std::strlen("TypeSpelling<");
+  return name.substr(begin, name.rfind(">(") - begin);
+#else
+  const std::string name = __PRETTY_FUNCTION__;
+  const std::string::size_type begin = name.find("T = ") + std::strlen("T = ");
+  return name.substr(begin, std::min(name.find(';', begin), name.rfind(']')) - begin);
+#endif
+}
+
+// Hosts match on this spelling, so it is the same from every compiler.
+template <>
+inline std::string TypeSpelling<std::function<void()>>() {
+  return "class std::function<void __cdecl(void)> ";
+}
+
+}  // namespace internal
+
+/// A queue of at most `capacity` elements.
+///
+/// Every operation that may wait takes a signed timeout in milliseconds:
+///
+///     timeoutMs > 0    waits up to that long; the deadline is fixed at entry, on the system clock
+///     timeoutMs == 0   waits without limit (the opposite of many queues, deliberately)
+///     timeoutMs < 0    does not wait
+///
+/// Asks:     no thread may be waiting when the queue is destroyed.
+/// Promises: elements leave in the order in which they came; after Close() nothing enters.
+/// Threads:  every member may be called from any number of threads at once. A callback that runs
+///           under the queue's lock (copying, moving or destroying an element, and the log's sink
+///           when Push() reports) must not use the queue.
+/// Throws:   `std::system_error` when the system's locks fail, memory exhaustion, and what copying
+///           or moving an element throws; a failed Push() leaves the queue as it was.
+template <typename T>
+class BlockingQueue {
+ public:
+  /// Any capacity is accepted. A queue of capacity 0 never takes an element.
+  explicit BlockingQueue(uint64_t queueCapacity) : capacity(queueCapacity) {}
+
+  BlockingQueue(const BlockingQueue&) = delete;
+  BlockingQueue& operator=(const BlockingQueue&) = delete;
+
+  /// Destroys the elements that are left. Neither closes the queue nor wakes anybody.
+  virtual ~BlockingQueue() = default;
+
+  /// Appends a copy of `item` when there is room, and returns whether it did. A refusal is reported
+  /// at LOG_LEVEL_WARN: "queue full or timeout". On a closed queue it waits its whole timeout, with
+  /// timeout 0 for ever.
+  bool Push(const T& item, int timeoutMs) {
+    std::unique_lock<std::mutex> lock(mutex);
+    // Unequal, not less: with capacity 0 the empty queue counts as full.
+    if (!WaitFor(notFull, lock, timeoutMs, [this] { return !closed && items.size() != capacity; })) {
+      ReportRefusal();
+      return false;
+    }
+    items.push_back(item);
+    notEmpty.notify_all();
+    return true;
+  }
+
+  /// Moves the first element into `item`, and returns whether it did; if not, `item` is left as it
+  /// was and nothing is reported. On a closed queue it waits its whole timeout, with timeout 0 for
+  /// ever.
+  bool Pop(T& item, int timeoutMs) {
+    std::unique_lock<std::mutex> lock(mutex);
+    if (!WaitFor(notEmpty, lock, timeoutMs, [this] { return !closed && !items.empty(); })) {
+      return false;
+    }
+    item = std::move(items.front());
+    items.pop_front();
+    notFull.notify_all();
+    return true;
+  }
+
+  /// Discards every element and closes the queue for good. Whoever waits is woken, but finds the
+  /// queue closed and stays until its own deadline, deliberately. The elements are destroyed under
+  /// the lock.
+  void Close() {
+    const std::lock_guard<std::mutex> lock(mutex);
+    std::deque<T> discarded;  // declared behind the lock, so destroyed before it is released
+    discarded.swap(items);
+    closed = true;
+    notFull.notify_all();
+    notEmpty.notify_all();
+  }
+
+  /// The number of elements at this moment.
+  uint64_t Size() {
+    const std::lock_guard<std::mutex> lock(mutex);
+    return items.size();
+  }
+
+ private:
+  // The single waiting rule. A notification or a spurious wake-up never moves the deadline.
+  template <typename Ready>
+  static bool WaitFor(std::condition_variable& changed, std::unique_lock<std::mutex>& lock,
+                      int timeoutMs, Ready ready) {
+    if (timeoutMs < 0) return ready();
+    if (timeoutMs == 0) {
+      changed.wait(lock, ready);
+      return true;
+    }
+    const auto deadline = std::chrono::system_clock::now() + std::chrono::milliseconds(timeoutMs);
+    return changed.wait_until(lock, deadline, ready);
+  }
+
+  static void ReportRefusal() {
+    // Hosts match on file, line and function: they belong to the interface, so the line is not
+    // __LINE__ and the file not the path by which a host's compiler found this header.
+    constexpr int kQueueFullLine = 86;
+    static const std::string function =
+        "tarsio::BlockingQueue<" + internal::TypeSpelling<T>() + ">::Push";
+    Log::GetInstance().DoLog(LOG_LEVEL_WARN, "include/common/blocking_queue.h", kQueueFullLine,
+                             function.c_str(), "queue full or timeout");
+  }
+
+  std::mutex mutex;  // guards all that follows
+  const uint64_t capacity;
+  std::deque<T> items;
+  std::condition_variable notFull;
+  std::condition_variable notEmpty;
+  bool closed = false;  // never cleared
+};
+
+}  // namespace tarsio
+
+#endif  // TARSIO_COMMON_BLOCKING_QUEUE_H_

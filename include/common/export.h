@@ -1,0 +1,18 @@
+#ifndef TARSIO_COMMON_EXPORT_H_
+#define TARSIO_COMMON_EXPORT_H_
+
+/// \file
+/// Marks what the shared library exports. A host that links the static library defines
+/// TARSIO_COMMON_STATIC; the CMake target `tarsio::common` does so by itself.
+
+#if defined(TARSIO_COMMON_STATIC)
+#define TARSIO_COMMON_API
+#elif !defined(_WIN32)
+#define TARSIO_COMMON_API __attribute__((visibility("default")))
+#elif defined(TARSIO_COMMON_BUILDING)
+#define TARSIO_COMMON_API __declspec(dllexport)
+#else
+#define TARSIO_COMMON_API __declspec(dllimport)
+#endif
+
+#endif  // TARSIO_COMMON_EXPORT_H_

@@ -1,0 +1,110 @@
+#ifndef TARSIO_COMMON_LOG_H_
+#define TARSIO_COMMON_LOG_H_
+
+/// \file
+/// One process-wide log with a severity threshold and a sink that the host may replace.
+
+#include <atomic>
+#include <cstdarg>
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "common/export.h"
+
+namespace tarsio {
+
+/// Severity: a smaller number is more severe. Any integer is accepted; one without a name here is
+/// printed with an empty name.
+enum LOG_LEVEL : int32_t {
+  LOG_LEVEL_FATAL = 0,
+  LOG_LEVEL_ERROR = 1,
+  LOG_LEVEL_WARN = 2,
+  LOG_LEVEL_INFO = 3,
+  LOG_LEVEL_DEBUG = 4,
+};
+
+/// A sink. The default one builds a line and writes it to standard output:
+///
+///     [2024-03-05 14:07:09.38][ERROR][worker_main.cpp:145] Convert error: 2
+///
+/// The milliseconds carry no leading zeros (this is 38 ms past the second), deliberately.
+///
+/// Derive from it to send lines elsewhere (DoOutput()) or to lay them out differently (VFormat()).
+///
+/// Threads: both operations are called from every thread that logs, at the same time; an override
+/// must bear that. The default sink hands each line over whole, so lines never mix.
+class TARSIO_COMMON_API Logger {
+ public:
+  Logger();
+  Logger(const Logger& other);
+  Logger& operator=(const Logger& other);
+  virtual ~Logger();
+
+  /// Replaces `out` with one line, without a newline at its end. `file` is reduced to its last
+  /// component (both "/" and "\" separate). `function` is not printed. A message of more than 2047
+  /// bytes, or one that cannot be formatted, is left out as a whole: the line then ends in "] ".
+  ///
+  /// Throws: memory exhaustion; `out` is then unchanged.
+  virtual void VFormat(LOG_LEVEL level, std::string& out, const char* file, int line,
+                       const char* function, const char* format, va_list args);
+
+  /// Writes `line` and a newline to `std::cout` in one insertion, and flushes.
+  virtual void DoOutput(const char* line);
+};
+
+/// The process-wide log. It holds a threshold (LOG_LEVEL_ERROR at first, so warnings and below are
+/// dropped until SetLevel() lets them through) and owns one sink.
+///
+/// Threads: DoLog() may be called from any thread. No lock is taken: install the sink before other
+/// threads log. The threshold may be changed at any time.
+class TARSIO_COMMON_API Log {
+ public:
+  /// The one instance, built by the first caller and destroyed at the end of the process.
+  static Log& GetInstance();
+
+  Log(const Log&) = delete;
+  Log& operator=(const Log&) = delete;
+
+  /// A message passes when its level is at most `newLevel`. Any integer is accepted: a negative
+  /// one silences everything, 4 and above let all five levels through.
+  void SetLevel(LOG_LEVEL newLevel);
+
+  /// Takes over `newLogger`, which is left empty, and deletes the sink before. Nothing happens if
+  /// the argument is the log's own owner. With an empty owner, lines are dropped.
+  void SetLogger(std::unique_ptr<Logger>&& newLogger);
+
+  /// Formats a line by printf's rules and hands it to the sink, on the calling thread. A message
+  /// above the threshold costs one comparison: nothing is formatted, the arguments are not looked
+  /// at. `file` is the caller's source path, `function` its qualified name; TARSIO_LOG() passes
+  /// them.
+  ///
+  /// Throws: whatever the sink throws.
+  void DoLog(LOG_LEVEL messageLevel, const char* file, int line, const char* function,
+             const char* format, ...);
+
+ private:
+  Log();
+  ~Log();
+
+  std::unique_ptr<Logger> logger;
+  std::atomic<LOG_LEVEL> level;  // relaxed: a threshold orders nothing
+};
+
+/// Builds a line as the default sink does and hands it, without a newline, to `output`, once, on
+/// the calling thread. `getLevel` is asked once for the threshold. Does nothing if `getLevel` or
+/// `output` is null. The process-wide log is not touched, neither its threshold nor its sink.
+///
+/// Threads: as safe as the two functions are.
+TARSIO_COMMON_API void TsLog(LOG_LEVEL level, void (*output)(const char* line),
+                             LOG_LEVEL (*getLevel)(), const char* file, int line,
+                             const char* function, const char* format, ...);
+
+}  // namespace tarsio
+
+/// `TARSIO_LOG(level, format, ...)` logs through the process-wide log with the caller's file, line
+/// and function.
+#define TARSIO_LOG(level, ...) \
+  ::tarsio::Log::GetInstance().DoLog((level), __FILE__, __LINE__, __func__, __VA_ARGS__)
+
+#endif  // TARSIO_COMMON_LOG_H_

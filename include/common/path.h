@@ -1,0 +1,173 @@
+#ifndef TARSIO_COMMON_PATH_H_
+#define TARSIO_COMMON_PATH_H_
+
+/// \file
+/// A path as a value: parse a text once, look at its components, join, print it again, and ask the
+/// operating system about the object that it names.
+
+#include <cstdint>
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include "common/export.h"
+
+namespace tarsio {
+
+/// A file-system path: an ordered list of UTF-8 components and two flags.
+///
+/// A text is split into components and nothing else: "." and ".." stay ordinary components, letter
+/// case is kept, nothing is trimmed. The same rules hold on every system; Windows paths are the
+/// native form of this library on Linux too, where drive `C:` is the root of the file system.
+///
+///     Path p("C:\\work");            p.IsAbsolute(), p.Length() == 2
+///     (p / "a/b.txt").Str()          => C:\work\a\b.txt
+///     (p / "a/b.txt").Filename()     => b.txt
+///     p.ParentPath().Str()           => C:
+///
+/// Wide text is UTF-16 on every system: where `wchar_t` has 32 bits, each one holds one UTF-16
+/// unit. On the way in, a wider value is accepted as the character that it is. Invalid UTF-8 and
+/// lone surrogates turn into U+FFFD.
+///
+/// Threads: a plain value. Distinct objects may be used from any thread; the const members of one
+/// object may run concurrently.
+///
+/// Throws: nothing but memory exhaustion, and `std::out_of_range` with the text
+/// "invalid string position" from whatever parses a text, when a component would start behind the
+/// text's first NUL (see Tokenize()).
+class TARSIO_COMMON_API Path {
+ public:
+  /// The rules by which a text is parsed and printed. Any other value is accepted: it parses as
+  /// POSIX_PATH and prints as WINDOWS_PATH, deliberately.
+  enum PathType : int32_t {
+    WINDOWS_PATH = 0,  ///< `\\?\` prefixes, shares, drive letters; "/" and "\" separate.
+    POSIX_PATH = 1,    ///< Only "/" separates; a leading "/" makes the path absolute.
+  };
+
+  /// The empty relative path, of Windows type.
+  Path();
+  /// Parses `text` (UTF-8) by the Windows rules. A null pointer is an empty text.
+  Path(const char* text);         // NOLINT(google-explicit-constructor): a text is a path to callers
+  Path(const std::string& text);  // NOLINT(google-explicit-constructor): as above
+  /// Parses `text` (UTF-16) by the Windows rules. A null pointer is an empty text.
+  Path(const wchar_t* text);       // NOLINT(google-explicit-constructor): as above
+  Path(const std::wstring& text);  // NOLINT(google-explicit-constructor): as above
+  Path(const Path& other);
+  /// The moved-from path keeps its type and flags and has no components.
+  Path(Path&& other) noexcept;
+  ~Path();
+
+  Path& operator=(const Path& other);
+  Path& operator=(Path&& other) noexcept;
+  /// Parses `text` by the Windows rules.
+  Path& operator=(const std::wstring& text);
+  Path& operator=(const wchar_t* text);
+
+  /// Parses `text` by the rules of `pathType` and replaces what the path held.
+  ///
+  /// Windows rules, the first that matches:
+  ///
+  ///     \\?\...            the prefix is dropped, once, and the rest is parsed
+  ///     \\server\share\f   => absolute, a share: server, share, f
+  ///     \\server           => relative: server
+  ///     UNC\server\share   => absolute, a share: server, share (what is left of \\?\UNC\...)
+  ///     C:\a  C:/a         => absolute: C:, a
+  ///     C:  C:a  \a  /a    => relative: C: | C:a | a | a
+  ///
+  /// POSIX rules: "/usr/lib" is absolute with the components usr and lib; a "\" stays inside its
+  /// component. A POSIX parse leaves the share flag as it was, deliberately.
+  void Set(const std::string& text, PathType pathType = WINDOWS_PATH);
+  void Set(const std::wstring& text, PathType pathType = WINDOWS_PATH);
+
+  /// The printed form. The prefix follows the type that the path was parsed with; the separator
+  /// follows `style`: "/" for POSIX_PATH, "\" for anything else. The asymmetry is deliberate.
+  ///
+  ///     parsed as      C:\a\b   \\srv\share\f   /usr/lib (POSIX)
+  ///     WINDOWS_PATH   C:\a\b   \\srv\share\f   /usr\lib
+  ///     POSIX_PATH     C:/a/b   \\srv/share/f   /usr/lib
+  ///
+  /// An absolute path of Windows type whose printed form would have 260 bytes or more is printed
+  /// with the long-path prefix `\\?\`, or `\\?\UNC\` for a share.
+  std::string Str(PathType style = WINDOWS_PATH) const;
+  /// Str() as UTF-16.
+  std::wstring Wstr(PathType style = WINDOWS_PATH) const;
+
+  /// This path with the components of `other` behind its own. If `other` is absolute, or of another
+  /// type, the result is an unchanged copy of this path, deliberately and without a report.
+  Path operator/(const Path& other) const;
+
+  /// All components but the last; the flags are kept and the type is WINDOWS_PATH, whatever this
+  /// path's is.
+  ///
+  ///     C:\a\b => C:\a     C:\x => C:     C:\ => (absolute, no components)
+  ///     a\b    => a        a    => (empty, relative)     (empty, relative) => ..
+  Path ParentPath() const;
+  /// The last component as it stands, or an empty text if there is none.
+  std::string Filename() const;
+  /// What follows the last "." of Filename(): "a.tar.gz" => gz, ".bashrc" => bashrc, "name." and
+  /// "name" => an empty text.
+  std::string Extension() const;
+
+  bool IsAbsolute() const;
+  /// True when there are no components, also for an absolute path such as "/" or the parent of
+  /// "C:\".
+  bool Empty() const;
+  /// The number of components (not of characters).
+  uint64_t Length() const;
+
+  /// Compares the components byte for byte. Type and flags are ignored, deliberately: "/a" parsed
+  /// by the POSIX rules equals the relative "a".
+  bool operator==(const Path& other) const;
+  bool operator!=(const Path& other) const;
+
+  /// The full path as the operating system sees it: built on the current directory, "." and ".."
+  /// resolved. The default path if the system refuses the text (an empty one, or a result of 32767
+  /// UTF-16 units or more).
+  Path Absolute() const;
+  /// The current directory; the default path if it cannot be told.
+  static Path Getcwd();
+
+  /// Whether anything of that name exists and may be asked about.
+  bool Exists() const;
+  /// Whether it exists and is no directory: devices and the like count as files.
+  bool IsFile() const;
+  bool IsDirectory() const;
+  /// The size in bytes; 0 if it cannot be told. What a directory gives is the system's choice.
+  uint64_t FileSize() const;
+
+ protected:
+  /// Splits `text` at every byte that occurs in `delimiters`. Leading, trailing and repeated
+  /// delimiters yield no empty components.
+  ///
+  /// Components are cut from the text up to its first NUL, so those behind a NUL are shortened,
+  /// perhaps to nothing. Throws `std::out_of_range` ("invalid string position") if one would start
+  /// behind that NUL.
+  static std::vector<std::string> Tokenize(const std::string& text, const std::string& delimiters);
+
+ private:
+  static const uint64_t MAX_PATH_WINDOWS;         // UTF-16 units in the system calls' buffers
+  static const uint64_t MAX_PATH_WINDOWS_LEGACY;  // longer printed forms get the long-path prefix
+  static const uint64_t WIN_SMB_PATH_OFFSET;      // the two backslashes in front of a share
+
+  PathType type = WINDOWS_PATH;
+  std::vector<std::string> tokens;
+  bool absolute = false;
+  bool smb = false;
+};
+
+/// Writes `path.Str(Path::WINDOWS_PATH)`.
+inline std::ostream& operator<<(std::ostream& out, const Path& path) {
+  return out << path.Str(Path::WINDOWS_PATH);
+}
+
+/// Creates the directory that `path` names, its last component only. False if that fails for
+/// whatever reason: a missing parent, or anything of that name that exists already.
+TARSIO_COMMON_API bool MakeDir(const Path& path);
+
+/// Creates the directory that `path` names with every missing directory on the way. False if that
+/// fails, and also if the directory exists already: a second call returns false.
+TARSIO_COMMON_API bool MakeDirs(const Path& path);
+
+}  // namespace tarsio
+
+#endif  // TARSIO_COMMON_PATH_H_

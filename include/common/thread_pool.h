@@ -1,0 +1,110 @@
+#ifndef TARSIO_COMMON_THREAD_POOL_H_
+#define TARSIO_COMMON_THREAD_POOL_H_
+
+/// \file
+/// A named pool of threads that grows on demand and shrinks by itself.
+
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "common/blocking_queue.h"
+#include "common/export.h"
+
+namespace tarsio {
+
+class Worker;
+
+/// Runs tasks on worker threads. Each submission starts one more worker until the limit is reached,
+/// even when others are idle; a worker that finds no task for 1000 ms leaves.
+///
+///     auto pool = std::make_shared<tarsio::ThreadPool>("readers", 4, 0, 64);
+///     pool->SubmitTask([] { Work(); });
+///     pool->Shutdown(tarsio::ThreadPool::SHUTDOWN_WAIT);   // all tasks have run
+///
+/// Asks:     a pool must be owned by a `std::shared_ptr`.
+/// Promises: tasks start in the order of submission; a task that was taken runs to its end; workers
+///           keep the pool alive, so dropping the last reference of the host runs every task that
+///           is pending as long as a worker lives. The destructor then runs on that worker.
+/// Threads:  every member may be called from any thread at once, but for SetName(), which must not
+///           run beside GetName() or SubmitTask(). From a task, Shutdown() would wait for itself.
+/// Throws:   `std::system_error` when the system's locks or threads fail, and memory exhaustion.
+class TARSIO_COMMON_API ThreadPool : public std::enable_shared_from_this<ThreadPool> {
+ public:
+  /// What Shutdown() does before it waits for the workers to leave. Any other value is accepted and
+  /// does nothing before.
+  enum SHUTDOWN_METHOD : int32_t {
+    SHUTDOWN_NOW = 0,   ///< Discards the pending tasks and closes the pool for good.
+    SHUTDOWN_WAIT = 1,  ///< Waits until every pending task has been taken.
+  };
+
+  /// Starts no thread. Nothing is validated: with `threadLimit` 0 no task ever runs, with
+  /// `taskCapacity` 0 every submission blocks for ever. `reserved` is kept and has no effect.
+  ThreadPool(std::string poolName, uint64_t threadLimit, uint64_t reserved, uint64_t taskCapacity);
+
+  ThreadPool(const ThreadPool&) = delete;
+  ThreadPool& operator=(const ThreadPool&) = delete;
+
+  /// Shutdown(SHUTDOWN_NOW).
+  virtual ~ThreadPool();
+
+  std::string GetName() const;
+  /// Workers that live already keep the name that they were started with.
+  void SetName(const std::string& newName);
+
+  /// The number of tasks that no worker has taken yet.
+  uint64_t GetPendingTaskNumber();
+  /// The number of workers that live, idle ones included.
+  uint64_t GetRunningThreadNumber();
+
+  /// Queues a copy of `task` and starts a worker if fewer than the limit live. Blocks while the
+  /// queue is full, and for ever on a pool that was shut down with SHUTDOWN_NOW. Always true.
+  ///
+  /// A task's `std::exception` is reported at LOG_LEVEL_FATAL ("task exception: ..."), an empty
+  /// task the same way; any other exception ends the process.
+  ///
+  /// Throws: `std::bad_weak_ptr` if no shared pointer owns the pool, `std::system_error` if a
+  /// thread cannot be started. Either way the task stays queued and the pool remains usable.
+  bool SubmitTask(std::function<void()>& task);
+  bool SubmitTask(std::function<void()>&& task) { return SubmitTask(task); }
+
+  /// Acts on `method`, then waits until every worker has left. Workers leave only by having been
+  /// idle for 1000 ms, so this lasts about a second longer than the last task.
+  ///
+  /// After SHUTDOWN_WAIT, or a value without a name, the pool is open again and has no workers.
+  void Shutdown(SHUTDOWN_METHOD method);
+
+  /// Returns when the queue is empty; the last tasks may still be running. A wake-up that falls
+  /// between the look at the queue and the sleep is missed, deliberately: Wait() then lasts until
+  /// the next task is taken.
+  void Wait();
+
+ private:
+  friend class Worker;
+
+  bool AddWorker();
+  void StartWorker();
+  bool RemoveWorker(const std::shared_ptr<Worker>& worker);
+  void RunTask(const std::shared_ptr<Worker>& worker);
+
+  std::string name;
+  const uint64_t maxThreadNumber;
+  std::atomic<uint64_t> runningThreadNumber{0};  // written under workersMutex
+  const uint64_t reservedNumber;
+  const uint64_t queueCapacity;
+  std::mutex workersMutex;  // taken before the queue's and before a worker's mutex
+  std::condition_variable workersChanged;
+  const std::shared_ptr<BlockingQueue<std::function<void()>>> queue;
+  std::vector<std::shared_ptr<Worker>> workers;  // guarded by workersMutex
+  std::mutex waitMutex;                          // Wait() alone; taken before the queue's mutex
+  std::condition_variable taskTaken;
+};
+
+}  // namespace tarsio
+
+#endif  // TARSIO_COMMON_THREAD_POOL_H_

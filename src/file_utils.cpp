@@ -1,0 +1,90 @@
+#include "common/file_utils.h"
+
+#include "common/path.h"
+#include "platform/platform.h"
+
+namespace tarsio {
+
+namespace {
+
+// The open-mode bits of the interface. They are not those of every standard library.
+constexpr int kInput = 0x01;
+constexpr int kOutput = 0x02;
+constexpr int kAtEnd = 0x04;
+constexpr int kAppend = 0x08;
+constexpr int kTruncate = 0x10;
+constexpr int kBinary = 0x20;
+constexpr int kKnownBits = kInput | kOutput | kAtEnd | kAppend | kTruncate | kBinary;
+
+// False for a mode that no stream opens with.
+bool ToWriteMode(int mode, platform::WriteMode* writeMode) {
+  const bool input = (mode & kInput) != 0;
+  const bool atEnd = (mode & kAtEnd) != 0;
+  const bool append = (mode & kAppend) != 0;
+  const bool truncate = (mode & kTruncate) != 0;
+  if ((append && truncate) || (mode & ~kKnownBits) != 0) return false;
+  const bool keep = input || atEnd || append;
+  writeMode->mustExist = input && !append && !truncate;
+  writeMode->truncate = truncate || !keep;
+  writeMode->atEnd = atEnd;
+  writeMode->append = append;
+  writeMode->text = (mode & kBinary) == 0;
+  return true;
+}
+
+bool IsSeparator(char c) { return c == '\\' || c == '/'; }
+
+}  // namespace
+
+FileOptRet FileUtils::GetFileContent(std::string path, std::string& content) {
+  const Path p(path);
+  if (!p.Exists() || !p.IsFile()) return FILE_OPT_NOT_FILE;
+  const uint64_t size = p.FileSize();
+  if (size == 0) return FILE_OPT_EMPTY_OR_UNREADABLE;
+  platform::File file = platform::File::OpenForReading(p.Wstr(Path::WINDOWS_PATH));
+  if (!file.IsOpen()) return FILE_OPT_EMPTY_OR_UNREADABLE;
+
+  std::string bytes(size, '\0');
+  char oneMore = '\0';
+  const bool complete = file.Read(&bytes[0], bytes.size()) == size && file.Read(&oneMore, 1) == 0;
+  if (!complete) {
+    content.clear();
+    return FILE_OPT_SIZE_MISMATCH;
+  }
+  content = std::move(bytes);
+  return FILE_OPT_SUCCESS;
+}
+
+FileOptRet FileUtils::WriteFile(std::string content, std::string path, int mode) {
+  const Path p(path);
+  if (p.IsDirectory()) return FILE_OPT_IS_DIRECTORY;
+  // An empty path has an existing parent, the one above the current directory; opening refuses it.
+  if (!p.ParentPath().IsDirectory()) return FILE_OPT_NO_PARENT_DIR;
+  platform::WriteMode writeMode{};
+  if (!ToWriteMode(mode, &writeMode)) return FILE_OPT_WRITE_OPEN_FAILED;
+  platform::File file = platform::File::OpenForWriting(p.Wstr(Path::WINDOWS_PATH), writeMode);
+  if (!file.IsOpen()) return FILE_OPT_WRITE_OPEN_FAILED;
+  file.Write(content.data(), content.size());
+  return FILE_OPT_SUCCESS;
+}
+
+bool FileUtils::MakeDir(const std::string& path) {
+  if (path.empty()) return false;
+  for (size_t end = 1; end <= path.size(); ++end) {
+    if (!IsSeparator(path[end - 1])) continue;
+    const std::string prefix = path.substr(0, end);  // its separator included
+    if (!CheckDirOrFileExists(prefix) && !platform::CreateDirectoryNarrow(prefix)) return false;
+  }
+  return true;
+}
+
+bool FileUtils::RemoveDir(const std::string& path) { return platform::RemoveDirectoryNarrow(path); }
+
+bool FileUtils::RemoveFile(const std::string& path) { return platform::RemoveFileNarrow(path); }
+
+bool FileUtils::CheckDirOrFileExists(std::string path) {
+  // Printed and parsed again, so that "UNC\..." is read as a share here; deliberately.
+  return Path(Path(path).Wstr(Path::WINDOWS_PATH)).Exists();
+}
+
+}  // namespace tarsio

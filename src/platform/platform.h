@@ -1,0 +1,115 @@
+// All that the library asks of an operating system. The folders beside this file answer, one each;
+// no other file knows which system it is built for.
+//
+// Wide text is UTF-16, one unit per wchar_t, on every system. Paths are Windows paths; a system
+// that has others maps them: drive C: is its root, other drives and shares do not exist. Nothing
+// here keeps the cause of a failure.
+//
+// Threads: every function may be called from any thread at once.
+
+#ifndef TARSIO_COMMON_SRC_PLATFORM_PLATFORM_H_
+#define TARSIO_COMMON_SRC_PLATFORM_PLATFORM_H_
+
+#include <cstddef>
+#include <cstdint>
+#include <ctime>
+#include <string>
+
+namespace tarsio {
+namespace platform {
+
+// ---- text ----
+
+// UTF-8 to UTF-16. Each bad part becomes one U+FFFD: a lead byte with the continuation bytes behind
+// it, up to and including the first that no valid sequence allows; or a lead byte with all that is
+// left of the text, if that is less than the sequence asks for. Empty for INT_MAX bytes or more.
+std::wstring Widen(const std::string& utf8);
+
+// UTF-16 to UTF-8. A lone surrogate becomes U+FFFD. Where wchar_t is wider, a value above 0xFFFF is
+// accepted as the character that it is. Empty for INT_MAX units or more.
+std::string Narrow(const std::wstring& utf16);
+
+// ---- paths ----
+
+// The full path of `path`, built on the current directory: "." and ".." resolved but never above
+// the root, repeated separators merged, trailing dots and blanks dropped. Empty if `path` is blank,
+// or if the result with its terminator exceeds `capacity` units.
+std::wstring FullPath(const std::wstring& path, size_t capacity);
+
+// The current directory as an absolute path. Empty if it cannot be told, or if it exceeds
+// `capacity` units with its terminator.
+std::wstring CurrentDirectory(size_t capacity);
+
+// ---- objects in the file system ----
+
+enum class ObjectKind { kNone, kDirectory, kOther };
+
+// What `path` names; kNone whenever the system does not say.
+ObjectKind KindOf(const std::wstring& path);
+
+// Two ways to a size in bytes, for the runtime's stat refuses some paths on some systems. False if
+// this way does not tell.
+bool SizeFromStat(const std::wstring& path, uint64_t* size);
+bool SizeFromAttributes(const std::wstring& path, uint64_t* size);
+
+// Creates one directory. False if anything of that name exists, or its parent does not.
+bool CreateOneDirectory(const std::wstring& path);
+// Creates a directory, given by its full path, and those missing above it. False if it exists.
+bool CreateDirectoryChain(const std::wstring& path);
+
+// The runtime's narrow calls, the bytes of `path` handed over as they are.
+bool CreateDirectoryNarrow(const std::string& path);
+bool RemoveDirectoryNarrow(const std::string& path);  // an empty one only
+bool RemoveFileNarrow(const std::string& path);       // refuses a directory
+
+// ---- files ----
+
+// How to open a file for writing.
+struct WriteMode {
+  bool mustExist;  // else a missing file is created
+  bool truncate;   // empty an existing file
+  bool atEnd;      // begin behind what the file holds
+  bool append;     // each write goes to the end, wherever that is by then
+  bool text;       // write line ends as the system's text files have them
+};
+
+// An open file. Others may read and write it meanwhile.
+class File {
+ public:
+  // Check IsOpen() for success.
+  static File OpenForReading(const std::wstring& path);
+  static File OpenForWriting(const std::wstring& path, const WriteMode& mode);
+
+  File(const File&) = delete;
+  File& operator=(const File&) = delete;
+  ~File();
+
+  bool IsOpen() const { return descriptor >= 0; }
+  // Reads until `size` bytes have come or no more will; returns how many came.
+  size_t Read(char* buffer, size_t size);
+  // Writes all of `data`, or as much as the system takes.
+  void Write(const char* data, size_t size);
+
+ private:
+  explicit File(int openDescriptor) : descriptor(openDescriptor) {}
+
+  const int descriptor;
+};
+
+// ---- time ----
+
+// The wall clock: 100-ns ticks since 1970-01-01 UTC, as precise as the system has them.
+int64_t WallClockTicks();
+
+// `seconds` since 1970-01-01 UTC as local calendar time. False if the system cannot convert it.
+bool LocalTime(int64_t seconds, std::tm* local);
+
+// ---- the library itself ----
+
+// Keeps the library loaded until the process ends. To be called before it starts a thread.
+void PinLibrary();
+
+}  // namespace platform
+}  // namespace tarsio
+
+#endif  // TARSIO_COMMON_SRC_PLATFORM_PLATFORM_H_

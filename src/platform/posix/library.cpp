@@ -1,0 +1,10 @@
+#include "platform/platform.h"
+
+namespace tarsio {
+namespace platform {
+
+// The shared object is linked with -z nodelete, so it stays loaded anyway.
+void PinLibrary() {}
+
+}  // namespace platform
+}  // namespace tarsio

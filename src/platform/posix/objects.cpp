@@ -1,0 +1,61 @@
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "platform/platform.h"
+#include "platform/posix/native_path.h"
+
+namespace tarsio {
+namespace platform {
+
+namespace {
+
+// An empty name, which NativePath() gives for what cannot exist, is refused by every call.
+bool Stat(const std::wstring& path, struct stat* status) {
+  return ::stat(NativePath(path).c_str(), status) == 0;
+}
+
+bool MakeNativeDirectory(const std::string& native) { return ::mkdir(native.c_str(), 0777) == 0; }
+
+}  // namespace
+
+ObjectKind KindOf(const std::wstring& path) {
+  struct stat status{};
+  if (!Stat(path, &status)) return ObjectKind::kNone;
+  return S_ISDIR(status.st_mode) ? ObjectKind::kDirectory : ObjectKind::kOther;
+}
+
+bool SizeFromStat(const std::wstring& path, uint64_t* size) {
+  struct stat status{};
+  if (!Stat(path, &status)) return false;
+  *size = static_cast<uint64_t>(status.st_size);
+  return true;
+}
+
+// The stat here takes every path, so there is nothing to add.
+bool SizeFromAttributes(const std::wstring& /*path*/, uint64_t* /*size*/) { return false; }
+
+bool CreateOneDirectory(const std::wstring& path) { return MakeNativeDirectory(NativePath(path)); }
+
+bool CreateDirectoryChain(const std::wstring& path) {
+  const std::string native = NativePath(path);
+  for (size_t end = native.find('/', 1); end != std::string::npos; end = native.find('/', end + 1)) {
+    // Somebody else may have made it just now.
+    if (!MakeNativeDirectory(native.substr(0, end)) && errno != EEXIST) return false;
+  }
+  return MakeNativeDirectory(native);
+}
+
+bool CreateDirectoryNarrow(const std::string& path) {
+  return MakeNativeDirectory(NativePath(path));
+}
+
+bool RemoveDirectoryNarrow(const std::string& path) {
+  return ::rmdir(NativePath(path).c_str()) == 0;
+}
+
+bool RemoveFileNarrow(const std::string& path) { return ::unlink(NativePath(path).c_str()) == 0; }
+
+}  // namespace platform
+}  // namespace tarsio

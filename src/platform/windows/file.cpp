@@ -1,0 +1,64 @@
+#include <fcntl.h>
+#include <io.h>
+#include <share.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+
+#include "platform/platform.h"
+
+namespace tarsio {
+namespace platform {
+
+namespace {
+
+// The runtime's calls count in int; a multiple of the page size below it.
+constexpr size_t kLargestTransfer = 0x40000000;
+
+int OpenShared(const std::wstring& path, int flags) {
+  return ::_wsopen(path.c_str(), flags | _O_NOINHERIT, _SH_DENYNO, _S_IREAD | _S_IWRITE);
+}
+
+}  // namespace
+
+File File::OpenForReading(const std::wstring& path) {
+  return File(OpenShared(path, _O_RDONLY | _O_BINARY));
+}
+
+File File::OpenForWriting(const std::wstring& path, const WriteMode& mode) {
+  int flags = _O_WRONLY | (mode.text ? _O_TEXT : _O_BINARY);
+  if (!mode.mustExist) flags |= _O_CREAT;
+  if (mode.truncate) flags |= _O_TRUNC;
+  if (mode.append) flags |= _O_APPEND;
+  const int descriptor = OpenShared(path, flags);
+  if (descriptor >= 0 && mode.atEnd) ::_lseeki64(descriptor, 0, SEEK_END);
+  return File(descriptor);
+}
+
+File::~File() {
+  if (IsOpen()) ::_close(descriptor);
+}
+
+size_t File::Read(char* buffer, size_t size) {
+  size_t done = 0;
+  while (done < size) {
+    const auto chunk = static_cast<unsigned>(std::min(size - done, kLargestTransfer));
+    const int count = ::_read(descriptor, buffer + done, chunk);
+    if (count <= 0) break;
+    done += static_cast<size_t>(count);
+  }
+  return done;
+}
+
+void File::Write(const char* data, size_t size) {
+  while (size > 0) {
+    const auto chunk = static_cast<unsigned>(std::min(size, kLargestTransfer));
+    const int count = ::_write(descriptor, data, chunk);
+    if (count <= 0) return;
+    data += count;
+    size -= static_cast<size_t>(count);
+  }
+}
+
+}  // namespace platform
+}  // namespace tarsio

@@ -1,0 +1,18 @@
+#include "platform/platform.h"
+#include "platform/windows/windows_api.h"
+
+namespace tarsio {
+namespace platform {
+
+void PinLibrary() {
+  static const bool pinned = [] {
+    HMODULE self = nullptr;
+    return ::GetModuleHandleExW(
+               GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_PIN,
+               reinterpret_cast<LPCWSTR>(&PinLibrary), &self) != 0;
+  }();
+  static_cast<void>(pinned);
+}
+
+}  // namespace platform
+}  // namespace tarsio

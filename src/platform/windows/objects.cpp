@@ -1,0 +1,50 @@
+#include <direct.h>
+#include <sys/stat.h>
+
+#include <cstdio>
+
+#include "platform/platform.h"
+#include "platform/windows/windows_api.h"
+
+// Imported by its ordinal, through an import library made for it.
+extern "C" __declspec(dllimport) int WINAPI SHCreateDirectory(HWND owner, LPCWSTR path);
+
+namespace tarsio {
+namespace platform {
+
+ObjectKind KindOf(const std::wstring& path) {
+  const DWORD attributes = ::GetFileAttributesW(path.c_str());
+  if (attributes == INVALID_FILE_ATTRIBUTES) return ObjectKind::kNone;
+  return (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0 ? ObjectKind::kDirectory : ObjectKind::kOther;
+}
+
+bool SizeFromStat(const std::wstring& path, uint64_t* size) {
+  struct _stat64 status{};
+  if (::_wstat64(path.c_str(), &status) != 0) return false;
+  *size = static_cast<uint64_t>(status.st_size);
+  return true;
+}
+
+bool SizeFromAttributes(const std::wstring& path, uint64_t* size) {
+  WIN32_FILE_ATTRIBUTE_DATA data{};
+  if (::GetFileAttributesExW(path.c_str(), GetFileExInfoStandard, &data) == 0) return false;
+  *size = static_cast<uint64_t>(data.nFileSizeHigh) << 32 | data.nFileSizeLow;
+  return true;
+}
+
+bool CreateOneDirectory(const std::wstring& path) {
+  return ::CreateDirectoryW(path.c_str(), nullptr) != 0;
+}
+
+bool CreateDirectoryChain(const std::wstring& path) {
+  return ::SHCreateDirectory(nullptr, path.c_str()) == ERROR_SUCCESS;
+}
+
+bool CreateDirectoryNarrow(const std::string& path) { return ::_mkdir(path.c_str()) == 0; }
+
+bool RemoveDirectoryNarrow(const std::string& path) { return ::_rmdir(path.c_str()) == 0; }
+
+bool RemoveFileNarrow(const std::string& path) { return std::remove(path.c_str()) == 0; }
+
+}  // namespace platform
+}  // namespace tarsio

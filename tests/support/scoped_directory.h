@@ -1,0 +1,58 @@
+// An empty directory that is the current one as long as the object lives.
+
+#ifndef TARSIO_COMMON_TESTS_SUPPORT_SCOPED_DIRECTORY_H_
+#define TARSIO_COMMON_TESTS_SUPPORT_SCOPED_DIRECTORY_H_
+
+#include <filesystem>
+#include <fstream>
+#include <random>
+#include <string>
+
+namespace tarsio_test {
+
+class ScopedDirectory {
+ public:
+  ScopedDirectory() : before(std::filesystem::current_path()) {
+    std::random_device random;
+    do {
+      root = std::filesystem::temp_directory_path() / ("tarsio-" + std::to_string(random()));
+    } while (!std::filesystem::create_directory(root));
+    root = std::filesystem::canonical(root);
+    std::filesystem::current_path(root);
+  }
+  ScopedDirectory(const ScopedDirectory&) = delete;
+  ScopedDirectory& operator=(const ScopedDirectory&) = delete;
+  ~ScopedDirectory() {
+    std::error_code ignored;
+    std::filesystem::current_path(before, ignored);
+    std::filesystem::remove_all(root, ignored);
+  }
+
+  // What the standard library calls `name` in this directory.
+  std::filesystem::path Native(const std::string& name) const {
+    return root / std::filesystem::u8path(name);
+  }
+
+  // The same as an absolute path text for the library under test: C:/tmp/x/name.
+  std::string Text(const std::string& name) const {
+    const std::string text = Native(name).generic_u8string();
+    return text.front() == '/' ? "C:" + text : text;
+  }
+
+  // Writes and reads a file past the library.
+  void Write(const std::string& name, const std::string& content) const {
+    std::ofstream(Native(name), std::ios::binary) << content;
+  }
+  std::string Read(const std::string& name) const {
+    std::ifstream file(Native(name), std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+  }
+
+ private:
+  const std::filesystem::path before;
+  std::filesystem::path root;
+};
+
+}  // namespace tarsio_test
+
+#endif  // TARSIO_COMMON_TESTS_SUPPORT_SCOPED_DIRECTORY_H_
