@@ -1,5 +1,7 @@
 #include "common/file_utils.h"
 
+#include <utility>
+
 #include "common/path.h"
 #include "platform/platform.h"
 
@@ -36,6 +38,8 @@ bool IsSeparator(char c) { return c == '\\' || c == '/'; }
 
 }  // namespace
 
+// By value, as the interface has it: the text may be a part of `content`.
+// NOLINTNEXTLINE(performance-unnecessary-value-param)
 FileOptRet FileUtils::GetFileContent(std::string path, std::string& content) {
   const Path p(path);
   if (!p.Exists() || !p.IsFile()) return FILE_OPT_NOT_FILE;
@@ -46,7 +50,8 @@ FileOptRet FileUtils::GetFileContent(std::string path, std::string& content) {
 
   std::string bytes(size, '\0');
   char oneMore = '\0';
-  const bool complete = file.Read(&bytes[0], bytes.size()) == size && file.Read(&oneMore, 1) == 0;
+  const bool complete =
+      file.Read(bytes.data(), bytes.size()) == size && file.Read(&oneMore, 1) == 0;
   if (!complete) {
     content.clear();
     return FILE_OPT_SIZE_MISMATCH;
@@ -55,6 +60,7 @@ FileOptRet FileUtils::GetFileContent(std::string path, std::string& content) {
   return FILE_OPT_SUCCESS;
 }
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param): by value, as the interface has it
 FileOptRet FileUtils::WriteFile(std::string content, std::string path, int mode) {
   const Path p(path);
   if (p.IsDirectory()) return FILE_OPT_IS_DIRECTORY;
@@ -82,6 +88,7 @@ bool FileUtils::RemoveDir(const std::string& path) { return platform::RemoveDire
 
 bool FileUtils::RemoveFile(const std::string& path) { return platform::RemoveFileNarrow(path); }
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param): by value, as the interface has it
 bool FileUtils::CheckDirOrFileExists(std::string path) {
   // Printed and parsed again, so that "UNC\..." is read as a share here; deliberately.
   return Path(Path(path).Wstr(Path::WINDOWS_PATH)).Exists();

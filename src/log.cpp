@@ -62,9 +62,16 @@ void BuildLine(LOG_LEVEL level, std::string& out, const char* file, int line, co
 }
 
 // Ends the use of a variable argument list on every way out.
-struct EndArguments {
-  va_list& args;
+class EndArguments {
+ public:
+  explicit EndArguments(va_list& started) : args(started) {}
+  EndArguments(const EndArguments&) = delete;
+  EndArguments& operator=(const EndArguments&) = delete;
+  // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): started by whoever makes the object
   ~EndArguments() { va_end(args); }
+
+ private:
+  va_list& args;
 };
 
 }  // namespace
@@ -104,7 +111,7 @@ void Log::DoLog(LOG_LEVEL messageLevel, const char* file, int line, const char* 
   std::string text;
   va_list args;
   va_start(args, format);
-  const EndArguments end{args};
+  const EndArguments end(args);
   logger->VFormat(messageLevel, text, file, line, function, format, args);
   logger->DoOutput(text.c_str());
 }
@@ -117,7 +124,7 @@ void TsLog(LOG_LEVEL level, void (*output)(const char* line), LOG_LEVEL (*getLev
   std::string text;
   va_list args;
   va_start(args, format);
-  const EndArguments end{args};
+  const EndArguments end(args);
   BuildLine(level, text, file, line, format, args);
   output(text.c_str());
 }

@@ -185,7 +185,7 @@ uint64_t Path::FileSize() const {
 
 std::vector<std::string> Path::Tokenize(const std::string& text, const std::string& delimiters) {
   std::vector<std::string> components;
-  const std::string upToNul = text.c_str();
+  const std::string upToNul = text.substr(0, text.find('\0'));
   size_t begin = 0;
   while (begin < text.size()) {
     const size_t end = std::min(text.find_first_of(delimiters, begin), text.size());

@@ -12,11 +12,11 @@ namespace tarsio {
 namespace {
 
 // The interface hands the runtime each byte sign-extended, but its tables answer for EOF and
-// 0..255 only. So 0xFF goes as EOF, which it is when extended, and other bytes above 0x7F go as the
-// characters that they stand for.
+// 0..255 only. So 0xFF goes as EOF (-1), which it is when extended, and other bytes above 0x7F go
+// as the characters that they stand for.
 int RuntimeCharacter(char c) {
-  const int extended = static_cast<signed char>(c);
-  return extended == EOF ? EOF : static_cast<unsigned char>(c);
+  const auto byte = static_cast<unsigned char>(c);
+  return byte == 0xFF ? EOF : byte;
 }
 
 bool IsSpace(char c) { return std::isspace(RuntimeCharacter(c)) != 0; }

@@ -31,7 +31,8 @@ std::string TypeSpelling() {
 #else
   const std::string name = __PRETTY_FUNCTION__;
   const std::string::size_type begin = name.find("T = ") + std::strlen("T = ");
-  return name.substr(begin, std::min(name.find(';', begin), name.rfind(']')) - begin);
+  // In parentheses, since a system's header may define min as a macro.
+  return name.substr(begin, (std::min)(name.find(';', begin), name.rfind(']')) - begin);
 #endif
 }
 
@@ -76,7 +77,8 @@ class BlockingQueue {
   bool Push(const T& item, int timeoutMs) {
     std::unique_lock<std::mutex> lock(mutex);
     // Unequal, not less: with capacity 0 the empty queue counts as full.
-    if (!WaitFor(notFull, lock, timeoutMs, [this] { return !closed && items.size() != capacity; })) {
+    if (!WaitFor(notFull, lock, timeoutMs,
+                 [this] { return !closed && items.size() != capacity; })) {
       ReportRefusal();
       return false;
     }

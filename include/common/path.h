@@ -47,7 +47,7 @@ class TARSIO_COMMON_API Path {
   /// The empty relative path, of Windows type.
   Path();
   /// Parses `text` (UTF-8) by the Windows rules. A null pointer is an empty text.
-  Path(const char* text);         // NOLINT(google-explicit-constructor): a text is a path to callers
+  Path(const char* text);  // NOLINT(google-explicit-constructor): a text is a path to callers
   Path(const std::string& text);  // NOLINT(google-explicit-constructor): as above
   /// Parses `text` (UTF-16) by the Windows rules. A null pointer is an empty text.
   Path(const wchar_t* text);       // NOLINT(google-explicit-constructor): as above

@@ -15,8 +15,7 @@
 #include <ctime>
 #include <string>
 
-namespace tarsio {
-namespace platform {
+namespace tarsio::platform {
 
 // ---- text ----
 
@@ -109,7 +108,6 @@ bool LocalTime(int64_t seconds, std::tm* local);
 // Keeps the library loaded until the process ends. To be called before it starts a thread.
 void PinLibrary();
 
-}  // namespace platform
-}  // namespace tarsio
+}  // namespace tarsio::platform
 
 #endif  // TARSIO_COMMON_SRC_PLATFORM_PLATFORM_H_

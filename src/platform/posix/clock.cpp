@@ -4,8 +4,7 @@
 
 #include "platform/platform.h"
 
-namespace tarsio {
-namespace platform {
+namespace tarsio::platform {
 
 int64_t WallClockTicks() {
   using Ticks = std::chrono::duration<int64_t, std::ratio<1, 10000000>>;
@@ -18,5 +17,4 @@ bool LocalTime(int64_t seconds, std::tm* local) {
   return ::localtime_r(&time, local) != nullptr;
 }
 
-}  // namespace platform
-}  // namespace tarsio
+}  // namespace tarsio::platform

@@ -7,8 +7,7 @@
 #include "platform/platform.h"
 #include "platform/posix/native_path.h"
 
-namespace tarsio {
-namespace platform {
+namespace tarsio::platform {
 
 namespace {
 
@@ -65,5 +64,4 @@ void File::Write(const char* data, size_t size) {
   }
 }
 
-}  // namespace platform
-}  // namespace tarsio
+}  // namespace tarsio::platform

@@ -1,10 +1,8 @@
 #include "platform/platform.h"
 
-namespace tarsio {
-namespace platform {
+namespace tarsio::platform {
 
 // The shared object is linked with -z nodelete, so it stays loaded anyway.
 void PinLibrary() {}
 
-}  // namespace platform
-}  // namespace tarsio
+}  // namespace tarsio::platform

@@ -4,8 +4,7 @@
 
 #include "platform/platform.h"
 
-namespace tarsio {
-namespace platform {
+namespace tarsio::platform {
 
 namespace {
 
@@ -36,5 +35,4 @@ std::wstring FromNativePath(const std::string& native) {
   return path;
 }
 
-}  // namespace platform
-}  // namespace tarsio
+}  // namespace tarsio::platform

@@ -5,8 +5,7 @@
 
 #include <string>
 
-namespace tarsio {
-namespace platform {
+namespace tarsio::platform {
 
 // The native name of `path`, a Windows path. Empty if it names nothing here: an empty text, another
 // drive than C:, a share.
@@ -16,7 +15,6 @@ std::string NativePath(const std::wstring& path);
 // The native path of a directory as a Windows path: /home/u => C:\home\u.
 std::wstring FromNativePath(const std::string& native);
 
-}  // namespace platform
-}  // namespace tarsio
+}  // namespace tarsio::platform
 
 #endif  // TARSIO_COMMON_SRC_PLATFORM_POSIX_NATIVE_PATH_H_

@@ -6,8 +6,7 @@
 #include "platform/platform.h"
 #include "platform/posix/native_path.h"
 
-namespace tarsio {
-namespace platform {
+namespace tarsio::platform {
 
 namespace {
 
@@ -21,13 +20,13 @@ bool MakeNativeDirectory(const std::string& native) { return ::mkdir(native.c_st
 }  // namespace
 
 ObjectKind KindOf(const std::wstring& path) {
-  struct stat status{};
+  struct stat status {};
   if (!Stat(path, &status)) return ObjectKind::kNone;
   return S_ISDIR(status.st_mode) ? ObjectKind::kDirectory : ObjectKind::kOther;
 }
 
 bool SizeFromStat(const std::wstring& path, uint64_t* size) {
-  struct stat status{};
+  struct stat status {};
   if (!Stat(path, &status)) return false;
   *size = static_cast<uint64_t>(status.st_size);
   return true;
@@ -40,7 +39,8 @@ bool CreateOneDirectory(const std::wstring& path) { return MakeNativeDirectory(N
 
 bool CreateDirectoryChain(const std::wstring& path) {
   const std::string native = NativePath(path);
-  for (size_t end = native.find('/', 1); end != std::string::npos; end = native.find('/', end + 1)) {
+  for (size_t end = native.find('/', 1); end != std::string::npos;
+       end = native.find('/', end + 1)) {
     // Somebody else may have made it just now.
     if (!MakeNativeDirectory(native.substr(0, end)) && errno != EEXIST) return false;
   }
@@ -57,5 +57,4 @@ bool RemoveDirectoryNarrow(const std::string& path) {
 
 bool RemoveFileNarrow(const std::string& path) { return ::unlink(NativePath(path).c_str()) == 0; }
 
-}  // namespace platform
-}  // namespace tarsio
+}  // namespace tarsio::platform

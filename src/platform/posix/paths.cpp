@@ -8,8 +8,7 @@
 #include "platform/platform.h"
 #include "platform/posix/native_path.h"
 
-namespace tarsio {
-namespace platform {
+namespace tarsio::platform {
 
 namespace {
 
@@ -51,9 +50,13 @@ RootedPath OnCurrentDirectory(const std::wstring& rest, size_t capacity) {
   return {directory.substr(0, 3), Split(directory.substr(3)), rest};
 }
 
+// `text` without the long-path prefix.
+std::wstring WithoutLongPrefix(const std::wstring& text) {
+  if (StartsWith(text, LR"(\\?\UNC\)")) return LR"(\\)" + text.substr(8);
+  return StartsWith(text, LR"(\\?\)") ? text.substr(4) : text;
+}
+
 RootedPath FindRoot(const std::wstring& text, size_t capacity) {
-  if (StartsWith(text, LR"(\\?\UNC\)")) return OnShare(LR"(\\)" + text.substr(8));
-  if (StartsWith(text, LR"(\\?\)")) return FindRoot(text.substr(4), capacity);
   if (StartsWith(text, LR"(\\)")) return OnShare(text);
   if (StartsWith(text, LR"(\)")) return {LR"(C:\)", {}, text.substr(1)};
   if (text.size() < 2 || text[1] != L':') return OnCurrentDirectory(text, capacity);
@@ -91,7 +94,7 @@ std::wstring FullPath(const std::wstring& path, size_t capacity) {
   std::wstring text = path;
   std::replace(text.begin(), text.end(), L'/', kBackslash);
   if (text.find_first_not_of(L' ') == std::wstring::npos) return {};
-  const RootedPath rooted = FindRoot(text, capacity);
+  const RootedPath rooted = FindRoot(WithoutLongPrefix(text), capacity);
   std::wstring full = rooted.root;
   for (const std::wstring& component : Resolve(rooted)) {
     if (full.back() != kBackslash) full += kBackslash;
@@ -102,6 +105,7 @@ std::wstring FullPath(const std::wstring& path, size_t capacity) {
 
 std::wstring CurrentDirectory(size_t capacity) {
   struct Free {
+    // NOLINTNEXTLINE(*-no-malloc,*-owning-memory): getcwd allocates with malloc
     void operator()(char* text) const { std::free(text); }
   };
   const std::unique_ptr<char, Free> native(::getcwd(nullptr, 0));
@@ -110,5 +114,4 @@ std::wstring CurrentDirectory(size_t capacity) {
   return path.size() < capacity ? path : std::wstring();
 }
 
-}  // namespace platform
-}  // namespace tarsio
+}  // namespace tarsio::platform

@@ -1,11 +1,11 @@
 #include <climits>
 #include <cstddef>
 #include <cstdint>
+#include <type_traits>
 
 #include "platform/platform.h"
 
-namespace tarsio {
-namespace platform {
+namespace tarsio::platform {
 
 namespace {
 
@@ -69,6 +69,10 @@ void AppendUtf8(std::string& text, uint32_t character) {
   }
 }
 
+uint32_t UnitAt(const std::wstring& text, size_t index) {
+  return static_cast<std::make_unsigned_t<wchar_t>>(text[index]);
+}
+
 bool IsHighSurrogate(uint32_t unit) { return unit >= 0xD800 && unit < 0xDC00; }
 bool IsLowSurrogate(uint32_t unit) { return unit >= 0xDC00 && unit < 0xE000; }
 
@@ -89,11 +93,11 @@ std::string Narrow(const std::wstring& utf16) {
   if (utf16.size() >= INT_MAX) return text;
   text.reserve(utf16.size());
   for (size_t i = 0; i < utf16.size(); ++i) {
-    auto character = static_cast<uint32_t>(utf16[i]);
+    uint32_t character = UnitAt(utf16, i);
     if (IsHighSurrogate(character) && i + 1 < utf16.size() &&
-        IsLowSurrogate(static_cast<uint32_t>(utf16[i + 1]))) {
+        IsLowSurrogate(UnitAt(utf16, i + 1))) {
       ++i;
-      character = ((character - 0xD7C0) << 10) + (static_cast<uint32_t>(utf16[i]) - 0xDC00);
+      character = ((character - 0xD7C0) << 10) + (UnitAt(utf16, i) - 0xDC00);
     } else if (IsHighSurrogate(character) || IsLowSurrogate(character) || character > 0x10FFFF) {
       character = kReplacement;
     }
@@ -102,5 +106,4 @@ std::string Narrow(const std::wstring& utf16) {
   return text;
 }
 
-}  // namespace platform
-}  // namespace tarsio
+}  // namespace tarsio::platform

@@ -3,8 +3,7 @@
 #include "platform/platform.h"
 #include "platform/windows/windows_api.h"
 
-namespace tarsio {
-namespace platform {
+namespace tarsio::platform {
 
 int64_t WallClockTicks() {
   using SystemTime = void(WINAPI*)(FILETIME*);
@@ -22,5 +21,4 @@ bool LocalTime(int64_t seconds, std::tm* local) {
   return ::_localtime64_s(local, &time) == 0;
 }
 
-}  // namespace platform
-}  // namespace tarsio
+}  // namespace tarsio::platform

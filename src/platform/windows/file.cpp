@@ -7,8 +7,7 @@
 
 #include "platform/platform.h"
 
-namespace tarsio {
-namespace platform {
+namespace tarsio::platform {
 
 namespace {
 
@@ -60,5 +59,4 @@ void File::Write(const char* data, size_t size) {
   }
 }
 
-}  // namespace platform
-}  // namespace tarsio
+}  // namespace tarsio::platform

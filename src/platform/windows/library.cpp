@@ -1,8 +1,7 @@
 #include "platform/platform.h"
 #include "platform/windows/windows_api.h"
 
-namespace tarsio {
-namespace platform {
+namespace tarsio::platform {
 
 void PinLibrary() {
   static const bool pinned = [] {
@@ -14,5 +13,4 @@ void PinLibrary() {
   static_cast<void>(pinned);
 }
 
-}  // namespace platform
-}  // namespace tarsio
+}  // namespace tarsio::platform

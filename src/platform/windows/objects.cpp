@@ -9,8 +9,7 @@
 // Imported by its ordinal, through an import library made for it.
 extern "C" __declspec(dllimport) int WINAPI SHCreateDirectory(HWND owner, LPCWSTR path);
 
-namespace tarsio {
-namespace platform {
+namespace tarsio::platform {
 
 ObjectKind KindOf(const std::wstring& path) {
   const DWORD attributes = ::GetFileAttributesW(path.c_str());
@@ -19,7 +18,7 @@ ObjectKind KindOf(const std::wstring& path) {
 }
 
 bool SizeFromStat(const std::wstring& path, uint64_t* size) {
-  struct _stat64 status{};
+  struct _stat64 status {};
   if (::_wstat64(path.c_str(), &status) != 0) return false;
   *size = static_cast<uint64_t>(status.st_size);
   return true;
@@ -46,5 +45,4 @@ bool RemoveDirectoryNarrow(const std::string& path) { return ::_rmdir(path.c_str
 
 bool RemoveFileNarrow(const std::string& path) { return std::remove(path.c_str()) == 0; }
 
-}  // namespace platform
-}  // namespace tarsio
+}  // namespace tarsio::platform

@@ -5,8 +5,7 @@
 #include "platform/platform.h"
 #include "platform/windows/windows_api.h"
 
-namespace tarsio {
-namespace platform {
+namespace tarsio::platform {
 
 std::wstring FullPath(const std::wstring& path, size_t capacity) {
   std::wstring buffer(capacity + 1, L'\0');
@@ -22,5 +21,4 @@ std::wstring CurrentDirectory(size_t capacity) {
   return buffer.c_str();
 }
 
-}  // namespace platform
-}  // namespace tarsio
+}  // namespace tarsio::platform

@@ -3,8 +3,7 @@
 #include "platform/platform.h"
 #include "platform/windows/windows_api.h"
 
-namespace tarsio {
-namespace platform {
+namespace tarsio::platform {
 
 std::wstring Widen(const std::string& utf8) {
   if (utf8.empty() || utf8.size() >= INT_MAX) return {};
@@ -25,5 +24,4 @@ std::string Narrow(const std::wstring& utf16) {
   return text;
 }
 
-}  // namespace platform
-}  // namespace tarsio
+}  // namespace tarsio::platform

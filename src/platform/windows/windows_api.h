@@ -11,8 +11,7 @@
 #endif
 #include <windows.h>
 
-namespace tarsio {
-namespace platform {
+namespace tarsio::platform {
 
 // An export of a module that every process has loaded, as a function of type F. Null if this
 // version of the system does not have it. No reference is taken.
@@ -24,7 +23,6 @@ F LoadedFunction(const char* module, const char* name) {
   return reinterpret_cast<F>(reinterpret_cast<void (*)()>(::GetProcAddress(handle, name)));
 }
 
-}  // namespace platform
-}  // namespace tarsio
+}  // namespace tarsio::platform
 
 #endif  // TARSIO_COMMON_SRC_PLATFORM_WINDOWS_WINDOWS_API_H_
