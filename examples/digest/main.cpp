@@ -65,6 +65,7 @@ class Digester {
   void Finish() {
     while (!inFlight.empty()) PrintFirst();
     std::cout.flush();
+    if (!std::cout) TARSIO_LOG(tarsio::LOG_LEVEL_WARN, "the output cannot be written");
     const double seconds = std::chrono::duration<double>(Clock::now() - started).count();
     const double megabytes = static_cast<double>(bytes) / 1e6;
     TARSIO_LOG(tarsio::LOG_LEVEL_INFO,

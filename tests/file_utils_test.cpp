@@ -1,0 +1,746 @@
+#include "common/file_utils.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <climits>
+#include <cstdint>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <random>
+#include <stdexcept>
+#include <string>
+#include <system_error>
+#include <thread>
+#include <type_traits>
+#include <vector>
+
+#include "common/path.h"
+#include "support/file_obstacles.h"
+#include "support/scoped_directory.h"
+
+namespace {
+
+using tarsio::FILE_OPT_EMPTY_OR_UNREADABLE;
+using tarsio::FILE_OPT_IS_DIRECTORY;
+using tarsio::FILE_OPT_NO_PARENT_DIR;
+using tarsio::FILE_OPT_NOT_FILE;
+using tarsio::FILE_OPT_SIZE_MISMATCH;
+using tarsio::FILE_OPT_SUCCESS;
+using tarsio::FILE_OPT_WRITE_OPEN_FAILED;
+using tarsio::FileOptRet;
+using tarsio::FileUtils;
+using tarsio_test::FileThatTakesNothing;
+using tarsio_test::NoFreeFileHandles;
+using tarsio_test::ScopedDirectory;
+using testing::ElementsAre;
+
+constexpr int kInput = 0x01;
+constexpr int kOutput = 0x02;
+constexpr int kAtEnd = 0x04;
+constexpr int kAppend = 0x08;
+constexpr int kTruncate = 0x10;
+constexpr int kBinary = 0x20;
+
+// ---- what the interface fixes ----
+
+static_assert(std::is_same<std::underlying_type<FileOptRet>::type, int32_t>::value, "");
+static_assert(FILE_OPT_SUCCESS == 0 && FILE_OPT_NOT_FILE == 1 &&
+                  FILE_OPT_EMPTY_OR_UNREADABLE == 2 && FILE_OPT_SIZE_MISMATCH == 3 &&
+                  FILE_OPT_WRITE_OPEN_FAILED == 4 && FILE_OPT_NO_PARENT_DIR == 5 &&
+                  FILE_OPT_IS_DIRECTORY == 6,
+              "");
+static_assert(std::is_same<decltype(&FileUtils::GetFileContent),
+                           FileOptRet (*)(std::string, std::string&)>::value,
+              "");
+static_assert(std::is_same<decltype(&FileUtils::WriteFile),
+                           FileOptRet (*)(std::string, std::string, int)>::value,
+              "");
+static_assert(std::is_same<decltype(&FileUtils::MakeDir), bool (*)(const std::string&)>::value, "");
+static_assert(std::is_same<decltype(&FileUtils::RemoveDir), bool (*)(const std::string&)>::value,
+              "");
+static_assert(std::is_same<decltype(&FileUtils::RemoveFile), bool (*)(const std::string&)>::value,
+              "");
+static_assert(
+    std::is_same<decltype(&FileUtils::CheckDirOrFileExists), bool (*)(std::string)>::value, "");
+
+// ---- helpers ----
+
+// Each test works in an empty directory of its own.
+class FileUtilsTest : public testing::Test {
+ protected:
+  // Everything below the directory, "a", "a/b", in order.
+  std::vector<std::string> Tree() const {
+    std::vector<std::string> names;
+    const std::filesystem::path root = directory.Native("");
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(root)) {
+      names.push_back(entry.path().lexically_relative(root).generic_u8string());
+    }
+    std::sort(names.begin(), names.end());
+    return names;
+  }
+
+  bool IsDirectory(const std::string& name) const {
+    return std::filesystem::is_directory(directory.Native(name));
+  }
+  void CreateDirectories(const std::string& name) const {
+    std::filesystem::create_directories(directory.Native(name));
+  }
+
+  // What a text file holds on this system when `content` is written to it.
+  std::string TextForm(const std::string& content) const {
+    const std::filesystem::path name = directory.Native("text form");
+    std::ofstream(name) << content;
+    const std::string form = directory.Read("text form");
+    std::filesystem::remove(name);
+    return form;
+  }
+
+  const ScopedDirectory directory;
+};
+
+class GetFileContent : public FileUtilsTest {};
+class WriteFile : public FileUtilsTest {};
+class MakeDir : public FileUtilsTest {};
+class RemoveDir : public FileUtilsTest {};
+class RemoveFile : public FileUtilsTest {};
+class CheckDirOrFileExists : public FileUtilsTest {};
+
+std::string RandomBytes(size_t size, uint64_t seed) {
+  std::mt19937_64 random(seed);
+  std::string bytes(size, '\0');
+  for (char& c : bytes) c = static_cast<char>(random() & 0xFF);
+  return bytes;
+}
+
+constexpr size_t kSizes[] = {1, 2, 4095, 4096, 4097, 65535, 65536, 65537, (5 << 20) + 3};
+
+// ---- reading ----
+
+TEST_F(GetFileContent, GivesTheBytesAsTheyAreStored) {
+  const std::string contents[] = {
+      "text",         "a\r\nb\nc\rd",         std::string("\0a\0", 3), "\x1A behind the end",
+      "\xEF\xBB\xBF", RandomBytes(100000, 1),
+  };
+  for (const std::string& stored : contents) {
+    directory.Write("f", stored);
+    std::string content = "something longer that was there before";
+    EXPECT_EQ(FileUtils::GetFileContent("f", content), FILE_OPT_SUCCESS);
+    EXPECT_EQ(content, stored);
+  }
+}
+
+TEST_F(GetFileContent, ReadsFilesOfAnySize) {
+  for (const size_t size : kSizes) {
+    SCOPED_TRACE(size);
+    const std::string stored = RandomBytes(size, size);
+    directory.Write("f", stored);
+    std::string content;
+    EXPECT_EQ(FileUtils::GetFileContent("f", content), FILE_OPT_SUCCESS);
+    EXPECT_TRUE(content == stored);
+  }
+}
+
+TEST_F(GetFileContent, WhatIsMissingOrADirectoryIsNoFileAndLeavesTheOutput) {
+  CreateDirectories("d");
+  directory.Write("f", "content");
+  for (const std::string& path :
+       {std::string(), std::string("missing"), std::string("missing/f"), std::string("d"),
+        std::string("d/"), std::string("."), std::string(".."), std::string("f/below"),
+        std::string("C:"), directory.Text("d"), directory.Text("missing")}) {
+    SCOPED_TRACE(path);
+    std::string content = "as it was";
+    EXPECT_EQ(FileUtils::GetFileContent(path, content), FILE_OPT_NOT_FILE);
+    EXPECT_EQ(content, "as it was");
+  }
+}
+
+TEST_F(GetFileContent, EmptyFileIsReportedAndLeavesTheOutput) {
+  directory.Write("f", "");
+  std::string content = "as it was";
+  EXPECT_EQ(FileUtils::GetFileContent("f", content), FILE_OPT_EMPTY_OR_UNREADABLE);
+  EXPECT_EQ(content, "as it was");
+}
+
+TEST_F(GetFileContent, FileThatCannotBeOpenedIsReportedAndLeavesTheOutput) {
+  directory.Write("f", "content");
+  std::string content = "as it was";
+  FileOptRet result = FILE_OPT_SUCCESS;
+  FileOptRet ofMissing = FILE_OPT_SUCCESS;
+  {
+    const NoFreeFileHandles none;
+    result = FileUtils::GetFileContent("f", content);
+    ofMissing = FileUtils::GetFileContent("missing", content);
+  }
+  EXPECT_EQ(result, FILE_OPT_EMPTY_OR_UNREADABLE);
+  EXPECT_EQ(ofMissing, FILE_OPT_NOT_FILE);  // asked before
+  EXPECT_EQ(content, "as it was");
+  EXPECT_EQ(FileUtils::GetFileContent("f", content), FILE_OPT_SUCCESS);
+}
+
+// Reads until a read is reported as a mismatch, while `change` changes the file over and over.
+void ExpectMismatchWhile(const std::function<void()>& change, size_t smallest, size_t largest) {
+  std::atomic<bool> stop{false};
+  std::thread writer([&stop, &change] {
+    while (!stop) change();
+  });
+  const auto giveUp = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+  FileOptRet result = FILE_OPT_SUCCESS;
+  std::string content;
+  while (result == FILE_OPT_SUCCESS && std::chrono::steady_clock::now() < giveUp) {
+    content = "as it was";
+    result = FileUtils::GetFileContent("f", content);
+    if (result != FILE_OPT_SUCCESS) break;
+    EXPECT_GE(content.size(), smallest);
+    EXPECT_LE(content.size(), largest);
+  }
+  stop = true;
+  writer.join();
+  EXPECT_EQ(result, FILE_OPT_SIZE_MISMATCH);
+  EXPECT_EQ(content, "");
+}
+
+TEST_F(GetFileContent, FileThatGrowsMeanwhileIsAMismatchAndClearsTheOutput) {
+  constexpr size_t kSize = 4 << 20;
+  directory.Write("f", std::string(kSize, 'x'));
+  std::ofstream file(directory.Native("f"), std::ios::binary | std::ios::app);
+  ExpectMismatchWhile([&file] { file << 'y' << std::flush; }, kSize, SIZE_MAX);
+}
+
+TEST_F(GetFileContent, FileThatShrinksMeanwhileIsAMismatchAndClearsTheOutput) {
+  constexpr size_t kSize = 16 << 20;
+  directory.Write("f", std::string(kSize, 'x'));
+  size_t size = kSize;
+  const std::filesystem::path file = directory.Native("f");
+  ExpectMismatchWhile(
+      [&file, &size] {
+        std::error_code ignored;
+        if (size > 1) std::filesystem::resize_file(file, --size, ignored);
+      },
+      1, kSize);
+}
+
+TEST_F(GetFileContent, OutputMayBeThePathItself) {
+  directory.Write("f", "content");
+  std::string text = "f";
+  EXPECT_EQ(FileUtils::GetFileContent(text, text), FILE_OPT_SUCCESS);
+  EXPECT_EQ(text, "content");
+}
+
+// "\" and "/" both separate; one in front makes nothing absolute.
+TEST_F(GetFileContent, TakesThePathInEveryForm) {
+  CreateDirectories("d/e");
+  directory.Write("d/f", "content");
+  std::string backslashes = directory.Text("d/f");
+  std::replace(backslashes.begin(), backslashes.end(), '/', '\\');
+  for (const std::string& path :
+       {std::string("d/f"), std::string("d\\f"), std::string(".\\d/f"), std::string("d\\\\//f"),
+        std::string("d/f/"), std::string("d\\e\\..\\f"), std::string("/d/f"), std::string("\\d\\f"),
+        directory.Text("d/f"), backslashes, "\\\\?\\" + backslashes, "\\\\?\\" + std::string("d/f"),
+        std::string("d/f\0ignored", 11)}) {
+    SCOPED_TRACE(path);
+    std::string content;
+    EXPECT_EQ(FileUtils::GetFileContent(path, content), FILE_OPT_SUCCESS);
+    EXPECT_EQ(content, "content");
+  }
+}
+
+TEST_F(GetFileContent, ThrowsForAComponentBehindANul) {
+  std::string content = "as it was";
+  try {
+    FileUtils::GetFileContent(std::string("d\0/f", 4), content);
+    ADD_FAILURE() << "nothing thrown";
+  } catch (const std::out_of_range& e) {
+    EXPECT_STREQ(e.what(), "invalid string position");
+  }
+  EXPECT_EQ(content, "as it was");
+}
+
+// ---- writing ----
+
+TEST_F(WriteFile, TakesTheContentFirstAndThePathSecond) {
+  EXPECT_EQ(FileUtils::WriteFile("./content", "./path", kBinary), FILE_OPT_SUCCESS);
+  EXPECT_EQ(directory.Read("path"), "./content");
+  EXPECT_THAT(Tree(), ElementsAre("path"));
+}
+
+TEST_F(WriteFile, BinaryModeWritesTheBytesUnchanged) {
+  for (const size_t size : kSizes) {
+    SCOPED_TRACE(size);
+    const std::string content = RandomBytes(size, size + 1);
+    EXPECT_EQ(FileUtils::WriteFile(content, "./f", kBinary), FILE_OPT_SUCCESS);
+    EXPECT_TRUE(directory.Read("f") == content);
+  }
+  const std::string content("\r\n\n\r\0\x1A\n", 7);
+  EXPECT_EQ(FileUtils::WriteFile(content, "./f", kBinary), FILE_OPT_SUCCESS);
+  EXPECT_EQ(directory.Read("f"), content);
+}
+
+TEST_F(WriteFile, TextModeWritesLineEndsAsTheSystemsTextFilesHaveThem) {
+  const std::string contents[] = {
+      "",         "no line end",      "one\n", "\n",   "\n\n\n",
+      "a\nb",     "a\r\nb\r\n",       "\r",    "\n\r", std::string("a\0\nb\0", 5),
+      "a\x1A\nb", "\xC3\xA9\n\xFF\n",
+  };
+  for (const std::string& content : contents) {
+    SCOPED_TRACE(testing::PrintToString(content));
+    EXPECT_EQ(FileUtils::WriteFile(content, "./f", 0), FILE_OPT_SUCCESS);
+    EXPECT_EQ(directory.Read("f"), TextForm(content));
+  }
+
+  std::mt19937_64 random(3);
+  std::string content(3000000, ' ');
+  for (char& c : content) c = "\n\rab"[random() % 4];
+  EXPECT_EQ(FileUtils::WriteFile(content, "./f", 0), FILE_OPT_SUCCESS);
+  EXPECT_TRUE(directory.Read("f") == TextForm(content));
+}
+
+TEST_F(WriteFile, WhatIsReadBackIsWhatWasWritten) {
+  const std::string content = RandomBytes(200000, 4);
+  EXPECT_EQ(FileUtils::WriteFile(content, "./f", kBinary), FILE_OPT_SUCCESS);
+  std::string back;
+  EXPECT_EQ(FileUtils::GetFileContent("./f", back), FILE_OPT_SUCCESS);
+  EXPECT_TRUE(back == content);
+}
+
+TEST_F(WriteFile, EmptyContentIsWrittenToo) {
+  EXPECT_EQ(FileUtils::WriteFile("", "./new", kBinary), FILE_OPT_SUCCESS);
+  directory.Write("old", "content");
+  EXPECT_EQ(FileUtils::WriteFile("", "./old", kBinary | kAppend), FILE_OPT_SUCCESS);
+  EXPECT_EQ(directory.Read("old"), "content");
+  EXPECT_EQ(FileUtils::WriteFile("", "./old", kBinary), FILE_OPT_SUCCESS);
+  EXPECT_EQ(directory.Read("old"), "");
+  EXPECT_THAT(Tree(), ElementsAre("new", "old"));
+}
+
+// The output bit (0x02) is always set, and the binary bit (0x20) decides only on line ends. The
+// other four: what becomes of a missing file, and where an existing one is written.
+enum class Missing { kCreated, kRefused };
+enum class Existing { kTruncated, kInPlace, kExtended, kRefused };
+
+const struct ModeRow {
+  int bits;
+  Missing missing;
+  Existing existing;
+} kModeRows[] = {
+    {0, Missing::kCreated, Existing::kTruncated},
+    {kTruncate, Missing::kCreated, Existing::kTruncated},
+    {kAppend, Missing::kCreated, Existing::kExtended},
+    {kAppend | kTruncate, Missing::kRefused, Existing::kRefused},
+    {kAtEnd, Missing::kCreated, Existing::kExtended},  // it keeps the file, deliberately
+    {kAtEnd | kTruncate, Missing::kCreated, Existing::kTruncated},
+    {kAtEnd | kAppend, Missing::kCreated, Existing::kExtended},
+    {kAtEnd | kAppend | kTruncate, Missing::kRefused, Existing::kRefused},
+    {kInput, Missing::kRefused, Existing::kInPlace},
+    {kInput | kTruncate, Missing::kCreated, Existing::kTruncated},
+    {kInput | kAppend, Missing::kCreated, Existing::kExtended},
+    {kInput | kAppend | kTruncate, Missing::kRefused, Existing::kRefused},
+    {kInput | kAtEnd, Missing::kRefused, Existing::kExtended},
+    {kInput | kAtEnd | kTruncate, Missing::kCreated, Existing::kTruncated},
+    {kInput | kAtEnd | kAppend, Missing::kCreated, Existing::kExtended},
+    {kInput | kAtEnd | kAppend | kTruncate, Missing::kRefused, Existing::kRefused},
+};
+
+TEST_F(WriteFile, ModeBitsFollowTheTable) {
+  const std::string old = "0123456789\r\n0123456789";
+  const std::string content("a\nb\0c", 5);
+  int modes = 0;
+  for (const ModeRow& row : kModeRows) {
+    for (const int more : {0, kOutput, kBinary, kOutput | kBinary}) {
+      const int mode = row.bits | more;
+      SCOPED_TRACE(mode);
+      const std::string written = (mode & kBinary) != 0 ? content : TextForm(content);
+
+      const std::string missing = "missing" + std::to_string(mode);
+      const bool created = row.missing == Missing::kCreated;
+      EXPECT_EQ(FileUtils::WriteFile(content, "./" + missing, mode),
+                created ? FILE_OPT_SUCCESS : FILE_OPT_WRITE_OPEN_FAILED);
+      EXPECT_EQ(std::filesystem::exists(directory.Native(missing)), created);
+      EXPECT_EQ(directory.Read(missing), created ? written : "");
+
+      std::string expected = old;
+      if (row.existing == Existing::kTruncated) expected = written;
+      if (row.existing == Existing::kInPlace) expected.replace(0, written.size(), written);
+      if (row.existing == Existing::kExtended) expected += written;
+      directory.Write("existing", old);
+      EXPECT_EQ(FileUtils::WriteFile(content, "./existing", mode),
+                row.existing == Existing::kRefused ? FILE_OPT_WRITE_OPEN_FAILED : FILE_OPT_SUCCESS);
+      EXPECT_EQ(directory.Read("existing"), expected);
+      ++modes;
+    }
+  }
+  EXPECT_EQ(modes, 64);
+}
+
+TEST_F(WriteFile, ContentLongerThanTheFileUpdatedInPlaceExtendsIt) {
+  directory.Write("f", "0123");
+  EXPECT_EQ(FileUtils::WriteFile("abcdef", "./f", kInput | kBinary), FILE_OPT_SUCCESS);
+  EXPECT_EQ(directory.Read("f"), "abcdef");
+}
+
+TEST_F(WriteFile, EveryOtherModeBitIsRefusedAndTheFileUntouched) {
+  directory.Write("f", "content");
+  std::vector<int> modes = {
+      -1, INT_MIN, INT_MAX, kBinary | 0x40, kAppend | 0x80, kTruncate | 0x100};
+  for (int shift = 6; shift < 31; ++shift) modes.push_back(1 << shift);
+  for (const int mode : modes) {
+    SCOPED_TRACE(mode);
+    EXPECT_EQ(FileUtils::WriteFile("x", "./f", mode), FILE_OPT_WRITE_OPEN_FAILED);
+    EXPECT_EQ(FileUtils::WriteFile("x", "./missing", mode), FILE_OPT_WRITE_OPEN_FAILED);
+  }
+  EXPECT_EQ(directory.Read("f"), "content");
+  EXPECT_THAT(Tree(), ElementsAre("f"));
+}
+
+TEST_F(WriteFile, RefusesWhatIsADirectory) {
+  CreateDirectories("d/e");
+  for (const std::string& path :
+       {std::string("d"), std::string("./d"), std::string("d\\"), std::string("d/e"),
+        std::string("."), std::string(".."), std::string("C:\\"), directory.Text("d")}) {
+    SCOPED_TRACE(path);
+    EXPECT_EQ(FileUtils::WriteFile("x", path, 0), FILE_OPT_IS_DIRECTORY);
+    // Tested before the mode and, for a single component, before the parent.
+    EXPECT_EQ(FileUtils::WriteFile("x", path, kAppend | kTruncate), FILE_OPT_IS_DIRECTORY);
+  }
+  EXPECT_THAT(Tree(), ElementsAre("d", "d/e"));
+}
+
+TEST_F(WriteFile, RefusesAPathWhoseParentIsNoDirectoryAndCreatesNothing) {
+  CreateDirectories("d");
+  directory.Write("f", "content");
+  for (const std::string& path :
+       {std::string("missing/out.txt"), std::string("d/missing/out.txt"), std::string("f/out.txt"),
+        directory.Text("missing/out.txt"), directory.Text("f/out.txt")}) {
+    SCOPED_TRACE(path);
+    EXPECT_EQ(FileUtils::WriteFile("x", path, 0), FILE_OPT_NO_PARENT_DIR);
+    EXPECT_EQ(FileUtils::WriteFile("x", path, kAppend | kTruncate), FILE_OPT_NO_PARENT_DIR);
+  }
+  EXPECT_EQ(directory.Read("f"), "content");
+  EXPECT_THAT(Tree(), ElementsAre("d", "f"));
+}
+
+// The parent of a single relative component is the empty path, which is no directory.
+TEST_F(WriteFile, RefusesABareNameEvenOfAnExistingFile) {
+  directory.Write("old.txt", "content");
+  for (const char* path :
+       {"out.txt", "old.txt", "out.txt/", "/out.txt", "\\out.txt", "C:out.txt", "\\\\?\\out.txt"}) {
+    SCOPED_TRACE(path);
+    EXPECT_EQ(FileUtils::WriteFile("x", path, 0), FILE_OPT_NO_PARENT_DIR);
+  }
+  EXPECT_EQ(directory.Read("old.txt"), "content");
+  EXPECT_THAT(Tree(), ElementsAre("old.txt"));
+}
+
+TEST_F(WriteFile, TakesThePathInEveryOtherForm) {
+  CreateDirectories("d/e");
+  std::string backslashes = directory.Text("out.txt");
+  std::replace(backslashes.begin(), backslashes.end(), '/', '\\');
+  for (const std::string& path :
+       {std::string(".\\out.txt"), std::string("./out.txt"), std::string("/./out.txt"),
+        std::string("d\\..\\out.txt"), std::string("d/e/..\\../out.txt"),
+        std::string("d//..\\\\out.txt"), std::string("./out.txt/"), directory.Text("out.txt"),
+        backslashes, "\\\\?\\" + backslashes, std::string("./out.txt\0ignored", 17)}) {
+    SCOPED_TRACE(path);
+    EXPECT_EQ(FileUtils::WriteFile(path, path, kBinary), FILE_OPT_SUCCESS);
+    EXPECT_EQ(directory.Read("out.txt"), path);
+    std::filesystem::remove(directory.Native("out.txt"));
+  }
+  EXPECT_THAT(Tree(), ElementsAre("d", "d/e"));
+}
+
+// The parent of the empty path is "..", which exists; opening is what fails.
+TEST_F(WriteFile, EmptyPathCannotBeOpened) {
+  for (const char* path : {"", "/", "\\\\?\\"}) {
+    SCOPED_TRACE(path);
+    EXPECT_EQ(FileUtils::WriteFile("x", path, 0), FILE_OPT_WRITE_OPEN_FAILED);
+  }
+  EXPECT_THAT(Tree(), ElementsAre());
+}
+
+TEST_F(WriteFile, NameThatTheSystemRefusesCannotBeOpened) {
+  EXPECT_EQ(FileUtils::WriteFile("x", "./" + std::string(300, 'n'), 0), FILE_OPT_WRITE_OPEN_FAILED);
+  EXPECT_THAT(Tree(), ElementsAre());
+}
+
+TEST_F(WriteFile, FileThatCannotBeOpenedIsReported) {
+  directory.Write("f", "content");
+  FileOptRet result = FILE_OPT_SUCCESS;
+  FileOptRet ofDirectory = FILE_OPT_SUCCESS;
+  FileOptRet ofBareName = FILE_OPT_SUCCESS;
+  {
+    const NoFreeFileHandles none;
+    result = FileUtils::WriteFile("x", "./f", kAppend);
+    ofDirectory = FileUtils::WriteFile("x", ".", 0);
+    ofBareName = FileUtils::WriteFile("x", "f", 0);
+  }
+  EXPECT_EQ(result, FILE_OPT_WRITE_OPEN_FAILED);
+  EXPECT_EQ(ofDirectory, FILE_OPT_IS_DIRECTORY);
+  EXPECT_EQ(ofBareName, FILE_OPT_NO_PARENT_DIR);
+  EXPECT_EQ(directory.Read("f"), "content");
+}
+
+TEST_F(WriteFile, ErrorsWhileWritingAreNotDetected) {
+  const FileThatTakesNothing file;
+  EXPECT_EQ(FileUtils::WriteFile(std::string(100000, 'x'), file.Text(), kInput | kBinary),
+            FILE_OPT_SUCCESS);
+}
+
+TEST_F(FileUtilsTest, OtherReadersAndWritersOfAFileAreNotLockedOut) {
+  directory.Write("f", "content");
+  std::ifstream reader(directory.Native("f"), std::ios::binary);
+  std::ofstream writer(directory.Native("f"), std::ios::binary | std::ios::app);
+  ASSERT_TRUE(reader.is_open() && writer.is_open());
+  EXPECT_EQ(FileUtils::WriteFile(" and more", "./f", kAppend | kBinary), FILE_OPT_SUCCESS);
+  std::string content;
+  EXPECT_EQ(FileUtils::GetFileContent("./f", content), FILE_OPT_SUCCESS);
+  EXPECT_EQ(content, "content and more");
+}
+
+// ---- names that are not ASCII ----
+
+TEST_F(FileUtilsTest, ReadingWritingAndTestingTakeNamesAsUtf8) {
+  const struct {
+    const char* name;
+    const char* given;
+    const char* stored;
+  } rows[] = {
+      {"two bytes", "d\xC3\xA9/f\xC3\xA9.txt", "d\xC3\xA9/f\xC3\xA9.txt"},
+      {"three bytes", "d\xC3\xA9/\xE2\x82\xAC\xE4\xB8\xAD", "d\xC3\xA9/\xE2\x82\xAC\xE4\xB8\xAD"},
+      {"four bytes", "d\xC3\xA9/\xF0\x9F\x98\x80", "d\xC3\xA9/\xF0\x9F\x98\x80"},
+      {"invalid", "d\xC3\xA9/f\xFF", "d\xC3\xA9/f\xEF\xBF\xBD"},
+  };
+  CreateDirectories("d\xC3\xA9");
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
+    EXPECT_FALSE(FileUtils::CheckDirOrFileExists(row.given));
+    EXPECT_EQ(FileUtils::WriteFile("content", row.given, kBinary), FILE_OPT_SUCCESS);
+    EXPECT_EQ(directory.Read(row.stored), "content");
+    EXPECT_TRUE(FileUtils::CheckDirOrFileExists(row.given));
+    std::string content;
+    EXPECT_EQ(FileUtils::GetFileContent(row.given, content), FILE_OPT_SUCCESS);
+    EXPECT_EQ(content, "content");
+  }
+}
+
+// The runtime's own narrow calls take such a name the same way, whatever they make of it.
+TEST_F(FileUtilsTest, CreatingAndRemovingHandTheNameToTheRuntimesNarrowCalls) {
+  EXPECT_TRUE(FileUtils::MakeDir("d\xC3\xA9/"));
+  std::FILE* const file = std::fopen("d\xC3\xA9/f\xC3\xA9", "w");
+  ASSERT_NE(file, nullptr);
+  std::fclose(file);
+  EXPECT_FALSE(FileUtils::RemoveDir("d\xC3\xA9"));
+  EXPECT_TRUE(FileUtils::RemoveFile("d\xC3\xA9/f\xC3\xA9"));
+  EXPECT_TRUE(FileUtils::RemoveDir("d\xC3\xA9"));
+  EXPECT_THAT(Tree(), ElementsAre());
+}
+
+// ---- long paths ----
+
+TEST_F(FileUtilsTest, AbsolutePathsOf260BytesAndMoreWork) {
+  std::string path = directory.Text("");
+  while (path.back() == '/') path.pop_back();
+  while (path.size() < 500) {
+    path += '/' + std::string(60, 'd');
+    ASSERT_TRUE(tarsio::MakeDir(tarsio::Path(path)));
+  }
+  EXPECT_TRUE(FileUtils::CheckDirOrFileExists(path));
+  EXPECT_EQ(FileUtils::WriteFile("x", path, 0), FILE_OPT_IS_DIRECTORY);
+  EXPECT_EQ(FileUtils::WriteFile("content", path + "/f", kBinary), FILE_OPT_SUCCESS);
+  EXPECT_TRUE(FileUtils::CheckDirOrFileExists(path + "/f"));
+  std::string content;
+  EXPECT_EQ(FileUtils::GetFileContent(path + "/f", content), FILE_OPT_SUCCESS);
+  EXPECT_EQ(content, "content");
+}
+
+// ---- directories ----
+
+TEST_F(MakeDir, CreatesThePrefixesThatEndInASeparator) {
+  const struct {
+    const char* text;
+    bool result;
+    std::vector<std::string> created;
+  } rows[] = {
+      {"a/b/c", true, {"a", "a/b"}},  // not the last component
+      {"a/b/c/", true, {"a", "a/b", "a/b/c"}},
+      {"a\\b\\c", true, {"a", "a/b"}},
+      {"a\\b\\c\\", true, {"a", "a/b", "a/b/c"}},
+      {"a/b\\c/", true, {"a", "a/b", "a/b/c"}},
+      {"a//b/", true, {"a", "a/b"}},
+      {"a", true, {}},
+      {"a/", true, {"a"}},
+      {"./a/", true, {"a"}},
+      {"a/../b/", true, {"a", "b"}},
+      {"a b/.c/d.e/", true, {"a b", "a b/.c", "a b/.c/d.e"}},
+      {"", false, {}},
+      // A separator alone tests as missing and cannot be created.
+      {"/x/", false, {}},
+      {"\\x\\", false, {}},
+      {"/", false, {}},
+      {"//x/", false, {}},
+      {"\\\\?\\x\\", false, {}},
+      // Nor can a drive that there cannot be.
+      {"1:/x/", false, {}},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.text);
+    EXPECT_EQ(FileUtils::MakeDir(row.text), row.result);
+    EXPECT_EQ(Tree(), row.created);
+    EXPECT_EQ(FileUtils::MakeDir(row.text), row.result);  // what exists is passed over
+    EXPECT_EQ(Tree(), row.created);
+    for (const auto& entry : std::filesystem::directory_iterator(directory.Native(""))) {
+      std::filesystem::remove_all(entry.path());
+    }
+  }
+}
+
+TEST_F(MakeDir, PassesOverTheDriveOfAnAbsoluteText) {
+  std::string text = directory.Text("x/y");
+  EXPECT_TRUE(FileUtils::MakeDir(text));
+  EXPECT_THAT(Tree(), ElementsAre("x"));
+  text += '/';
+  std::replace(text.begin(), text.end(), '/', '\\');
+  EXPECT_TRUE(FileUtils::MakeDir(text));
+  EXPECT_THAT(Tree(), ElementsAre("x", "x/y"));
+}
+
+TEST_F(MakeDir, PassesOverAFileInPlaceOfADirectory) {
+  directory.Write("f", "content");
+  EXPECT_TRUE(FileUtils::MakeDir("f/"));
+  EXPECT_TRUE(FileUtils::MakeDir("f/x"));
+  EXPECT_FALSE(FileUtils::MakeDir("f/x/"));  // but nothing can be created below it
+  EXPECT_EQ(directory.Read("f"), "content");
+  EXPECT_THAT(Tree(), ElementsAre("f"));
+}
+
+TEST_F(MakeDir, DirectoriesCreatedBeforeAFailureStay) {
+  EXPECT_FALSE(FileUtils::MakeDir("a/b/" + std::string(300, 'n') + "/c/"));
+  EXPECT_THAT(Tree(), ElementsAre("a", "a/b"));
+}
+
+TEST_F(RemoveDir, RemovesAnEmptyDirectoryOnly) {
+  CreateDirectories("a/b");
+  CreateDirectories("c");
+  directory.Write("c/f", "content");
+  directory.Write("f", "content");
+  for (const char* text : {"a", "c", "f", "c/f", "missing", "a/missing", "f/x", ""}) {
+    SCOPED_TRACE(text);
+    EXPECT_FALSE(FileUtils::RemoveDir(text));
+  }
+  EXPECT_THAT(Tree(), ElementsAre("a", "a/b", "c", "c/f", "f"));
+  EXPECT_TRUE(FileUtils::RemoveDir("a\\b"));
+  EXPECT_THAT(Tree(), ElementsAre("a", "c", "c/f", "f"));
+  EXPECT_TRUE(FileUtils::RemoveDir(directory.Text("a")));
+  EXPECT_FALSE(FileUtils::RemoveDir("a"));
+  EXPECT_THAT(Tree(), ElementsAre("c", "c/f", "f"));
+}
+
+TEST_F(RemoveFile, RemovesAFileAndRefusesADirectoryEvenAnEmptyOne) {
+  CreateDirectories("empty");
+  CreateDirectories("d");
+  directory.Write("d/f", "content");
+  directory.Write("f", "");
+  for (const char* text : {"empty", "d", ".", "missing", "d/missing", "f/x", ""}) {
+    SCOPED_TRACE(text);
+    EXPECT_FALSE(FileUtils::RemoveFile(text));
+  }
+  EXPECT_THAT(Tree(), ElementsAre("d", "d/f", "empty", "f"));
+  EXPECT_TRUE(FileUtils::RemoveFile("f"));
+  EXPECT_FALSE(FileUtils::RemoveFile("f"));
+  EXPECT_TRUE(FileUtils::RemoveFile("d\\f"));
+  EXPECT_THAT(Tree(), ElementsAre("d", "empty"));
+  directory.Write("f", "content");
+  EXPECT_TRUE(FileUtils::RemoveFile(directory.Text("f")));
+  EXPECT_THAT(Tree(), ElementsAre("d", "empty"));
+}
+
+TEST_F(CheckDirOrFileExists, KnowsFilesAndDirectories) {
+  CreateDirectories("d/e");
+  directory.Write("d/f", "");
+  const struct {
+    std::string text;
+    bool exists;
+  } rows[] = {
+      {"d", true},
+      {"d/", true},
+      {"d/e", true},
+      {"d\\f", true},
+      {"/d/f", true},  // relative: one separator in front makes nothing absolute
+      {".", true},
+      {"..", true},
+      {"C:", true},
+      {"C:\\", true},
+      {directory.Text("d/f"), true},
+      {"\\\\?\\" + directory.Text("d"), true},
+      {"", false},
+      {"/", false},
+      {"missing", false},
+      {"d/missing", false},
+      {"d/f/x", false},
+      {directory.Text("missing"), false},
+      {"1:", false},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.text);
+    EXPECT_EQ(FileUtils::CheckDirOrFileExists(row.text), row.exists);
+  }
+}
+
+// The printed form "UNC\f" parses as the share \\f.
+TEST_F(CheckDirOrFileExists, TakesAFirstComponentNamedUncForAShareAsReadingAndWritingDoNot) {
+  CreateDirectories("UNC");
+  CreateDirectories("unc2");
+  directory.Write("UNC/f", "content");
+  directory.Write("unc2/f", "content");
+  EXPECT_FALSE(FileUtils::CheckDirOrFileExists("UNC/f"));
+  EXPECT_TRUE(FileUtils::CheckDirOrFileExists("UNC"));
+  EXPECT_TRUE(FileUtils::CheckDirOrFileExists("./UNC/f"));
+  EXPECT_TRUE(FileUtils::CheckDirOrFileExists("unc2/f"));
+  EXPECT_TRUE(FileUtils::CheckDirOrFileExists(directory.Text("UNC/f")));
+
+  std::string content;
+  EXPECT_EQ(FileUtils::GetFileContent("UNC/f", content), FILE_OPT_SUCCESS);
+  EXPECT_EQ(content, "content");
+  EXPECT_EQ(FileUtils::WriteFile("new", "UNC/g", kBinary), FILE_OPT_SUCCESS);
+  EXPECT_EQ(directory.Read("UNC/g"), "new");
+  // With a backslash the text itself is one of a share, for all of them.
+  EXPECT_EQ(FileUtils::GetFileContent("UNC\\f", content), FILE_OPT_NOT_FILE);
+  EXPECT_FALSE(FileUtils::CheckDirOrFileExists("UNC\\f"));
+}
+
+// So a directory below it is created once and cannot be passed over.
+TEST_F(MakeDir, DoesNotFindWhatIsBelowADirectoryNamedUnc) {
+  EXPECT_TRUE(FileUtils::MakeDir("UNC/x/"));
+  EXPECT_TRUE(IsDirectory("UNC/x"));
+  EXPECT_FALSE(FileUtils::MakeDir("UNC/x/"));
+}
+
+// ---- threads ----
+
+TEST_F(FileUtilsTest, FunctionsMayRunOnAnyThread) {
+  std::vector<std::thread> threads;
+  std::vector<int> wrong(4, 0);
+  for (size_t thread = 0; thread < wrong.size(); ++thread) {
+    threads.emplace_back([&wrong, thread] {
+      const std::string name = "d" + std::to_string(thread);
+      for (int i = 0; i < 20; ++i) {
+        const std::string written(static_cast<size_t>(i + 1) * 1000, static_cast<char>('a' + i));
+        std::string content;
+        const bool right =
+            FileUtils::MakeDir(name + "/") &&
+            FileUtils::WriteFile(written, name + "/f", kBinary) == FILE_OPT_SUCCESS &&
+            FileUtils::GetFileContent(name + "/f", content) == FILE_OPT_SUCCESS &&
+            content == written && FileUtils::RemoveFile(name + "/f") && FileUtils::RemoveDir(name);
+        if (!right) ++wrong[thread];
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_THAT(wrong, testing::Each(0));
+}
+
+}  // namespace

@@ -1,0 +1,949 @@
+#include "common/log.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <climits>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
+#include <functional>
+#include <iostream>
+#include <locale>
+#include <memory>
+#include <new>
+#include <regex>
+#include <set>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+#include "support/allocations.h"
+#include "support/cout_recorder.h"
+#include "support/recording_logger.h"
+#include "support/scoped_time_zone.h"
+
+// The log's one field that no member hands out: the rules name its owner as an argument. An
+// explicit instantiation may name private members.
+std::unique_ptr<tarsio::Logger>& OwnerOf(tarsio::Log& log);
+template <std::unique_ptr<tarsio::Logger> tarsio::Log::*kOwner>
+struct OwnerAccess {
+  friend std::unique_ptr<tarsio::Logger>& OwnerOf(tarsio::Log& log) { return log.*kOwner; }
+};
+template struct OwnerAccess<&tarsio::Log::logger>;
+
+namespace {
+
+using tarsio::Log;
+using tarsio::LOG_LEVEL;
+using tarsio::LOG_LEVEL_DEBUG;
+using tarsio::LOG_LEVEL_ERROR;
+using tarsio::LOG_LEVEL_FATAL;
+using tarsio::LOG_LEVEL_INFO;
+using tarsio::LOG_LEVEL_WARN;
+using tarsio::Logger;
+using tarsio::TsLog;
+using tarsio_test::AllocationWatch;
+using tarsio_test::CoutRecorder;
+using tarsio_test::kAllocationsOfTheLibraryAreSeen;
+using tarsio_test::LogRecord;
+using tarsio_test::LogRecords;
+using tarsio_test::ScopedTimeZone;
+using testing::ElementsAre;
+
+constexpr int kAllLevels[] = {INT_MIN, -1, 0, 1, 2, 3, 4, 5, 7, INT_MAX};
+constexpr LOG_LEVEL kEverything = static_cast<LOG_LEVEL>(INT_MAX);
+
+LOG_LEVEL Level(int value) { return static_cast<LOG_LEVEL>(value); }
+
+// ---- what the interface fixes ----
+
+static_assert(std::is_same<std::underlying_type<LOG_LEVEL>::type, int32_t>::value, "");
+static_assert(LOG_LEVEL_FATAL == 0 && LOG_LEVEL_ERROR == 1 && LOG_LEVEL_WARN == 2 &&
+                  LOG_LEVEL_INFO == 3 && LOG_LEVEL_DEBUG == 4,
+              "unscoped, and numbered by severity");
+static_assert(std::is_default_constructible<Logger>::value, "");
+static_assert(std::has_virtual_destructor<Logger>::value, "");
+static_assert(sizeof(Logger) == sizeof(void*), "no data but the table of virtual operations");
+static_assert(!std::is_default_constructible<Log>::value, "there is one log");
+static_assert(!std::is_destructible<Log>::value, "nobody but the process ends it");
+static_assert(!std::is_copy_constructible<Log>::value && !std::is_copy_assignable<Log>::value, "");
+
+// ---- helpers ----
+
+// What the log does before any test could change it: seen before main.
+struct FreshLog {
+  std::set<Log*> instances;  // as the first callers, on many threads, get it
+  std::vector<std::string> events;
+};
+
+FreshLog ObserveFreshLog() {
+  FreshLog fresh;
+  std::array<Log*, 8> seen{};
+  std::atomic<bool> go{false};
+  std::vector<std::thread> threads;
+  for (Log*& instance : seen) {
+    threads.emplace_back([&go, &instance] {
+      while (!go) std::this_thread::yield();
+      instance = &Log::GetInstance();
+    });
+  }
+  go = true;
+  for (std::thread& thread : threads) thread.join();
+  fresh.instances.insert(seen.begin(), seen.end());
+
+  const CoutRecorder out;
+  for (const int level : {0, 1, 2, 3, 4}) {
+    Log::GetInstance().DoLog(Level(level), "a.cpp", 1, "f", "fresh %d", level);
+  }
+  fresh.events = out.Events();
+  return fresh;
+}
+
+const FreshLog kFreshLog = ObserveFreshLog();
+
+// The line with its time, checked for its form, replaced: "[<TIME>][WARN][a.cpp:1] text".
+std::string MaskTime(const std::string& line) {
+  static const std::regex form(
+      R"(\[\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.(0|[1-9]\d{0,2}))");  // milliseconds 0..999, bare
+  const size_t end = line.find(']');
+  if (end == std::string::npos || !std::regex_match(line.substr(0, end), form)) {
+    return "no time: " + line;
+  }
+  return "[<TIME>" + line.substr(end);
+}
+
+// The process's log as it is at first: threshold and default sink. Left so, whatever a test does.
+class CleanLog : public testing::Test {
+ protected:
+  CleanLog() { Reset(); }
+  ~CleanLog() override { Reset(); }
+
+ private:
+  static void Reset() {
+    Log::GetInstance().SetLogger(std::make_unique<Logger>());
+    Log::GetInstance().SetLevel(LOG_LEVEL_ERROR);
+  }
+};
+class LogTest : public CleanLog {};
+class LoggerTest : public CleanLog {};
+class TsLogTest : public CleanLog {};
+class LogLine : public CleanLog {};
+
+// What became of a sink and what it was asked to do.
+struct SinkHistory {
+  int destroyed = 0;
+  std::vector<std::string> calls;
+};
+
+// Notes each call, with all that it was given. What it formats is not the default layout.
+class NotingSink : public Logger {
+ public:
+  explicit NotingSink(std::shared_ptr<SinkHistory> target) : history(std::move(target)) {}
+  NotingSink(const NotingSink&) = delete;
+  NotingSink& operator=(const NotingSink&) = delete;
+  ~NotingSink() override { ++history->destroyed; }
+
+  void VFormat(LOG_LEVEL level, std::string& out, const char* file, int line, const char* function,
+               const char* format, va_list args) override {
+    std::array<char, 200> message{};
+    std::vsnprintf(message.data(), message.size(), format, args);
+    history->calls.push_back("VFormat(" + std::to_string(level) + ", '" + out + "', " + file +
+                             ", " + std::to_string(line) + ", " + function + ", " + message.data() +
+                             ")");
+    out = "own layout";
+  }
+  void DoOutput(const char* line) override {
+    history->calls.push_back(std::string("DoOutput(") + line + ")");
+  }
+
+ private:
+  const std::shared_ptr<SinkHistory> history;
+};
+
+// Formats by the default layout, then does what a test wants done with the line.
+class OutputSink : public Logger {
+ public:
+  explicit OutputSink(std::function<void(const char*)> target) : output(std::move(target)) {}
+  void DoOutput(const char* line) override { output(line); }
+
+ private:
+  const std::function<void(const char*)> output;
+};
+
+void InstallOutput(std::function<void(const char*)> output) {
+  Log::GetInstance().SetLogger(std::make_unique<OutputSink>(std::move(output)));
+}
+
+std::shared_ptr<SinkHistory> InstallNotingSink() {
+  auto history = std::make_shared<SinkHistory>();
+  Log::GetInstance().SetLogger(std::make_unique<NotingSink>(history));
+  return history;
+}
+
+// The default VFormat(), on a text that is there already.
+void FormatInto(std::string& out, LOG_LEVEL level, const char* file, int line, const char* function,
+                const char* format, ...) {
+  Logger logger;
+  va_list args;
+  va_start(args, format);
+  logger.VFormat(level, out, file, line, function, format, args);
+  va_end(args);
+}
+
+// The two functions that TsLog() takes, and what they saw.
+struct Callbacks {
+  LOG_LEVEL level = LOG_LEVEL_ERROR;
+  int asked = 0;
+  std::vector<std::string> lines;
+};
+Callbacks callbacks;
+
+LOG_LEVEL GetLevel() {
+  ++callbacks.asked;
+  return callbacks.level;
+}
+void Output(const char* line) { callbacks.lines.emplace_back(line); }
+
+// Builds one line each way that there is, and expects the same of all.
+template <typename... Args>
+void ExpectLine(const std::string& expected, LOG_LEVEL level, const char* file, int line,
+                const char* format, Args... args) {
+  std::string text = "what was there before";
+  FormatInto(text, level, file, line, "ignored", format, args...);
+  EXPECT_EQ(MaskTime(text), expected);
+
+  std::string fromLog;
+  InstallOutput([&fromLog](const char* output) { fromLog = output; });
+  Log::GetInstance().SetLevel(kEverything);
+  Log::GetInstance().DoLog(level, file, line, "ignored", format, args...);
+  EXPECT_EQ(MaskTime(fromLog), expected);
+
+  callbacks = Callbacks{};
+  callbacks.level = kEverything;
+  TsLog(level, &Output, &GetLevel, file, line, "ignored", format, args...);
+  ASSERT_EQ(callbacks.lines.size(), 1u);
+  EXPECT_EQ(MaskTime(callbacks.lines[0]), expected);
+}
+
+// ---- the log ----
+
+TEST(FreshLog, IsOneInstanceWhicheverThreadBuildsIt) {
+  EXPECT_EQ(kFreshLog.instances, std::set<Log*>{&Log::GetInstance()});
+}
+
+TEST(FreshLog, WritesFatalAndErrorToStandardOutputAndDropsTheRest) {
+  ASSERT_EQ(kFreshLog.events.size(), 4u);
+  EXPECT_EQ(MaskTime(kFreshLog.events[0]), "[<TIME>][FATAL][a.cpp:1] fresh 0\n");
+  EXPECT_EQ(kFreshLog.events[1], "<flush>");
+  EXPECT_EQ(MaskTime(kFreshLog.events[2]), "[<TIME>][ERROR][a.cpp:1] fresh 1\n");
+  EXPECT_EQ(kFreshLog.events[3], "<flush>");
+}
+
+TEST_F(LogTest, MessagePassesWhenItsLevelIsAtMostTheThreshold) {
+  const auto records = LogRecords::Install(LOG_LEVEL_ERROR);
+  for (const int threshold : kAllLevels) {
+    SCOPED_TRACE(threshold);
+    Log::GetInstance().SetLevel(Level(threshold));
+    for (const int level : kAllLevels) {
+      SCOPED_TRACE(level);
+      const size_t before = records->All().size();
+      Log::GetInstance().DoLog(Level(level), "a.cpp", 1, "f", "x");
+      EXPECT_EQ(records->All().size() - before, level <= threshold ? 1u : 0u);
+    }
+  }
+}
+
+TEST_F(LogTest, ThresholdFourLetsAllFiveLevelsThroughAndMinusOneNone) {
+  const auto records = LogRecords::Install(Level(4));
+  for (const int level : {0, 1, 2, 3, 4}) {
+    Log::GetInstance().DoLog(Level(level), "a.cpp", 1, "f", "x");
+  }
+  EXPECT_EQ(records->All().size(), 5u);
+  Log::GetInstance().SetLevel(Level(-1));
+  for (const int level : {0, 1, 2, 3, 4}) {
+    Log::GetInstance().DoLog(Level(level), "a.cpp", 1, "f", "x");
+  }
+  EXPECT_EQ(records->All().size(), 5u);
+}
+
+TEST_F(LogTest, FilteredCallNeverReachesTheSink) {
+  const auto history = InstallNotingSink();
+  Log::GetInstance().DoLog(LOG_LEVEL_WARN, "a.cpp", 1, "f", "x");
+  EXPECT_THAT(history->calls, ElementsAre());
+}
+
+// The argument would be read as a pointer if anything formatted it.
+TEST_F(LogTest, FilteredCallDoesNotLookAtItsArguments) {
+  const char* const nowhere = reinterpret_cast<const char*>(1);
+  Log::GetInstance().DoLog(LOG_LEVEL_WARN, nowhere, 1, nowhere, "%s", nowhere);
+  Log::GetInstance().DoLog(LOG_LEVEL_WARN, nullptr, 1, nullptr, nullptr);
+}
+
+TEST_F(LogTest, FilteredCallAllocatesNothing) {
+  Log& log = Log::GetInstance();
+  InstallOutput([](const char*) {});
+  size_t filtered = 0;
+  size_t passing = 0;
+  {
+    const AllocationWatch watch;
+    log.DoLog(LOG_LEVEL_WARN, "a.cpp", 1, "f", "a message longer than any small string %d", 1);
+    filtered = watch.Count();
+    log.DoLog(LOG_LEVEL_ERROR, "a.cpp", 1, "f", "a message longer than any small string %d", 1);
+    passing = watch.Count();
+  }
+  EXPECT_EQ(filtered, 0u);
+  EXPECT_EQ(passing > 0, kAllocationsOfTheLibraryAreSeen);  // or the count would mean nothing
+}
+
+TEST_F(LogTest, SinkFormatsIntoAnEmptyTextAndThenOutputsIt) {
+  const auto history = InstallNotingSink();
+  Log::GetInstance().DoLog(LOG_LEVEL_ERROR, "/b/a.cpp", 12, "ns::Class::Function", "%s %d", "x", 7);
+  EXPECT_THAT(history->calls, ElementsAre("VFormat(1, '', /b/a.cpp, 12, ns::Class::Function, x 7)",
+                                          "DoOutput(own layout)"));
+}
+
+TEST_F(LogTest, SinkRunsOnTheCallingThread) {
+  std::thread::id sinkThread;
+  InstallOutput([&sinkThread](const char*) { sinkThread = std::this_thread::get_id(); });
+  std::thread::id callingThread;
+  std::thread([&callingThread] {
+    callingThread = std::this_thread::get_id();
+    Log::GetInstance().DoLog(LOG_LEVEL_ERROR, "a.cpp", 1, "f", "x");
+  }).join();
+  EXPECT_NE(callingThread, std::thread::id());
+  EXPECT_EQ(sinkThread, callingThread);
+}
+
+TEST_F(LogTest, NewSinkDeletesTheOldOneOnceAndAtThatMoment) {
+  const auto first = InstallNotingSink();
+  auto second = std::make_shared<SinkHistory>();
+  std::unique_ptr<Logger> owner = std::make_unique<NotingSink>(second);
+  EXPECT_EQ(first->destroyed, 0);
+  Log::GetInstance().SetLogger(std::move(owner));
+  EXPECT_EQ(owner, nullptr);
+  EXPECT_EQ(first->destroyed, 1);
+  EXPECT_EQ(second->destroyed, 0);
+
+  Log::GetInstance().DoLog(LOG_LEVEL_ERROR, "a.cpp", 1, "f", "x");
+  EXPECT_TRUE(first->calls.empty());
+  EXPECT_EQ(second->calls.size(), 2u);
+
+  Log::GetInstance().SetLogger(std::make_unique<Logger>());
+  EXPECT_EQ(first->destroyed, 1);
+  EXPECT_EQ(second->destroyed, 1);
+}
+
+TEST_F(LogTest, OwnOwnerAsTheNewSinkChangesNothing) {
+  const auto history = InstallNotingSink();
+  Log::GetInstance().SetLogger(std::move(OwnerOf(Log::GetInstance())));
+  EXPECT_EQ(history->destroyed, 0);
+  Log::GetInstance().DoLog(LOG_LEVEL_ERROR, "a.cpp", 1, "f", "x");
+  EXPECT_EQ(history->calls.size(), 2u);
+}
+
+TEST_F(LogTest, EmptyOwnerDeletesTheSinkAndDropsLinesUntilTheNextOne) {
+  const auto history = InstallNotingSink();
+  Log::GetInstance().SetLogger(nullptr);
+  EXPECT_EQ(history->destroyed, 1);
+  {
+    const CoutRecorder out;
+    Log::GetInstance().DoLog(LOG_LEVEL_FATAL, "a.cpp", 1, "f", "dropped %d", 1);
+    Log::GetInstance().DoLog(LOG_LEVEL_DEBUG, "a.cpp", 1, "f", "filtered %d", 1);
+    EXPECT_THAT(out.Events(), ElementsAre());
+  }
+  const auto next = InstallNotingSink();
+  Log::GetInstance().DoLog(LOG_LEVEL_FATAL, "a.cpp", 1, "f", "x");
+  EXPECT_EQ(next->calls.size(), 2u);
+}
+
+class ThrowingSink : public Logger {
+ public:
+  explicit ThrowingSink(bool whenFormatting) : inFormat(whenFormatting) {}
+  void VFormat(LOG_LEVEL /*level*/, std::string& out, const char* /*file*/, int /*line*/,
+               const char* /*function*/, const char* format, va_list /*args*/) override {
+    out = format;
+    if (inFormat && out == "throw") throw std::runtime_error("from VFormat");
+  }
+  void DoOutput(const char* line) override {
+    lines.emplace_back(line);
+    if (!inFormat && lines.back() == "throw") throw std::runtime_error("from DoOutput");
+  }
+  std::vector<std::string> lines;
+
+ private:
+  const bool inFormat;
+};
+
+std::string WhatIsThrownBy(const std::function<void()>& call) {
+  try {
+    call();
+  } catch (const std::exception& e) {
+    return e.what();
+  }
+  return "nothing";
+}
+
+TEST_F(LogTest, ExceptionOfTheSinkReachesTheCallerAndTheNextLineWorks) {
+  for (const bool inFormat : {true, false}) {
+    SCOPED_TRACE(inFormat ? "VFormat" : "DoOutput");
+    auto owner = std::make_unique<ThrowingSink>(inFormat);
+    ThrowingSink& sink = *owner;
+    Log::GetInstance().SetLogger(std::move(owner));
+    const auto log = [](const char* format) {
+      Log::GetInstance().DoLog(LOG_LEVEL_ERROR, "a.cpp", 1, "f", format);
+    };
+    EXPECT_EQ(WhatIsThrownBy([&log] { log("throw"); }),
+              inFormat ? "from VFormat" : "from DoOutput");
+    EXPECT_EQ(sink.lines.size(), inFormat ? 0u : 1u);  // what is not formatted is not output
+    EXPECT_EQ(WhatIsThrownBy([&log] { log("next"); }), "nothing");
+    EXPECT_EQ(sink.lines.back(), "next");
+  }
+}
+
+TEST_F(LogTest, MacroPassesTheFileLineAndFunctionOfTheCaller) {
+  const auto records = LogRecords::Install(LOG_LEVEL_WARN);
+  const int line = __LINE__ + 1;
+  TARSIO_LOG(LOG_LEVEL_WARN, "no arguments");
+  TARSIO_LOG(LOG_LEVEL_ERROR, "%d and %s", 2, "two");
+  TARSIO_LOG(LOG_LEVEL_INFO, "filtered");
+  if (records == nullptr) TARSIO_LOG(LOG_LEVEL_ERROR, "one statement");
+
+  const std::vector<LogRecord> all = records->All();
+  ASSERT_EQ(all.size(), 2u);
+  const std::string place = "[log_test.cpp:";
+  for (size_t i = 0; i < 2; ++i) {
+    EXPECT_EQ(all[i].file, __FILE__);
+    EXPECT_EQ(all[i].line, line + static_cast<int>(i));
+    EXPECT_EQ(all[i].function, __func__);
+  }
+  EXPECT_EQ(all[0].level, LOG_LEVEL_WARN);
+  EXPECT_EQ(all[1].level, LOG_LEVEL_ERROR);
+  EXPECT_EQ(MaskTime(all[0].text),
+            "[<TIME>][WARN]" + place + std::to_string(line) + "] no arguments");
+  EXPECT_EQ(MaskTime(all[1].text),
+            "[<TIME>][ERROR]" + place + std::to_string(line + 1) + "] 2 and two");
+}
+
+// ---- threads ----
+
+constexpr int kThreads = 8;
+constexpr int kLinesPerThread = 200;
+
+// Lets every thread log its numbered lines, all at once.
+void LogFromManyThreads() {
+  std::atomic<int> ready{0};
+  std::vector<std::thread> threads;
+  threads.reserve(kThreads);
+  for (int thread = 0; thread < kThreads; ++thread) {
+    threads.emplace_back([thread, &ready] {
+      ++ready;
+      while (ready < kThreads) std::this_thread::yield();
+      const std::string padding(static_cast<size_t>(20 * thread), static_cast<char>('a' + thread));
+      for (int i = 0; i < kLinesPerThread; ++i) {
+        Log::GetInstance().DoLog(LOG_LEVEL_ERROR, "a.cpp", i, "f", "%d %s", thread,
+                                 padding.c_str());
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+}
+
+// That `text` holds every one of these lines, whole, those of each thread in order.
+void ExpectWholeLines(const std::string& text) {
+  std::array<int, kThreads> next{};
+  size_t begin = 0;
+  while (begin < text.size()) {
+    const size_t end = std::min(text.find('\n', begin), text.size());
+    const std::string line = MaskTime(text.substr(begin, end - begin));
+    const auto isNext = [&next, &line](size_t thread) {
+      return line == "[<TIME>][ERROR][a.cpp:" + std::to_string(next[thread]) + "] " +
+                         std::to_string(thread) + ' ' +
+                         std::string(20 * thread, static_cast<char>('a' + thread));
+    };
+    size_t thread = 0;
+    while (thread < kThreads && !isNext(thread)) ++thread;
+    ASSERT_LT(thread, size_t{kThreads}) << "no thread's next line: " << line;
+    ++next[thread];
+    begin = end + 1;
+  }
+  EXPECT_THAT(next, testing::Each(kLinesPerThread));
+}
+
+TEST_F(LoggerTest, LinesOfManyThreadsNeverMix) {
+  std::string text;
+  {
+    const CoutRecorder out;
+    LogFromManyThreads();
+    for (const std::string& event : out.Events()) {
+      if (event != "<flush>") text += event;
+    }
+  }
+  ExpectWholeLines(text);
+}
+
+TEST_F(LoggerTest, LinesOfManyThreadsNeverMixOnTheProcessesStandardOutput) {
+  testing::internal::CaptureStdout();
+  LogFromManyThreads();
+  ExpectWholeLines(testing::internal::GetCapturedStdout());
+}
+
+TEST_F(LogTest, ThresholdMayChangeWhileOthersLog) {
+  const auto records = LogRecords::Install(LOG_LEVEL_FATAL);
+  std::atomic<bool> stop{false};
+  std::atomic<int> passes{0};
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 2; ++i) {
+    threads.emplace_back([&stop, &passes] {
+      while (!stop) {
+        Log::GetInstance().DoLog(LOG_LEVEL_FATAL, "a.cpp", 1, "f", "passes");
+        Log::GetInstance().DoLog(LOG_LEVEL_WARN, "a.cpp", 2, "f", "never passes");
+        ++passes;
+      }
+    });
+  }
+  while (passes < 200) {
+    Log::GetInstance().SetLevel(LOG_LEVEL_ERROR);
+    Log::GetInstance().SetLevel(LOG_LEVEL_FATAL);
+    std::this_thread::yield();
+  }
+  stop = true;
+  for (std::thread& thread : threads) thread.join();
+  const std::vector<LogRecord> all = records->All();
+  EXPECT_EQ(all.size(), static_cast<size_t>(passes.load()));
+  for (const LogRecord& record : all) EXPECT_EQ(record.level, LOG_LEVEL_FATAL);
+}
+
+// ---- the end of the process ----
+
+class SinkWithLastWords : public Logger {
+ public:
+  SinkWithLastWords() = default;
+  SinkWithLastWords(const SinkWithLastWords&) = delete;
+  SinkWithLastWords& operator=(const SinkWithLastWords&) = delete;
+  ~SinkWithLastWords() override { std::fputs("sink deleted\n", stderr); }
+  void DoOutput(const char* line) override { std::fputs((MaskTime(line) + '\n').c_str(), stderr); }
+};
+
+struct LogsWhenDestroyed {
+  ~LogsWhenDestroyed() {
+    Log::GetInstance().DoLog(LOG_LEVEL_ERROR, "a.cpp", 1, "f", "still logging");
+  }
+};
+
+void EndTheProcess() {
+  Log::GetInstance().SetLogger(std::make_unique<SinkWithLastWords>());
+  static const LogsWhenDestroyed builtAfterTheLog;
+  std::exit(0);
+}
+
+TEST_F(LogTest, SinkIsDeletedAtTheEndOfTheProcessAfterStaticsThatAreYoungerThanTheLog) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(EndTheProcess(), testing::ExitedWithCode(0), "still logging.*\n.*sink deleted");
+}
+
+// ---- the default sink ----
+
+TEST_F(LoggerTest, WritesLineAndNewlineInOneInsertionAndFlushes) {
+  std::vector<std::string> events;
+  {
+    const CoutRecorder out;
+    Logger logger;
+    logger.DoOutput("a line");
+    logger.DoOutput("");
+    logger.DoOutput("100%s");
+    events = out.Events();
+  }
+  EXPECT_THAT(events, ElementsAre("a line\n", "<flush>", "\n", "<flush>", "100%s\n", "<flush>"));
+}
+
+TEST_F(LoggerTest, WritesToTheProcessesStandardOutput) {
+  testing::internal::CaptureStdout();
+  Log::GetInstance().DoLog(LOG_LEVEL_ERROR, "/src/a.cpp", 3, "f", "%s", "hello");
+  const std::string output = testing::internal::GetCapturedStdout();
+  EXPECT_EQ(MaskTime(output), "[<TIME>][ERROR][a.cpp:3] hello\n");
+}
+
+TEST_F(LoggerTest, FormattingReplacesWhatTheTextHeld) {
+  std::string out(5000, 'x');
+  FormatInto(out, LOG_LEVEL_ERROR, "a.cpp", 1, "f", "new");
+  EXPECT_EQ(MaskTime(out), "[<TIME>][ERROR][a.cpp:1] new");
+}
+
+TEST_F(LoggerTest, FunctionIsNotPrinted) {
+  for (const char* function : {"a::Function", "", static_cast<const char*>(nullptr)}) {
+    std::string out;
+    FormatInto(out, LOG_LEVEL_ERROR, "a.cpp", 1, function, "text");
+    EXPECT_EQ(MaskTime(out), "[<TIME>][ERROR][a.cpp:1] text");
+  }
+}
+
+// Lets the first, then the second and so on of the allocations fail, until there is none left.
+TEST_F(LoggerTest, ExhaustedMemoryIsThrownAndNothingIsWritten) {
+  const std::string message(300, 'm');
+  std::string written;
+  written.reserve(2 * message.size());  // so that the sink itself allocates nothing
+  InstallOutput([&written](const char* line) { written = line; });
+  std::string out = "as it was";
+  int failures = 0;
+  for (size_t allowed = 0; written.empty(); ++allowed) {
+    ASSERT_LT(allowed, 1000u);
+    try {
+      const AllocationWatch watch(allowed);
+      FormatInto(out, LOG_LEVEL_ERROR, "/a/b/c.cpp", 1, "f", "%s", message.c_str());
+      Log::GetInstance().DoLog(LOG_LEVEL_ERROR, "/a/b/c.cpp", 1, "f", "%s", message.c_str());
+    } catch (const std::bad_alloc&) {
+      ++failures;
+      EXPECT_EQ(written, "");
+      EXPECT_TRUE(out == "as it was" || out.size() > message.size());
+    }
+  }
+  EXPECT_EQ(MaskTime(written), "[<TIME>][ERROR][c.cpp:1] " + message);
+  EXPECT_EQ(failures > 0, kAllocationsOfTheLibraryAreSeen);
+}
+
+// ---- the line ----
+
+TEST_F(LogLine, HasOneLayoutByteForByte) {
+  ExpectLine("[<TIME>][ERROR][worker_main:145] Convert error: 2", LOG_LEVEL_ERROR,
+             "/home/build/src/worker_main", 145, "Convert error: %d", 2);
+  ExpectLine("[<TIME>][FATAL][thread_pool.cpp:196] task exception: boom", LOG_LEVEL_FATAL,
+             "src/thread_pool.cpp", 196, "task exception: %s", "boom");
+  ExpectLine("[<TIME>][WARN][blocking_queue.h:86] queue full or timeout", LOG_LEVEL_WARN,
+             "include/common/blocking_queue.h", 86, "queue full or timeout");
+  ExpectLine("[<TIME>][INFO][charset_cvt.cpp:1] Parameter is empty!", LOG_LEVEL_INFO,
+             R"(C:\src\charset_cvt.cpp)", 1, "Parameter is empty!");
+  ExpectLine("[<TIME>][DEBUG][a.cpp:7] x", LOG_LEVEL_DEBUG, "a.cpp", 7, "x");
+}
+
+TEST_F(LogLine, LevelOutOfRangeHasAnEmptyName) {
+  for (const int level : {INT_MIN, -2, -1, 5, 6, 7, 100, INT_MAX}) {
+    SCOPED_TRACE(level);
+    ExpectLine("[<TIME>][][a.cpp:1] x", Level(level), "a.cpp", 1, "x");
+  }
+}
+
+TEST_F(LogLine, PrintsTheLastComponentOfTheFile) {
+  const struct {
+    const char* name;
+    const char* file;
+    const char* printed;
+  } rows[] = {
+      {"no separator", "main.cpp", "main.cpp"},
+      {"no extension", "worker_main", "worker_main"},
+      {"slashes", "/usr/src/a/main.cpp", "main.cpp"},
+      {"backslashes", R"(C:\src\a\main.cpp)", "main.cpp"},
+      {"backslash last", R"(/src/a\main.cpp)", "main.cpp"},
+      {"slash last", R"(C:\src\a/main.cpp)", "main.cpp"},
+      {"long-path prefix", R"(\\?\C:\src\main.cpp)", "main.cpp"},
+      {"share", R"(\\server\share\main.cpp)", "main.cpp"},
+      {"relative", "../src/./main.cpp", "main.cpp"},
+      {"separator at the end", "src/main/", "main"},
+      {"drive alone", R"(C:\)", "C:"},
+      {"several dots", "src/a.b.cpp", "a.b.cpp"},
+      {"dots alone", "src/..", ".."},
+      {"UTF-8", "src/\xC3\xA9\xE2\x82\xAC.cpp", "\xC3\xA9\xE2\x82\xAC.cpp"},
+      {"conversion", "src/%s%n.cpp", "%s%n.cpp"},
+      {"separators alone", "//", ""},
+      {"empty", "", ""},
+      {"null", nullptr, ""},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
+    ExpectLine(std::string("[<TIME>][ERROR][") + row.printed + ":1] x", LOG_LEVEL_ERROR, row.file,
+               1, "x");
+  }
+}
+
+TEST_F(LogLine, PrintsAnyLineNumber) {
+  for (const int line : {0, 1, -1, 1234567, INT_MAX, INT_MIN}) {
+    SCOPED_TRACE(line);
+    ExpectLine("[<TIME>][ERROR][a.cpp:" + std::to_string(line) + "] x", LOG_LEVEL_ERROR, "a.cpp",
+               line, "x");
+  }
+}
+
+TEST_F(LogLine, MessageOf2047BytesIsKeptAndALongerOneLeftOutWhole) {
+  for (const size_t length : {0U, 1U, 2000U, 2046U, 2047U, 2048U, 2049U, 4096U, 100000U}) {
+    SCOPED_TRACE(length);
+    const std::string message(length, 'm');
+    const std::string expected = "[<TIME>][ERROR][a.cpp:1] " + (length <= 2047 ? message : "");
+    ExpectLine(expected, LOG_LEVEL_ERROR, "a.cpp", 1, "%s", message.c_str());
+    ExpectLine(expected, LOG_LEVEL_ERROR, "a.cpp", 1, message.c_str());
+  }
+}
+
+TEST_F(LogLine, LimitOfTheMessageCountsBytesAndNotCharacters) {
+  std::string message;
+  for (int i = 0; i < 1023; ++i) message += "\xC3\xA9";
+  ExpectLine("[<TIME>][ERROR][a.cpp:1] " + message + "x", LOG_LEVEL_ERROR, "a.cpp", 1, "%sx",
+             message.c_str());
+  ExpectLine("[<TIME>][ERROR][a.cpp:1] ", LOG_LEVEL_ERROR, "a.cpp", 1, "%sxx", message.c_str());
+}
+
+TEST_F(LogLine, LongFileNameDoesNotCountAsMessage) {
+  const std::string name(3000, 'n');
+  const std::string message(2047, 'm');
+  ExpectLine("[<TIME>][ERROR][" + name + ":1] " + message, LOG_LEVEL_ERROR,
+             ("/src/" + name).c_str(), 1, "%s", message.c_str());
+}
+
+TEST_F(LogLine, MessageThatCannotBeFormattedIsLeftOutWhole) {
+  // A lone surrogate is no character; some runtimes report that, others print nothing for it.
+  const wchar_t broken[] = {static_cast<wchar_t>(0xDFFF), L'\0'};
+  std::array<char, 100> printed{};
+  const int result = std::snprintf(printed.data(), printed.size(), "before %ls after", broken);
+  const std::string message = result < 0 ? "" : printed.data();
+  ExpectLine("[<TIME>][ERROR][a.cpp:1] " + message, LOG_LEVEL_ERROR, "a.cpp", 1, "before %ls after",
+             static_cast<const wchar_t*>(broken));
+}
+
+TEST_F(LogLine, MessageIsPrintedAsItIs) {
+  ExpectLine("[<TIME>][ERROR][a.cpp:1] no conversions", LOG_LEVEL_ERROR, "a.cpp", 1,
+             "no conversions");
+  ExpectLine("[<TIME>][ERROR][a.cpp:1]  blanks ", LOG_LEVEL_ERROR, "a.cpp", 1, " blanks ");
+  ExpectLine("[<TIME>][ERROR][a.cpp:1] two\nlines\r\n\t", LOG_LEVEL_ERROR, "a.cpp", 1,
+             "two\nlines\r\n\t");
+  ExpectLine("[<TIME>][ERROR][a.cpp:1] 100% %s", LOG_LEVEL_ERROR, "a.cpp", 1, "100%% %s", "%s");
+  ExpectLine("[<TIME>][ERROR][a.cpp:1] \xFF\xC3", LOG_LEVEL_ERROR, "a.cpp", 1, "\xFF\xC3");
+  ExpectLine("[<TIME>][ERROR][a.cpp:1] -1 4000000000 x 0xff 2.50", LOG_LEVEL_ERROR, "a.cpp", 1,
+             "%d %u %c %#x %.2f", -1, 4000000000U, 'x', 255, 2.5);
+  ExpectLine("[<TIME>][ERROR][a.cpp:1] 9223372036854775807", LOG_LEVEL_ERROR, "a.cpp", 1, "%lld",
+             9223372036854775807LL);
+  ExpectLine("[<TIME>][ERROR][a.cpp:1] ", LOG_LEVEL_ERROR, "a.cpp", 1, "%s", "");
+}
+
+TEST_F(LogLine, MessageEndsAtItsFirstNul) {
+  ExpectLine("[<TIME>][ERROR][a.cpp:1] before", LOG_LEVEL_ERROR, "a.cpp", 1, "before%cbehind", 0);
+}
+
+TEST_F(LogLine, NullFormatIsAnEmptyMessage) {
+  ExpectLine("[<TIME>][ERROR][a.cpp:1] ", LOG_LEVEL_ERROR, "a.cpp", 1, nullptr);
+}
+
+class GroupsDigits : public std::numpunct<char> {
+ protected:
+  char do_thousands_sep() const override { return '.'; }
+  std::string do_grouping() const override { return "\1"; }
+};
+
+class ScopedGlobalLocale {
+ public:
+  explicit ScopedGlobalLocale(const std::locale& locale) : before(std::locale::global(locale)) {}
+  ScopedGlobalLocale(const ScopedGlobalLocale&) = delete;
+  ScopedGlobalLocale& operator=(const ScopedGlobalLocale&) = delete;
+  ~ScopedGlobalLocale() { std::locale::global(before); }
+
+ private:
+  const std::locale before;
+};
+
+TEST_F(LogLine, NumbersAreNeverGroupedWhateverTheGlobalLocale) {
+  const ScopedGlobalLocale grouping(std::locale(std::locale::classic(), new GroupsDigits));
+  std::ostringstream control;
+  control << 1234567;
+  ASSERT_EQ(control.str(), "1.2.3.4.5.6.7");
+  // The milliseconds have more than one digit in 99 of 100 lines.
+  for (int i = 0; i < 5; ++i) {
+    ExpectLine("[<TIME>][ERROR][a.cpp:1234567] 7654321", LOG_LEVEL_ERROR, "a.cpp", 1234567, "%d",
+               7654321);
+    std::this_thread::sleep_for(std::chrono::milliseconds(3));
+  }
+}
+
+// ---- the time in the line ----
+
+using Clock = std::chrono::system_clock;
+
+int64_t MillisecondsOf(Clock::time_point time) {
+  return std::chrono::duration_cast<std::chrono::milliseconds>(time.time_since_epoch()).count();
+}
+
+std::string Digits(int value, size_t width) {
+  const std::string digits = std::to_string(value);
+  return std::string(width - std::min(width, digits.size()), '0') + digits;
+}
+
+// "2024-03-05 14:07:09.38" for a time whose calendar form is `calendar`: milliseconds bare.
+std::string TimeText(const std::tm& calendar, int64_t milliseconds) {
+  return Digits(calendar.tm_year + 1900, 4) + '-' + Digits(calendar.tm_mon + 1, 2) + '-' +
+         Digits(calendar.tm_mday, 2) + ' ' + Digits(calendar.tm_hour, 2) + ':' +
+         Digits(calendar.tm_min, 2) + ':' + Digits(calendar.tm_sec, 2) + '.' +
+         std::to_string(milliseconds % 1000);
+}
+
+struct TimedLine {
+  std::string time;  // without its brackets
+  int64_t notBefore;
+  int64_t notAfter;
+};
+
+TimedLine LineNow() {
+  // The library may read a finer clock than the standard one, which moves in steps of up to 16 ms.
+  constexpr int64_t kCoarseStep = 20;
+  std::string line;
+  const int64_t before = MillisecondsOf(Clock::now());
+  FormatInto(line, LOG_LEVEL_ERROR, "a.cpp", 1, "f", "x");
+  const int64_t after = MillisecondsOf(Clock::now());
+  return {line.substr(1, line.find(']') - 1), before, after + kCoarseStep};
+}
+
+// That the line's time is one between the two, as `toCalendar` renders seconds.
+void ExpectTimeInBracket(const TimedLine& line,
+                         const std::function<std::tm(std::time_t)>& toCalendar) {
+  for (int64_t time = line.notBefore; time <= line.notAfter; ++time) {
+    if (line.time == TimeText(toCalendar(static_cast<std::time_t>(time / 1000)), time)) return;
+  }
+  ADD_FAILURE() << line.time << " is none of the times from "
+                << TimeText(toCalendar(static_cast<std::time_t>(line.notBefore / 1000)),
+                            line.notBefore)
+                << " to "
+                << TimeText(toCalendar(static_cast<std::time_t>(line.notAfter / 1000)),
+                            line.notAfter);
+}
+
+std::tm LocalCalendar(std::time_t seconds) { return *std::localtime(&seconds); }
+
+// Waits for a line whose milliseconds have `digits` digits: one that is logged `offset` past a
+// whole second, unless the machine is slow.
+TimedLine LineWithDigits(size_t digits, std::chrono::milliseconds offset) {
+  const auto giveUp = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+  TimedLine line;
+  do {
+    const auto now = Clock::now().time_since_epoch();
+    auto next = std::chrono::duration_cast<std::chrono::seconds>(now) + offset;
+    if (next < now) next += std::chrono::seconds(1);
+    std::this_thread::sleep_until(Clock::time_point(next));
+    line = LineNow();
+  } while (line.time.size() - line.time.find('.') - 1 != digits &&
+           std::chrono::steady_clock::now() < giveUp);
+  return line;
+}
+
+TEST_F(LogLine, MillisecondsHaveNoLeadingZeros) {
+  const struct {
+    size_t digits;
+    int offset;
+  } rows[] = {{1, 5}, {2, 45}, {3, 120}};
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.offset);
+    const TimedLine line = LineWithDigits(row.digits, std::chrono::milliseconds(row.offset));
+    EXPECT_EQ(line.time.size() - line.time.find('.') - 1, row.digits) << line.time;
+    ExpectTimeInBracket(line, &LocalCalendar);
+  }
+}
+
+TEST_F(LogLine, TimeIsLocal) {
+  const struct {
+    const char* zone;
+    int hoursAheadOfUtc;
+  } rows[] = {{"JST-9", 9}, {"UTC0", 0}, {"EST5", -5}};
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.zone);
+    const ScopedTimeZone zone(row.zone);
+    ExpectTimeInBracket(LineNow(), [&row](std::time_t seconds) {
+      seconds += row.hoursAheadOfUtc * 3600;
+      return *std::gmtime(&seconds);
+    });
+  }
+}
+
+TEST_F(TsLogTest, LineCarriesTheTimeToo) {
+  callbacks = Callbacks{};
+  const int64_t before = MillisecondsOf(Clock::now());
+  TsLog(LOG_LEVEL_FATAL, &Output, &GetLevel, "a.cpp", 1, "f", "x");
+  const int64_t after = MillisecondsOf(Clock::now()) + 20;
+  ASSERT_EQ(callbacks.lines.size(), 1u);
+  const std::string& line = callbacks.lines[0];
+  ExpectTimeInBracket({line.substr(1, line.find(']') - 1), before, after}, &LocalCalendar);
+}
+
+// ---- the callback form ----
+
+TEST_F(TsLogTest, WithoutGetLevelOrOutputNothingIsCalled) {
+  callbacks = Callbacks{};
+  TsLog(LOG_LEVEL_FATAL, &Output, nullptr, "a.cpp", 1, "f", "x");
+  TsLog(LOG_LEVEL_FATAL, nullptr, &GetLevel, "a.cpp", 1, "f", "x");
+  TsLog(LOG_LEVEL_FATAL, nullptr, nullptr, "a.cpp", 1, "f", "x");
+  EXPECT_EQ(callbacks.asked, 0);
+  EXPECT_TRUE(callbacks.lines.empty());
+}
+
+TEST_F(TsLogTest, MessagePassesWhenItsLevelIsAtMostWhatGetLevelReturns) {
+  for (const int threshold : kAllLevels) {
+    for (const int level : kAllLevels) {
+      SCOPED_TRACE(std::to_string(level) + " against " + std::to_string(threshold));
+      callbacks = Callbacks{};
+      callbacks.level = Level(threshold);
+      TsLog(Level(level), &Output, &GetLevel, "a.cpp", 1, "f", "x");
+      EXPECT_EQ(callbacks.asked, 1);  // passing or not
+      EXPECT_EQ(callbacks.lines.size(), level <= threshold ? 1u : 0u);
+    }
+  }
+}
+
+TEST_F(TsLogTest, ThresholdTwoPassesLevelsUpToTwo) {
+  callbacks = Callbacks{};
+  callbacks.level = LOG_LEVEL_WARN;
+  for (const int level : {0, 1, 2, 3, 4}) {
+    TsLog(Level(level), &Output, &GetLevel, "/src/a.cpp", 1, "f", "level %d", level);
+  }
+  std::vector<std::string> lines;
+  for (const std::string& line : callbacks.lines) lines.push_back(MaskTime(line));
+  EXPECT_THAT(lines,
+              ElementsAre("[<TIME>][FATAL][a.cpp:1] level 0", "[<TIME>][ERROR][a.cpp:1] level 1",
+                          "[<TIME>][WARN][a.cpp:1] level 2"));  // and no newlines
+}
+
+TEST_F(TsLogTest, FilteredCallDoesNotLookAtItsArguments) {
+  callbacks = Callbacks{};
+  const char* const nowhere = reinterpret_cast<const char*>(1);
+  TsLog(LOG_LEVEL_DEBUG, &Output, &GetLevel, nowhere, 1, nowhere, "%s", nowhere);
+  TsLog(LOG_LEVEL_DEBUG, &Output, &GetLevel, nullptr, 1, nullptr, nullptr);
+  EXPECT_TRUE(callbacks.lines.empty());
+}
+
+TEST_F(TsLogTest, LeavesTheProcessesLogAlone) {
+  const auto history = InstallNotingSink();  // its layout is its own
+  Log::GetInstance().SetLevel(Level(-1));
+  callbacks = Callbacks{};
+  callbacks.level = LOG_LEVEL_DEBUG;
+  {
+    const CoutRecorder out;
+    TsLog(LOG_LEVEL_DEBUG, &Output, &GetLevel, "a.cpp", 1, "f", "x");
+    EXPECT_THAT(out.Events(), ElementsAre());
+  }
+  ASSERT_EQ(callbacks.lines.size(), 1u);
+  EXPECT_EQ(MaskTime(callbacks.lines[0]), "[<TIME>][DEBUG][a.cpp:1] x");
+  EXPECT_THAT(history->calls, ElementsAre());
+
+  Log::GetInstance().DoLog(LOG_LEVEL_FATAL, "a.cpp", 1, "f", "above the log's own threshold");
+  EXPECT_THAT(history->calls, ElementsAre());
+  Log::GetInstance().SetLevel(kEverything);
+  TsLog(LOG_LEVEL_FATAL, &Output, &GetLevel, "a.cpp", 1, "f", "not for the sink");
+  EXPECT_THAT(history->calls, ElementsAre());
+  Log::GetInstance().SetLogger(nullptr);
+  TsLog(LOG_LEVEL_DEBUG, &Output, &GetLevel, "a.cpp", 1, "f", "without a sink");
+  EXPECT_EQ(callbacks.lines.size(), 3u);
+}
+
+TEST_F(TsLogTest, OutputRunsOnTheCallingThreadAndItsExceptionReachesTheCaller) {
+  callbacks = Callbacks{};
+  const auto throwing = [](const char*) { throw std::runtime_error("from output"); };
+  EXPECT_EQ(WhatIsThrownBy(
+                [&throwing] { TsLog(LOG_LEVEL_FATAL, throwing, &GetLevel, "a.cpp", 1, "f", "x"); }),
+            "from output");
+  TsLog(LOG_LEVEL_FATAL, &Output, &GetLevel, "a.cpp", 1, "f", "next");
+  EXPECT_EQ(callbacks.lines.size(), 1u);
+}
+
+}  // namespace

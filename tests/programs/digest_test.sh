@@ -1,0 +1,96 @@
+#!/bin/sh
+# digest_test.sh PROGRAM [ARGUMENT...]: runs tarsio-digest, under Wine perhaps, as a user would.
+set -u
+
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+cd "$work" || exit 1
+failures=0
+
+# run STATUS ARGUMENT...: expects that exit status; leaves ./out and ./err without carriage returns.
+run() {
+  expected=$1
+  shift
+  eval "$command_line" '"$@"' > raw_out 2> raw_err < names
+  status=$?
+  tr -d '\r' < raw_out > out
+  tr -d '\r' < raw_err > err
+  check "exit status $status, expected $expected" [ "$status" -eq "$expected" ]
+}
+check() {
+  what=$1
+  shift
+  "$@" && return
+  echo "FAILED in $case: $what"
+  failures=$((failures + 1))
+  sed 's/^/  out: /' out
+  sed 's/^/  err: /' err
+}
+says() { grep -q "$2" "$1"; }
+
+command_line=
+for word in "$@"; do command_line="$command_line '$word'"; done
+mkdir sub
+printf 'one' > a.txt
+printf 'two\r\n\000' > sub/b.txt
+: > empty
+: > names
+
+case='digests in the order of the input, an empty file too'
+sha256sum sub/b.txt empty a.txt > expected
+run 0 sub/b.txt empty a.txt
+check 'the output differs' cmp -s out expected
+
+case='a dash reads names from standard input'
+printf 'a.txt\n\nempty\n' > names
+sha256sum sub/b.txt a.txt empty sub/b.txt > expected
+run 0 sub/b.txt - sub/b.txt
+check 'the output differs' cmp -s out expected
+: > names
+
+case='an absolute name is found'
+sha256sum "$work/a.txt" > expected
+run 0 "$work/a.txt"
+check 'the output differs' cmp -s out expected
+
+case='a name with a backslash is escaped as sha256sum does it'
+run 0 'sub\b.txt'
+check 'the line is not escaped' says out '^\\[0-9a-f]\{64\}  sub\\\\b.txt$'
+
+case='a file that fails is one warning, and the others go on'
+sha256sum a.txt empty > expected
+run 1 a.txt missing sub empty
+check 'the output differs' cmp -s out expected
+check 'no word of the missing file' says err '\]\[WARN\]\[main.cpp:[0-9]*\] missing: is missing$'
+check 'no word of the directory' says err '\]\[WARN\]\[main.cpp:[0-9]*\] sub: is a directory$'
+check 'other than two warnings' [ "$(grep -c WARN err)" -eq 2 ]
+check 'no summary' says err '\[INFO\].*\] 4 files, 2 failures, 3 bytes, [0-9.]* seconds, [0-9.]* MB/s$'
+
+case='quiet leaves out the summary and keeps the warnings'
+run 1 --quiet missing
+check 'a summary' [ "$(wc -l < err)" -eq 1 ]
+
+for options in '--jobs 0' '--jobs x' '--jobs' '--jobs -1' '--jobs 1025' '--jobs=2' '--unknown' '-x' ''; do
+  case="bad options: $options"
+  # shellcheck disable=SC2086: split into words
+  run 2 $options
+  check 'output' [ ! -s out ]
+  check 'no usage' says err '^usage: tarsio-digest'
+done
+
+case='names behind a double dash are names'
+printf 'dash' > ./--quiet
+sha256sum -- --quiet > expected
+run 0 -- --quiet
+check 'the output differs' cmp -s out expected
+
+for jobs in 1 3 16; do
+  case="thousands of names stay in order with $jobs jobs"
+  awk 'BEGIN { for (i = 0; i < 3000; ++i) print (i % 3 == 0 ? "a.txt" : i % 3 == 1 ? "sub/b.txt" : "empty") }' > names
+  tr '\n' '\0' < names | xargs -0 sha256sum > expected
+  run 0 --jobs "$jobs" -
+  check 'the output differs' cmp -s out expected
+done
+
+[ "$failures" -eq 0 ] && echo 'all well'
+exit "$failures"

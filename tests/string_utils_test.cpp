@@ -1,0 +1,481 @@
+#include "common/string_utils.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cctype>
+#include <clocale>
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <random>
+#include <string>
+#include <thread>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+#include "support/sha256.h"
+
+namespace {
+
+using tarsio::StringUtils;
+using testing::ElementsAre;
+using Pieces = std::vector<std::string>;
+
+constexpr char kNul = '\0';
+
+static_assert(std::is_same<decltype(&StringUtils::Trim), void (*)(std::string&)>::value, "");
+static_assert(std::is_same<decltype(&StringUtils::SpaceToUnderscore),
+                           std::string (*)(std::string, const std::string&, const char&)>::value,
+              "");
+static_assert(std::is_same<decltype(&StringUtils::GetHashText),
+                           std::string (*)(const void*, const size_t&)>::value,
+              "");
+
+// ---- splitting ----
+
+TEST(StringUtils, SplittingFollowsTheTable) {
+  const struct {
+    const char* text;
+    const char* delimiter;
+    Pieces split;
+    Pieces all;
+    Pieces first;
+  } rows[] = {
+      {"a,b", ",", {"a", "b"}, {"a", "b"}, {"a", "b"}},
+      {"a,,b", ",", {"a", "", "b"}, {"a", "", "b"}, {"a", ",b"}},
+      {"a,b,", ",", {"a", "b", ""}, {"a", "b"}, {"a", "b,"}},
+      {",a", ",", {"", "a"}, {"", "a"}, {"", "a"}},
+      {"abc", ",", {"abc"}, {"abc", "abc"}, {"abc"}},
+      {"", ",", {}, {""}, {""}},
+      {",", ",", {"", ""}, {""}, {"", ""}},
+      {",,", ",", {"", "", ""}, {"", ""}, {"", ","}},
+      {",,,", ",", {"", "", "", ""}, {"", "", ""}, {"", ",,"}},
+      {"a", ",", {"a"}, {"a", "a"}, {"a"}},
+      {"a,", ",", {"a", ""}, {"a"}, {"a", ""}},
+      {"k=v=w", "=", {"k", "v", "w"}, {"k", "v", "w"}, {"k", "v=w"}},
+      {"=v", "=", {"", "v"}, {"", "v"}, {"", "v"}},
+      {"k=", "=", {"k", ""}, {"k"}, {"k", ""}},
+      {"kv", "=", {"kv"}, {"kv", "kv"}, {"kv"}},
+      {"a--b", "--", {"a", "b"}, {"a", "b"}, {"a", "b"}},
+      {"a::b::c", "::", {"a", "b", "c"}, {"a", "b", "c"}, {"a", "b::c"}},
+      // A delimiter is no set of characters.
+      {"a-b", "--", {"a-b"}, {"a-b", "a-b"}, {"a-b"}},
+      {"a,b;c", ",;", {"a,b;c"}, {"a,b;c", "a,b;c"}, {"a,b;c"}},
+      {"abc", "abc", {"", ""}, {""}, {"", ""}},
+      {"abc", "abcd", {"abc"}, {"abc", "abc"}, {"abc"}},
+      // Matches go from left to right and never overlap.
+      {"aXXXb", "XX", {"a", "Xb"}, {"a", "Xb"}, {"a", "Xb"}},
+      {"aXXXXb", "XX", {"a", "", "b"}, {"a", "", "b"}, {"a", "XXb"}},
+      {"ababac", "aba", {"", "bac"}, {"", "bac"}, {"", "bac"}},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(std::string(row.text) + " at " + row.delimiter);
+    EXPECT_EQ(StringUtils::SplitString(row.text, row.delimiter), row.split);
+    EXPECT_EQ(StringUtils::SplitAllByString(row.text, row.delimiter), row.all);
+    EXPECT_EQ(StringUtils::SplitFristByString(row.text, row.delimiter), row.first);
+  }
+}
+
+// The search runs over the text with a delimiter behind it; what that completes is cut.
+TEST(StringUtils, SplitStringCutsATailThatBeginsADelimiter) {
+  EXPECT_THAT(StringUtils::SplitString("a-", "--"), ElementsAre("a"));
+  EXPECT_THAT(StringUtils::SplitString("-", "--"), ElementsAre(""));
+  EXPECT_THAT(StringUtils::SplitString("a--b-", "--"), ElementsAre("a", "b"));
+  EXPECT_THAT(StringUtils::SplitString("a---", "--"), ElementsAre("a", ""));
+  EXPECT_THAT(StringUtils::SplitString("xaba", "abab"), ElementsAre("xaba"));
+  EXPECT_THAT(StringUtils::SplitString("xab", "abab"), ElementsAre("x"));
+  EXPECT_THAT(StringUtils::SplitString("ababab", "aba"), ElementsAre("", "b"));
+  EXPECT_THAT(StringUtils::SplitAllByString("a-", "--"), ElementsAre("a-", "a-"));
+  EXPECT_THAT(StringUtils::SplitAllByString("a---", "--"), ElementsAre("a", "-"));
+  EXPECT_THAT(StringUtils::SplitFristByString("a-", "--"), ElementsAre("a-"));
+  EXPECT_THAT(StringUtils::SplitFristByString("a---", "--"), ElementsAre("a", "-"));
+}
+
+TEST(StringUtils, SplitAllByStringGivesATextWithoutDelimiterTwice) {
+  EXPECT_THAT(StringUtils::SplitAllByString("abc", ","), ElementsAre("abc", "abc"));
+  EXPECT_THAT(StringUtils::SplitString("abc", ","), ElementsAre("abc"));
+  EXPECT_THAT(StringUtils::SplitAllByString("", ","), ElementsAre(""));  // but an empty one once
+}
+
+TEST(StringUtils, EmptyDelimiterGivesTheWholeTextOnce) {
+  EXPECT_THAT(StringUtils::SplitString("ab", ""), ElementsAre("ab"));
+  EXPECT_THAT(StringUtils::SplitAllByString("ab", ""), ElementsAre("ab"));
+  EXPECT_THAT(StringUtils::SplitString("", ""), ElementsAre());
+  EXPECT_THAT(StringUtils::SplitAllByString("", ""), ElementsAre(""));
+}
+
+TEST(StringUtils, EmptyDelimiterOfSplitFristMatchesAtTheBeginning) {
+  EXPECT_THAT(StringUtils::SplitFristByString("ab", ""), ElementsAre("", "ab"));
+  EXPECT_THAT(StringUtils::SplitFristByString("", ""), ElementsAre("", ""));
+}
+
+TEST(StringUtils, SplittingTakesNulForAnyOtherByte) {
+  const std::string text("a\0b,\0,c", 7);
+  const std::string nul(1, kNul);
+  EXPECT_EQ(StringUtils::SplitString(text, ","), (Pieces{std::string("a\0b", 3), nul, "c"}));
+  EXPECT_EQ(StringUtils::SplitAllByString(text, ","), (Pieces{std::string("a\0b", 3), nul, "c"}));
+  EXPECT_EQ(StringUtils::SplitFristByString(text, ","),
+            (Pieces{std::string("a\0b", 3), std::string("\0,c", 3)}));
+  EXPECT_EQ(StringUtils::SplitString(text, nul), (Pieces{"a", "b,", ",c"}));
+  EXPECT_EQ(StringUtils::SplitAllByString(text, nul), (Pieces{"a", "b,", ",c"}));
+  EXPECT_EQ(StringUtils::SplitFristByString(text, nul), (Pieces{"a", std::string("b,\0,c", 5)}));
+  const std::string nulComma("\0,", 2);
+  EXPECT_EQ(StringUtils::SplitString(text, nulComma), (Pieces{std::string("a\0b,", 4), "c"}));
+}
+
+// The three rules as a walk over the text, byte by byte.
+struct Walk {
+  Pieces closed;     // the pieces that a delimiter ended
+  std::string open;  // what is left behind the last one
+};
+
+Walk WalkOver(const std::string& text, const std::string& delimiter, size_t atMost = SIZE_MAX) {
+  Walk walk;
+  for (size_t i = 0; i < text.size();) {
+    bool matches = walk.closed.size() < atMost && text.size() - i >= delimiter.size();
+    for (size_t j = 0; matches && j < delimiter.size(); ++j) matches = text[i + j] == delimiter[j];
+    if (matches) {
+      walk.closed.push_back(walk.open);
+      walk.open.clear();
+      i += delimiter.size();
+    } else {
+      walk.open += text[i++];
+    }
+  }
+  return walk;
+}
+
+Pieces ExpectedSplit(const std::string& text, const std::string& delimiter) {
+  return text.empty() ? Pieces{} : WalkOver(text + delimiter, delimiter).closed;
+}
+
+Pieces ExpectedSplitAll(const std::string& text, const std::string& delimiter) {
+  const Walk walk = WalkOver(text, delimiter);
+  Pieces pieces = walk.closed;
+  if (pieces.empty()) pieces.push_back(text);
+  if (!walk.open.empty()) pieces.push_back(walk.open);
+  return pieces;
+}
+
+Pieces ExpectedSplitFirst(const std::string& text, const std::string& delimiter) {
+  const Walk walk = WalkOver(text, delimiter, 1);
+  Pieces pieces = walk.closed;
+  pieces.push_back(walk.open);
+  return pieces;
+}
+
+std::string RandomText(std::mt19937_64& random, size_t longest, size_t shortest = 0) {
+  static const char kAlphabet[] = {'a', 'b', ',', kNul};
+  std::string text(shortest + random() % (longest - shortest + 1), ' ');
+  for (char& c : text) c = kAlphabet[random() % sizeof kAlphabet];
+  return text;
+}
+
+TEST(StringUtils, SplittingOfAMillionRandomTextsFollowsTheRules) {
+  std::mt19937_64 random(20240305);
+  for (int i = 0; i < 1000000; ++i) {
+    const std::string delimiter = RandomText(random, 3, 1);
+    const std::string text = RandomText(random, 12);
+    const bool same =
+        StringUtils::SplitString(text, delimiter) == ExpectedSplit(text, delimiter) &&
+        StringUtils::SplitAllByString(text, delimiter) == ExpectedSplitAll(text, delimiter) &&
+        StringUtils::SplitFristByString(text, delimiter) == ExpectedSplitFirst(text, delimiter);
+    if (same) continue;
+    SCOPED_TRACE("text " + testing::PrintToString(text) + " at " +
+                 testing::PrintToString(delimiter));
+    EXPECT_EQ(StringUtils::SplitString(text, delimiter), ExpectedSplit(text, delimiter));
+    EXPECT_EQ(StringUtils::SplitAllByString(text, delimiter), ExpectedSplitAll(text, delimiter));
+    EXPECT_EQ(StringUtils::SplitFristByString(text, delimiter),
+              ExpectedSplitFirst(text, delimiter));
+    return;
+  }
+}
+
+// ---- white space and case ----
+
+std::string Trimmed(std::string text) {
+  StringUtils::Trim(text);
+  return text;
+}
+
+TEST(StringUtils, TrimRemovesWhiteSpaceFromBothEnds) {
+  EXPECT_EQ(Trimmed(""), "");
+  EXPECT_EQ(Trimmed("x"), "x");
+  EXPECT_EQ(Trimmed("\t \rx\t \r"), "x");
+  EXPECT_EQ(Trimmed("  x"), "x");
+  EXPECT_EQ(Trimmed("x  "), "x");
+  EXPECT_EQ(Trimmed(" x  y\t\nz "), "x  y\t\nz");  // none of it inside
+  EXPECT_EQ(Trimmed(std::string(1000, ' ')), "");
+  EXPECT_EQ(Trimmed(" \t\n\v\f\r"), "");
+  EXPECT_EQ(Trimmed(std::string(" \0 x \0 ", 7)), std::string("\0 x \0", 5));
+}
+
+TEST(StringUtils, TrimKnowsSixBytesInTheCLocale) {
+  const std::string blanks = " \t\n\v\f\r";
+  for (int value = 0; value < 256; ++value) {
+    SCOPED_TRACE(value);
+    const std::string byte(1, static_cast<char>(value));
+    const bool blank = value != 0 && blanks.find(byte) != std::string::npos;
+    const std::string inside = 'x' + byte + 'x';
+    EXPECT_EQ(Trimmed(byte + inside + byte), blank ? inside : byte + inside + byte);
+    EXPECT_EQ(Trimmed(byte), blank ? "" : byte);
+  }
+}
+
+std::string AllBytes() {
+  std::string bytes(256, kNul);
+  for (size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<char>(i);
+  return bytes;
+}
+
+// EOF itself as a rule, but one runtime maps the byte 0xFF by a locale that has been in use.
+std::string UpperOfEof() { return std::string(1, static_cast<char>(std::toupper(EOF))); }
+std::string LowerOfEof() { return std::string(1, static_cast<char>(std::tolower(EOF))); }
+
+TEST(StringUtils, CaseMappingChangesTheAsciiLettersInTheCLocale) {
+  const std::string lower = "abcdefghijklmnopqrstuvwxyz";
+  const std::string upper = "ABCDEFGHIJKLMNOPQRSTUVWXYZ";
+  std::string raised = AllBytes();
+  std::string lowered = AllBytes();
+  for (size_t i = 0; i < lower.size(); ++i) {
+    raised[static_cast<unsigned char>(lower[i])] = upper[i];
+    lowered[static_cast<unsigned char>(upper[i])] = lower[i];
+  }
+  raised.replace(0xFF, 1, UpperOfEof());
+  lowered.replace(0xFF, 1, LowerOfEof());
+  EXPECT_EQ(StringUtils::ToUpper(AllBytes()), raised);
+  EXPECT_EQ(StringUtils::ToLower(AllBytes()), lowered);
+  EXPECT_EQ(StringUtils::ToUpper(""), "");
+  EXPECT_EQ(StringUtils::ToLower(""), "");
+  EXPECT_EQ(StringUtils::ToUpper("Stra\xC3\x9F\x65 \xC3\xA9"), "STRA\xC3\x9F\x45 \xC3\xA9");
+  EXPECT_EQ(StringUtils::ToLower("\xC3\x89T\xC3\x89"), "\xC3\x89t\xC3\x89");
+}
+
+class ScopedRuntimeLocale {
+ public:
+  explicit ScopedRuntimeLocale(const char* name)
+      : before(std::setlocale(LC_CTYPE, nullptr)),
+        known(std::setlocale(LC_CTYPE, name) != nullptr) {}
+  ScopedRuntimeLocale(const ScopedRuntimeLocale&) = delete;
+  ScopedRuntimeLocale& operator=(const ScopedRuntimeLocale&) = delete;
+  ~ScopedRuntimeLocale() { std::setlocale(LC_CTYPE, before.c_str()); }
+
+  bool IsKnown() const { return known; }
+
+ private:
+  const std::string before;
+  const bool known;
+};
+
+// In every locale of these that the system has: "C" everywhere, the others on some systems.
+TEST(StringUtils, TrimAndCaseMappingFollowTheRuntimesLocale) {
+  int known = 0;
+  for (const char* name : {"C", "", "C.UTF-8", "en_US.ISO-8859-1", "de_DE.ISO-8859-1",
+                           "English_United States.1252", "Russian_Russia.1251"}) {
+    SCOPED_TRACE(name);
+    const ScopedRuntimeLocale locale(name);
+    if (!locale.IsKnown()) continue;
+    ++known;
+    for (int value = 0; value < 0xFF; ++value) {
+      SCOPED_TRACE(value);
+      const std::string byte(1, static_cast<char>(value));
+      EXPECT_EQ(Trimmed(byte + 'x' + byte), std::isspace(value) != 0 ? "x" : byte + 'x' + byte);
+      EXPECT_EQ(StringUtils::ToUpper(byte), std::string(1, static_cast<char>(std::toupper(value))));
+      EXPECT_EQ(StringUtils::ToLower(byte), std::string(1, static_cast<char>(std::tolower(value))));
+    }
+  }
+  EXPECT_GE(known, 1);
+}
+
+// Sign-extended it is the runtime's EOF: no white space, even where the byte is a letter or a blank
+// of the locale, and mapped to whatever the runtime maps EOF to.
+TEST(StringUtils, Byte0xFFGoesToTheRuntimeAsEof) {
+  for (const char* name : {"C", "", "English_United States.437", "English_United States.1252"}) {
+    SCOPED_TRACE(name);
+    const ScopedRuntimeLocale locale(name);
+    if (!locale.IsKnown()) continue;
+    EXPECT_EQ(Trimmed("\xFFx\xFF"), "\xFFx\xFF");
+    EXPECT_EQ(StringUtils::ToUpper("\xFF"), UpperOfEof());
+    EXPECT_EQ(StringUtils::ToLower("\xFF"), LowerOfEof());
+  }
+}
+
+// ---- tests and replacement ----
+
+TEST(StringUtils, PrefixSuffixAndPartFollowTheTable) {
+  const std::string nul(1, kNul);
+  const struct {
+    std::string text;
+    std::string other;
+    bool starts;
+    bool ends;
+    bool contains;
+  } rows[] = {
+      {"", "", true, true, true},
+      {"ab", "", true, true, true},
+      {"", "a", false, false, false},
+      {"a", "ab", false, false, false},
+      {"b", "ab", false, false, false},
+      {"ab", "ab", true, true, true},
+      {"ab", "a", true, false, true},
+      {"ab", "b", false, true, true},
+      {"abc", "b", false, false, true},
+      {"abc", "bc", false, true, true},
+      {"abc", "ac", false, false, false},
+      {"abab", "ab", true, true, true},
+      {"aXab", "ab", false, true, true},
+      {"AB", "a", false, false, false},
+      {"ab", "ba", false, false, false},
+      {"aaa", "aaaa", false, false, false},
+      {"\xC3\xA9", "\xC3", true, false, true},
+      {"\xC3\xA9", "\xA9", false, true, true},
+      {"a" + nul + "b", "a" + nul, true, false, true},
+      {"a" + nul + "b", nul + "b", false, true, true},
+      {"a" + nul + "b", "a" + nul + "c", false, false, false},
+      {"a", "a" + nul, false, false, false},
+      {"a" + nul, "a", true, false, true},
+      {"ab", nul, false, false, false},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(testing::PrintToString(row.text) + " and " + testing::PrintToString(row.other));
+    EXPECT_EQ(StringUtils::StartsWith(row.text, row.other), row.starts);
+    EXPECT_EQ(StringUtils::EndsWith(row.text, row.other), row.ends);
+    EXPECT_EQ(StringUtils::Contains(row.text, row.other), row.contains);
+  }
+}
+
+TEST(StringUtils, SpaceToUnderscoreReplacesEveryByteOfTheSet) {
+  const std::string nul(1, kNul);
+  const struct {
+    std::string text;
+    std::string characters;
+    char replacement;
+    std::string expected;
+  } rows[] = {
+      {"a b-c", " -", '_', "a_b_c"},
+      {"a b-c", "- ", '_', "a_b_c"},  // a set: neither its order nor repetitions matter
+      {"a b-c", " - -", '_', "a_b_c"},
+      {"a b_c", "", '_', "a b_c"},  // neither blank nor underscore is built in
+      {"a b_c", "_", ' ', "a b c"},
+      {"a b", "x", '_', "a b"},
+      {"", " ", '_', ""},
+      {"   ", " ", '_', "___"},
+      {"abc", "abc", 'a', "aaa"},
+      {"aab", "a", 'b', "bbb"},
+      {"ab", "ab", 'b', "bb"},
+      {"a" + nul + "b", nul, '_', "a_b"},
+      {"a b", " ", kNul, "a" + nul + "b"},
+      {"a b" + nul, " ", '_', "a_b" + nul},
+      {"a" + nul + " b", " ", '_', "a" + nul + "_b"},
+      {"\xC3\xA9\xFF", "\xFF\xA9", '?', "\xC3??"},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(testing::PrintToString(row.text) + " of " +
+                 testing::PrintToString(row.characters));
+    EXPECT_EQ(StringUtils::SpaceToUnderscore(row.text, row.characters, row.replacement),
+              row.expected);
+  }
+}
+
+TEST(StringUtils, SpaceToUnderscoreTakesTheTextByValue) {
+  const std::string text = "a b";
+  EXPECT_EQ(StringUtils::SpaceToUnderscore(text, " ", '_'), "a_b");
+  EXPECT_EQ(text, "a b");
+}
+
+// Set and replacement are references; both may be parts of the text itself.
+TEST(StringUtils, SpaceToUnderscoreTakesSetAndReplacementFromTheTextItself) {
+  std::string text(100, 'a');  // long enough to keep its place when it is moved
+  text[50] = '-';
+  text[60] = ' ';
+  const char& replacement = text[50];
+  std::string expected(100, '-');
+  expected[60] = ' ';
+  EXPECT_EQ(StringUtils::SpaceToUnderscore(std::move(text), "a-", replacement), expected);
+
+  const std::string both = "a b";
+  EXPECT_EQ(StringUtils::SpaceToUnderscore(both, both, both[1]), "   ");
+}
+
+// ---- the digest ----
+
+std::string HashOf(const std::string& data) {
+  return StringUtils::GetHashText(data.data(), data.size());
+}
+
+TEST(StringUtils, HashTextIsTheStandardDigestWithBlanksForLeadingZeros) {
+  EXPECT_EQ(HashOf(""), "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855");
+  EXPECT_EQ(HashOf("abc"), "ba7816bf8f 1cfea414140de5dae2223b0 361a396177a9cb410ff61f2 015ad");
+  EXPECT_EQ(HashOf("abcdbcdecdefdefgefghfghighijhijkijkljklmklmnlmnomnopnopq"),
+            "248d6a61d2 638b8e5c02693 c3e6039a33ce45964ff2167f6ecedd419db 6c1");
+  EXPECT_EQ(HashOf(std::string(1000000, 'a')),
+            "cdc76e5c9914fb9281a1c7e284d73e67f1809a48a49720 e 46d39ccc7112cd0");
+}
+
+TEST(StringUtils, HashTextOfNullWithoutLengthIsThatOfTheEmptyInput) {
+  EXPECT_EQ(StringUtils::GetHashText(nullptr, 0), HashOf(""));
+  EXPECT_EQ(StringUtils::GetHashText("x", 0), HashOf(""));
+}
+
+TEST(StringUtils, HashTextOfNullWithALengthIsEmpty) {
+  EXPECT_EQ(StringUtils::GetHashText(nullptr, 1), "");
+  EXPECT_EQ(StringUtils::GetHashText(nullptr, SIZE_MAX), "");
+}
+
+std::string ExpectedHash(const std::string& data) {
+  std::string text;
+  for (const unsigned char byte : tarsio_test::Sha256(data)) {
+    text += byte < 16 ? ' ' : "0123456789abcdef"[byte / 16];
+    text += "0123456789abcdef"[byte % 16];
+  }
+  return text;
+}
+
+TEST(StringUtils, HashTextOfAnyInputIsItsDigestIn64Characters) {
+  std::mt19937_64 random(20240306);
+  int blanks = 0;
+  for (size_t length = 0; length <= 300; ++length) {
+    SCOPED_TRACE(length);
+    std::string data(length, kNul);
+    for (char& c : data) c = static_cast<char>(random() & 0xFF);
+    const std::string text = HashOf(data);
+    ASSERT_EQ(text, ExpectedHash(data));
+    EXPECT_EQ(text.size(), 64u);
+    blanks += static_cast<int>(std::count(text.begin(), text.end(), ' '));
+    for (size_t i = 0; i < text.size(); i += 2) EXPECT_NE(text[i], '0');
+  }
+  EXPECT_GT(blanks, 300);  // or the rule was not met with; some 600 are likely
+  EXPECT_EQ(HashOf(std::string(1 << 20, '\xFF')), ExpectedHash(std::string(1 << 20, '\xFF')));
+}
+
+TEST(StringUtils, HashTextWithZerosForBlanksIsTheUsualForm) {
+  EXPECT_EQ(StringUtils::SpaceToUnderscore(HashOf("abc"), " ", '0'),
+            "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
+}
+
+// ---- threads ----
+
+TEST(StringUtils, FunctionsAreReentrant) {
+  std::vector<std::thread> threads;
+  std::vector<int> wrong(4, 0);
+  for (size_t thread = 0; thread < wrong.size(); ++thread) {
+    threads.emplace_back([&wrong, thread] {
+      const std::string name(thread + 1, static_cast<char>('a' + thread));
+      const std::string hash = ExpectedHash(name);
+      for (int i = 0; i < 1000; ++i) {
+        const bool right = HashOf(name) == hash &&
+                           StringUtils::SplitString(name + "," + name, ",") == Pieces{name, name} &&
+                           Trimmed(" " + name) == name &&
+                           StringUtils::ToLower(StringUtils::ToUpper(name)) == name;
+        if (!right) ++wrong[thread];
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_THAT(wrong, testing::Each(0));
+}
+
+}  // namespace

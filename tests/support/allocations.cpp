@@ -1,0 +1,60 @@
+#include "support/allocations.h"
+
+#include <atomic>
+#include <cstdlib>
+#include <new>
+
+#if defined(__has_feature)
+#define TARSIO_TEST_HAS_FEATURE(feature) __has_feature(feature)
+#else
+#define TARSIO_TEST_HAS_FEATURE(feature) 0
+#endif
+
+namespace {
+
+std::atomic<bool> watching{false};
+std::atomic<size_t> count{0};
+std::atomic<size_t> limit{SIZE_MAX};
+
+}  // namespace
+
+#if defined(__SANITIZE_THREAD__) || TARSIO_TEST_HAS_FEATURE(thread_sanitizer)
+
+const bool tarsio_test::kAllocationsAreSeen = false;
+
+#else
+
+const bool tarsio_test::kAllocationsAreSeen = true;
+
+// The array and nothrow forms call these.
+void* operator new(size_t size) {
+  if (watching && ++count > limit) throw std::bad_alloc();
+  void* const memory = std::malloc(size == 0 ? 1 : size);
+  if (memory == nullptr) throw std::bad_alloc();
+  return memory;
+}
+
+void operator delete(void* memory) noexcept { std::free(memory); }
+void operator delete(void* memory, size_t /*size*/) noexcept { std::free(memory); }
+
+#endif
+
+#if defined(_WIN32) && !defined(TARSIO_COMMON_STATIC)
+const bool tarsio_test::kAllocationsOfTheLibraryAreSeen = false;
+#else
+const bool tarsio_test::kAllocationsOfTheLibraryAreSeen = tarsio_test::kAllocationsAreSeen;
+#endif
+
+namespace tarsio_test {
+
+AllocationWatch::AllocationWatch(size_t allowed) {
+  count = 0;
+  limit = allowed;
+  watching = true;
+}
+
+AllocationWatch::~AllocationWatch() { watching = false; }
+
+size_t AllocationWatch::Count() const { return count; }
+
+}  // namespace tarsio_test

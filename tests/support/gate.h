@@ -1,0 +1,67 @@
+// A door that opens once and stays open: how tests wait for an event.
+
+#ifndef TARSIO_COMMON_TESTS_SUPPORT_GATE_H_
+#define TARSIO_COMMON_TESTS_SUPPORT_GATE_H_
+
+#include <chrono>
+#include <condition_variable>
+#include <initializer_list>
+#include <memory>
+#include <mutex>
+#include <utility>
+#include <vector>
+
+namespace tarsio_test {
+
+// How long an event that must come is waited for before the test fails.
+constexpr std::chrono::seconds kPatience{40};
+// How long a call that must not return is watched.
+constexpr std::chrono::milliseconds kWatch{300};
+
+class Gate {
+ public:
+  void Open() {
+    const std::lock_guard<std::mutex> lock(mutex);
+    open = true;
+    changed.notify_all();
+  }
+
+  void Wait() {
+    std::unique_lock<std::mutex> lock(mutex);
+    changed.wait(lock, [this] { return open; });
+  }
+
+  // Waits up to `limit`; whether the gate is open.
+  bool WaitFor(std::chrono::milliseconds limit = kPatience) {
+    std::unique_lock<std::mutex> lock(mutex);
+    return changed.wait_for(lock, limit, [this] { return open; });
+  }
+
+  bool IsOpen() {
+    const std::lock_guard<std::mutex> lock(mutex);
+    return open;
+  }
+
+ private:
+  std::mutex mutex;
+  std::condition_variable changed;
+  bool open = false;
+};
+
+// Opens gates on every way out of a test, so that no thread stays behind one.
+class OpenOnExit {
+ public:
+  OpenOnExit(std::initializer_list<std::shared_ptr<Gate>> list) : gates(list) {}
+  OpenOnExit(const OpenOnExit&) = delete;
+  OpenOnExit& operator=(const OpenOnExit&) = delete;
+  ~OpenOnExit() {
+    for (const auto& gate : gates) gate->Open();
+  }
+
+ private:
+  const std::vector<std::shared_ptr<Gate>> gates;
+};
+
+}  // namespace tarsio_test
+
+#endif  // TARSIO_COMMON_TESTS_SUPPORT_GATE_H_

@@ -1,0 +1,25 @@
+// A time zone for the process as long as the object lives.
+
+#ifndef TARSIO_COMMON_TESTS_SUPPORT_SCOPED_TIME_ZONE_H_
+#define TARSIO_COMMON_TESTS_SUPPORT_SCOPED_TIME_ZONE_H_
+
+#include <string>
+
+namespace tarsio_test {
+
+class ScopedTimeZone {
+ public:
+  // `zone` in the form that every runtime understands: a name of three letters and the hours that
+  // it is behind UTC, "JST-9".
+  explicit ScopedTimeZone(const std::string& zone);
+  ScopedTimeZone(const ScopedTimeZone&) = delete;
+  ScopedTimeZone& operator=(const ScopedTimeZone&) = delete;
+  ~ScopedTimeZone();
+
+ private:
+  std::string before;  // empty if there was none
+};
+
+}  // namespace tarsio_test
+
+#endif  // TARSIO_COMMON_TESTS_SUPPORT_SCOPED_TIME_ZONE_H_

@@ -1,0 +1,1360 @@
+#include "common/thread_pool.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+#include <new>
+#include <numeric>
+#include <stdexcept>
+#include <system_error>
+#include <thread>
+#include <type_traits>
+
+#include "support/allocations.h"
+#include "support/background_call.h"
+#include "support/gate.h"
+#include "support/recording_logger.h"
+#include "support/thread_starts.h"
+
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::system_clock;
+using tarsio::ThreadPool;
+using tarsio_test::AllocationWatch;
+using tarsio_test::BackgroundCall;
+using tarsio_test::Gate;
+using tarsio_test::kPatience;
+using tarsio_test::LogRecord;
+using tarsio_test::LogRecords;
+using tarsio_test::RefuseThreadStarts;
+using testing::ElementsAre;
+using testing::EndsWith;
+using testing::IsEmpty;
+
+using Task = std::function<void()>;
+using PoolPtr = std::shared_ptr<ThreadPool>;
+
+// ---- what hosts compile against ----
+
+static_assert(std::is_constructible<ThreadPool, std::string, uint64_t, uint64_t, uint64_t>::value,
+              "name, limit, reserved number, capacity");
+static_assert(!std::is_constructible<ThreadPool, std::string, uint64_t, uint64_t>::value &&
+                  !std::is_constructible<ThreadPool, std::string, uint64_t>::value &&
+                  !std::is_constructible<ThreadPool, std::string>::value &&
+                  !std::is_default_constructible<ThreadPool>::value,
+              "the constructor has no default arguments");
+static_assert(!std::is_copy_constructible<ThreadPool>::value &&
+                  !std::is_copy_assignable<ThreadPool>::value,
+              "a pool is not copied");
+static_assert(std::has_virtual_destructor<ThreadPool>::value, "hosts may derive");
+static_assert(std::is_base_of<std::enable_shared_from_this<ThreadPool>, ThreadPool>::value,
+              "a pool is owned by shared pointers");
+static_assert(
+    std::is_same<std::underlying_type<ThreadPool::SHUTDOWN_METHOD>::type, int32_t>::value &&
+        std::is_convertible<ThreadPool::SHUTDOWN_METHOD, int>::value,
+    "unscoped, 32 bits wide: any integer is a valid method");
+static_assert(ThreadPool::SHUTDOWN_NOW == 0 && ThreadPool::SHUTDOWN_WAIT == 1, "fixed values");
+static_assert(
+    std::is_same<decltype(std::declval<ThreadPool>().SubmitTask(std::declval<Task&>())),
+                 bool>::value &&
+        std::is_same<decltype(std::declval<ThreadPool>().SubmitTask(Task())), bool>::value,
+    "a callable with a name, and a temporary");
+static_assert(
+    std::is_same<decltype(std::declval<const ThreadPool>().GetName()), std::string>::value,
+    "a copy");
+static_assert(
+    std::is_same<decltype(&ThreadPool::GetPendingTaskNumber), uint64_t (ThreadPool::*)()>::value &&
+        std::is_same<decltype(&ThreadPool::GetRunningThreadNumber),
+                     uint64_t (ThreadPool::*)()>::value,
+    "numbers are 64 bits wide");
+
+constexpr auto kMethodWithoutName = static_cast<ThreadPool::SHUTDOWN_METHOD>(7);
+
+// A worker stays this long without a task.
+constexpr milliseconds kIdleLimit{1000};
+
+PoolPtr MakePool(uint64_t limit, uint64_t capacity = 1000, uint64_t reserved = 0) {
+  return std::make_shared<ThreadPool>("test", limit, reserved, capacity);
+}
+
+// What a thread that never returns may use until the process ends.
+template <typename T>
+void KeepForEver(std::shared_ptr<T> object) {
+  static auto* const kept = new std::vector<std::shared_ptr<T>>;
+  kept->push_back(std::move(object));
+}
+
+// A task that starts and then waits for its release, which comes at the latest at the end of the
+// test.
+class HeldTask {
+ public:
+  HeldTask() = default;
+  HeldTask(const HeldTask&) = delete;
+  HeldTask& operator=(const HeldTask&) = delete;
+  ~HeldTask() { Release(); }
+
+  void SubmitTo(const PoolPtr& pool) const {
+    pool->SubmitTask([state = state] {
+      state->started.Open();
+      state->release.Wait();
+      state->end = system_clock::now();
+      state->finished.Open();
+    });
+  }
+  // Submits it, and returns whether a worker has taken it.
+  bool StartIn(const PoolPtr& pool) const {
+    SubmitTo(pool);
+    return state->started.WaitFor();
+  }
+  void Release() const { state->release.Open(); }
+  bool Finishes() const { return state->finished.WaitFor(); }
+  bool IsFinished() const { return state->finished.IsOpen(); }
+  system_clock::time_point End() const { return state->end; }  // once it has finished
+
+ private:
+  struct State {
+    Gate started;
+    Gate release;
+    Gate finished;
+    system_clock::time_point end;
+  };
+  const std::shared_ptr<State> state = std::make_shared<State>();
+};
+
+// Runs a task and waits until it has run.
+bool RunOne(const PoolPtr& pool, const Task& task) {
+  const auto done = std::make_shared<Gate>();
+  pool->SubmitTask([done, task] {
+    task();
+    done->Open();
+  });
+  return done->WaitFor();
+}
+bool RunOne(const PoolPtr& pool) {
+  return RunOne(pool, [] {});
+}
+
+// The number of calls that this thread has made, this one included.
+int CallsOfThisThread() {
+  thread_local int calls = 0;
+  return ++calls;
+}
+
+// Opens `gate` when the thread that calls this ends.
+void OpenWhenThisThreadEnds(const std::shared_ptr<Gate>& gate) {
+  struct Opener {
+    std::shared_ptr<Gate> gate;
+    ~Opener() {
+      if (gate) gate->Open();
+    }
+  };
+  thread_local Opener opener;
+  opener.gate = gate;
+}
+
+// An object that opens `gate` once all of its copies are gone.
+std::shared_ptr<void> MakeToken(const std::shared_ptr<Gate>& gate) {
+  return {nullptr, [gate](void*) { gate->Open(); }};
+}
+
+// Waits for a call that waits for an empty queue. It may have missed the last task's notification;
+// then it returns with the next task, deliberately.
+bool ReturnsAtTheNextTask(BackgroundCall& call, const PoolPtr& pool) {
+  for (int i = 0; i < 10; ++i) {
+    if (call.ReturnsWithin(milliseconds(4000))) return true;
+    pool->SubmitTask([] {});
+  }
+  return false;
+}
+
+// ---- name and construction ----
+
+TEST(ThreadPool, StartsNoThreadByItself) {
+  for (const uint64_t reserved : {uint64_t{0}, uint64_t{3}, UINT64_MAX}) {
+    SCOPED_TRACE(reserved);
+    const PoolPtr pool = MakePool(4, 10, reserved);
+    EXPECT_EQ(pool->GetRunningThreadNumber(), 0U);
+    EXPECT_EQ(pool->GetPendingTaskNumber(), 0U);
+  }
+}
+
+TEST(ThreadPool, AnyArgumentIsAccepted) {
+  for (const uint64_t value : {uint64_t{0}, uint64_t{1}, UINT64_MAX}) {
+    SCOPED_TRACE(value);
+    const auto pool = std::make_shared<ThreadPool>("", value, value, value);
+    EXPECT_EQ(pool->GetName(), "");
+    EXPECT_EQ(pool->GetRunningThreadNumber(), 0U);
+    if (value > 0) {
+      EXPECT_TRUE(RunOne(pool));
+    }
+  }
+}
+
+TEST(ThreadPool, NameCanBeChanged) {
+  const auto pool = std::make_shared<ThreadPool>("readers", 1, 0, 4);
+  EXPECT_EQ(pool->GetName(), "readers");
+  ASSERT_TRUE(RunOne(pool));
+  pool->SetName("writers, with a name too long for any small buffer");
+  EXPECT_EQ(pool->GetName(), "writers, with a name too long for any small buffer");
+  pool->SetName(pool->GetName());
+  EXPECT_EQ(pool->GetName(), "writers, with a name too long for any small buffer");
+  ASSERT_TRUE(RunOne(pool)) << "a worker with the old name goes on";
+  pool->SetName("");
+  EXPECT_EQ(pool->GetName(), "");
+}
+
+TEST(ThreadPool, TheReservedNumberHasNoEffect) {
+  for (const uint64_t reserved : {uint64_t{0}, uint64_t{1}, uint64_t{5}, UINT64_MAX}) {
+    SCOPED_TRACE(reserved);
+    const PoolPtr pool = MakePool(2, 10, reserved);
+    const std::array<HeldTask, 3> tasks;
+    ASSERT_TRUE(tasks[0].StartIn(pool));
+    EXPECT_EQ(pool->GetRunningThreadNumber(), 1U);
+    ASSERT_TRUE(tasks[1].StartIn(pool));
+    tasks[2].SubmitTo(pool);
+    EXPECT_EQ(pool->GetRunningThreadNumber(), 2U);
+    EXPECT_EQ(pool->GetPendingTaskNumber(), 1U);
+  }
+}
+
+// ---- submitting ----
+
+TEST(ThreadPool, ACallableWithANameIsCopied) {
+  const PoolPtr pool = MakePool(0);
+  const auto token = std::make_shared<int>(0);
+  Task task = [token] {};
+  EXPECT_EQ(token.use_count(), 2);
+  EXPECT_TRUE(pool->SubmitTask(task));
+  EXPECT_TRUE(pool->SubmitTask(task));
+  EXPECT_EQ(token.use_count(), 4);
+  EXPECT_TRUE(task != nullptr);
+  EXPECT_EQ(pool->GetPendingTaskNumber(), 2U);
+}
+
+TEST(ThreadPool, TheCopyIsWhatTheCallableWasAtSubmission) {
+  const PoolPtr pool = MakePool(1);
+  const HeldTask held;
+  ASSERT_TRUE(held.StartIn(pool));
+  const auto ran = std::make_shared<std::atomic<int>>(0);
+  Task task = [ran] { *ran += 1; };
+  EXPECT_TRUE(pool->SubmitTask(task));
+  task = [ran] { *ran += 10; };
+  EXPECT_TRUE(pool->SubmitTask(task));
+  task = nullptr;
+  held.Release();
+  ASSERT_TRUE(RunOne(pool));
+  EXPECT_EQ(*ran, 11);
+}
+
+TEST(ThreadPool, ATemporaryIsAccepted) {
+  const PoolPtr pool = MakePool(1);
+  const auto runs = std::make_shared<std::atomic<int>>(0);
+  EXPECT_TRUE(pool->SubmitTask([runs] { ++*runs; }));
+  EXPECT_TRUE(pool->SubmitTask(Task([runs] { ++*runs; })));
+  const auto lambda = [runs] { ++*runs; };
+  EXPECT_TRUE(pool->SubmitTask(lambda));
+  ASSERT_TRUE(RunOne(pool));
+  EXPECT_EQ(*runs, 3);
+}
+
+TEST(ThreadPool, TasksStartInTheOrderOfSubmission) {
+  const PoolPtr pool = MakePool(1);
+  const auto order = std::make_shared<std::vector<int>>();
+  for (int i = 0; i < 500; ++i) pool->SubmitTask([order, i] { order->push_back(i); });
+  ASSERT_TRUE(RunOne(pool));
+  std::vector<int> expected(500);
+  std::iota(expected.begin(), expected.end(), 0);
+  EXPECT_EQ(*order, expected);
+}
+
+TEST(ThreadPool, ATaskIsDestroyedBeforeItsWorkerTakesTheNext) {
+  const PoolPtr pool = MakePool(1);
+  const HeldTask held;
+  ASSERT_TRUE(held.StartIn(pool));
+  const auto gone = std::make_shared<Gate>();
+  const auto goneBefore = std::make_shared<std::atomic<bool>>(false);
+  pool->SubmitTask([token = MakeToken(gone)] {});
+  held.Release();
+  ASSERT_TRUE(RunOne(pool, [=] { *goneBefore = gone->IsOpen(); }));
+  EXPECT_TRUE(*goneBefore);
+}
+
+TEST(ThreadPool, ATaskMaySubmitTasks) {
+  const PoolPtr pool = MakePool(2);
+  const auto done = std::make_shared<Gate>();
+  const std::weak_ptr<ThreadPool> weak = pool;
+  pool->SubmitTask(
+      [=] { weak.lock()->SubmitTask([=] { weak.lock()->SubmitTask([=] { done->Open(); }); }); });
+  EXPECT_TRUE(done->WaitFor());
+}
+
+TEST(ThreadPool, ACopyThatThrowsReachesTheCallerAndNothingIsQueued) {
+  struct Fragile {
+    std::shared_ptr<bool> armed;
+    explicit Fragile(std::shared_ptr<bool> trigger) : armed(std::move(trigger)) {}
+    Fragile(const Fragile& other) : armed(other.armed) {
+      if (*armed) throw std::runtime_error("copy");
+    }
+    void operator()() const {}
+  };
+  const PoolPtr pool = MakePool(1);
+  const auto armed = std::make_shared<bool>(false);
+  Task task = Fragile(armed);
+  *armed = true;
+  EXPECT_THROW(pool->SubmitTask(task), std::runtime_error);
+  *armed = false;
+  EXPECT_EQ(pool->GetPendingTaskNumber(), 0U);
+  EXPECT_EQ(pool->GetRunningThreadNumber(), 0U);
+  EXPECT_TRUE(RunOne(pool));
+}
+
+// ---- growing and shrinking ----
+
+TEST(ThreadPool, GrowsByOneWorkerPerSubmissionEvenWhenOthersAreIdle) {
+  std::vector<uint64_t> numbers;
+  system_clock::time_point begin;
+  do {  // again if the machine was so slow that a worker may have left
+    const PoolPtr pool = MakePool(3);
+    numbers.clear();
+    begin = system_clock::now();
+    for (int i = 0; i < 6; ++i) {
+      ASSERT_TRUE(RunOne(pool));
+      std::this_thread::sleep_for(milliseconds(5));
+      numbers.push_back(pool->GetRunningThreadNumber());
+    }
+  } while (system_clock::now() - begin >= kIdleLimit);
+  EXPECT_THAT(numbers, ElementsAre(1, 2, 3, 3, 3, 3));
+}
+
+TEST(ThreadPool, AThirdTaskWaitsWhenTwoWorkersAreBusy) {
+  const PoolPtr pool = MakePool(2);
+  const std::array<HeldTask, 3> tasks;
+  for (const HeldTask& task : tasks) task.SubmitTo(pool);
+  while (pool->GetPendingTaskNumber() > 1) std::this_thread::yield();
+  std::this_thread::sleep_for(milliseconds(50));
+  EXPECT_EQ(pool->GetPendingTaskNumber(), 1U);
+  EXPECT_EQ(pool->GetRunningThreadNumber(), 2U);
+  tasks[0].Release();
+  tasks[1].Release();
+  tasks[2].Release();
+  EXPECT_TRUE(tasks[2].Finishes());
+  EXPECT_EQ(pool->GetPendingTaskNumber(), 0U);
+}
+
+TEST(ThreadPool, NeverMoreWorkersThanTheLimit) {
+  constexpr int kLimit = 4;
+  struct Shared {
+    std::atomic<int> now{0};
+    std::atomic<int> most{0};
+    std::atomic<int> ran{0};
+    Gate full;
+    Gate finished;
+  };
+  const auto shared = std::make_shared<Shared>();
+  const PoolPtr pool = MakePool(kLimit);
+  uint64_t mostWorkers = 0;
+  for (int i = 0; i < 400; ++i) {
+    pool->SubmitTask([shared] {
+      const int now = ++shared->now;
+      int most = shared->most;
+      while (now > most && !shared->most.compare_exchange_weak(most, now)) continue;
+      if (now == kLimit) shared->full.Open();
+      shared->full.WaitFor();  // nobody goes on before all work at once
+      --shared->now;
+      if (++shared->ran == 400) shared->finished.Open();
+    });
+    mostWorkers = std::max(mostWorkers, pool->GetRunningThreadNumber());
+  }
+  ASSERT_TRUE(shared->finished.WaitFor());
+  EXPECT_EQ(shared->most, kLimit);
+  EXPECT_EQ(mostWorkers, static_cast<uint64_t>(kLimit));
+}
+
+TEST(ThreadPool, WithLimitZeroNoTaskEverRuns) {
+  const PoolPtr pool = MakePool(0);
+  const auto runs = std::make_shared<std::atomic<int>>(0);
+  for (uint64_t i = 1; i <= 3; ++i) {
+    EXPECT_TRUE(pool->SubmitTask([runs] { ++*runs; }));
+    EXPECT_EQ(pool->GetPendingTaskNumber(), i);
+    EXPECT_EQ(pool->GetRunningThreadNumber(), 0U);
+  }
+  BackgroundCall wait([pool] { pool->Wait(); });
+  BackgroundCall shutdown([pool] { pool->Shutdown(ThreadPool::SHUTDOWN_WAIT); });
+  EXPECT_TRUE(wait.StaysBlocked()) << "nobody takes the tasks";
+  EXPECT_TRUE(shutdown.StaysBlocked()) << "nobody takes the tasks";
+  EXPECT_EQ(*runs, 0);
+  EXPECT_EQ(pool->GetPendingTaskNumber(), 3U);
+  EXPECT_EQ(pool->GetRunningThreadNumber(), 0U);
+}
+
+TEST(ThreadPool, AWorkerRetiresOnceItHasBeenIdleForASecond) {
+  const PoolPtr pool = MakePool(1);
+  std::shared_ptr<Gate> ended;
+  const auto lastTask = std::make_shared<system_clock::time_point>();
+  // Each task gives the worker another second.
+  for (int i = 0; i < 3; ++i) {
+    std::this_thread::sleep_for(milliseconds(i * 200));
+    ended = std::make_shared<Gate>();
+    ASSERT_TRUE(RunOne(pool, [=] {
+      OpenWhenThisThreadEnds(ended);
+      *lastTask = system_clock::now();
+    }));
+    EXPECT_EQ(pool->GetRunningThreadNumber(), 1U);
+  }
+  ASSERT_TRUE(ended->WaitFor());  // without any call of the pool
+  EXPECT_GE(system_clock::now() - *lastTask, kIdleLimit);
+  EXPECT_EQ(pool->GetRunningThreadNumber(), 0U);
+  EXPECT_EQ(pool->GetPendingTaskNumber(), 0U);
+
+  ASSERT_TRUE(RunOne(pool)) << "the pool grows again";
+  EXPECT_EQ(pool->GetRunningThreadNumber(), 1U);
+}
+
+TEST(ThreadPool, EveryWorkerRetires) {
+  const PoolPtr pool = MakePool(3);
+  const std::array<HeldTask, 3> tasks;
+  for (const HeldTask& task : tasks) ASSERT_TRUE(task.StartIn(pool));
+  // One after the other; each leaves a second after its own task.
+  for (size_t i = 0; i < tasks.size(); ++i) {
+    EXPECT_EQ(pool->GetRunningThreadNumber(), tasks.size() - i);
+    tasks[i].Release();
+    ASSERT_TRUE(tasks[i].Finishes());
+    while (pool->GetRunningThreadNumber() == tasks.size() - i) {
+      std::this_thread::sleep_for(milliseconds(1));
+    }
+    EXPECT_GE(system_clock::now() - tasks[i].End(), kIdleLimit);
+  }
+  EXPECT_EQ(pool->GetRunningThreadNumber(), 0U);
+}
+
+// ---- exceptions of tasks ----
+
+struct HostError : std::exception {
+  const char* what() const noexcept override { return "a host's own error"; }
+};
+
+TEST(ThreadPool, ATaskThatThrowsIsReportedAndItsWorkerGoesOn) {
+  const auto records = LogRecords::Install(tarsio::LOG_LEVEL_ERROR);
+  const struct {
+    const char* name;
+    Task task;
+    std::string text;
+  } rows[] = {
+      {"runtime error", [] { throw std::runtime_error("boom"); }, "boom"},
+      {"logic error", [] { throw std::out_of_range("too far"); }, "too far"},
+      {"a derived class", [] { throw HostError(); }, "a host's own error"},
+      {"memory", [] { throw std::bad_alloc(); }, std::bad_alloc().what()},
+      {"text like a format", [] { throw std::runtime_error("100 %s of %d%n"); }, "100 %s of %d%n"},
+      {"empty text", [] { throw std::runtime_error(""); }, ""},
+  };
+  const PoolPtr pool = MakePool(1);
+  size_t reports = 0;
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
+    const auto before = std::make_shared<int>(0);
+    const auto after = std::make_shared<int>(0);
+    // In one go, so that the worker has no idle second in between.
+    pool->SubmitTask([=] { *before = CallsOfThisThread(); });
+    pool->SubmitTask([task = row.task] { task(); });
+    ASSERT_TRUE(RunOne(pool, [=] { *after = CallsOfThisThread(); }));
+    EXPECT_EQ(*after, *before + 1) << "the same worker";
+    EXPECT_EQ(pool->GetRunningThreadNumber(), 1U);
+    ++reports;
+    ASSERT_EQ(records->All().size(), reports);
+    const LogRecord record = records->All().back();
+    EXPECT_EQ(record.level, tarsio::LOG_LEVEL_FATAL);
+    EXPECT_EQ(record.file, "src/thread_pool.cpp");
+    EXPECT_EQ(record.line, 196);
+    EXPECT_EQ(record.function, "tarsio::ThreadPool::RunTask");
+    EXPECT_THAT(record.text, EndsWith("][FATAL][thread_pool.cpp:196] task exception: " + row.text));
+  }
+}
+
+TEST(ThreadPool, AnEmptyTaskIsReportedAsTheStandardReportsIt) {
+  const auto records = LogRecords::Install(tarsio::LOG_LEVEL_FATAL);
+  const PoolPtr pool = MakePool(1);
+  Task empty;
+  EXPECT_TRUE(pool->SubmitTask(empty));
+  EXPECT_TRUE(pool->SubmitTask(nullptr));
+  ASSERT_TRUE(RunOne(pool));
+  ASSERT_EQ(records->All().size(), 2U);
+  for (const LogRecord& record : records->All()) {
+    EXPECT_EQ(record.level, tarsio::LOG_LEVEL_FATAL);
+    EXPECT_EQ(record.line, 196);
+    EXPECT_THAT(record.text,
+                EndsWith(std::string("] task exception: ") + std::bad_function_call().what()));
+  }
+}
+
+TEST(ThreadPool, NothingElseIsReported) {
+  const auto records = LogRecords::Install(tarsio::LOG_LEVEL_DEBUG);
+  const PoolPtr pool = MakePool(1, 1);
+  const HeldTask first;
+  const HeldTask second;
+  ASSERT_TRUE(first.StartIn(pool));
+  second.SubmitTo(pool);
+  BackgroundCall submit([pool] { pool->SubmitTask([] {}); });
+  EXPECT_TRUE(submit.StaysBlocked()) << "the queue is full";
+  first.Release();
+  second.Release();
+  ASSERT_TRUE(submit.ReturnsWithin());
+  pool->Shutdown(ThreadPool::SHUTDOWN_NOW);
+  EXPECT_THAT(records->All(), IsEmpty());
+}
+
+void RunInADyingProcess(const Task& task) {
+  std::set_terminate([] {
+    std::fputs("the terminate handler\n", stderr);
+    std::_Exit(9);
+  });
+  const PoolPtr pool = MakePool(1);
+  pool->SubmitTask([task] { task(); });
+  Gate().Wait();
+}
+
+TEST(ThreadPoolDeathTest, AnyOtherExceptionEndsTheProcess) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  struct Unrelated {};
+  EXPECT_EXIT(RunInADyingProcess([] { throw 42; }), testing::ExitedWithCode(9), "the terminate");
+  EXPECT_EXIT(RunInADyingProcess([] { throw "text"; }), testing::ExitedWithCode(9),
+              "the terminate");
+  EXPECT_EXIT(RunInADyingProcess([] { throw Unrelated(); }), testing::ExitedWithCode(9),
+              "the terminate");
+}
+
+// ---- a pool that no shared pointer owns ----
+
+TEST(ThreadPool, WithoutASharedPointerTheTaskIsQueuedAndTheCallerTold) {
+  ThreadPool pool("on the stack", 1, 0, 10);
+  Task task = [] { FAIL(); };
+  EXPECT_THROW(pool.SubmitTask(task), std::bad_weak_ptr);
+  EXPECT_EQ(pool.GetPendingTaskNumber(), 1U) << "queued, and the lock released";
+  EXPECT_EQ(pool.GetRunningThreadNumber(), 0U);
+  EXPECT_THROW(pool.SubmitTask(task), std::bad_weak_ptr);
+  EXPECT_EQ(pool.GetPendingTaskNumber(), 2U);
+  pool.Shutdown(kMethodWithoutName);  // no worker is listed
+  EXPECT_EQ(pool.GetPendingTaskNumber(), 2U);
+}
+
+TEST(ThreadPool, WithoutASharedPointerAndWithLimitZeroNobodyNoticesIt) {
+  ThreadPool pool("on the stack", 0, 0, 10);
+  EXPECT_TRUE(pool.SubmitTask([] {}));
+  EXPECT_EQ(pool.GetPendingTaskNumber(), 1U);
+}
+
+// ---- a full queue ----
+
+TEST(ThreadPool, ASubmissionBlocksWhileTheQueueIsFull) {
+  const PoolPtr pool = MakePool(1, 2);
+  const HeldTask held;
+  const HeldTask next;
+  ASSERT_TRUE(held.StartIn(pool));
+  next.SubmitTo(pool);
+  pool->SubmitTask([] {});
+  EXPECT_EQ(pool->GetPendingTaskNumber(), 2U);
+  const auto ran = std::make_shared<Gate>();
+  const auto result = std::make_shared<std::atomic<bool>>(false);
+  BackgroundCall submit([=] { *result = pool->SubmitTask([ran] { ran->Open(); }); });
+  EXPECT_TRUE(submit.StaysBlocked());
+  EXPECT_EQ(pool->GetPendingTaskNumber(), 2U);
+  held.Release();
+  ASSERT_TRUE(submit.ReturnsWithin()) << "one task was taken";
+  EXPECT_TRUE(*result);
+  EXPECT_EQ(pool->GetPendingTaskNumber(), 2U);
+  EXPECT_FALSE(ran->IsOpen());
+  next.Release();
+  EXPECT_TRUE(ran->WaitFor());
+}
+
+TEST(ThreadPool, WithCapacityZeroEverySubmissionBlocksForEver) {
+  const PoolPtr pool = MakePool(2, 0);
+  BackgroundCall first([pool] { pool->SubmitTask([] {}); });
+  BackgroundCall second([pool] { pool->SubmitTask([] {}); });
+  EXPECT_TRUE(first.StaysBlocked());
+  EXPECT_TRUE(second.StaysBlocked());
+  EXPECT_EQ(pool->GetPendingTaskNumber(), 0U);
+  EXPECT_EQ(pool->GetRunningThreadNumber(), 0U) << "a worker is started after the task is queued";
+}
+
+// ---- Wait ----
+
+TEST(ThreadPool, WaitReturnsAtOnceWhenNothingIsPending) {
+  const PoolPtr fresh = MakePool(1);
+  fresh->Wait();
+  const PoolPtr withoutWorkers = MakePool(0, 0);
+  withoutWorkers->Wait();
+}
+
+TEST(ThreadPool, WaitReturnsWhenTheQueueIsEmptyThoughTasksStillRun) {
+  const PoolPtr pool = MakePool(2);
+  const std::array<HeldTask, 4> tasks;
+  ASSERT_TRUE(tasks[0].StartIn(pool));
+  ASSERT_TRUE(tasks[1].StartIn(pool));
+  tasks[2].SubmitTo(pool);
+  tasks[3].SubmitTo(pool);
+  BackgroundCall wait([pool] { pool->Wait(); });
+  EXPECT_TRUE(wait.StaysBlocked());
+  tasks[0].Release();
+  EXPECT_TRUE(wait.StaysBlocked(milliseconds(100))) << "one task is still pending";
+  tasks[1].Release();
+  ASSERT_TRUE(wait.ReturnsWithin());
+  EXPECT_EQ(pool->GetPendingTaskNumber(), 0U);
+  EXPECT_FALSE(tasks[2].IsFinished());
+  EXPECT_FALSE(tasks[3].IsFinished());
+}
+
+TEST(ThreadPool, WaitFromSeveralThreadsReturnsInAll) {
+  const PoolPtr pool = MakePool(1);
+  const HeldTask first;
+  const HeldTask second;
+  ASSERT_TRUE(first.StartIn(pool));
+  second.SubmitTo(pool);
+  std::vector<BackgroundCall> waits;
+  for (int i = 0; i < 5; ++i) waits.emplace_back([pool] { pool->Wait(); });
+  for (BackgroundCall& wait : waits) EXPECT_TRUE(wait.StaysBlocked(milliseconds(60)));
+  first.Release();
+  for (BackgroundCall& wait : waits) EXPECT_TRUE(wait.ReturnsWithin());
+  EXPECT_FALSE(second.IsFinished());
+}
+
+// Tasks are taken without a look at who is about to wait, deliberately: a wake-up that comes
+// between a look at the queue and the sleep is missed. The next task makes up for it.
+TEST(ThreadPool, AWaitThatMissedTheLastTaskReturnsWithTheNext) {
+  const PoolPtr pool = MakePool(1);
+  int missed = 0;
+  for (int round = 0; round < 200; ++round) {
+    const HeldTask held;
+    ASSERT_TRUE(held.StartIn(pool));
+    for (int i = 0; i < 3; ++i) pool->SubmitTask([] {});
+    BackgroundCall wait([pool] { pool->Wait(); });
+    held.Release();
+    for (int next = 0; !wait.ReturnsWithin(milliseconds(next < 10 ? 300 : 4000)); ++next) {
+      ASSERT_LT(next, 20);
+      ++missed;
+      ASSERT_TRUE(RunOne(pool));
+    }
+  }
+  RecordProperty("missed", missed);
+}
+
+TEST(ThreadPool, WaitFromATaskWaitsForOtherWorkers) {
+  const PoolPtr pool = MakePool(2);
+  const HeldTask held;
+  ASSERT_TRUE(held.StartIn(pool));
+  const auto started = std::make_shared<Gate>();
+  const auto waited = std::make_shared<Gate>();
+  const auto goOn = std::make_shared<Gate>();
+  const tarsio_test::OpenOnExit guard{goOn};
+  pool->SubmitTask([=, weak = std::weak_ptr<ThreadPool>(pool)] {
+    started->Open();
+    goOn->Wait();
+    weak.lock()->Wait();
+    waited->Open();
+  });
+  ASSERT_TRUE(started->WaitFor());
+  pool->SubmitTask([] {});
+  goOn->Open();
+  EXPECT_FALSE(waited->WaitFor(milliseconds(200)));
+  held.Release();
+  for (int i = 0; i < 10 && !waited->WaitFor(milliseconds(4000)); ++i) pool->SubmitTask([] {});
+  EXPECT_TRUE(waited->IsOpen());
+}
+
+TEST(ThreadPool, WaitFromATaskBlocksForEverWithoutOtherWorkers) {
+  const PoolPtr pool = MakePool(1);
+  KeepForEver(pool);
+  const auto goOn = std::make_shared<Gate>();
+  const auto waited = std::make_shared<Gate>();
+  pool->SubmitTask([=] {
+    goOn->Wait();
+    pool->Wait();
+    waited->Open();
+  });
+  pool->SubmitTask([] {});
+  goOn->Open();
+  EXPECT_FALSE(waited->WaitFor(tarsio_test::kWatch));
+  while (pool->GetPendingTaskNumber() != 1) std::this_thread::yield();
+  EXPECT_FALSE(waited->WaitFor(tarsio_test::kWatch));
+}
+
+// ---- Shutdown ----
+
+TEST(ThreadPool, ShutdownNowDiscardsWhatIsPendingAndLetsRunningTasksFinish) {
+  const PoolPtr pool = MakePool(2);
+  const std::array<HeldTask, 2> tasks;
+  ASSERT_TRUE(tasks[0].StartIn(pool));
+  ASSERT_TRUE(tasks[1].StartIn(pool));
+  const auto discarded = std::make_shared<Gate>();
+  const auto runs = std::make_shared<std::atomic<int>>(0);
+  std::shared_ptr<void> token = MakeToken(discarded);
+  for (int i = 0; i < 5; ++i) pool->SubmitTask([runs, token] { ++*runs; });
+  token.reset();
+  EXPECT_EQ(pool->GetPendingTaskNumber(), 5U);
+
+  BackgroundCall shutdown([pool] { pool->Shutdown(ThreadPool::SHUTDOWN_NOW); });
+  ASSERT_TRUE(discarded->WaitFor());
+  EXPECT_EQ(pool->GetPendingTaskNumber(), 0U);
+  EXPECT_TRUE(shutdown.StaysBlocked(milliseconds(1300))) << "the tasks are not interrupted";
+  EXPECT_EQ(pool->GetRunningThreadNumber(), 2U);
+  tasks[0].Release();
+  ASSERT_TRUE(tasks[0].Finishes());
+  tasks[1].Release();
+  ASSERT_TRUE(shutdown.ReturnsWithin());
+  const auto end = system_clock::now();
+  EXPECT_TRUE(tasks[1].IsFinished());
+  EXPECT_GE(end - tasks[1].End(), kIdleLimit) << "a closed queue ends nobody's second early";
+  EXPECT_EQ(pool->GetRunningThreadNumber(), 0U);
+  EXPECT_EQ(*runs, 0);
+}
+
+TEST(ThreadPool, ShutdownNowWaitsOutTheSecondOfAnIdleWorker) {
+  const PoolPtr pool = MakePool(1);
+  const HeldTask task;
+  ASSERT_TRUE(task.StartIn(pool));
+  task.Release();
+  ASSERT_TRUE(task.Finishes());
+  std::this_thread::sleep_for(milliseconds(200));
+  pool->Shutdown(ThreadPool::SHUTDOWN_NOW);
+  EXPECT_GE(system_clock::now() - task.End(), kIdleLimit);
+  EXPECT_EQ(pool->GetRunningThreadNumber(), 0U);
+}
+
+TEST(ThreadPool, ShutdownOfAPoolWithoutWorkersReturnsAtOnce) {
+  for (const auto method :
+       {ThreadPool::SHUTDOWN_NOW, ThreadPool::SHUTDOWN_WAIT, kMethodWithoutName}) {
+    SCOPED_TRACE(method);
+    const PoolPtr pool = MakePool(1);
+    BackgroundCall shutdown([=] { pool->Shutdown(method); });
+    EXPECT_TRUE(shutdown.ReturnsWithin());
+  }
+}
+
+// Deliberately: a closed queue never accepts again.
+TEST(ThreadPool, AfterShutdownNowEverySubmissionBlocksForEver) {
+  const PoolPtr pool = MakePool(1);
+  ASSERT_TRUE(RunOne(pool));
+  pool->Shutdown(ThreadPool::SHUTDOWN_NOW);
+  BackgroundCall submit([pool] { pool->SubmitTask([] {}); });
+  EXPECT_TRUE(submit.StaysBlocked());
+
+  // All else works, and returns at once.
+  for (const auto method :
+       {ThreadPool::SHUTDOWN_NOW, ThreadPool::SHUTDOWN_WAIT, kMethodWithoutName}) {
+    SCOPED_TRACE(method);
+    BackgroundCall shutdown([=] { pool->Shutdown(method); });
+    EXPECT_TRUE(shutdown.ReturnsWithin());
+  }
+  BackgroundCall wait([pool] { pool->Wait(); });
+  EXPECT_TRUE(wait.ReturnsWithin());
+  EXPECT_EQ(pool->GetPendingTaskNumber(), 0U);
+  EXPECT_EQ(pool->GetRunningThreadNumber(), 0U);
+  EXPECT_TRUE(submit.StaysBlocked(milliseconds(1))) << "no shutdown opens the pool again";
+}
+
+TEST(ThreadPool, ASubmissionThatWaitsWhileThePoolIsClosedWaitsForEver) {
+  const PoolPtr pool = MakePool(0, 1);
+  pool->SubmitTask([] {});
+  BackgroundCall submit([pool] { pool->SubmitTask([] {}); });
+  EXPECT_TRUE(submit.StaysBlocked(milliseconds(100)));
+  pool->Shutdown(ThreadPool::SHUTDOWN_NOW);
+  EXPECT_EQ(pool->GetPendingTaskNumber(), 0U);
+  EXPECT_TRUE(submit.StaysBlocked());
+}
+
+TEST(ThreadPool, ShutdownNowWithLimitZeroDiscardsAtOnce) {
+  const PoolPtr pool = MakePool(0);
+  const auto discarded = std::make_shared<Gate>();
+  pool->SubmitTask([token = MakeToken(discarded)] { FAIL(); });
+  EXPECT_FALSE(discarded->IsOpen());
+  pool->Shutdown(ThreadPool::SHUTDOWN_NOW);
+  EXPECT_TRUE(discarded->IsOpen());
+  EXPECT_EQ(pool->GetPendingTaskNumber(), 0U);
+}
+
+// Methods other than SHUTDOWN_NOW run all that is pending, also what comes in meanwhile, and leave
+// the pool open.
+void ExpectShutdownRunsEverything(ThreadPool::SHUTDOWN_METHOD method) {
+  const PoolPtr pool = MakePool(2);
+  for (int round = 0; round < 2; ++round) {
+    SCOPED_TRACE(round);
+    const std::array<HeldTask, 2> tasks;
+    ASSERT_TRUE(tasks[0].StartIn(pool));
+    ASSERT_TRUE(tasks[1].StartIn(pool));
+    const auto runs = std::make_shared<std::atomic<int>>(0);
+    for (int i = 0; i < 20; ++i) pool->SubmitTask([=] { ++*runs; });
+    BackgroundCall shutdown([=] { pool->Shutdown(method); });
+    EXPECT_TRUE(shutdown.StaysBlocked(milliseconds(150)));
+    pool->SubmitTask([=] { ++*runs; });
+    const HeldTask last;
+    last.SubmitTo(pool);
+    EXPECT_EQ(pool->GetPendingTaskNumber(), 22U);
+    tasks[0].Release();
+    tasks[1].Release();
+    EXPECT_TRUE(shutdown.StaysBlocked(milliseconds(150)));
+    EXPECT_EQ(*runs, 21);
+    last.Release();
+    ASSERT_TRUE(ReturnsAtTheNextTask(shutdown, pool));
+    EXPECT_GE(system_clock::now() - last.End(), kIdleLimit);
+    EXPECT_EQ(*runs, 21);
+    EXPECT_EQ(pool->GetPendingTaskNumber(), 0U);
+    EXPECT_EQ(pool->GetRunningThreadNumber(), 0U);
+  }
+  EXPECT_TRUE(RunOne(pool)) << "the pool is open";
+}
+
+TEST(ThreadPool, ShutdownWaitRunsAllTasksAndLeavesThePoolOpen) {
+  ExpectShutdownRunsEverything(ThreadPool::SHUTDOWN_WAIT);
+}
+
+TEST(ThreadPool, ShutdownByAMethodWithoutNameWaitsForTheWorkersOnly) {
+  ExpectShutdownRunsEverything(kMethodWithoutName);
+}
+
+TEST(ThreadPool, ShutdownByAMethodWithoutNameDoesNotCareForTasksThatNobodyTakes) {
+  for (const int method : {7, -1, 2, INT32_MAX, INT32_MIN}) {
+    SCOPED_TRACE(method);
+    const PoolPtr pool = MakePool(0);
+    pool->SubmitTask([] {});
+    BackgroundCall shutdown(
+        [=] { pool->Shutdown(static_cast<ThreadPool::SHUTDOWN_METHOD>(method)); });
+    EXPECT_TRUE(shutdown.ReturnsWithin());
+    EXPECT_EQ(pool->GetPendingTaskNumber(), 1U);
+  }
+}
+
+TEST(ThreadPool, ShutdownMayBeCalledByManyThreadsAtOnce) {
+  const PoolPtr pool = MakePool(2);
+  const HeldTask held;
+  ASSERT_TRUE(held.StartIn(pool));
+  std::vector<BackgroundCall> calls;
+  for (int i = 0; i < 6; ++i) {
+    calls.emplace_back([=] { pool->Shutdown(static_cast<ThreadPool::SHUTDOWN_METHOD>(i % 3)); });
+  }
+  for (BackgroundCall& call : calls) EXPECT_TRUE(call.StaysBlocked(milliseconds(20)));
+  held.Release();
+  for (BackgroundCall& call : calls) EXPECT_TRUE(call.ReturnsWithin());
+  EXPECT_EQ(pool->GetRunningThreadNumber(), 0U);
+}
+
+// A caller's error with a stated result.
+TEST(ThreadPool, ShutdownFromATaskWaitsForItself) {
+  const PoolPtr pool = MakePool(1);
+  KeepForEver(pool);
+  const auto started = std::make_shared<Gate>();
+  const auto returned = std::make_shared<Gate>();
+  pool->SubmitTask([=] {
+    started->Open();
+    pool->Shutdown(kMethodWithoutName);
+    returned->Open();
+  });
+  ASSERT_TRUE(started->WaitFor());
+  EXPECT_FALSE(returned->WaitFor(milliseconds(1500)));
+  EXPECT_EQ(pool->GetRunningThreadNumber(), 1U);
+}
+
+// ---- the last reference ----
+
+// What the destruction of a pool looked like.
+struct Destruction {
+  std::thread::id thread;
+  system_clock::time_point time;
+  uint64_t workers = UINT64_MAX;
+  uint64_t pending = UINT64_MAX;
+  Gate begun;
+  Gate finished;
+};
+
+PoolPtr MakeWatchedPool(uint64_t limit, const std::shared_ptr<Destruction>& destruction) {
+  return {new ThreadPool("watched", limit, 0, 1000), [destruction](ThreadPool* pool) {
+            destruction->thread = std::this_thread::get_id();
+            destruction->time = system_clock::now();
+            destruction->workers = pool->GetRunningThreadNumber();
+            destruction->pending = pool->GetPendingTaskNumber();
+            destruction->begun.Open();
+            delete pool;
+            destruction->finished.Open();
+          }};
+}
+
+TEST(ThreadPool, WorkersKeepThePoolAndRunAllThatIsPending) {
+  struct Shared {
+    std::mutex mutex;
+    std::vector<std::thread::id> threads;  // guarded by mutex
+    system_clock::time_point last;         // guarded by mutex
+  };
+  const auto shared = std::make_shared<Shared>();
+  const auto destruction = std::make_shared<Destruction>();
+  const std::array<HeldTask, 2> tasks;
+  {
+    const PoolPtr pool = MakeWatchedPool(2, destruction);
+    ASSERT_TRUE(tasks[0].StartIn(pool));
+    ASSERT_TRUE(tasks[1].StartIn(pool));
+    for (int i = 0; i < 50; ++i) {
+      pool->SubmitTask([shared] {
+        const std::lock_guard<std::mutex> lock(shared->mutex);
+        shared->threads.push_back(std::this_thread::get_id());
+        shared->last = system_clock::now();
+      });
+    }
+  }
+  EXPECT_FALSE(destruction->begun.WaitFor(tarsio_test::kWatch)) << "the workers own it, too";
+  tasks[0].Release();
+  tasks[1].Release();
+  ASSERT_TRUE(destruction->finished.WaitFor());
+  const std::lock_guard<std::mutex> lock(shared->mutex);
+  EXPECT_EQ(shared->threads.size(), 50U);
+  EXPECT_GE(destruction->time - shared->last, kIdleLimit);
+  EXPECT_EQ(destruction->workers, 0U);
+  EXPECT_EQ(destruction->pending, 0U);
+  EXPECT_NE(destruction->thread, std::this_thread::get_id());
+}
+
+TEST(ThreadPool, TheDestructorRunsOnTheLastWorkerToRetire) {
+  const auto destruction = std::make_shared<Destruction>();
+  const auto lastWorker = std::make_shared<std::thread::id>();
+  const auto otherGone = std::make_shared<Gate>();
+  {
+    const PoolPtr pool = MakeWatchedPool(2, destruction);
+    const auto started = std::make_shared<Gate>();
+    // Two tasks that meet run on two workers. One stays until the other worker has ended.
+    pool->SubmitTask([=] {
+      started->Wait();
+      OpenWhenThisThreadEnds(otherGone);
+    });
+    pool->SubmitTask([=] {
+      *lastWorker = std::this_thread::get_id();
+      started->Open();
+      otherGone->Wait();
+    });
+    ASSERT_TRUE(started->WaitFor());
+  }
+  ASSERT_TRUE(destruction->finished.WaitFor());
+  EXPECT_EQ(destruction->thread, *lastWorker);
+  EXPECT_TRUE(otherGone->IsOpen());
+}
+
+// A pool that is dropped at once has a worker that may not even have begun.
+TEST(ThreadPool, TheTaskOfAPoolThatIsDroppedAtOnceRuns) {
+  for (int round = 0; round < 20; ++round) {
+    SCOPED_TRACE(round);
+    const auto ran = std::make_shared<Gate>();
+    BackgroundCall drop([ran] { MakePool(1)->SubmitTask([ran] { ran->Open(); }); });
+    ASSERT_TRUE(drop.ReturnsWithin(milliseconds(20000))) << "the host waits for a worker";
+    ASSERT_TRUE(ran->WaitFor(milliseconds(20000)));
+  }
+}
+
+TEST(ThreadPool, WithoutAWorkerTheDestructorRunsOnTheHostsThreadAndDiscards) {
+  const auto destruction = std::make_shared<Destruction>();
+  const auto discarded = std::make_shared<Gate>();
+  {
+    const PoolPtr pool = MakeWatchedPool(0, destruction);
+    pool->SubmitTask([token = MakeToken(discarded)] { FAIL(); });
+    pool->SubmitTask([token = MakeToken(discarded)] { FAIL(); });
+  }
+  EXPECT_TRUE(destruction->finished.IsOpen());
+  EXPECT_TRUE(discarded->IsOpen());
+  EXPECT_EQ(destruction->thread, std::this_thread::get_id());
+  EXPECT_EQ(destruction->pending, 2U);
+}
+
+TEST(ThreadPool, AfterAllWorkersHaveRetiredTheDestructorRunsOnTheHostsThread) {
+  const auto destruction = std::make_shared<Destruction>();
+  {
+    const PoolPtr pool = MakeWatchedPool(2, destruction);
+    ASSERT_TRUE(RunOne(pool));
+    ASSERT_TRUE(RunOne(pool));
+    pool->Shutdown(kMethodWithoutName);
+    // A worker lets go of the pool a moment after it has left.
+    while (pool.use_count() > 1) std::this_thread::sleep_for(milliseconds(1));
+  }
+  EXPECT_TRUE(destruction->finished.IsOpen());
+  EXPECT_EQ(destruction->thread, std::this_thread::get_id());
+}
+
+TEST(ThreadPool, ADerivedPoolIsDestroyedThroughItsBase) {
+  class Derived : public ThreadPool {
+   public:
+    explicit Derived(std::shared_ptr<Gate> gate)
+        : ThreadPool("derived", 1, 0, 4), destroyed(std::move(gate)) {}
+    ~Derived() override { destroyed->Open(); }
+
+   private:
+    const std::shared_ptr<Gate> destroyed;
+  };
+  const auto destroyed = std::make_shared<Gate>();
+  PoolPtr pool = std::make_shared<Derived>(destroyed);
+  ASSERT_TRUE(RunOne(pool));
+  EXPECT_FALSE(destroyed->IsOpen());
+  pool.reset();
+  EXPECT_TRUE(destroyed->WaitFor());
+}
+
+void EndTheProcess(const std::string& workers) {
+  static PoolPtr pool;  // destroyed while the process ends
+  static HeldTask held;
+  static std::atomic<int> runs{0};
+  pool = MakePool(2);
+  RunOne(pool);
+  if (workers == "busy") held.StartIn(pool);
+  if (workers == "working") {
+    for (int i = 0; i < 900; ++i) pool->SubmitTask([] { ++runs; });
+  }
+  std::exit(0);
+}
+
+TEST(ThreadPoolDeathTest, TheProcessMayEndWhileWorkersLive) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  for (const char* how : {"idle", "busy", "working"}) {
+    SCOPED_TRACE(how);
+    EXPECT_EXIT(EndTheProcess(how), testing::ExitedWithCode(0), "");
+  }
+}
+
+// ---- a thread that cannot be started ----
+
+TEST(ThreadPool, AThreadThatCannotBeStartedIsNeitherListedNorCounted) {
+  const PoolPtr pool = MakePool(2);
+  const auto order = std::make_shared<std::vector<int>>();
+  {
+    const RefuseThreadStarts refuse;
+    for (int i = 0; i < 3; ++i) {
+      Task task = [=] { order->push_back(i); };
+      try {
+        pool->SubmitTask(task);
+        ADD_FAILURE() << "no exception";
+      } catch (const std::system_error& e) {
+        EXPECT_EQ(e.code(), std::errc::resource_unavailable_try_again);
+      }
+      EXPECT_EQ(pool->GetRunningThreadNumber(), 0U);
+      EXPECT_EQ(pool->GetPendingTaskNumber(), static_cast<uint64_t>(i + 1)) << "it stays queued";
+    }
+  }
+  BackgroundCall shutdown([pool] { pool->Shutdown(kMethodWithoutName); });
+  EXPECT_TRUE(shutdown.ReturnsWithin()) << "no worker is listed";
+  EXPECT_THAT(*order, IsEmpty());
+
+  ASSERT_TRUE(RunOne(pool)) << "one worker more is one that takes all of them";
+  EXPECT_EQ(pool->GetRunningThreadNumber(), 1U);
+  EXPECT_THAT(*order, ElementsAre(0, 1, 2));
+}
+
+TEST(ThreadPool, AFailedStartDoesNotKeepALivingWorkerFromTheTask) {
+  const PoolPtr pool = MakePool(3);
+  const HeldTask held;
+  ASSERT_TRUE(held.StartIn(pool));
+  const auto ran = std::make_shared<Gate>();
+  {
+    const RefuseThreadStarts refuse;
+    EXPECT_THROW(pool->SubmitTask([ran] { ran->Open(); }), std::system_error);
+    EXPECT_EQ(pool->GetRunningThreadNumber(), 1U);
+    EXPECT_EQ(pool->GetPendingTaskNumber(), 1U);
+    held.Release();
+    EXPECT_TRUE(ran->WaitFor());
+  }
+  pool->Shutdown(kMethodWithoutName);
+  EXPECT_EQ(pool->GetRunningThreadNumber(), 0U);
+}
+
+TEST(ThreadPool, AfterAFailedStartTheDestructorFindsNoWorker) {
+  const auto destruction = std::make_shared<Destruction>();
+  const auto discarded = std::make_shared<Gate>();
+  {
+    const PoolPtr pool = MakeWatchedPool(2, destruction);
+    const RefuseThreadStarts refuse;
+    EXPECT_THROW(pool->SubmitTask([token = MakeToken(discarded)] {}), std::system_error);
+    EXPECT_EQ(pool.use_count(), 1) << "nothing keeps the pool";
+  }
+  EXPECT_TRUE(destruction->finished.IsOpen());
+  EXPECT_TRUE(discarded->IsOpen());
+  EXPECT_EQ(destruction->thread, std::this_thread::get_id());
+}
+
+TEST(ThreadPool, AFailedStartReleasesTheLocks) {
+  const PoolPtr pool = MakePool(1);
+  std::atomic<int> failures{0};
+  std::vector<std::thread> threads;
+  Gate go;
+  for (int i = 0; i < 3; ++i) {
+    threads.emplace_back([&] {
+      go.Wait();
+      for (int j = 0; j < 100; ++j) {
+        try {
+          pool->SubmitTask([] {});
+        } catch (const std::system_error&) {
+          ++failures;
+        }
+      }
+    });
+  }
+  {
+    const RefuseThreadStarts refuse;
+    go.Open();
+    for (std::thread& thread : threads) thread.join();
+  }
+  EXPECT_EQ(failures, 300);
+  EXPECT_EQ(pool->GetRunningThreadNumber(), 0U);
+  EXPECT_EQ(pool->GetPendingTaskNumber(), 300U);
+  ASSERT_TRUE(RunOne(pool));
+  EXPECT_EQ(pool->GetPendingTaskNumber(), 0U);
+}
+
+TEST(ThreadPool, MemoryThatRunsOutLeavesThePoolUsable) {
+  // Where the library's allocations are not seen, the first submission succeeds.
+  const PoolPtr pool = MakePool(1);
+  const auto runs = std::make_shared<std::atomic<uint64_t>>(0);
+  uint64_t queued = 0;
+  bool submitted = false;
+  Task task = [runs] { ++*runs; };
+  for (size_t allowed = 0; !submitted; ++allowed) {
+    SCOPED_TRACE(allowed);
+    ASSERT_LT(allowed, 100U);
+    try {
+      const AllocationWatch watch(allowed);
+      submitted = pool->SubmitTask(task);
+    } catch (const std::bad_alloc&) {
+      EXPECT_EQ(pool->GetRunningThreadNumber(), 0U);
+      const uint64_t pending = pool->GetPendingTaskNumber();
+      EXPECT_GE(pending, queued);
+      EXPECT_LE(pending, queued + 1) << "it stays queued if it came so far";
+      queued = pending;
+    }
+  }
+  ASSERT_TRUE(RunOne(pool));
+  EXPECT_EQ(*runs, queued + 1);
+  EXPECT_EQ(pool->GetRunningThreadNumber(), 1U);
+}
+
+// ---- no task is left behind ----
+
+// With the pool at its limit, a task that comes while the only worker retires is run without a
+// further submission.
+TEST(ThreadPool, ATaskThatComesWhileTheLastWorkerRetiresIsRun) {
+  constexpr int kPools = 30;
+  constexpr int kRounds = 3;
+  std::atomic<int> left{0};
+  std::vector<std::thread> hosts;
+  for (int i = 0; i < kPools; ++i) {
+    hosts.emplace_back([&left, i] {
+      const PoolPtr pool = MakePool(1);
+      for (int round = 0; round < kRounds; ++round) {
+        const HeldTask task;
+        task.SubmitTo(pool);
+        task.Release();
+        const auto ran = std::make_shared<Gate>();
+        if (!task.Finishes()) {
+          ++left;
+          return;
+        }
+        // From 0.3 ms before the worker's second is over to 2.6 ms after.
+        std::this_thread::sleep_until(task.End() + kIdleLimit +
+                                      std::chrono::microseconds(100 * (i - 3)));
+        pool->SubmitTask([ran] { ran->Open(); });
+        if (!ran->WaitFor(milliseconds(10000))) ++left;
+      }
+    });
+  }
+  for (std::thread& host : hosts) host.join();
+  EXPECT_EQ(left, 0);
+}
+
+// A callable that stops while it is copied, so that the queue's lock is held, and then throws.
+struct SlowToCopy {
+  struct Control {
+    std::atomic<bool> armed{false};
+    bool fails = false;
+    Gate copying;
+    Gate goOn;
+  };
+
+  SlowToCopy(std::shared_ptr<Control> target, Task content)
+      : control(std::move(target)), task(std::move(content)) {}
+  SlowToCopy(const SlowToCopy& other) : control(other.control), task(other.task) {
+    if (!control->armed) return;
+    control->copying.Open();
+    control->goOn.Wait();
+    if (control->fails) throw std::runtime_error("copy");
+  }
+  void operator()() const { task(); }
+
+  std::shared_ptr<Control> control;
+  Task task;
+};
+
+// Holds the only worker of a pool between its last look at the queue and its leave, queues a task
+// meanwhile, and lets go. The order in which threads get a lock that several wait for is the
+// system's: where it is another one, the worker takes the task as usual or has left before, and
+// then the submission fails if threads cannot be started.
+class RetiringWorker {
+ public:
+  struct Shared {
+    PoolPtr pool = MakePool(1);
+    std::shared_ptr<SlowToCopy::Control> hold = std::make_shared<SlowToCopy::Control>();
+    std::shared_ptr<SlowToCopy::Control> late = std::make_shared<SlowToCopy::Control>();
+    Gate ran;
+    std::atomic<bool> submissionFailed{false};
+  };
+
+  RetiringWorker() = default;
+  RetiringWorker(const RetiringWorker&) = delete;
+  RetiringWorker& operator=(const RetiringWorker&) = delete;
+  ~RetiringWorker() { LetGo(); }
+
+  // Until the worker cannot see the task any more (most likely).
+  void Prepare() {
+    shared->hold->fails = true;
+    const HeldTask first;
+    ASSERT_TRUE(first.StartIn(shared->pool));
+    first.Release();
+    ASSERT_TRUE(first.Finishes());
+    // One: somebody has the queue's lock when the worker's second ends.
+    calls.emplace_back([shared = shared] { Submit(shared, shared->hold, [] {}); });
+    ASSERT_TRUE(shared->hold->copying.WaitFor());
+    std::this_thread::sleep_until(first.End() + kIdleLimit + milliseconds(100));
+    // Two: behind the worker waits a submission,
+    const std::weak_ptr<Shared> weak = shared;
+    calls.emplace_back([shared = shared, weak] {
+      Submit(shared, shared->late, [weak] {
+        if (const auto target = weak.lock()) target->ran.Open();
+      });
+    });
+    EXPECT_TRUE(calls.back().StaysBlocked(milliseconds(60)));
+    // three: and behind that one a thread that has the lock which the worker needs to leave.
+    calls.emplace_back([shared = shared] { shared->pool->GetPendingTaskNumber(); });
+    EXPECT_TRUE(calls.back().StaysBlocked(milliseconds(60)));
+    shared->hold->goOn.Open();
+    ASSERT_TRUE(shared->late->copying.WaitFor());
+    std::this_thread::sleep_for(milliseconds(60));
+  }
+
+  // The task is now queued, and the worker leaves.
+  void LetGo() {
+    shared->hold->goOn.Open();
+    shared->late->goOn.Open();
+    for (BackgroundCall& call : calls) EXPECT_TRUE(call.ReturnsWithin());
+    calls.clear();
+  }
+
+  bool SubmissionFailed() const { return shared->submissionFailed; }
+  bool TaskRuns() const { return shared->ran.WaitFor(); }
+  const PoolPtr& Pool() const { return shared->pool; }
+
+ private:
+  static void Submit(const std::shared_ptr<Shared>& shared,
+                     const std::shared_ptr<SlowToCopy::Control>& control, Task content) {
+    Task task = SlowToCopy(control, std::move(content));
+    control->armed = true;
+    try {
+      shared->pool->SubmitTask(task);
+    } catch (const std::runtime_error&) {  // std::system_error is one
+      shared->submissionFailed = control == shared->late;
+    }
+    control->armed = false;
+  }
+
+  const std::shared_ptr<Shared> shared = std::make_shared<Shared>();
+  std::vector<BackgroundCall> calls;
+};
+
+TEST(ThreadPool, AWorkerThatRetiresWhileATaskIsPendingStartsItsSuccessor) {
+  for (int round = 0; round < 3; ++round) {
+    SCOPED_TRACE(round);
+    RetiringWorker worker;
+    ASSERT_NO_FATAL_FAILURE(worker.Prepare());
+    worker.LetGo();
+    EXPECT_FALSE(worker.SubmissionFailed());
+    ASSERT_TRUE(worker.TaskRuns());
+    EXPECT_EQ(worker.Pool()->GetPendingTaskNumber(), 0U);
+  }
+}
+
+TEST(ThreadPool, AWorkerThatCannotStartASuccessorStays) {
+  for (int round = 0; round < 3; ++round) {
+    SCOPED_TRACE(round);
+    RetiringWorker worker;
+    ASSERT_NO_FATAL_FAILURE(worker.Prepare());
+    const RefuseThreadStarts refuse;
+    worker.LetGo();
+    if (worker.SubmissionFailed()) continue;  // the worker had left before
+    ASSERT_TRUE(worker.TaskRuns());
+    worker.Pool()->Shutdown(kMethodWithoutName);  // it retires a second later
+    EXPECT_EQ(worker.Pool()->GetRunningThreadNumber(), 0U);
+  }
+}
+
+// ---- under load ----
+
+TEST(ThreadPoolLoad, FourHostsAndFourWorkersRunEveryTaskOnce) {
+  constexpr size_t kHosts = 4;
+  constexpr size_t kPerHost = 50000;
+  struct Shared {
+    std::vector<std::atomic<int>> runs = std::vector<std::atomic<int>>(kHosts * kPerHost);
+    std::atomic<size_t> done{0};
+    Gate finished;
+  };
+  const auto shared = std::make_shared<Shared>();
+  const PoolPtr pool = MakePool(4, 256);
+  std::vector<std::thread> hosts;
+  for (size_t host = 0; host < kHosts; ++host) {
+    hosts.emplace_back([=] {
+      for (size_t i = 0; i < kPerHost; ++i) {
+        pool->SubmitTask([=, number = host * kPerHost + i] {
+          ++shared->runs[number];
+          if (++shared->done == kHosts * kPerHost) shared->finished.Open();
+        });
+      }
+    });
+  }
+  do {
+    EXPECT_LE(pool->GetPendingTaskNumber(), 256U);
+    EXPECT_LE(pool->GetRunningThreadNumber(), 4U);
+    EXPECT_EQ(pool->GetName(), "test");
+  } while (!shared->finished.WaitFor(milliseconds(2)) && shared->done < kHosts * kPerHost);
+  for (std::thread& host : hosts) host.join();
+  ASSERT_TRUE(shared->finished.WaitFor());
+  EXPECT_EQ(std::count(shared->runs.begin(), shared->runs.end(), 1),
+            static_cast<int64_t>(kHosts * kPerHost));
+  pool->Shutdown(ThreadPool::SHUTDOWN_NOW);
+  EXPECT_EQ(shared->done, kHosts * kPerHost);
+}
+
+TEST(ThreadPoolLoad, EveryOperationRunsBesideEveryOther) {
+  const PoolPtr pool = MakePool(3, 20);
+  std::atomic<bool> stop{false};
+  std::atomic<int> submitted{0};
+  const auto runs = std::make_shared<std::atomic<int>>(0);
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 3; ++i) {
+    threads.emplace_back([&] {
+      while (!stop) {
+        pool->SubmitTask([runs] { ++*runs; });
+        ++submitted;
+      }
+    });
+  }
+  threads.emplace_back([&] {
+    while (!stop) {
+      pool->GetPendingTaskNumber();
+      pool->GetRunningThreadNumber();
+    }
+  });
+  BackgroundCall wait([pool] { pool->Wait(); });
+  BackgroundCall shutdown([pool] { pool->Shutdown(kMethodWithoutName); });
+  BackgroundCall shutdownWait([pool] { pool->Shutdown(ThreadPool::SHUTDOWN_WAIT); });
+  std::this_thread::sleep_for(milliseconds(500));
+  stop = true;
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_TRUE(ReturnsAtTheNextTask(wait, pool));
+  EXPECT_TRUE(ReturnsAtTheNextTask(shutdownWait, pool));
+  EXPECT_TRUE(shutdown.ReturnsWithin());
+  EXPECT_EQ(*runs, submitted);
+  EXPECT_EQ(pool->GetRunningThreadNumber(), 0U);
+}
+
+}  // namespace
