@@ -50,7 +50,7 @@ class TARSIO_COMMON_API StringUtils {
   static void Trim(std::string& s);
 
   /// `s` with each byte mapped by the runtime's toupper() or tolower(). Bytes above 0x7F are mapped
-  /// only as the runtime's locale allows; the byte 0xFF stays, being the runtime's EOF.
+  /// only as the runtime's locale allows; the byte 0xFF is handed over as the runtime's EOF.
   static std::string ToUpper(const std::string& s);
   static std::string ToLower(const std::string& s);
 

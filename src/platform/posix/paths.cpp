@@ -67,23 +67,29 @@ RootedPath FindRoot(const std::wstring& text, size_t capacity) {
   return {drive + kBackslash, {}, text.substr(2)};
 }
 
-// Windows drops one dot at the end of an inner component, and every dot and blank at the end of the
-// last one.
+// Windows drops one dot at the end of an inner component, and every dot and blank at the end of
+// what is the last one in the end. The names of the current directory are real ones and stay.
 Components Resolve(const RootedPath& path) {
   Components resolved = path.current;
-  Components given = Split(path.rest);
+  size_t real = resolved.size();
+  const Components given = Split(path.rest);
   const bool endsInSeparator = !path.rest.empty() && path.rest.back() == kBackslash;
   for (size_t i = 0; i < given.size(); ++i) {
-    std::wstring& component = given[i];
-    const bool inner = i + 1 < given.size() || endsInSeparator;
+    std::wstring component = given[i];
     if (component == L".") continue;
     if (component == L"..") {
       if (!resolved.empty()) resolved.pop_back();
+      real = std::min(real, resolved.size());
       continue;
     }
+    const bool inner = i + 1 < given.size() || endsInSeparator;
     if (inner && component.back() == L'.') component.pop_back();
-    if (!inner) component.erase(component.find_last_not_of(L". ") + 1);
     if (!component.empty()) resolved.push_back(component);
+  }
+  if (!endsInSeparator && resolved.size() > real) {
+    std::wstring& last = resolved.back();
+    last.erase(last.find_last_not_of(L". ") + 1);
+    if (last.empty()) resolved.pop_back();
   }
   return resolved;
 }
@@ -94,13 +100,16 @@ std::wstring FullPath(const std::wstring& path, size_t capacity) {
   std::wstring text = path;
   std::replace(text.begin(), text.end(), L'/', kBackslash);
   if (text.find_first_not_of(L' ') == std::wstring::npos) return {};
-  const RootedPath rooted = FindRoot(WithoutLongPrefix(text), capacity);
+  const std::wstring unprefixed = WithoutLongPrefix(text);
+  const RootedPath rooted = FindRoot(unprefixed, capacity);
   std::wstring full = rooted.root;
   for (const std::wstring& component : Resolve(rooted)) {
     if (full.back() != kBackslash) full += kBackslash;
     full += component;
   }
-  return full.size() < capacity ? full : std::wstring();
+  // The prefix is not needed here, but counts: it is a part of the result on Windows.
+  const size_t prefix = text.size() - unprefixed.size();
+  return full.size() + prefix < capacity ? full : std::wstring();
 }
 
 std::wstring CurrentDirectory(size_t capacity) {
