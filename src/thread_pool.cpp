@@ -20,8 +20,7 @@ constexpr int kTaskExceptionLine = 196;
 
 }  // namespace
 
-// One thread of a pool. The thread holds a reference to its worker, and to the pool, until its
-// entry function returns.
+// One thread of a pool.
 class Worker : public std::enable_shared_from_this<Worker> {
  public:
   Worker(std::string poolName, std::weak_ptr<ThreadPool> owner)
@@ -36,7 +35,10 @@ class Worker : public std::enable_shared_from_this<Worker> {
   void Reactivate() { SetRunning(true); }
 
  private:
-  static void ThreadMain(const std::shared_ptr<Worker>& worker);
+  // The thread owns its worker, and from its start on the pool: one that the host drops at once
+  // still runs what was submitted.
+  static void ThreadMain(const std::shared_ptr<Worker>& worker,
+                         const std::shared_ptr<ThreadPool>& pool);
   void SetRunning(bool value);
   void LetGoOfThread();
   void Stop();
@@ -54,18 +56,16 @@ void Worker::Start() {
   platform::PinLibrary();
   const std::lock_guard<std::mutex> lock(mutex);
   running = true;
-  thread = std::make_shared<std::thread>(ThreadMain, shared_from_this());
+  thread = std::make_shared<std::thread>(ThreadMain, shared_from_this(), pool.lock());
 }
 
-void Worker::ThreadMain(const std::shared_ptr<Worker>& worker) {
-  const std::shared_ptr<ThreadPool> pool = worker->pool.lock();
-  if (pool == nullptr) return;
-  worker->pool.reset();
+void Worker::ThreadMain(const std::shared_ptr<Worker>& worker,
+                        const std::shared_ptr<ThreadPool>& pool) {
   do {
     while (worker->running) pool->RunTask(worker);
     worker->LetGoOfThread();
   } while (!pool->RemoveWorker(worker));
-  // If this was the pool's last owner, its destructor runs here, and finds no workers.
+  // If this thread is the pool's last owner, its destructor runs now, and finds no workers.
 }
 
 void Worker::SetRunning(bool value) {

@@ -515,7 +515,8 @@ void RunInADyingProcess(const Task& task) {
   });
   const PoolPtr pool = MakePool(1);
   pool->SubmitTask([task] { task(); });
-  Gate().Wait();
+  Gate().WaitFor();
+  std::_Exit(0);
 }
 
 TEST(ThreadPoolDeathTest, AnyOtherExceptionEndsTheProcess) {

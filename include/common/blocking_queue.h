@@ -11,6 +11,7 @@
 #include <cstring>
 #include <deque>
 #include <functional>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <utility>
@@ -95,7 +96,7 @@ class BlockingQueue {
     if (!WaitFor(notEmpty, lock, timeoutMs, [this] { return !closed && !items.empty(); })) {
       return false;
     }
-    item = std::move(items.front());
+    if (std::addressof(item) != std::addressof(items.front())) item = std::move(items.front());
     items.pop_front();
     notFull.notify_all();
     return true;
