@@ -5,24 +5,9 @@
 
 #include "common/thread_pool.h"
 
-#if defined(_WIN32)
-#define TARSIO_TEST_EXPORT __declspec(dllexport)
-#else
-#define TARSIO_TEST_EXPORT __attribute__((visibility("default")))
-#endif
-
-extern "C" {
-
-TARSIO_TEST_EXPORT void LoadOnly();
-TARSIO_TEST_EXPORT std::shared_ptr<void>* SubmitToNewPool(std::function<void()>* task);
-
-void LoadOnly() {}
-
 // Gives the pool away: its last reference must not be dropped once this module is gone.
-std::shared_ptr<void>* SubmitToNewPool(std::function<void()>* task) {
+extern "C" std::shared_ptr<void>* SubmitToNewPool(std::function<void()>* task) {
   const auto pool = std::make_shared<tarsio::ThreadPool>("plugin", 1, 0, 1);
   pool->SubmitTask(*task);
   return new std::shared_ptr<void>(pool);
 }
-
-}  // extern "C"
