@@ -1,5 +1,8 @@
 #include "digest.h"
 
+#include <exception>
+
+#include "common/charset_cvt.h"
 #include "common/file_utils.h"
 #include "common/path.h"
 #include "common/string_utils.h"
@@ -8,30 +11,20 @@ namespace {
 
 bool IsSeparator(char c) { return c == '/' || c == '\\'; }
 
-// The library takes "/a" for a relative path on every system, so the drive goes in front.
-std::string WithDrive(const std::string& name) {
-  static const std::string drive = tarsio::Path::Getcwd().Str().substr(0, 2);
-  const bool rooted = !name.empty() && IsSeparator(name[0]);
-  const bool share = name.size() > 1 && IsSeparator(name[1]);
-  return rooted && !share && drive.back() == ':' ? drive + name : name;
+// An absolute path would resolve to a search directory.
+tarsio::Path Find(const std::string& name, const tarsio::PathResolver& resolver) {
+  const tarsio::Path path(WithDrive(name));
+  return path.IsAbsolute() ? path : resolver.Resolve(path);
 }
 
-const char* WhyNotAFile(const tarsio::Path& path) {
-  return path.IsDirectory() ? "is a directory" : "is missing";
-}
-
-}  // namespace
-
-Outcome DigestFile(const std::string& name) {
-  const std::string text = WithDrive(name);
-  const tarsio::Path path(text);
+Outcome Digest(const tarsio::Path& path) {
   Outcome outcome;
   std::string content;
-  switch (tarsio::FileUtils::GetFileContent(text, content)) {
+  switch (tarsio::FileUtils::GetFileContent(path.Str(), content)) {
     case tarsio::FILE_OPT_SUCCESS:
       break;
     case tarsio::FILE_OPT_NOT_FILE:
-      outcome.failure = WhyNotAFile(path);
+      outcome.failure = path.IsDirectory() ? "is a directory" : "is missing";
       return outcome;
     case tarsio::FILE_OPT_EMPTY_OR_UNREADABLE:
       if (path.FileSize() == 0 && path.IsFile()) break;  // empty: the digest of nothing
@@ -45,6 +38,30 @@ Outcome DigestFile(const std::string& name) {
   outcome.digest = tarsio::StringUtils::SpaceToUnderscore(
       tarsio::StringUtils::GetHashText(content.data(), content.size()), " ", '0');
   return outcome;
+}
+
+}  // namespace
+
+// The library takes "/a" for a relative path on every system, so the drive goes in front.
+std::string WithDrive(const std::string& name) {
+  static const std::string drive = tarsio::Path::Getcwd().Str().substr(0, 2);
+  const bool rooted = !name.empty() && IsSeparator(name[0]);
+  const bool share = name.size() > 1 && IsSeparator(name[1]);
+  return rooted && !share && drive.back() == ':' ? drive + name : name;
+}
+
+Outcome DigestFile(const std::string& name, const tarsio::PathResolver& resolver) {
+  Outcome failed;
+  if (!name.empty() && !tarsio::CharsetCvt::IsU8(name)) {
+    failed.failure = "is not a name in UTF-8";
+    return failed;
+  }
+  try {
+    return Digest(Find(name, resolver));
+  } catch (const std::exception&) {
+    failed.failure = "does not fit into memory";
+    return failed;
+  }
 }
 
 std::string FormatLine(const std::string& digest, const std::string& name) {

@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <string>
 
+#include "common/path.h"
+
 // What became of one file.
 struct Outcome {
   std::string digest;             // 64 hexadecimal digits
@@ -11,9 +13,12 @@ struct Outcome {
   const char* failure = nullptr;  // why there is no digest, or null
 };
 
-// Reads the file whole and digests it. A name that begins with a single separator is looked for on
-// the drive of the current directory.
-Outcome DigestFile(const std::string& name);
+// `name` as the library takes it: one that begins with a single separator is meant from the root of
+// the current directory's drive.
+std::string WithDrive(const std::string& name);
+
+// Reads the file whole and digests it. A relative name is resolved by `resolver`. Throws nothing.
+Outcome DigestFile(const std::string& name, const tarsio::PathResolver& resolver);
 
 // "digest  name", as sha256sum writes it: where the name holds a backslash or a line end, these are
 // escaped and the line begins with a backslash.

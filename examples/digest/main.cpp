@@ -1,24 +1,28 @@
 // tarsio-digest: SHA-256 digests of many files, read on a pool of workers.
 
-#include <chrono>
+#include <atomic>
 #include <deque>
-#include <future>
 #include <iostream>
 #include <memory>
+#include <sstream>
 #include <string>
 #include <vector>
 
+#include "common/latch.h"
 #include "common/log.h"
+#include "common/misc.h"
+#include "common/path.h"
+#include "common/sys_info.h"
 #include "common/thread_pool.h"
-#include "console_logger.h"
+#include "common/timer.h"
+#include "console.h"
 #include "digest.h"
 #include "options.h"
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
 constexpr uint64_t kQueueCapacity = 64;
+constexpr unsigned long long kProgressPeriodMs = 200;
 
 // The names to digest, one at a time, so that a long list is never held whole.
 class NameSource {
@@ -44,80 +48,129 @@ class NameSource {
   size_t next = 0;
 };
 
+// The directories to look through: the roots, then the current one.
+tarsio::PathResolver MakeResolver(const std::vector<std::string>& roots) {
+  tarsio::PathResolver resolver;
+  for (auto root = roots.rbegin(); root != roots.rend(); ++root) resolver.Prepend(WithDrive(*root));
+  return resolver;
+}
+
 // Digests files on a pool and prints a line for each, in the order in which they came.
 class Digester {
  public:
-  explicit Digester(uint64_t jobs)
-      : pool(std::make_shared<tarsio::ThreadPool>("digest", jobs, 0, kQueueCapacity)),
-        mostInFlight(jobs + kQueueCapacity) {}
+  explicit Digester(const Options& options)
+      : resolver(MakeResolver(options.roots)),
+        pool(std::make_shared<tarsio::ThreadPool>("digest", options.jobs, 0, kQueueCapacity)),
+        mostInFlight(options.jobs + kQueueCapacity) {}
 
   void Add(const std::string& name) {
-    auto task =
-        std::make_shared<std::packaged_task<Outcome()>>([name] { return DigestFile(name); });
-    inFlight.push_back({name, task->get_future()});
-    pool->SubmitTask([task] { (*task)(); });
+    auto job = std::make_shared<Job>(name);
+    inFlight.push_back(job);
+    pool->SubmitTask([this, job] {
+      job->outcome = DigestFile(job->name, resolver);
+      ++filesDone;
+      bytesDone += job->outcome.bytes;
+      job->done.CountDown();
+    });
     // A slow file holds back the lines behind it; the bound keeps their number small.
-    while (inFlight.size() > mostInFlight || (!inFlight.empty() && IsReady(inFlight.front()))) {
+    while (inFlight.size() > mostInFlight || (!inFlight.empty() && inFlight.front()->IsDone())) {
       PrintFirst();
     }
   }
 
+  // Prints what is left. Afterwards no task is running.
   void Finish() {
     while (!inFlight.empty()) PrintFirst();
     std::cout.flush();
     if (!std::cout) TARSIO_LOG(tarsio::LOG_LEVEL_WARN, "the output cannot be written");
-    const double seconds = std::chrono::duration<double>(Clock::now() - started).count();
-    const double megabytes = static_cast<double>(bytes) / 1e6;
+  }
+
+  void LogSummary() const {
     TARSIO_LOG(tarsio::LOG_LEVEL_INFO,
-               "%llu files, %llu failures, %llu bytes, %.2f seconds, %.1f MB/s", files, failures,
-               bytes, seconds, seconds > 0 ? megabytes / seconds : 0.0);
+               "%llu files, %llu failures, %llu bytes, %.2f seconds, %.1f MB/s", filesDone.load(),
+               failures, bytesDone.load(), Seconds(), MegabytesPerSecond());
+  }
+
+  // May be called from any thread.
+  std::string Progress() const {
+    std::ostringstream text;
+    text.precision(1);
+    text << filesDone << " files, " << std::fixed << MegabytesPerSecond() << " MB/s, "
+         << pool->GetRunningThreadNumber() << " workers, " << pool->GetPendingTaskNumber()
+         << " pending";
+    return text.str();
   }
 
   bool AllWell() const { return failures == 0 && std::cout.good(); }
 
  private:
-  struct Pending {
-    std::string name;
-    std::future<Outcome> outcome;
+  struct Job {
+    explicit Job(std::string file) : name(std::move(file)) {}
+    bool IsDone() { return done.GetCount() == 0; }
+
+    const std::string name;
+    Outcome outcome;
+    tarsio::CountDownLatch done{1};
   };
 
-  static bool IsReady(const Pending& pending) {
-    return pending.outcome.wait_for(std::chrono::seconds(0)) == std::future_status::ready;
-  }
-
   void PrintFirst() {
-    const std::string name = inFlight.front().name;
-    const Outcome outcome = Await(&inFlight.front().outcome);
+    const std::shared_ptr<Job> job = inFlight.front();
+    while (!job->IsDone()) job->done.Wait(0);  // a wait may end early
     inFlight.pop_front();
-    ++files;
-    bytes += outcome.bytes;
-    if (outcome.failure == nullptr) {
-      std::cout << FormatLine(outcome.digest, name) << '\n';
+    if (job->outcome.failure == nullptr) {
+      std::cout << FormatLine(job->outcome.digest, job->name) << '\n';
     } else {
       ++failures;
       // A message of 2048 bytes or more would be dropped whole.
-      TARSIO_LOG(tarsio::LOG_LEVEL_WARN, "%.1900s: %s", name.c_str(), outcome.failure);
+      TARSIO_LOG(tarsio::LOG_LEVEL_WARN, "%.1900s: %s", job->name.c_str(), job->outcome.failure);
     }
   }
 
-  static Outcome Await(std::future<Outcome>* outcome) {
-    try {
-      return outcome->get();
-    } catch (const std::exception&) {  // a file larger than memory
-      Outcome failed;
-      failed.failure = "does not fit into memory";
-      return failed;
-    }
+  double Seconds() const {
+    return static_cast<double>(tarsio::GetTimeNowMsSinceEpoch() - startedMs) / 1000;
   }
 
+  double MegabytesPerSecond() const {
+    const double seconds = Seconds();
+    return seconds > 0 ? static_cast<double>(bytesDone) / 1e6 / seconds : 0;
+  }
+
+  const tarsio::PathResolver resolver;
   const std::shared_ptr<tarsio::ThreadPool> pool;
   const size_t mostInFlight;
-  std::deque<Pending> inFlight;
-  const Clock::time_point started = Clock::now();
-  unsigned long long files = 0;
+  const long long startedMs = tarsio::GetTimeNowMsSinceEpoch();
+  std::deque<std::shared_ptr<Job>> inFlight;
+  std::atomic<unsigned long long> filesDone{0};
+  std::atomic<unsigned long long> bytesDone{0};
   unsigned long long failures = 0;
-  unsigned long long bytes = 0;
 };
+
+int PrintVersion() {
+  auto system = std::make_shared<tarsio::ClientDeviceInfo>();
+  if (!tarsio::SysInfo::GetClientOsInfo(system)) return 1;
+  std::cout << "tarsio-digest " TARSIO_COMMON_VERSION " (" << system->osArch << ' '
+            << system->osVersion << ' ' << system->osManufacturingModel << ")\n";
+  return 0;
+}
+
+int DigestAll(const Options& options, const std::shared_ptr<Console>& console) {
+  Digester digester(options);
+  const auto timer = std::make_shared<component::TsTimer>(kProgressPeriodMs, true);
+  timer->Init([&digester, console] { console->ShowStatus(digester.Progress()); });
+  if (options.progress || Console::IsTerminal()) timer->Start();
+
+  NameSource names(options.names);
+  std::string name;
+  while (names.Next(&name)) digester.Add(name);
+  digester.Finish();
+
+  timer->Stop();  // waits for a callback that is running
+  if (options.progress) console->ShowStatus(digester.Progress());
+  console->ShowStatus("");
+  digester.LogSummary();
+  // The idle workers are not waited for: they hold the pool, and end with the process.
+  return digester.AllWell() ? 0 : 1;
+}
 
 }  // namespace
 
@@ -127,15 +180,12 @@ int main(int argc, char** argv) {
     std::cerr << kUsage;
     return 2;
   }
+  if (options.version) return PrintVersion();
+
   std::ios::sync_with_stdio(false);
-  tarsio::Log::GetInstance().SetLogger(std::make_unique<ConsoleLogger>());
+  const auto console = std::make_shared<Console>();
+  tarsio::Log::GetInstance().SetLogger(std::make_unique<ConsoleLogger>(console));
   tarsio::Log::GetInstance().SetLevel(options.quiet ? tarsio::LOG_LEVEL_WARN
                                                     : tarsio::LOG_LEVEL_INFO);
-  Digester digester(options.jobs);
-  NameSource names(options.names);
-  std::string name;
-  while (names.Next(&name)) digester.Add(name);
-  digester.Finish();
-  // The idle workers are not waited for: they hold the pool, and end with the process.
-  return digester.AllWell() ? 0 : 1;
+  return DigestAll(options, console);
 }

@@ -168,6 +168,62 @@ TARSIO_COMMON_API bool MakeDir(const Path& path);
 /// fails, and also if the directory exists already: a second call returns false.
 TARSIO_COMMON_API bool MakeDirs(const Path& path);
 
+/// An ordered list of search directories, first searched first. It begins with one entry, the
+/// current directory at the time of construction.
+///
+///     PathResolver resolver;
+///     resolver.Prepend("C:\\overrides");
+///     Path found = resolver.Resolve("images/logo.png");
+///
+/// Threads: a plain value. Resolve() calls may run concurrently while nobody changes the list.
+/// Throws:  nothing but memory exhaustion.
+class TARSIO_COMMON_API PathResolver {
+ public:
+  /// Positions in the list, for Erase() and for going through the entries.
+  using iterator = std::vector<Path>::iterator;
+  using const_iterator = std::vector<Path>::const_iterator;
+
+  PathResolver();
+  PathResolver(const PathResolver& other);
+  PathResolver& operator=(const PathResolver& other);
+  ~PathResolver();
+
+  iterator begin() { return paths.begin(); }
+  iterator end() { return paths.end(); }
+  const_iterator begin() const { return paths.begin(); }
+  const_iterator end() const { return paths.end(); }
+
+  uint64_t Size() const;
+  /// The entry at `index`, which must be below Size(); it is not checked.
+  Path& operator[](uint64_t index);
+  const Path& operator[](uint64_t index) const;
+
+  /// Adds a directory to be searched last, or first. Duplicates are allowed.
+  void Append(const Path& path);
+  void Prepend(const Path& path);
+  /// Removes the entry at `position`, which must be one; those behind it move up.
+  void Erase(const_iterator position);
+
+  /// The first directory joined with `value` that exists; `value` itself if none does.
+  ///
+  /// Joining an absolute value, or one of another type, changes nothing: such a value resolves to
+  /// the first search directory that exists, deliberately.
+  Path Resolve(const Path& value) const;
+
+ private:
+  std::vector<Path> paths;
+};
+
+/// Writes "resolver[", a line for each entry ("  \"C:\work\"," and without the comma for the last)
+/// and "]", which has no line end.
+inline std::ostream& operator<<(std::ostream& out, const PathResolver& resolver) {
+  out << "resolver[" << std::endl;
+  for (auto entry = resolver.begin(); entry != resolver.end(); ++entry) {
+    out << "  \"" << *entry << "\"" << (entry + 1 != resolver.end() ? "," : "") << std::endl;
+  }
+  return out << "]";
+}
+
 }  // namespace tarsio
 
 #endif  // TARSIO_COMMON_PATH_H_

@@ -25,7 +25,7 @@ class Worker;
 ///
 ///     auto pool = std::make_shared<tarsio::ThreadPool>("readers", 4, 0, 64);
 ///     pool->SubmitTask([] { Work(); });
-///     pool->Shutdown(tarsio::ThreadPool::SHUTDOWN_WAIT);   // all tasks have run
+///     pool->Shutdown(static_cast<tarsio::ThreadPool::SHUTDOWN_METHOD>(2));  // all tasks have run
 ///
 /// Asks:     a pool must be owned by a `std::shared_ptr`.
 /// Promises: tasks start in the order of submission; a task that was taken runs to its end; workers
@@ -81,7 +81,8 @@ class TARSIO_COMMON_API ThreadPool : public std::enable_shared_from_this<ThreadP
 
   /// Returns when the queue is empty; the last tasks may still be running. A wake-up that falls
   /// between the look at the queue and the sleep is missed, deliberately: Wait() then lasts until
-  /// the next task is taken.
+  /// the next task is taken, for ever if none comes. To wait for all tasks without that, call
+  /// Shutdown() with a value that has no name.
   void Wait();
 
  private:

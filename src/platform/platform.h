@@ -13,6 +13,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <ctime>
+#include <locale>
 #include <string>
 
 namespace tarsio::platform {
@@ -27,6 +28,20 @@ std::wstring Widen(const std::string& utf8);
 // UTF-16 to UTF-8. A lone surrogate becomes U+FFFD. Where wchar_t is wider, a value above 0xFFFF is
 // accepted as the character that it is. Empty for INT_MAX units or more.
 std::string Narrow(const std::wstring& utf16);
+
+// Makes the user's default locale the global one, of the C runtime too, and returns it. Its facet
+// between wchar_t and char knows the user's multibyte encoding. Throws std::runtime_error ("bad
+// locale name") if there is no such locale.
+std::locale MakeUserLocaleGlobal();
+
+// ---- environment ----
+
+// The value of an environment variable. Empty if there is none, or if the value with its terminator
+// exceeds `capacity` units.
+std::wstring Environment(const std::wstring& name, size_t capacity);
+
+// The version of the running system. False if it cannot be told.
+bool SystemVersion(uint32_t* major, uint32_t* minor);
 
 // ---- paths ----
 
@@ -107,6 +122,10 @@ bool LocalTime(int64_t seconds, std::tm* local);
 
 // Keeps the library loaded until the process ends. To be called before it starts a thread.
 void PinLibrary();
+
+// Whether the process is ending and the system has ended every other thread already, perhaps one
+// that held a lock. To be called once early, too: it may not be able to find out so late.
+bool ProcessIsEnding();
 
 }  // namespace tarsio::platform
 

@@ -84,6 +84,35 @@ sha256sum -- --quiet > expected
 run 0 -- --quiet
 check 'the output differs' cmp -s out expected
 
+case='relative names are looked for under the roots in their order, then here'
+mkdir r1 r2
+printf 'first' > r1/x.txt
+printf 'second' > r2/x.txt
+printf 'only' > r2/y.txt
+{ (cd r1 && sha256sum x.txt); (cd r2 && sha256sum y.txt); sha256sum a.txt "$work/a.txt"; } > expected
+run 0 --root r1 --root "$work/r2" x.txt y.txt a.txt "$work/a.txt"
+check 'the output differs' cmp -s out expected
+run 1 --root r1 y.txt
+check 'no word of the missing file' says err 'y.txt: is missing$'
+
+case='a name that is not UTF-8 is reported and left out'
+printf 'b\377d.txt\na.txt\n' > names
+sha256sum a.txt > expected
+run 1 -
+check 'the output differs' cmp -s out expected
+check 'no word of the name' says err 'd.txt: is not a name in UTF-8$'
+: > names
+
+case='the progress line is shown on request'
+run 0 --progress a.txt
+check 'no progress' says raw_err '1 files, [0-9.]* MB/s, [01] workers, 0 pending'
+run 0 a.txt
+check 'progress without a terminal' [ "$(wc -l < raw_err)" -eq 1 ]
+
+case='the version comes with the system'
+run 0 --version
+check 'no version' says out '^tarsio-digest [0-9]*\.[0-9]*\.[0-9]* (Windows [0-9]*\.[0-9]* x64)$'
+
 for jobs in 1 3 16; do
   case="thousands of names stay in order with $jobs jobs"
   awk 'BEGIN { for (i = 0; i < 3000; ++i) print (i % 3 == 0 ? "a.txt" : i % 3 == 1 ? "sub/b.txt" : "empty") }' > names

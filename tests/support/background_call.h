@@ -22,12 +22,17 @@ class BackgroundCall {
   explicit BackgroundCall(std::function<void()> body) : call(std::make_shared<Call>()) {
     call->body = std::move(body);
     Keep(call);
-    std::thread([call = call] {
+    call->thread = std::thread([call = call] {
       call->started.Open();
       call->body();
       call->body = nullptr;
+      // By the thread itself: detaching one that may be about to end goes wrong in the thread
+      // library of mingw-w64.
+      call->threadIsSet.Wait();
+      call->thread.detach();
       call->returned.Open();
-    }).detach();
+    });
+    call->threadIsSet.Open();
   }
 
   // Waits up to `limit`; whether the call has returned and let go of all that it used.
@@ -43,6 +48,8 @@ class BackgroundCall {
  private:
   struct Call {
     std::function<void()> body;
+    std::thread thread;
+    Gate threadIsSet;
     Gate started;
     Gate returned;
   };

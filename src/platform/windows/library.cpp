@@ -13,4 +13,13 @@ void PinLibrary() {
   static_cast<void>(pinned);
 }
 
+bool ProcessIsEnding() {
+  using ShutdownInProgress = BOOLEAN(WINAPI*)();
+  // Looked up by the first call: at the end of the process that could wait for a lock that its
+  // owner took along.
+  static const ShutdownInProgress inProgress =
+      LoadedFunction<ShutdownInProgress>("ntdll.dll", "RtlDllShutdownInProgress");
+  return inProgress != nullptr && inProgress() != 0;
+}
+
 }  // namespace tarsio::platform

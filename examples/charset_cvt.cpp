@@ -1,0 +1,31 @@
+// Telling encodings apart, and what the conversions do to single bytes.
+
+#include "common/charset_cvt.h"
+
+#include <iostream>
+#include <stdexcept>
+#include <string>
+
+using tarsio::CharsetCvt;
+
+int main() {
+  std::cout << std::boolalpha;
+  const std::string cafe = "caf\xC3\xA9";
+  std::cout << "ASCII:    " << CharsetCvt::IsASCII(cafe) << '\n'
+            << "UTF-8:    " << CharsetCvt::IsU8(cafe) << '\n'
+            << "BOM:      " << CharsetCvt::StartsWithBom("\xEF\xBB\xBF" + cafe) << '\n'
+            << "cut off:  " << CharsetCvt::IsU8(cafe.substr(0, 4)) << '\n';
+
+  // The wide conversions map bytes, not characters.
+  std::cout << "as wide:  " << CharsetCvt::U8ToW(cafe).size() << " units for " << cafe.size()
+            << " bytes\n";
+  try {
+    CharsetCvt::WToU8(L"\x4E2D");
+  } catch (const std::range_error& error) {
+    std::cout << "above FF: " << error.what() << '\n';
+  }
+
+  // A text that is UTF-8 already comes back as it is, whatever the user's locale.
+  std::cout << "kept:     " << (CharsetCvt::MbToU8(cafe) == cafe) << '\n';
+  return 0;
+}

@@ -1,0 +1,29 @@
+// Whole files written and read in one call.
+
+#include "common/file_utils.h"
+
+#include <iostream>
+#include <string>
+
+using tarsio::FileUtils;
+
+int main() {
+  constexpr int kBinary = 0x20;
+  constexpr int kAppend = 0x08;
+  const std::string name = "files-example/note.txt";
+
+  // The names that end in a separator are created.
+  std::cout << std::boolalpha << "directory made: " << FileUtils::MakeDir(name) << '\n';
+  // The content comes first.
+  std::cout << "written:  " << FileUtils::WriteFile("first\n", name, kBinary) << '\n'
+            << "appended: " << FileUtils::WriteFile("second\n", name, kBinary | kAppend) << '\n';
+
+  std::string content;
+  std::cout << "read:     " << FileUtils::GetFileContent(name, content) << '\n' << content;
+  std::cout << "missing:  " << FileUtils::GetFileContent("files-example/none.txt", content) << '\n'
+            << "bare:     " << FileUtils::WriteFile("", "bare-name.txt", 0) << '\n';
+
+  std::cout << "removed:  " << FileUtils::RemoveFile(name) << ", "
+            << FileUtils::RemoveDir("files-example") << '\n';
+  return 0;
+}

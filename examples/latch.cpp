@@ -1,0 +1,29 @@
+// Waiting for threads: a count that runs down, and a wake-up point.
+
+#include "common/latch.h"
+
+#include <iostream>
+#include <thread>
+#include <vector>
+
+int main() {
+  tarsio::CountDownLatch done(3);
+  std::vector<std::thread> threads;
+  threads.reserve(3);
+  for (int i = 0; i < 3; ++i) threads.emplace_back([&done] { done.CountDown(); });
+  // A wait may end early; the count tells.
+  while (done.GetCount() > 0) done.Wait(1000);  // milliseconds
+  for (std::thread& thread : threads) thread.join();
+  std::cout << "left: " << done.GetCount() << '\n';
+
+  tarsio::CountOutWake point;
+  std::thread sleeper([&point] { point.Wait(0); });  // without limit
+  while (point.GetCount() == 0) std::this_thread::yield();
+  std::cout << "waiting: " << point.GetCount() << '\n';
+  point.CountOut();
+  sleeper.join();
+  std::cout << "waiting: " << point.GetCount() << '\n';
+
+  point.Wait(1000000);  // nanoseconds here: one millisecond, with nobody to wake it
+  return 0;
+}

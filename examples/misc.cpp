@@ -1,0 +1,17 @@
+// The cipher policy for secure connections, and a clock for durations.
+
+#include "common/misc.h"
+
+#include <chrono>
+#include <iostream>
+#include <thread>
+
+int main() {
+  std::cout << tarsio::GetSupportedCiphersList() << '\n';
+
+  const long long before = tarsio::GetTimeNowMsSinceEpoch();
+  std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  const long long elapsed = tarsio::GetTimeNowMsSinceEpoch() - before;
+  std::cout << std::boolalpha << "20 ms have passed: " << (elapsed >= 19) << '\n';
+  return 0;
+}

@@ -1,0 +1,30 @@
+// Paths as values: parse, join, take apart, print.
+
+#include "common/path.h"
+
+#include <iostream>
+
+using tarsio::Path;
+
+int main() {
+  const Path work("C:\\work");
+  const Path file = work / "reports/2024/summary.tar.gz";
+  std::cout << "joined:    " << file << '\n'
+            << "printed:   " << file.Str(Path::POSIX_PATH) << '\n'
+            << "parent:    " << file.ParentPath() << '\n'
+            << "name:      " << file.Filename() << '\n'
+            << "extension: " << file.Extension() << '\n'
+            << "length:    " << file.Length() << " components\n";
+
+  const Path share(R"(\\?\UNC\server\share\f)");
+  std::cout << "share:     " << share << '\n';
+
+  // Joining an absolute path changes nothing.
+  std::cout << "unchanged: " << work / "C:\\other" << '\n';
+
+  Path posix;
+  posix.Set("/usr/lib", Path::POSIX_PATH);
+  std::cout << "POSIX:     " << posix.Str(Path::POSIX_PATH) << '\n'
+            << "here:      " << std::boolalpha << Path::Getcwd().IsDirectory() << '\n';
+  return 0;
+}

@@ -1,0 +1,36 @@
+// Splitting by three rules, trimming, replacing, and a digest.
+
+#include "common/string_utils.h"
+
+#include <iostream>
+#include <string>
+#include <vector>
+
+using tarsio::StringUtils;
+
+namespace {
+
+void Print(const char* name, const std::vector<std::string>& pieces) {
+  std::cout << name << ":";
+  for (const std::string& piece : pieces) std::cout << " [" << piece << "]";
+  std::cout << '\n';
+}
+
+}  // namespace
+
+int main() {
+  Print("every piece", StringUtils::SplitString("a,,b,", ","));
+  Print("without an empty last one", StringUtils::SplitAllByString("a,,b,", ","));
+  Print("at the first only", StringUtils::SplitFristByString("key=value=x", "="));
+
+  std::string line = "\t two words \r\n";
+  StringUtils::Trim(line);
+  std::cout << "trimmed: [" << line << "]\n"
+            << "upper: " << StringUtils::ToUpper(line) << '\n'
+            << "replaced: " << StringUtils::SpaceToUnderscore(line, " ", '_') << '\n';
+
+  // A blank stands where one expects a leading zero; this turns the text into the usual form.
+  const std::string digest = StringUtils::GetHashText("abc", 3);
+  std::cout << "SHA-256: " << StringUtils::SpaceToUnderscore(digest, " ", '0') << '\n';
+  return 0;
+}

@@ -1,0 +1,14 @@
+// What the host tells about the machine.
+
+#include "common/sys_info.h"
+
+#include <iostream>
+#include <memory>
+
+int main() {
+  auto info = std::make_shared<tarsio::ClientDeviceInfo>();
+  if (!tarsio::SysInfo::GetClientOsInfo(info)) return 1;
+  std::cout << info->osArch << ' ' << info->osManufacturingModel << ", version "
+            << (info->osVersion.find('.') != std::string::npos ? "major.minor" : "unknown") << '\n';
+  return 0;
+}

@@ -1,0 +1,26 @@
+// Strings for a binary interface: deep copies, and moves that copy.
+
+#include "common/ts_string.h"
+
+#include <iostream>
+#include <utility>
+
+using tarsio::TsString;
+using tarsio::TsStringPair;
+
+int main() {
+  TsStringPair header;
+  header.first = "Content-Type";
+  header.second = "text/plain";
+
+  const TsStringPair moved = std::move(header);
+  std::cout << "moved:  " << moved.first.Cstr() << ": " << moved.second.Cstr() << '\n';
+  // NOLINTNEXTLINE(bugprone-use-after-move): a pair may be used, since moving copies
+  std::cout << "source: " << header.first.Cstr() << ": " << header.second.Cstr() << '\n';
+
+  TsString name(nullptr);
+  std::cout << std::boolalpha << "null is empty: " << name.IsEmpty() << '\n';
+  name = "plain";
+  std::cout << name.Length() << " bytes, equal to a copy: " << (name == TsString(name)) << '\n';
+  return 0;
+}

@@ -1,0 +1,81 @@
+#ifndef TARSIO_COMMON_LATCH_H_
+#define TARSIO_COMMON_LATCH_H_
+
+/// \file
+/// Two small synchronisers by which threads wait for one another.
+
+#include <condition_variable>
+#include <mutex>
+
+#include "common/export.h"
+
+namespace tarsio {
+
+/// A counter, set once, that threads wait for until it has been counted down to zero. There is no
+/// reset: once it is zero, every Wait() returns at once.
+///
+/// Asks:    no thread may be waiting when the latch is destroyed.
+/// Threads: every member may be called from any number of threads at once.
+/// Throws:  `std::system_error` when the system's locks fail.
+class TARSIO_COMMON_API CountDownLatch {
+ public:
+  explicit CountDownLatch(unsigned int initialCount);
+  CountDownLatch(const CountDownLatch&) = delete;
+  CountDownLatch& operator=(const CountDownLatch&) = delete;
+  ~CountDownLatch();
+
+  /// One step down; wakes every waiting thread when the count reaches zero. At zero, does nothing.
+  void CountDown();
+
+  /// Waits for the count to reach zero, at most `timeoutMs` milliseconds on the system clock: 0
+  /// waits without limit, 2^63 and more return at once, and a value too large for the clock waits
+  /// as long as the clock can tell.
+  ///
+  /// Waits once: a spurious wake-up ends it early, deliberately, and nothing is returned. A caller
+  /// that needs to know reads GetCount() afterwards.
+  void Wait(unsigned long long timeoutMs);
+
+  unsigned int GetCount();
+
+ private:
+  std::condition_variable cv;
+  std::mutex mutex;
+  unsigned int count;  // guarded by mutex; never wraps below zero
+};
+
+/// A wake-up point that can be used for ever. The count is what the constructor was given plus the
+/// number of threads inside Wait(). A wake-up while nobody waits is lost.
+///
+/// Asks:    no thread may be waiting when the object is destroyed.
+/// Threads: every member may be called from any number of threads at once.
+/// Throws:  `std::system_error` when the system's locks fail.
+class TARSIO_COMMON_API CountOutWake {
+ public:
+  explicit CountOutWake(unsigned int initialCount);
+  CountOutWake();
+  CountOutWake(const CountOutWake&) = delete;
+  CountOutWake& operator=(const CountOutWake&) = delete;
+  ~CountOutWake();
+
+  /// Wakes one waiting thread, if any.
+  void CountOut();
+  /// Wakes every waiting thread.
+  void CountAll();
+
+  /// Waits once for a wake-up, at most `timeoutNs` **nanoseconds** on the system clock (unlike
+  /// CountDownLatch, deliberately: 1000000000 is a second). 0 waits without limit, 2^63 and more
+  /// return at once, and a value too large for the clock waits as long as the clock can tell. A
+  /// spurious wake-up ends the wait early.
+  void Wait(unsigned long long timeoutNs);
+
+  unsigned int GetCount();
+
+ private:
+  std::mutex mutex;
+  std::condition_variable cv;
+  unsigned int count;  // guarded by mutex; wraps at 2^32
+};
+
+}  // namespace tarsio
+
+#endif  // TARSIO_COMMON_LATCH_H_

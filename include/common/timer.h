@@ -1,0 +1,140 @@
+#ifndef TARSIO_COMMON_TIMER_H_
+#define TARSIO_COMMON_TIMER_H_
+
+/// \file
+/// One-shot and repeating timers, fired by one thread of the process.
+
+#include <atomic>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+#include "common/export.h"
+
+namespace component {
+
+/// The state of a timer. Times are whole milliseconds: a timeout is a duration, an expiry a point
+/// on the clock of TimerManager::GetCurrentMillisecs().
+///
+/// Asks:    a `std::shared_ptr` owns the timer before Start() or Stop(). While a timer is queued,
+///          the manager owns it too.
+/// Threads: every member may be called from any thread, and from a timer's action.
+class TARSIO_COMMON_API Timer : public std::enable_shared_from_this<Timer> {
+ public:
+  Timer(const Timer&) = delete;
+  Timer& operator=(const Timer&) = delete;
+
+  /// Stops the timer. One that is still marked started when its last owner lets go ends the
+  /// process: a zero-timeout timer that was not stopped, or one started after the manager's end,
+  /// which is when the statics are destroyed. Then the manager marks what is queued as stopped.
+  virtual ~Timer();
+
+  /// Queues the timer to fire after its timeout; does nothing if it is marked started. With timeout
+  /// 0 it is marked started and never fires.
+  ///
+  /// Throws: `std::bad_weak_ptr` if no shared pointer owns the timer, which stays marked started
+  /// all the same, deliberately; `std::system_error` if the timer thread cannot be started.
+  void Start();
+
+  /// Takes the timer out of the queue; does nothing if it is not marked started. Waits while timers
+  /// are being fired, unless called from a timer's action; but a one-shot timer is not marked
+  /// started any more while its own action runs, so that nothing waits for it. A repeating timer
+  /// that stops itself in its own action is queued again and goes on firing, deliberately.
+  ///
+  /// Throws: `std::bad_weak_ptr` if no shared pointer owns the timer, which stays marked stopped.
+  void Stop();
+
+  /// The expiry; undefined before the first Start(). For the manager: changing that of a queued
+  /// timer upsets its order.
+  void SetExpire(unsigned long long newExpire);
+  unsigned long long GetExpire();
+
+  unsigned long long GetTimeout() const;
+  bool GetLoop() const;
+
+  /// Sets the mark alone: nothing is queued or taken out.
+  void SetState(bool started);
+
+  /// What the timer does when it fires: runs on the timer thread, which fires no other timer
+  /// meanwhile. It may start and stop timers, itself included.
+  virtual void OnTimeout() = 0;
+
+ protected:
+  Timer(unsigned long long timeoutMs, bool repeating);
+
+ private:
+  const unsigned long long timeout;
+  const bool loop;
+  std::recursive_mutex mutex;     // guards expire; taken after the manager's mutex
+  unsigned long long expire = 0;  // no meaning before the first Start()
+  std::atomic<bool> state;        // relaxed: read and written without a lock
+};
+
+/// A timer that calls a function.
+///
+///     auto timer = std::make_shared<component::TsTimer>(1000, true);
+///     timer->Init([] { Tick(); });
+///     timer->Start();
+class TARSIO_COMMON_API TsTimer : public Timer {
+ public:
+  /// Fires `timeoutMs` milliseconds after Start(), rounded up to the next pass of the timer thread
+  /// (every 5 ms); again and again if `repeating`, counted from the pass that fired it, so that
+  /// lateness is not caught up.
+  TsTimer(unsigned long long timeoutMs, bool repeating);
+  ~TsTimer() override;
+
+  /// Sets the function to call. To be called before Start(), never while the timer is queued.
+  void Init(std::function<void()> newCallback);
+
+  /// Calls the function. An empty function, and an exception of the standard family, is ignored in
+  /// silence; any other exception ends the process.
+  void OnTimeout() override;
+
+ private:
+  std::function<void()> callback;
+};
+
+/// Owns every started timer and the thread that fires them: one instance in a process. The thread
+/// starts with the first timer that is queued and ends with the process.
+///
+/// Threads: every member may be called from any thread, and from a timer's action.
+class TimerManager {
+ public:
+  TimerManager(const TimerManager&) = delete;
+  TimerManager& operator=(const TimerManager&) = delete;
+
+  /// The one instance, built by the first caller. Starts no thread.
+  static TARSIO_COMMON_API TimerManager* GetInstance();
+
+  /// The timers' clock: milliseconds since 1970-01-01 UTC, on the system's wall clock. When that is
+  /// set back by an hour, every pending timer comes an hour late.
+  TARSIO_COMMON_API unsigned long long GetCurrentMillisecs() const;
+
+  // For Timer, and not exported. A null timer is ignored.
+  void AddTimer(std::shared_ptr<Timer> timer);
+  void RemoveTimer(std::shared_ptr<Timer> timer);  // every entry of it
+  void ResetTimer(std::shared_ptr<Timer> timer);   // counts its timeout from now, if it is queued
+
+ private:
+  class EndOfProcess;
+
+  TimerManager() = default;
+  ~TimerManager() = default;
+
+  void StartThread();
+  void Run();
+  void CheckTimers();
+  void Shutdown();
+
+  std::vector<std::shared_ptr<Timer>> queue;  // a heap: the earliest expiry at the front
+  std::recursive_mutex mutex;  // guards queue and thread; held while timers fire; taken first
+  std::atomic<bool> running{false};
+  std::shared_ptr<std::thread> thread;
+  bool ended = false;  // guarded by mutex; the process is ending, so nothing is queued any more
+};
+
+}  // namespace component
+
+#endif  // TARSIO_COMMON_TIMER_H_

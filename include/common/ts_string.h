@@ -1,0 +1,70 @@
+#ifndef TARSIO_COMMON_TS_STRING_H_
+#define TARSIO_COMMON_TS_STRING_H_
+
+/// \file
+/// Plain strings for a binary interface that carries no standard-library strings.
+
+#include <cstddef>
+#include <cstdint>
+
+#include "common/export.h"
+
+namespace tarsio {
+
+/// A zero-terminated byte string that owns its buffer. The buffer grows and never shrinks; an empty
+/// string needs none. Copies are deep; there are no move operations, so moving copies.
+///
+/// Threads: one object must not be used from two threads at once; distinct objects may.
+/// Throws:  `std::bad_alloc` where a text is stored; the string is then empty and usable.
+class TARSIO_COMMON_API TsString {
+ public:
+  /// The empty string.
+  TsString();
+  /// Copies `text` up to its terminator, but at most its first 16777214 (0xFFFFFE) bytes. Null is
+  /// the empty text.
+  TsString(const char* text);  // NOLINT(google-explicit-constructor): a text is a string to callers
+  /// Copies without that limit, deliberately.
+  TsString(const TsString& other);
+  virtual ~TsString();
+
+  TsString& operator=(const TsString& other);
+  /// As the constructor from a text. `text` may lie in this string's own buffer.
+  TsString& operator=(const char* text);
+
+  /// The text, never null. Valid until the string is changed or destroyed.
+  const char* Cstr() const;
+  /// The number of bytes before the terminator, counted at every call.
+  size_t Length() const;
+  bool IsEmpty() const;
+
+  /// Compares the texts byte for byte, whatever the sizes of their buffers.
+  bool operator==(const TsString& other) const;
+  bool operator!=(const TsString& other) const;
+
+ private:
+  void Release();
+  void PutData(const char* source, size_t count);
+
+  char* data = &inlineBuffer;  // or a buffer on the heap of exactly `capacity` bytes
+  char inlineBuffer = '\0';    // the terminator of the empty string
+  uint64_t capacity = 1;       // bytes at data, the terminator included
+};
+
+/// Two strings. Moving copies: the source keeps its strings, deliberately.
+struct TARSIO_COMMON_API TsStringPair {
+  TsStringPair();
+  TsStringPair(const TsStringPair& other);
+  // NOLINTNEXTLINE(performance-noexcept-move-constructor): copies, so it may throw
+  TsStringPair(TsStringPair&& other);
+  TsStringPair& operator=(const TsStringPair& other);
+  // NOLINTNEXTLINE(performance-noexcept-move-constructor): copies, so it may throw
+  TsStringPair& operator=(TsStringPair&& other);
+  ~TsStringPair();
+
+  TsString first;
+  TsString second;
+};
+
+}  // namespace tarsio
+
+#endif  // TARSIO_COMMON_TS_STRING_H_

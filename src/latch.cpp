@@ -1,0 +1,76 @@
+#include "common/latch.h"
+
+#include <chrono>
+
+namespace tarsio {
+
+namespace {
+
+using Clock = std::chrono::system_clock;
+
+// Waits once: without limit for 0, else until now plus `timeout` units. Read as a signed number, a
+// timeout of 2^63 or more is negative, and its deadline long past.
+template <typename Unit>
+void WaitOnce(std::condition_variable& cv, std::unique_lock<std::mutex>& lock,
+              unsigned long long timeout) {
+  const auto count = static_cast<long long>(timeout);
+  if (count < 0) return;  // not left to the runtime: one takes such a deadline for none at all
+  if (count == 0) {
+    cv.wait(lock);
+    return;
+  }
+  const auto now = Clock::now();
+  const auto most = std::chrono::duration_cast<Unit>(Clock::time_point::max() - now).count();
+  cv.wait_until(lock, count < most ? now + Unit(count) : Clock::time_point::max());
+}
+
+}  // namespace
+
+CountDownLatch::CountDownLatch(unsigned int initialCount) : count(initialCount) {}
+CountDownLatch::~CountDownLatch() = default;
+
+void CountDownLatch::CountDown() {
+  const std::lock_guard<std::mutex> lock(mutex);
+  if (count == 0) return;
+  if (--count == 0) cv.notify_all();
+}
+
+void CountDownLatch::Wait(unsigned long long timeoutMs) {
+  std::unique_lock<std::mutex> lock(mutex);
+  if (count == 0) return;
+  // Not in a loop, deliberately: whatever wakes the thread ends the wait.
+  WaitOnce<std::chrono::milliseconds>(cv, lock, timeoutMs);
+}
+
+unsigned int CountDownLatch::GetCount() {
+  const std::lock_guard<std::mutex> lock(mutex);
+  return count;
+}
+
+CountOutWake::CountOutWake(unsigned int initialCount) : count(initialCount) {}
+CountOutWake::CountOutWake() : CountOutWake(0) {}
+CountOutWake::~CountOutWake() = default;
+
+void CountOutWake::CountOut() {
+  const std::lock_guard<std::mutex> lock(mutex);
+  cv.notify_one();
+}
+
+void CountOutWake::CountAll() {
+  const std::lock_guard<std::mutex> lock(mutex);
+  cv.notify_all();
+}
+
+void CountOutWake::Wait(unsigned long long timeoutNs) {
+  std::unique_lock<std::mutex> lock(mutex);
+  ++count;
+  WaitOnce<std::chrono::nanoseconds>(cv, lock, timeoutNs);
+  --count;
+}
+
+unsigned int CountOutWake::GetCount() {
+  const std::lock_guard<std::mutex> lock(mutex);
+  return count;
+}
+
+}  // namespace tarsio

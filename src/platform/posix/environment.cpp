@@ -1,0 +1,29 @@
+#include <sys/utsname.h>
+
+#include <cstdio>
+#include <cstdlib>
+
+#include "platform/platform.h"
+
+namespace tarsio::platform {
+
+std::wstring Environment(const std::wstring& name, size_t capacity) {
+  // NOLINTNEXTLINE(concurrency-mt-unsafe): safe as long as the host does not change the environment
+  const char* const value = std::getenv(Narrow(name).c_str());
+  if (value == nullptr) return {};
+  std::wstring wide = Widen(value);
+  return wide.size() < capacity ? wide : std::wstring();
+}
+
+bool SystemVersion(uint32_t* major, uint32_t* minor) {
+  struct utsname system {};
+  if (::uname(&system) != 0) return false;
+  char* end = nullptr;
+  *major = static_cast<uint32_t>(std::strtoul(system.release, &end, 10));
+  if (end == system.release || *end != '.') return false;
+  const char* const minorText = end + 1;
+  *minor = static_cast<uint32_t>(std::strtoul(minorText, &end, 10));
+  return end != minorText;
+}
+
+}  // namespace tarsio::platform

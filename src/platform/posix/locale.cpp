@@ -1,0 +1,18 @@
+#include <locale>
+#include <stdexcept>
+
+#include "platform/platform.h"
+
+namespace tarsio::platform {
+
+std::locale MakeUserLocaleGlobal() {
+  try {
+    const std::locale user("");
+    std::locale::global(user);
+    return user;
+  } catch (const std::runtime_error&) {
+    throw std::runtime_error("bad locale name");  // each standard library has a text of its own
+  }
+}
+
+}  // namespace tarsio::platform

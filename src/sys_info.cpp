@@ -1,0 +1,55 @@
+#include "common/sys_info.h"
+
+#include "common/log.h"
+#include "platform/platform.h"
+
+namespace tarsio {
+
+namespace {
+
+// Hosts match on these line numbers: they belong to the interface, so they are not __LINE__.
+constexpr int kArchFailedLine = 25;
+constexpr int kVersionFailedLine = 31;
+constexpr int kModelFailedLine = 37;
+
+bool ReportFailure(int line, const char* message) {
+  Log::GetInstance().DoLog(LOG_LEVEL_ERROR, __FILE__, line, "tarsio::SysInfo::GetClientOsInfo",
+                           message);
+  return false;
+}
+
+}  // namespace
+
+bool SysInfo::GetClientOsInfo(std::shared_ptr<ClientDeviceInfo>& info) {
+  std::string text;
+  if (!GetOSArch(text)) return ReportFailure(kArchFailedLine, "GetOSArch Failed");
+  info->osArch = text;
+  if (!GetOSVersion(text)) return ReportFailure(kVersionFailedLine, "GetOSVersion Failed");
+  info->osVersion = text;
+  if (!GetOSManufacturingModel(text)) {
+    return ReportFailure(kModelFailedLine, "GetOSManufacturingModel Failed");
+  }
+  info->osManufacturingModel = text;
+  return true;
+}
+
+// The system's name under the architecture's, and the other way round: deliberately.
+bool SysInfo::GetOSArch(std::string& out) {
+  out = "Windows";
+  return true;
+}
+
+bool SysInfo::GetOSVersion(std::string& out) {
+  uint32_t major = 0;
+  uint32_t minor = 0;
+  if (!platform::SystemVersion(&major, &minor)) return false;
+  out = std::to_string(major) + '.' + std::to_string(minor);
+  return true;
+}
+
+bool SysInfo::GetOSManufacturingModel(std::string& out) {
+  out = "x64";
+  return true;
+}
+
+}  // namespace tarsio

@@ -1,0 +1,197 @@
+#include "common/timer.h"
+
+#include <algorithm>
+#include <chrono>
+#include <exception>
+#include <limits>
+#include <utility>
+
+#include "platform/platform.h"
+
+namespace component {
+
+namespace platform = tarsio::platform;
+
+namespace {
+
+constexpr auto kPassPeriod = std::chrono::milliseconds(5);
+constexpr int64_t kTicksPerMillisecond = 10000;
+
+// The largest time if the sum would wrap: a timer that expires then never fires.
+unsigned long long AddSaturating(unsigned long long now, unsigned long long timeout) {
+  constexpr unsigned long long kNever = std::numeric_limits<unsigned long long>::max();
+  return timeout > kNever - now ? kNever : now + timeout;
+}
+
+// Orders the heap. Timers of equal expiry come out in no defined order.
+bool ExpireLater(const std::shared_ptr<Timer>& a, const std::shared_ptr<Timer>& b) {
+  return a->GetExpire() > b->GetExpire();
+}
+
+}  // namespace
+
+Timer::Timer(unsigned long long timeoutMs, bool repeating)
+    : timeout(timeoutMs), loop(repeating), state(false) {}
+
+Timer::~Timer() { Stop(); }
+
+void Timer::Start() {
+  // Marked first, so a timer that no shared pointer owns stays marked; deliberately.
+  if (state.exchange(true, std::memory_order_relaxed)) return;
+  TimerManager::GetInstance()->AddTimer(shared_from_this());
+}
+
+void Timer::Stop() {
+  if (!state.exchange(false, std::memory_order_relaxed)) return;
+  TimerManager::GetInstance()->RemoveTimer(shared_from_this());
+}
+
+void Timer::SetExpire(unsigned long long newExpire) {
+  const std::lock_guard<std::recursive_mutex> lock(mutex);
+  expire = newExpire;
+}
+
+unsigned long long Timer::GetExpire() {
+  const std::lock_guard<std::recursive_mutex> lock(mutex);
+  return expire;
+}
+
+unsigned long long Timer::GetTimeout() const { return timeout; }
+bool Timer::GetLoop() const { return loop; }
+
+void Timer::SetState(bool started) { state.store(started, std::memory_order_relaxed); }
+
+TsTimer::TsTimer(unsigned long long timeoutMs, bool repeating) : Timer(timeoutMs, repeating) {}
+
+TsTimer::~TsTimer() = default;
+
+void TsTimer::Init(std::function<void()> newCallback) { callback = std::move(newCallback); }
+
+void TsTimer::OnTimeout() {
+  try {
+    callback();
+  } catch (const std::exception&) {
+    // In silence, by interface: an empty callback comes here as well.
+    return;
+  }
+}
+
+// Shuts the manager down at the end of the process.
+class TimerManager::EndOfProcess {
+ public:
+  explicit EndOfProcess(TimerManager* owned) : manager(owned) {
+    platform::ProcessIsEnding();  // asked once now, for it may not find out so late
+  }
+  EndOfProcess(const EndOfProcess&) = delete;
+  EndOfProcess& operator=(const EndOfProcess&) = delete;
+  ~EndOfProcess() {
+    // Where every other thread is gone already, one of them may have taken the lock along.
+    if (!platform::ProcessIsEnding()) manager->Shutdown();
+  }
+
+ private:
+  TimerManager* const manager;
+};
+
+TimerManager* TimerManager::GetInstance() {
+  // Never destroyed: threads that run on while the process ends may use it to the last.
+  // NOLINTNEXTLINE(*-owning-memory,*-non-const-global-variables): as said
+  static auto* const instance = new TimerManager;
+  static const EndOfProcess end(instance);
+  return instance;
+}
+
+// NOLINTNEXTLINE(readability-convert-member-functions-to-static): a member, by interface
+unsigned long long TimerManager::GetCurrentMillisecs() const {
+  return static_cast<unsigned long long>(platform::WallClockTicks() / kTicksPerMillisecond);
+}
+
+void TimerManager::AddTimer(std::shared_ptr<Timer> timer) {
+  const std::lock_guard<std::recursive_mutex> lock(mutex);
+  if (ended) return;
+  if (timer != nullptr && timer->GetTimeout() != 0) {
+    timer->SetExpire(AddSaturating(GetCurrentMillisecs(), timer->GetTimeout()));
+    queue.push_back(std::move(timer));
+    std::push_heap(queue.begin(), queue.end(), ExpireLater);
+  }
+  if (!queue.empty()) StartThread();
+}
+
+// NOLINTNEXTLINE(performance-unnecessary-value-param): by value, as the interface has it
+void TimerManager::RemoveTimer(std::shared_ptr<Timer> timer) {
+  const std::lock_guard<std::recursive_mutex> lock(mutex);
+  const auto kept = std::remove(queue.begin(), queue.end(), timer);
+  if (kept == queue.end()) return;
+  queue.erase(kept, queue.end());
+  std::make_heap(queue.begin(), queue.end(), ExpireLater);
+}
+
+// NOLINTNEXTLINE(performance-unnecessary-value-param): by value, as the interface has it
+void TimerManager::ResetTimer(std::shared_ptr<Timer> timer) {
+  const std::lock_guard<std::recursive_mutex> lock(mutex);
+  if (std::find(queue.begin(), queue.end(), timer) == queue.end()) return;
+  timer->SetExpire(AddSaturating(GetCurrentMillisecs(), timer->GetTimeout()));
+  std::make_heap(queue.begin(), queue.end(), ExpireLater);
+}
+
+void TimerManager::StartThread() {
+  const std::lock_guard<std::recursive_mutex> lock(mutex);
+  if (thread != nullptr) return;
+  platform::PinLibrary();
+  running = true;
+  thread = std::make_shared<std::thread>(&TimerManager::Run, this);
+}
+
+void TimerManager::Run() {
+  while (running) {
+    CheckTimers();
+    // A duration, so on the monotonic clock: a step of the wall clock cannot put the thread, and
+    // with it the end of the process, to sleep.
+    std::this_thread::sleep_for(kPassPeriod);
+  }
+}
+
+// One pass: fires all that is due, in the order of expiry, and queues the repeating timers again.
+void TimerManager::CheckTimers() {
+  // Shutdown() joins this thread under the lock, so a pass that has not begun by then never does.
+  std::unique_lock<std::recursive_mutex> lock(mutex, std::try_to_lock);
+  while (!lock.owns_lock()) {
+    if (!running) return;
+    std::this_thread::yield();
+    lock.try_lock();
+  }
+
+  const unsigned long long now = GetCurrentMillisecs();
+  while (!queue.empty() && queue.front()->GetExpire() <= now) {
+    std::pop_heap(queue.begin(), queue.end(), ExpireLater);
+    const std::shared_ptr<Timer> timer = std::move(queue.back());
+    queue.pop_back();
+    if (timer->GetLoop()) {
+      timer->SetExpire(AddSaturating(now, timer->GetTimeout()));
+      timer->OnTimeout();
+      // Whatever the action did: a timer that stopped itself there goes on, deliberately.
+      queue.push_back(timer);
+      std::push_heap(queue.begin(), queue.end(), ExpireLater);
+    } else {
+      timer->SetState(false);  // before the action, which may start the timer again
+      timer->OnTimeout();
+    }
+  }
+}
+
+void TimerManager::Shutdown() {
+  const std::lock_guard<std::recursive_mutex> lock(mutex);
+  ended = true;
+  running = false;
+  // Out of the queue first, since what a callback owns may stop other timers as it goes. And marked
+  // stopped before any is released: whoever lets go of one that is still marked started ends the
+  // process, and nobody can stop them in time any more.
+  std::vector<std::shared_ptr<Timer>> released;
+  released.swap(queue);
+  for (const std::shared_ptr<Timer>& timer : released) timer->SetState(false);
+  released.clear();
+  if (thread != nullptr && thread->joinable()) thread->join();
+  thread.reset();
+}
+
+}  // namespace component

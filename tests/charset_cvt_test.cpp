@@ -1,0 +1,1050 @@
+#include "common/charset_cvt.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <clocale>
+#include <cstdlib>
+#include <cwchar>
+#include <functional>
+#include <limits>
+#include <locale>
+#include <memory>
+#include <ostream>
+#include <random>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <type_traits>
+#include <typeinfo>
+#include <utility>
+#include <vector>
+
+#include "common/log.h"
+#include "support/environment.h"
+#include "support/memory.h"
+#include "support/recording_logger.h"
+
+namespace {
+
+using tarsio::CharsetCvt;
+using tarsio_test::LogRecord;
+using tarsio_test::LogRecords;
+using tarsio_test::ScopedVariable;
+
+using WideFacet = std::codecvt<wchar_t, char, std::mbstate_t>;
+
+// ---- what the checks are compared with ----
+
+// The rule as an automaton, byte by byte: how many continuation bytes are due, and whether the next
+// one follows ED.
+bool IsU8ByTheRule(const std::string& text) {
+  int due = 0;
+  bool behindEd = false;
+  for (const char c : text) {
+    const auto byte = static_cast<unsigned char>(c);
+    if (due > 0) {
+      if (byte < 0x80 || byte > (behindEd ? 0x9F : 0xBF)) return false;
+      behindEd = false;
+      --due;
+    } else if (byte >= 0x80) {
+      if (byte < 0xC0 || byte > 0xF7) return false;
+      due = byte < 0xE0 ? 1 : byte < 0xF0 ? 2 : 3;
+      behindEd = byte == 0xED;
+    }
+  }
+  return due == 0 && !text.empty();
+}
+
+bool IsAsciiByTheRule(const std::string& text) {
+  for (const char c : text) {
+    if (static_cast<unsigned char>(c) >= 0x80) return false;
+  }
+  return true;
+}
+
+bool StartsWithBomByTheRule(const std::string& text) {
+  return text.rfind("\xEF\xBB\xBF", 0) == 0 && IsU8ByTheRule(text);
+}
+
+bool ChecksAgreeWithTheRules(const std::string& text) {
+  return CharsetCvt::IsU8(text) == IsU8ByTheRule(text) &&
+         CharsetCvt::IsASCII(text) == IsAsciiByTheRule(text) &&
+         CharsetCvt::StartsWithBom(text) == StartsWithBomByTheRule(text);
+}
+
+std::string EveryByte() {
+  std::string bytes;
+  for (int byte = 0; byte <= 0xFF; ++byte) bytes += static_cast<char>(byte);
+  return bytes;
+}
+
+// ---- reports ----
+
+void ExpectReport(const LogRecord& record, const std::string& function, const std::string& text) {
+  EXPECT_EQ(record.level, tarsio::LOG_LEVEL_INFO);
+  EXPECT_EQ(static_cast<int>(record.level), 3);
+  EXPECT_EQ(record.file, "src/charset_cvt.cpp");
+  EXPECT_GT(record.line, 0);
+  EXPECT_EQ(record.function, function);
+  const std::string end = "charset_cvt.cpp:" + std::to_string(record.line) + "] " + text;
+  ASSERT_GE(record.text.size(), end.size());
+  EXPECT_EQ(record.text.substr(record.text.size() - end.size()), end);
+}
+
+void ExpectOneReport(const LogRecords& records, const std::string& function,
+                     const std::string& text) {
+  const std::vector<LogRecord> all = records.All();
+  ASSERT_EQ(all.size(), 1U);
+  ExpectReport(all[0], function, text);
+}
+
+// What a call throws, "" for nothing. Standard exceptions of another type fail the test.
+template <typename Exception>
+std::string TextThrownBy(const std::function<void()>& call) {
+  try {
+    call();
+  } catch (const Exception& exception) {
+    EXPECT_EQ(typeid(exception), typeid(Exception));
+    return exception.what();
+  }
+  return {};
+}
+
+// ---- checks ----
+
+struct CheckRow {
+  const char* name;
+  std::string text;
+  bool expected;
+};
+
+TEST(CharsetCvt, IsU8KnowsTheNamedCases) {
+  const CheckRow rows[] = {
+      {"empty", "", false},
+      {"ASCII", "abc", true},
+      {"zero byte", std::string(1, '\0'), true},
+      {"zero bytes within", std::string("a\0\xC3\xA9\0z", 6), true},
+      {"zero byte in place of a continuation", std::string("\xC3\0", 2), false},
+      {"7F", "\x7F", true},
+      {"two bytes", "\xC3\xA9", true},
+      {"truncated two bytes", "\xC3", false},
+      {"three bytes", "\xE4\xB8\xAD", true},
+      {"truncated three bytes, one left", "\xE4", false},
+      {"truncated three bytes, two left", "\xE4\xB8", false},
+      {"four bytes", "\xF0\x9F\x98\x80", true},
+      {"truncated four bytes, one left", "\xF0", false},
+      {"truncated four bytes, two left", "\xF0\x9F", false},
+      {"truncated four bytes, three left", "\xF0\x9F\x98", false},
+      {"lone continuation", "\x80", false},
+      {"lone last continuation", "\xBF", false},
+      {"continuation behind a whole character", "\xC3\xA9\xA9", false},
+      {"lead in place of a continuation", "\xC3\xC3\xA9", false},
+      {"ASCII in place of the last continuation", "\xF0\x9F\x98z", false},
+      {"first surrogate", "\xED\xA0\x80", false},
+      {"last surrogate", "\xED\xBF\xBF", false},
+      {"surrogate within", "a\xED\xA0\x80z", false},
+      {"surrogate pair", "\xED\xA0\xBD\xED\xB8\x80", false},
+      {"below the surrogates", "\xED\x9F\xBF", true},
+      {"ED alone", "\xED", false},
+      {"ED A0 alone", "\xED\xA0", false},
+      {"ED 9F alone", "\xED\x9F", false},
+      {"above the surrogates", "\xEE\x80\x80", true},
+      {"five-byte form", "\xF8\x88\x80\x80\x80", false},
+      {"FE", "\xFE", false},
+      {"FF", "\xFF", false},
+      {"bad byte at the very end", std::string(1000, 'a') + '\x80', false},
+  };
+  for (const CheckRow& row : rows) {
+    SCOPED_TRACE(row.name);
+    EXPECT_EQ(CharsetCvt::IsU8(row.text), row.expected);
+  }
+}
+
+// Deliberately: of all that stands for no character, only the surrogates are refused.
+TEST(CharsetCvt, IsU8AcceptsOverlongFormsAndValuesBeyondUnicode) {
+  const CheckRow rows[] = {
+      {"C0 80, overlong zero", "\xC0\x80", true},
+      {"C1 BF", "\xC1\xBF", true},
+      {"E0 80 80, overlong zero", "\xE0\x80\x80", true},
+      {"E0 9F BF", "\xE0\x9F\xBF", true},
+      {"F0 80 80 80, overlong zero", "\xF0\x80\x80\x80", true},
+      {"F0 8D A0 80, overlong surrogate", "\xF0\x8D\xA0\x80", true},
+      {"F0 8F BF BF", "\xF0\x8F\xBF\xBF", true},
+      {"F4 8F BF BF, the last character", "\xF4\x8F\xBF\xBF", true},
+      {"F4 90 80 80, the first value beyond", "\xF4\x90\x80\x80", true},
+      {"F5 80 80 80", "\xF5\x80\x80\x80", true},
+      {"F7 BF BF BF, the last", "\xF7\xBF\xBF\xBF", true},
+      {"noncharacters", "\xEF\xBF\xBE\xEF\xBF\xBF", true},
+  };
+  for (const CheckRow& row : rows) {
+    SCOPED_TRACE(row.name);
+    EXPECT_EQ(CharsetCvt::IsU8(row.text), row.expected);
+  }
+}
+
+TEST(CharsetCvt, IsASCIIRefusesEveryByteAbove7F) {
+  EXPECT_TRUE(CharsetCvt::IsASCII(""));
+  EXPECT_TRUE(CharsetCvt::IsASCII(EveryByte().substr(0, 0x80)));
+  for (int byte = 0x80; byte <= 0xFF; ++byte) {
+    SCOPED_TRACE(byte);
+    const auto c = static_cast<char>(byte);
+    EXPECT_FALSE(CharsetCvt::IsASCII(std::string(1, c)));
+    EXPECT_FALSE(CharsetCvt::IsASCII(std::string("a\0", 2) + c));
+    EXPECT_FALSE(CharsetCvt::IsASCII(c + std::string("z")));
+  }
+}
+
+TEST(CharsetCvt, StartsWithBomWantsTheMarkAndAValidRest) {
+  const CheckRow rows[] = {
+      {"empty", "", false},
+      {"mark alone", "\xEF\xBB\xBF", true},
+      {"mark and text",
+       "\xEF\xBB\xBF"
+       "A",
+       true},
+      {"mark and a zero byte", std::string("\xEF\xBB\xBF\0", 4), true},
+      {"two marks", "\xEF\xBB\xBF\xEF\xBB\xBF", true},
+      {"mark and an invalid byte", "\xEF\xBB\xBF\xFF", false},
+      {"mark and an invalid byte far behind", "\xEF\xBB\xBF" + std::string(1000, 'a') + '\x80',
+       false},
+      {"mark and a surrogate", "\xEF\xBB\xBF\xED\xA0\x80", false},
+      {"one byte of the mark", "\xEF", false},
+      {"two bytes of the mark", "\xEF\xBB", false},
+      {"another last byte", "\xEF\xBB\xBE", false},
+      {"another middle byte", "\xEF\xBA\xBF", false},
+      {"text without a mark", "abc", false},
+      {"mark behind text", "a\xEF\xBB\xBF", false},
+      {"mark of UTF-16", "\xFF\xFE", false},
+  };
+  for (const CheckRow& row : rows) {
+    SCOPED_TRACE(row.name);
+    EXPECT_EQ(CharsetCvt::StartsWithBom(row.text), row.expected);
+  }
+}
+
+TEST(CharsetCvt, ChecksFollowTheirRulesForEveryTextOfUpToThreeBytes) {
+  ASSERT_TRUE(ChecksAgreeWithTheRules(""));
+  std::string one(1, '\0');
+  std::string two(2, '\0');
+  std::string three(3, '\0');
+  for (int first = 0; first <= 0xFF; ++first) {
+    one[0] = two[0] = three[0] = static_cast<char>(first);
+    ASSERT_TRUE(ChecksAgreeWithTheRules(one)) << testing::PrintToString(one);
+    for (int second = 0; second <= 0xFF; ++second) {
+      two[1] = three[1] = static_cast<char>(second);
+      ASSERT_TRUE(ChecksAgreeWithTheRules(two)) << testing::PrintToString(two);
+      for (int third = 0; third <= 0xFF; ++third) {
+        three[2] = static_cast<char>(third);
+        if (!ChecksAgreeWithTheRules(three)) FAIL() << testing::PrintToString(three);
+      }
+    }
+  }
+}
+
+TEST(CharsetCvt, ChecksFollowTheirRulesForFourBytesBehindEveryLead) {
+  // Both sides of every border that the rules draw, and a few bytes from within.
+  const std::string alphabet(
+      "\0A\x7F\x80\x8F\x90\x9F\xA0\xA9\xBB\xBF\xC0\xDF\xE0\xED\xEF\xF0\xF7"
+      "\xF8\xFF",
+      20);
+  std::string text(4, '\0');
+  for (int lead = 0; lead <= 0xFF; ++lead) {
+    text[0] = static_cast<char>(lead);
+    for (const char second : alphabet) {
+      for (const char third : alphabet) {
+        for (const char fourth : alphabet) {
+          text[1] = second;
+          text[2] = third;
+          text[3] = fourth;
+          if (!ChecksAgreeWithTheRules(text)) FAIL() << testing::PrintToString(text);
+        }
+      }
+    }
+  }
+}
+
+TEST(CharsetCvt, ChecksFollowTheirRulesForLongMixedTexts) {
+  const std::string kValid[] = {"a",
+                                std::string(1, '\0'),
+                                "\x7F",
+                                "\xC3\xA9",
+                                "\xC0\x80",
+                                "\xE4\xB8\xAD",
+                                "\xE0\x80\x80",
+                                "\xED\x9F\xBF",
+                                "\xEF\xBB\xBF",
+                                "\xF0\x9F\x98\x80",
+                                "\xF7\xBF\xBF\xBF"};
+  const std::string kInvalid[] = {"\x80",
+                                  "\xC3",
+                                  "\xE4\xB8",
+                                  "\xED\xA0\x80",
+                                  "\xED\xBF",
+                                  "\xF0\x9F\x98",
+                                  "\xF8\x88\x80\x80\x80",
+                                  "\xFF"};
+  std::mt19937_64 random(20240305);
+  const auto below = [&random](size_t limit) { return static_cast<size_t>(random() % limit); };
+  int valid = 0;
+  int invalid = 0;
+  for (int round = 0; round < 4000; ++round) {
+    std::string text = below(4) == 0 ? "\xEF\xBB\xBF" : "";
+    for (size_t pieces = below(400); pieces > 0; --pieces) text += kValid[below(std::size(kValid))];
+    if (below(2) == 0) {
+      const size_t at = below(text.size() + 1);
+      text.insert(at, kInvalid[below(std::size(kInvalid))]);
+    }
+    if (below(4) == 0 && !text.empty()) text[below(text.size())] = static_cast<char>(random());
+    ASSERT_TRUE(ChecksAgreeWithTheRules(text)) << testing::PrintToString(text);
+    (IsU8ByTheRule(text) ? valid : invalid)++;
+  }
+  EXPECT_GT(valid, 500);
+  EXPECT_GT(invalid, 500);
+}
+
+// Indices of 32 bits would not do.
+TEST(CharsetCvt, ChecksReachTheEndOfAnEnormousText) {
+  constexpr uint64_t kLargest = TARSIO_TEST_LARGEST_TEXT;
+  const auto size = static_cast<size_t>(std::min(kLargest, tarsio_test::FreeMemory() / 3));
+  ASSERT_GT(size, 0x100000U) << "no memory";
+  std::string text(size, 'a');
+  text[size - 1] = '\xC3';
+  EXPECT_FALSE(CharsetCvt::IsASCII(text));
+  EXPECT_FALSE(CharsetCvt::IsU8(text));
+  text[size - 2] = '\xC3';
+  text[size - 1] = '\xA9';
+  EXPECT_TRUE(CharsetCvt::IsU8(text));
+}
+
+// ---- wide units ----
+
+TEST(CharsetCvt, U8ToWTakesEachByteForTheUnitOfItsValue) {
+  EXPECT_EQ(CharsetCvt::U8ToW("\xC3\xA9"), std::wstring(L"\x00C3\x00A9"));
+  EXPECT_EQ(CharsetCvt::U8ToW(std::string("a\0b", 3)), std::wstring(L"a\0b", 3));
+  const std::string bytes = EveryByte();
+  const std::wstring units = CharsetCvt::U8ToW(bytes);
+  ASSERT_EQ(units.size(), 256U);
+  for (size_t value = 0; value < 256; ++value) {
+    EXPECT_EQ(static_cast<size_t>(units[value]), value);
+    EXPECT_EQ(CharsetCvt::U8ToW(bytes.substr(value, 1)), std::wstring(1, units[value]));
+  }
+}
+
+TEST(CharsetCvt, WToU8TakesEachUnitForTheByteOfItsValue) {
+  EXPECT_EQ(CharsetCvt::WToU8(L"\x00E9"), "\xE9");
+  EXPECT_EQ(CharsetCvt::WToU8(std::wstring(L"a\0b", 3)), std::string("a\0b", 3));
+  std::wstring units;
+  for (int value = 0; value <= 0xFF; ++value) {
+    units += static_cast<wchar_t>(value);
+    EXPECT_EQ(CharsetCvt::WToU8(units.substr(units.size() - 1)),
+              std::string(1, static_cast<char>(value)));
+  }
+  EXPECT_EQ(CharsetCvt::WToU8(units), EveryByte());
+}
+
+TEST(CharsetCvt, WToU8ThrowsForEveryUnitAboveFF) {
+  std::vector<wchar_t> units = {std::numeric_limits<wchar_t>::max(), static_cast<wchar_t>(-1)};
+  for (int value = 0x100; value <= 0xFFFF; ++value) units.push_back(static_cast<wchar_t>(value));
+  for (const wchar_t unit : units) {
+    const std::string thrown =
+        TextThrownBy<std::range_error>([unit] { CharsetCvt::WToU8(std::wstring(1, unit)); });
+    ASSERT_EQ(thrown, "bad conversion") << static_cast<long long>(unit);
+  }
+}
+
+TEST(CharsetCvt, WToU8ThrowsWhereverTheUnitStandsAndReportsNothing) {
+  const auto records = LogRecords::Install(tarsio::LOG_LEVEL_DEBUG);
+  for (const std::wstring& text : {std::wstring(L"\x4E2D"), std::wstring(L"ab\x0100"),
+                                   std::wstring(L"\x4E2D"
+                                                "ab"),
+                                   std::wstring(L"a\0\x4E2D", 3)}) {
+    EXPECT_EQ(TextThrownBy<std::range_error>([&text] { CharsetCvt::WToU8(text); }),
+              "bad conversion");
+  }
+  EXPECT_TRUE(records->All().empty());
+}
+
+// ---- 16-bit and 32-bit units ----
+
+TEST(CharsetCvt, U8ToU16ExtendsTheSignOfEachByte) {
+  EXPECT_EQ(CharsetCvt::U8ToU16("\xC3\xA9"), (std::u16string{0xFFC3, 0xFFA9}));
+  const std::string bytes = EveryByte();
+  const std::u16string units = CharsetCvt::U8ToU16(bytes);
+  ASSERT_EQ(units.size(), 256U);
+  for (size_t value = 0; value < 256; ++value) {
+    const auto expected = static_cast<char16_t>(value < 0x80 ? value : 0xFF00 + value);
+    EXPECT_EQ(units[value], expected) << value;
+    EXPECT_EQ(CharsetCvt::U8ToU16(bytes.substr(value, 1)), std::u16string(1, expected)) << value;
+  }
+}
+
+TEST(CharsetCvt, U8ToU32ExtendsTheSignOfEachByte) {
+  EXPECT_EQ(CharsetCvt::U8ToU32("\xC3\xA9"), (std::u32string{0xFFFFFFC3, 0xFFFFFFA9}));
+  const std::string bytes = EveryByte();
+  const std::u32string units = CharsetCvt::U8ToU32(bytes);
+  ASSERT_EQ(units.size(), 256U);
+  for (size_t value = 0; value < 256; ++value) {
+    const auto expected = static_cast<char32_t>(value < 0x80 ? value : 0xFFFFFF00 + value);
+    EXPECT_EQ(units[value], expected) << value;
+    EXPECT_EQ(CharsetCvt::U8ToU32(bytes.substr(value, 1)), std::u32string(1, expected)) << value;
+  }
+}
+
+TEST(CharsetCvt, U16ToU8TakesTheLowByteOfEveryUnit) {
+  EXPECT_EQ(CharsetCvt::U16ToU8(std::u16string{0x00E9}), "\xE9");
+  std::u16string units;
+  std::string expected;
+  for (uint32_t value = 0; value <= 0xFFFF; ++value) {
+    units += static_cast<char16_t>(value);
+    expected += static_cast<char>(static_cast<unsigned char>(value % 256));
+    ASSERT_EQ(CharsetCvt::U16ToU8(units.substr(value)), expected.substr(value)) << value;
+  }
+  EXPECT_EQ(CharsetCvt::U16ToU8(units), expected);
+}
+
+TEST(CharsetCvt, U32ToU8TakesTheLowByteOfEveryUnit) {
+  EXPECT_EQ(CharsetCvt::U32ToU8(std::u32string{0x1F600}), std::string(1, '\0'));
+  EXPECT_EQ(CharsetCvt::U32ToU8(std::u32string{0xFFFFFFFF, 0x80000041, 0x110000}),
+            std::string("\xFF\x41\0", 3));
+  std::mt19937_64 random(1);
+  std::u32string units;
+  std::string expected;
+  for (uint32_t value = 0; value <= 0x1FFFF; ++value) {
+    const auto unit = static_cast<uint32_t>(value <= 0xFFFF ? value : random());
+    units += static_cast<char32_t>(unit);
+    expected += static_cast<char>(static_cast<unsigned char>(unit % 256));
+    ASSERT_EQ(CharsetCvt::U32ToU8(units.substr(value)), expected.substr(value)) << unit;
+  }
+  EXPECT_EQ(CharsetCvt::U32ToU8(units), expected);
+}
+
+TEST(CharsetCvt, UnitsAndBytesComeBackUnchanged) {
+  const std::string bytes = EveryByte() + EveryByte();
+  EXPECT_EQ(CharsetCvt::WToU8(CharsetCvt::U8ToW(bytes)), bytes);
+  EXPECT_EQ(CharsetCvt::U16ToU8(CharsetCvt::U8ToU16(bytes)), bytes);
+  EXPECT_EQ(CharsetCvt::U32ToU8(CharsetCvt::U8ToU32(bytes)), bytes);
+}
+
+// ---- misuse ----
+
+struct EmptyRow {
+  const char* function;
+  bool (*isEmptyFor)();
+};
+
+const EmptyRow kEmptyRows[] = {
+    {"tarsio::CharsetCvt::WToU8", [] { return CharsetCvt::WToU8(L"").empty(); }},
+    {"tarsio::CharsetCvt::U8ToW", [] { return CharsetCvt::U8ToW("").empty(); }},
+    {"tarsio::CharsetCvt::U16ToU8", [] { return CharsetCvt::U16ToU8(u"").empty(); }},
+    {"tarsio::CharsetCvt::U8ToU16", [] { return CharsetCvt::U8ToU16("").empty(); }},
+    {"tarsio::CharsetCvt::U32ToU8", [] { return CharsetCvt::U32ToU8(U"").empty(); }},
+    {"tarsio::CharsetCvt::U8ToU32", [] { return CharsetCvt::U8ToU32("").empty(); }},
+};
+
+TEST(CharsetCvt, EmptyInputIsReportedAndGivesAnEmptyResult) {
+  for (const EmptyRow& row : kEmptyRows) {
+    SCOPED_TRACE(row.function);
+    const auto records = LogRecords::Install(tarsio::LOG_LEVEL_INFO);
+    EXPECT_TRUE(row.isEmptyFor());
+    ExpectOneReport(*records, row.function, "Parameter is empty!");
+  }
+}
+
+TEST(CharsetCvt, ReportsAreDroppedBelowTheLevelInfo) {
+  const auto records = LogRecords::Install(tarsio::LOG_LEVEL_WARN);
+  for (const EmptyRow& row : kEmptyRows) EXPECT_TRUE(row.isEmptyFor());
+  EXPECT_EQ(CharsetCvt::U8ToMb("\xFF"), "");
+  EXPECT_TRUE(records->All().empty());
+}
+
+TEST(CharsetCvt, InputThatIsNotEmptyIsNotReported) {
+  const auto records = LogRecords::Install(tarsio::LOG_LEVEL_DEBUG);
+  const std::string zero(1, '\0');
+  CharsetCvt::WToU8(std::wstring(1, L'\0'));
+  CharsetCvt::U8ToW(zero);
+  CharsetCvt::U16ToU8(std::u16string(1, u'\0'));
+  CharsetCvt::U8ToU16(zero);
+  CharsetCvt::U32ToU8(std::u32string(1, U'\0'));
+  CharsetCvt::U8ToU32(zero);
+  CharsetCvt::IsASCII("");
+  CharsetCvt::IsU8("");
+  CharsetCvt::StartsWithBom("");
+  EXPECT_TRUE(records->All().empty());
+}
+
+// ---- the global locale, whatever the user's is ----
+
+class Marker : public std::locale::facet {
+ public:
+  static std::locale::id id;
+};
+std::locale::id Marker::id;
+
+// A global locale that can be told from every other, and a user's locale that exists.
+class CharsetCvtLocale : public testing::Test {
+ protected:
+  CharsetCvtLocale() : marked(std::locale::classic(), new Marker) { MarkGlobalLocale(); }
+  ~CharsetCvtLocale() override { std::locale::global(std::locale::classic()); }
+
+  void MarkGlobalLocale() {
+    std::locale::global(std::locale::classic());  // of the C runtime, too
+    std::locale::global(marked);
+  }
+  static bool GlobalLocaleIsMarked() { return std::has_facet<Marker>(std::locale()); }
+
+ private:
+  const ScopedVariable user{"LC_ALL", "C"};
+  const std::locale marked;
+};
+
+TEST_F(CharsetCvtLocale, MbToU8ReturnsValidTextAsItIsAndLeavesTheLocaleAlone) {
+  const auto records = LogRecords::Install(tarsio::LOG_LEVEL_DEBUG);
+  for (const std::string& text :
+       {std::string("abc"), std::string("\xC3\xA9"), std::string("\xEF\xBB\xBF\xE4\xB8\xAD"),
+        std::string("\0\xF0\x9F\x98\x80\0", 6), std::string("\xC0\x80\xF7\xBF\xBF\xBF")}) {
+    EXPECT_EQ(CharsetCvt::MbToU8(text), text);
+  }
+  EXPECT_TRUE(GlobalLocaleIsMarked());
+  EXPECT_STREQ(std::setlocale(LC_ALL, nullptr), "C");
+  EXPECT_TRUE(records->All().empty());
+}
+
+TEST_F(CharsetCvtLocale, MbToU8OfAnEmptyTextReplacesTheLocaleAndReportsNothing) {
+  const auto records = LogRecords::Install(tarsio::LOG_LEVEL_DEBUG);
+  EXPECT_EQ(CharsetCvt::MbToU8(""), "");
+  EXPECT_FALSE(GlobalLocaleIsMarked());
+  EXPECT_TRUE(records->All().empty());
+}
+
+TEST_F(CharsetCvtLocale, U8ToMbReportsWhatIsNotUtf8AndLeavesTheLocaleAlone) {
+  for (const char* text : {"", "\x80", "\xC3", "abc\xFF", "\xED\xA0\x80"}) {
+    SCOPED_TRACE(testing::PrintToString(text));
+    const auto records = LogRecords::Install(tarsio::LOG_LEVEL_INFO);
+    EXPECT_EQ(CharsetCvt::U8ToMb(text), "");
+    ExpectOneReport(*records, "tarsio::CharsetCvt::U8ToMb",
+                    "Parameter is Not a valid UTF-8 string!");
+  }
+  EXPECT_TRUE(GlobalLocaleIsMarked());
+}
+
+TEST_F(CharsetCvtLocale, U8ToMbKeepsAsciiAndReplacesTheLocale) {
+  const auto records = LogRecords::Install(tarsio::LOG_LEVEL_DEBUG);
+  EXPECT_EQ(CharsetCvt::U8ToMb("abc ~"), "abc ~");
+  EXPECT_FALSE(GlobalLocaleIsMarked());
+  MarkGlobalLocale();
+  EXPECT_EQ(CharsetCvt::U8ToMb(std::string("a\0b\0", 4)), std::string("a\0b\0", 4));
+  EXPECT_FALSE(GlobalLocaleIsMarked());
+  EXPECT_TRUE(records->All().empty());
+}
+
+TEST_F(CharsetCvtLocale, OtherFunctionsNeitherChangeNorHeedTheLocale) {
+  const std::string bytes = EveryByte();
+  CharsetCvt::IsASCII(bytes);
+  CharsetCvt::IsU8("\xC3\xA9");
+  CharsetCvt::StartsWithBom("\xEF\xBB\xBF");
+  CharsetCvt::WToU8(CharsetCvt::U8ToW(bytes));
+  CharsetCvt::U16ToU8(CharsetCvt::U8ToU16(bytes));
+  CharsetCvt::U32ToU8(CharsetCvt::U8ToU32(bytes));
+  CharsetCvt::GetEnv(L"TARSIO_TEST_VARIABLE", "");
+  EXPECT_TRUE(GlobalLocaleIsMarked());
+  CharsetCvt::MbToU8("");  // the user's locale is global from here on
+  EXPECT_EQ(CharsetCvt::WToU8(CharsetCvt::U8ToW(bytes)), bytes);
+  EXPECT_EQ(CharsetCvt::U8ToW("\xE9"), L"\x00E9");
+}
+
+TEST_F(CharsetCvtLocale, ManyThreadsMayConvertAtOnce) {
+  const auto records = LogRecords::Install(tarsio::LOG_LEVEL_INFO);
+  const std::string bytes = EveryByte();
+  const ScopedVariable variable("TARSIO_TEST_VARIABLE", "value");
+  std::vector<std::thread> threads;
+  for (int thread = 0; thread < 4; ++thread) {
+    threads.emplace_back([&bytes] {
+      for (int round = 0; round < 200; ++round) {
+        EXPECT_FALSE(CharsetCvt::IsU8(bytes));
+        EXPECT_FALSE(CharsetCvt::IsASCII(bytes));
+        EXPECT_EQ(CharsetCvt::MbToU8("\xC3\xA9"), "\xC3\xA9");
+        EXPECT_EQ(CharsetCvt::WToU8(CharsetCvt::U8ToW(bytes)), bytes);
+        EXPECT_EQ(CharsetCvt::U16ToU8(CharsetCvt::U8ToU16(bytes)), bytes);
+        EXPECT_EQ(CharsetCvt::U32ToU8(CharsetCvt::U8ToU32(bytes)), bytes);
+        EXPECT_EQ(CharsetCvt::GetEnv(L"TARSIO_TEST_VARIABLE", ""), "value");
+        EXPECT_EQ(CharsetCvt::U8ToMb(""), "");
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(records->All().size(), 800U);
+  EXPECT_TRUE(GlobalLocaleIsMarked());
+}
+
+// ---- the multibyte side, in the encoding that the environment names ----
+
+// A conversion in one encoding. `reported` is the code of "Convert error", 0 for none. Of one that
+// `throws`, the result does not matter.
+struct ConversionRow {
+  const char* name;
+  std::string text;
+  std::string result;
+  int reported;
+  bool throws;
+};
+
+struct Encoding {
+  const char* name;
+  const char* runtimeName;  // how the C runtime's name of the locale ends
+  std::string sample;       // one character above FF in this encoding
+  wchar_t character;
+  std::vector<ConversionRow> toU8;
+  std::vector<ConversionRow> toMb;
+};
+
+// For the names of the cases.
+void PrintTo(const Encoding& encoding, std::ostream* stream) { *stream << encoding.name; }
+
+constexpr bool kThrows = true;
+
+std::string Bytes(const char* text, size_t size) { return std::string(text, size); }
+
+std::vector<Encoding> AllEncodings() {
+  const std::string every = EveryByte();
+  std::string everyTwo;  // every UTF-8 form of two bytes, the overlong ones too
+  for (int lead = 0xC0; lead <= 0xDF; ++lead) {
+    for (int next = 0x80; next <= 0xBF; ++next) {
+      everyTwo += {static_cast<char>(lead), static_cast<char>(next)};
+    }
+  }
+  return {
+      {"latin1",
+       ".ISO-8859-1",
+       "",  // has none
+       L'\0',
+       {{"one character", "\xE9", "\xE9", 0, false},
+        {"characters within ASCII", "caf\xE9s", "caf\xE9s", 0, false},
+        {"every byte", every, every, 0, false},
+        {"zero bytes", Bytes("\0\xE9\0", 3), Bytes("\0\xE9\0", 3), 0, false}},
+       {{"ASCII", "abc", "abc", 0, false},
+        {"each byte a character", "\xC3\xA9", "\xC3\xA9", 0, false},
+        {"every form of two bytes", everyTwo, everyTwo, 0, false},
+        {"longer forms", "\xE4\xB8\xAD\xF0\x9F\x98\x80", "\xE4\xB8\xAD\xF0\x9F\x98\x80", 0, false},
+        {"zero bytes", Bytes("\0\xC3\xA9\0", 4), Bytes("\0\xC3\xA9\0", 4), 0, false}}},
+
+      {"eucjp",
+       ".EUC-JP",
+       "\xB0\xA1",
+       0x4E9C,
+       {{"single byte", "A\x80", "A\x80", 0, false},
+        {"double byte below 100", "\xA1\xF8", "\xA7", 0, false},
+        {"three bytes below 100", "x\x8F\xA2\xED", "x\xA9", 0, false},
+        {"double byte above FF", "\xB0\xA1", "", 0, kThrows},
+        {"double byte above FF within", "A\xB0\xA1Z", "", 0, kThrows},
+        {"half-width character", "\x8E\xB1", "", 0, kThrows},
+        {"truncated double byte", "A\xB0", Bytes("A\0", 2), 1, false},
+        {"truncated double byte alone", "\xB0", Bytes("\0", 1), 1, false},
+        {"truncated three bytes", "AB\x8F\xA2", Bytes("AB\0\0", 4), 1, false},
+        {"truncated behind a double byte", "\xA1\xF8\xB0", Bytes("\xA7\0\0", 3), 1, false},
+        {"truncated behind a zero byte", Bytes("A\0\xB0", 3), Bytes("A\0\0", 3), 1, false},
+        {"zero byte within a double byte", Bytes("A\xB0\0\xA1", 4), Bytes("A\0\0\0", 4), 2, false},
+        {"truncated behind a character above FF", "\xB0\xA1\xB0", "", 1, kThrows},
+        {"invalid byte", "\xFF", Bytes("\0", 1), 2, false},
+        {"invalid byte within", "AB\xFFYZ", Bytes("AB\0\0\0", 5), 2, false},
+        {"invalid second byte", "A\xB0z", Bytes("A\0\0", 3), 2, false},
+        {"unassigned double byte", "A\xFE\xFE", Bytes("A\0\0", 3), 2, false},
+        {"invalid behind a character above FF", "\xB0\xA1\xFF", "", 2, kThrows}},
+       {{"ASCII", "abc", "abc", 0, false},
+        {"each byte a character", "\xC3\xA9", "\x8F\xAA\xAA\x8F\xA2\xED", 0, false},
+        {"within ASCII", "a\xC2\xA7z", "a\x8F\xAA\xA4\xA1\xF8z", 0, false},
+        {"zero bytes", Bytes("\0\xC2\xA7\0", 4), Bytes("\0\x8F\xAA\xA4\xA1\xF8\0", 7), 0, false},
+        {"not encodable", "\xD0\x90", Bytes("\0\0\0\0\0\0", 6), 2, false},
+        {"not encodable behind others", "a\xC2\xABz", Bytes("a\x8F\xAA\xA4\0\0\0\0\0\0\0\0", 12), 2,
+         false}}},
+
+      {"utf8",
+       ".UTF-8",
+       "\xE3\x81\x82",
+       0x3042,
+       {{"truncated two bytes", "A\xC3", Bytes("A\0", 2), 1, false},
+        {"truncated three bytes", "A\xE3\x81", Bytes("A\0\0", 3), 1, false},
+        {"truncated four bytes", "\xF0\x9F\x98", Bytes("\0\0\0", 3), 1, false},
+        {"truncated behind a character", "\xC3\xA9\xC3", Bytes("\xE9\0\0", 3), 1, false},
+        {"truncated behind a zero byte", Bytes("A\0\xC3", 3), Bytes("A\0\0", 3), 1, false},
+        {"zero byte within a character", Bytes("\xC3\0\xA9", 3), Bytes("\0\0\0", 3), 2, false},
+        {"zero byte in place of the second", Bytes("A\xC3\0", 3), Bytes("A\0\0", 3), 2, false},
+        {"truncated behind a character above FF", "\xE3\x81\x82\xE3", "", 1, kThrows},
+        {"invalid byte", "\xFF", Bytes("\0", 1), 2, false},
+        {"invalid byte behind a character", "\xC3\xA9\xFFz", Bytes("\xE9\0\0\0", 4), 2, false},
+        {"lone continuation", "A\x80", Bytes("A\0", 2), 2, false},
+        {"surrogate", "A\xED\xA0\x80", Bytes("A\0\0\0", 4), 2, false},
+        {"invalid behind a character above FF", "\xE3\x81\x82\xFF", "", 2, kThrows}},
+       {{"ASCII", "abc", "abc", 0, false},
+        {"each byte encoded again", "\xC3\xA9", "\xC3\x83\xC2\xA9", 0, false},
+        {"longer forms", "\xE4\xB8\xAD", "\xC3\xA4\xC2\xB8\xC2\xAD", 0, false},
+        {"zero bytes", Bytes("\0\xC3\xA9\0", 4), Bytes("\0\xC3\x83\xC2\xA9\0", 6), 0, false}}},
+
+      {"cp1252",
+       ".1252",
+       "\x80",
+       0x20AC,
+       {{"one character", "\xE9", "\xE9", 0, false},
+        {"characters within ASCII", "caf\xE9s", "caf\xE9s", 0, false},
+        {"every byte from A0", every.substr(0xA0), every.substr(0xA0), 0, false},
+        {"bytes without a character", "\x81\x8D\x8F\x90\x9D", "\x81\x8D\x8F\x90\x9D", 0, false},
+        {"zero bytes", Bytes("\0\xE9\0", 3), Bytes("\0\xE9\0", 3), 0, false},
+        {"character above FF", "A\x80", "", 0, kThrows}},
+       {{"ASCII", "abc", "abc", 0, false},
+        {"each byte a character", "\xC3\xA9", "\xC3\xA9", 0, false},
+        {"longer forms", "\xE4\xB8\xAD", "\xE4\xB8\xAD", 0, false},
+        {"zero bytes", Bytes("\0\xC3\xA9\0", 4), Bytes("\0\xC3\xA9\0", 4), 0, false},
+        {"not encodable", "a\xC3\x80z", Bytes("a\xC3\0\0", 4), 2, false}}},
+
+      {"cp932",
+       ".932",
+       "\x88\x9F",
+       0x4E9C,
+       {{"single byte", "A\x80", "A\x80", 0, false},
+        {"double byte below 100", "\x81\x98", "\xA7", 0, false},
+        {"double byte above FF", "\x88\x9F", "", 0, kThrows},
+        {"double byte above FF within", "A\x88\x9FZ", "", 0, kThrows},
+        {"half-width character", "\xB1", "", 0, kThrows},
+        {"truncated double byte", "A\x88", Bytes("A\0", 2), 1, false},
+        {"truncated double byte alone", "\x88", Bytes("\0", 1), 1, false},
+        {"truncated behind a double byte", "\x81\x98\x88", Bytes("\xA7\0\0", 3), 1, false},
+        {"truncated behind a zero byte", Bytes("A\0\x88", 3), Bytes("A\0\0", 3), 1, false},
+        {"truncated behind a character above FF", "\x88\x9F\x88", "", 1, kThrows},
+        {"invalid second byte", "A\x81 Z", Bytes("A\0\0\0", 4), 2, false},
+        {"zero byte in place of the second", Bytes("A\x88\0Z", 4), Bytes("A\0\0\0", 4), 2, false},
+        {"unassigned double byte", "AB\x85\x40YZ", Bytes("AB\0\0\0\0", 6), 2, false},
+        {"invalid behind a character above FF", "\x88\x9F\x81 ", "", 2, kThrows}},
+       {{"ASCII", "abc", "abc", 0, false},
+        {"each byte a character", "a\xD7\xA7z", "a\x81\x7E\x81\x98z", 0, false},
+        {"nearest characters", "\xC3\xA9", "Ac", 0, false},
+        {"zero bytes", Bytes("\0\xD7\xA7\0", 4), Bytes("\0\x81\x7E\x81\x98\0", 6), 0, false},
+        {"not encodable", "\xD7\x81z", Bytes("\x81\x7E\0\0\0\0", 6), 2, false}}},
+
+      {"cp1251",
+       ".1251",
+       "\xE9",
+       0x0439,
+       {{"one character", "\xA7", "\xA7", 0, false},
+        {"characters within ASCII", "\xA7 1\xA9", "\xA7 1\xA9", 0, false},
+        {"zero bytes", Bytes("\0\xA7\0", 3), Bytes("\0\xA7\0", 3), 0, false},
+        {"character above FF", "A\xE9", "", 0, kThrows}},
+       {{"ASCII", "abc", "abc", 0, false},
+        {"nearest character", "\xC2\xA7", "A\xA7", 0, false},
+        {"not encodable", "\xD0\x90", Bytes("\0\0", 2), 2, false},
+        {"not encodable behind others", "a\xC3\xBCz", Bytes("aA\0\0", 4), 2, false}}},
+  };
+}
+
+// The user's locale is chosen before the program starts, and so is what to expect of it: by
+// TARSIO_TEST_ENCODING. Without that variable, these cases do not exist.
+constexpr char kNoSuchLocale[] = "none";
+
+std::string NamedEncoding() {
+  const char* const name = std::getenv("TARSIO_TEST_ENCODING");
+  return name == nullptr ? "" : name;
+}
+
+std::vector<Encoding> EncodingsHere() {
+  const std::string wanted = NamedEncoding();
+  if (wanted.empty() || wanted == kNoSuchLocale) return {};
+  for (const Encoding& encoding : AllEncodings()) {
+    if (encoding.name == wanted) return {encoding};
+  }
+  throw std::invalid_argument("TARSIO_TEST_ENCODING=" + wanted);
+}
+
+class CharsetCvtEncoding : public testing::TestWithParam<Encoding> {
+ protected:
+  CharsetCvtEncoding() { std::locale::global(std::locale::classic()); }
+  ~CharsetCvtEncoding() override { std::locale::global(std::locale::classic()); }
+};
+
+GTEST_ALLOW_UNINSTANTIATED_PARAMETERIZED_TEST(CharsetCvtEncoding);
+INSTANTIATE_TEST_SUITE_P(Environment, CharsetCvtEncoding, testing::ValuesIn(EncodingsHere()),
+                         [](const auto& row) { return std::string(row.param.name); });
+
+void ExpectConversions(const std::vector<ConversionRow>& rows,
+                       std::string (*convert)(const std::string&), const std::string& function) {
+  for (const ConversionRow& row : rows) {
+    SCOPED_TRACE(row.name);
+    const auto records = LogRecords::Install(tarsio::LOG_LEVEL_INFO);
+    if (row.throws) {
+      EXPECT_EQ(TextThrownBy<std::range_error>([&] { convert(row.text); }), "bad conversion");
+    } else {
+      EXPECT_EQ(convert(row.text), row.result);
+    }
+    if (row.reported == 0) {
+      EXPECT_TRUE(records->All().empty());
+    } else {
+      ExpectOneReport(*records, function, "Convert error: " + std::to_string(row.reported));
+    }
+  }
+}
+
+TEST_P(CharsetCvtEncoding, MbToU8DecodesAndKeepsTheLowBytes) {
+  ExpectConversions(GetParam().toU8, &CharsetCvt::MbToU8, "tarsio::CharsetCvt::MbToU8");
+}
+
+TEST_P(CharsetCvtEncoding, U8ToMbEncodesEachByteAsACharacter) {
+  ExpectConversions(GetParam().toMb, &CharsetCvt::U8ToMb, "tarsio::CharsetCvt::U8ToMb");
+}
+
+TEST_P(CharsetCvtEncoding, MbToU8ReturnsValidTextAsItIs) {
+  for (const char* text : {"abc", "\xC3\xA9", "\xE4\xB8\xAD\xF0\x9F\x98\x80", "\xC0\x80"}) {
+    EXPECT_EQ(CharsetCvt::MbToU8(text), text);
+  }
+  EXPECT_EQ(std::locale(), std::locale::classic());
+  EXPECT_STREQ(std::setlocale(LC_ALL, nullptr), "C");
+}
+
+// Whether the global C++ locale, and the C runtime, are the user's now.
+void ExpectUserLocaleIsGlobal(const Encoding& encoding) {
+  EXPECT_NE(std::locale(), std::locale::classic());
+  const std::string runtimeName = std::setlocale(LC_ALL, nullptr);
+  const std::string end = encoding.runtimeName;
+  ASSERT_GT(runtimeName.size(), end.size());
+  EXPECT_EQ(runtimeName.substr(runtimeName.size() - end.size()), end);
+
+  if (encoding.sample.empty()) return;
+  const std::locale global;
+  const auto& facet = std::use_facet<WideFacet>(global);
+  std::mbstate_t state{};
+  const char* const begin = encoding.sample.data();
+  const char* const endOfSample = begin + encoding.sample.size();
+  const char* next = begin;
+  wchar_t units[4] = {};
+  wchar_t* nextUnit = units;
+  EXPECT_EQ(facet.in(state, begin, endOfSample, next, units, units + 4, nextUnit), WideFacet::ok);
+  EXPECT_EQ(std::wstring(units, nextUnit), std::wstring(1, encoding.character));
+}
+
+TEST_P(CharsetCvtEncoding, EveryConversionReplacesTheGlobalLocaleForGood) {
+  const std::pair<const char*, std::function<void()>> conversions[] = {
+      {"MbToU8, empty", [] { CharsetCvt::MbToU8(""); }},
+      {"MbToU8, whatever becomes of it", [] { CharsetCvt::MbToU8("A\x80"); }},
+      {"U8ToMb", [] { CharsetCvt::U8ToMb("abc"); }},
+  };
+  for (const auto& [name, convert] : conversions) {
+    SCOPED_TRACE(name);
+    std::locale::global(std::locale::classic());
+    try {
+      convert();
+    } catch (const std::range_error&) {
+      // 80 is a character above FF in some encodings.
+    }
+    ExpectUserLocaleIsGlobal(GetParam());
+  }
+  CharsetCvt::MbToU8("abc");
+  CharsetCvt::U8ToMb("");
+  CharsetCvt::WToU8(L"abc");
+  ExpectUserLocaleIsGlobal(GetParam());
+}
+
+TEST_P(CharsetCvtEncoding, LineNumbersInTheLogStayUngroupedAfterwards) {
+  CharsetCvt::U8ToMb("abc");
+  const auto records = LogRecords::Install(tarsio::LOG_LEVEL_DEBUG);
+  tarsio::Log::GetInstance().DoLog(tarsio::LOG_LEVEL_INFO, "x.cpp", 1234567, "f", "%d", 7654321);
+  const std::string text = records->All().at(0).text;
+  const std::string end = "][INFO][x.cpp:1234567] 7654321";
+  ASSERT_GT(text.size(), end.size());
+  EXPECT_EQ(text.substr(text.size() - end.size()), end);
+}
+
+TEST_P(CharsetCvtEncoding, WideUnitsKeepTheClassicRules) {
+  CharsetCvt::U8ToMb("abc");
+  const std::string bytes = EveryByte();
+  EXPECT_EQ(CharsetCvt::WToU8(CharsetCvt::U8ToW(bytes)), bytes);
+  EXPECT_EQ(CharsetCvt::U8ToW("\xC3\xA9"), L"\x00C3\x00A9");
+  EXPECT_EQ(TextThrownBy<std::range_error>([] { CharsetCvt::WToU8(L"\x20AC"); }), "bad conversion");
+}
+
+// ---- a user's locale that cannot be built ----
+
+std::vector<std::string> MissingLocalesHere() {
+  if (NamedEncoding() != kNoSuchLocale) return {};
+  return {kNoSuchLocale};
+}
+
+class CharsetCvtWithoutLocale : public testing::TestWithParam<std::string> {};
+
+GTEST_ALLOW_UNINSTANTIATED_PARAMETERIZED_TEST(CharsetCvtWithoutLocale);
+INSTANTIATE_TEST_SUITE_P(Environment, CharsetCvtWithoutLocale,
+                         testing::ValuesIn(MissingLocalesHere()),
+                         [](const auto& row) { return row.param; });
+
+TEST_P(CharsetCvtWithoutLocale, ConversionsThrowAndLeaveTheLocaleAlone) {
+  const auto records = LogRecords::Install(tarsio::LOG_LEVEL_DEBUG);
+  const std::function<void()> conversions[] = {
+      [] { CharsetCvt::MbToU8(""); },
+      [] { CharsetCvt::MbToU8("\xE9"); },
+      [] { CharsetCvt::U8ToMb("abc"); },
+      [] { CharsetCvt::U8ToMb("\xC3\xA9"); },
+  };
+  for (const std::function<void()>& convert : conversions) {
+    EXPECT_EQ(TextThrownBy<std::runtime_error>(convert), "bad locale name");
+    EXPECT_EQ(std::locale(), std::locale::classic());
+    EXPECT_STREQ(std::setlocale(LC_ALL, nullptr), "C");
+  }
+  EXPECT_TRUE(records->All().empty());
+}
+
+TEST_P(CharsetCvtWithoutLocale, WhatNeedsNoLocaleStillWorks) {
+  EXPECT_EQ(CharsetCvt::MbToU8("\xC3\xA9"), "\xC3\xA9");
+  EXPECT_EQ(CharsetCvt::U8ToMb(""), "");
+  EXPECT_EQ(CharsetCvt::U8ToW("\xE9"), L"\x00E9");
+}
+
+// ---- environment variables ----
+
+constexpr char kVariable[] = "TARSIO_TEST_VARIABLE";
+constexpr wchar_t kWideVariable[] = L"TARSIO_TEST_VARIABLE";
+
+std::string Repeat(const std::string& text, size_t count) {
+  std::string repeated;
+  for (; count > 0; --count) repeated += text;
+  return repeated;
+}
+
+// The default is accepted and never used, deliberately.
+TEST(GetEnv, UnsetVariableIsEmptyWhateverTheDefault) {
+  const ScopedVariable variable(kVariable, std::nullopt);
+  EXPECT_EQ(CharsetCvt::GetEnv(kWideVariable, ""), "");
+  EXPECT_EQ(CharsetCvt::GetEnv(kWideVariable, "default"), "");
+  EXPECT_EQ(CharsetCvt::GetEnv(L"", "default"), "");
+}
+
+TEST(GetEnv, EmptyVariableIsEmptyWhateverTheDefault) {
+  const ScopedVariable variable(kVariable, "");
+  EXPECT_EQ(CharsetCvt::GetEnv(kWideVariable, "default"), "");
+}
+
+TEST(GetEnv, ValuesComeAsUtf8) {
+  const std::pair<const char*, std::string> rows[] = {
+      {"ASCII", "C:\\Program Files; x=y %PATH% "},
+      {"two bytes", "caf\xC3\xA9"},
+      {"three bytes", "\xE4\xB8\xAD\xE6\x96\x87"},
+      {"surrogate pairs", "a\xF0\x9F\x98\x80\xF4\x8F\xBF\xBFz"},
+      {"byte order mark", "\xEF\xBB\xBF"},
+  };
+  for (const auto& [name, value] : rows) {
+    SCOPED_TRACE(name);
+    const ScopedVariable variable(kVariable, value);
+    EXPECT_EQ(CharsetCvt::GetEnv(kWideVariable, "default"), value);
+  }
+}
+
+TEST(GetEnv, ValuesBeyond255UnitsOr254BytesAreEmpty) {
+  const std::string two = "\xC3\xA9";           // one unit
+  const std::string three = "\xE4\xB8\xAD";     // one unit
+  const std::string four = "\xF0\x9F\x98\x80";  // two units
+  const struct {
+    const char* name;
+    std::string value;
+    bool fits;
+  } rows[] = {
+      {"253 ASCII", std::string(253, 'a'), true},
+      {"254 ASCII", std::string(254, 'a'), true},
+      {"255 ASCII: 255 units, 255 bytes", std::string(255, 'a'), false},
+      {"256 ASCII", std::string(256, 'a'), false},
+      {"257 ASCII", std::string(257, 'a'), false},
+      {"1000 ASCII", std::string(1000, 'a'), false},
+      {"254 bytes in two", Repeat(two, 127), true},
+      {"255 bytes in two", "a" + Repeat(two, 127), false},
+      {"256 bytes in two", Repeat(two, 128), false},
+      {"255 units of two bytes", Repeat(two, 255), false},
+      {"254 bytes in three", "aa" + Repeat(three, 84), true},
+      {"255 bytes in three", Repeat(three, 85), false},
+      {"254 bytes in four", "aa" + Repeat(four, 63), true},
+      {"255 bytes in four", Repeat(four, 63) + "aaa", false},
+      {"256 bytes in four", Repeat(four, 64), false},
+      {"a pair across the 256th unit", std::string(255, 'a') + four, false},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
+    const ScopedVariable variable(kVariable, row.value);
+    EXPECT_EQ(CharsetCvt::GetEnv(kWideVariable, "default"), row.fits ? row.value : "");
+  }
+}
+
+TEST(GetEnv, WhatIsNoCharacterIsReplaced) {
+  const ScopedVariable variable(kVariable, std::nullopt);
+  tarsio_test::SetVariableWithBrokenCharacter(kVariable);
+  EXPECT_EQ(CharsetCvt::GetEnv(kWideVariable, ""),
+            "a\xEF\xBF\xBD"
+            "b");
+}
+
+TEST(GetEnv, NamesMayBeBeyondAscii) {
+  const ScopedVariable variable("TARSIO_\xC3\xA9\xE4\xB8\xAD\xF0\x9F\x98\x80", "value");
+  // A surrogate pair, whatever the size of a unit.
+  EXPECT_EQ(CharsetCvt::GetEnv(
+                std::wstring(L"TARSIO_\x00E9\x4E2D") + wchar_t{0xD83D} + wchar_t{0xDE00}, ""),
+            "value");
+}
+
+TEST(GetEnv, NameEndsAtItsFirstZero) {
+  const ScopedVariable variable(kVariable, "value");
+  EXPECT_EQ(CharsetCvt::GetEnv(kWideVariable + std::wstring(1, L'\0') + L"X", ""), "value");
+}
+
+TEST(GetEnv, ReadsTheEnvironmentAnewEachTime) {
+  const ScopedVariable variable(kVariable, "one");
+  EXPECT_EQ(CharsetCvt::GetEnv(kWideVariable, ""), "one");
+  tarsio_test::SetVariable(kVariable, "two");
+  EXPECT_EQ(CharsetCvt::GetEnv(kWideVariable, ""), "two");
+  tarsio_test::UnsetVariable(kVariable);
+  EXPECT_EQ(CharsetCvt::GetEnv(kWideVariable, ""), "");
+}
+
+// ---- the facet that others may own ----
+
+static_assert(!std::is_destructible<WideFacet>::value, "or there is nothing to make public");
+static_assert(std::is_destructible<tarsio::deletable_facet<WideFacet>>::value, "");
+static_assert(std::is_default_constructible<tarsio::deletable_facet<WideFacet>>::value, "");
+static_assert(std::is_base_of<WideFacet, tarsio::deletable_facet<WideFacet>>::value, "");
+
+TEST(DeletableFacet, ServesAStringConverter) {
+  using Facet = tarsio::deletable_facet<std::codecvt<char16_t, char, std::mbstate_t>>;
+  std::wstring_convert<Facet, char16_t> converter;
+  EXPECT_EQ(converter.from_bytes("a\xC3\xA9\xF0\x9F\x98\x80"), u"a\u00E9\U0001F600");
+  EXPECT_EQ(converter.to_bytes(u"a\u00E9\U0001F600"), "a\xC3\xA9\xF0\x9F\x98\x80");
+
+  std::wstring_convert<tarsio::deletable_facet<WideFacet>> wide;
+  EXPECT_EQ(wide.from_bytes("abc"), L"abc");
+  EXPECT_EQ(wide.to_bytes(L"abc"), "abc");
+}
+
+class CountedFacet : public WideFacet {
+ public:
+  explicit CountedFacet(int* counter) : destroyed(counter) {}
+
+ protected:
+  ~CountedFacet() override { ++*destroyed; }
+
+ private:
+  int* const destroyed;
+};
+
+TEST(DeletableFacet, IsDestroyedWithItsOwner) {
+  int destroyed = 0;
+  {
+    const std::wstring_convert<tarsio::deletable_facet<CountedFacet>> converter(
+        new tarsio::deletable_facet<CountedFacet>(&destroyed));
+    EXPECT_EQ(destroyed, 0);
+  }
+  EXPECT_EQ(destroyed, 1);
+  std::make_unique<tarsio::deletable_facet<CountedFacet>>(&destroyed).reset();
+  EXPECT_EQ(destroyed, 2);
+}
+
+TEST(DeletableFacet, HandsItsArgumentsOn) {
+  using Named = std::codecvt_byname<wchar_t, char, std::mbstate_t>;
+  const tarsio::deletable_facet<Named> facet("C");
+  EXPECT_GE(facet.max_length(), 1);
+  EXPECT_EQ(TextThrownBy<std::runtime_error>([] {
+              const tarsio::deletable_facet<Named> none("no_SUCH.locale");
+            }).empty(),
+            false);
+}
+
+}  // namespace

@@ -1,0 +1,303 @@
+#include "common/misc.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <openssl/objects.h>
+#include <openssl/ssl.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <memory>
+#include <string>
+#include <thread>
+#include <type_traits>
+#include <vector>
+
+#include "support/gate.h"
+#include "support/recording_logger.h"
+
+namespace {
+
+using std::chrono::duration_cast;
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
+using std::chrono::system_clock;
+using tarsio::GetSupportedCiphersList;
+using tarsio::GetTimeNowMsSinceEpoch;
+using testing::Contains;
+using testing::Each;
+using testing::EndsWith;
+using testing::IsEmpty;
+using testing::IsSupersetOf;
+using testing::Not;
+using testing::StartsWith;
+
+// ---- what hosts compile against ----
+
+static_assert(std::is_same<decltype(GetSupportedCiphersList()), std::string>::value,
+              "a text of the caller's own");
+static_assert(std::is_same<decltype(GetTimeNowMsSinceEpoch()), long long>::value,
+              "signed, 64 bits wide");
+
+// ---- the cipher policy ----
+
+TEST(SupportedCiphers, AreTheStatedText) {
+  const std::string ciphers = GetSupportedCiphersList();
+  EXPECT_EQ(ciphers,
+            "AESGCM:!RSA:!DHE:!MEDIUM:!aNULL:!eNULL:!EXPORT:!DES:!3DES:!MD5:!EXP:!PSK:!RC4:!SRP:"
+            "!aECDH:!ADH:!CAMELLIA:!LOW");
+  EXPECT_EQ(ciphers.size(), 109u);
+  EXPECT_THAT(ciphers, StartsWith("AESGCM"));
+  EXPECT_THAT(ciphers, EndsWith("!LOW"));
+}
+
+TEST(SupportedCiphers, AreAFreshTextEachTime) {
+  std::string first = GetSupportedCiphersList();
+  const std::string second = GetSupportedCiphersList();
+  EXPECT_NE(first.data(), second.data());
+  first[0] = 'x';
+  first.resize(5);
+  EXPECT_EQ(second.size(), 109u);
+  EXPECT_EQ(GetSupportedCiphersList(), second);
+}
+
+TEST(SupportedCiphers, MayBeAskedForBySeveralThreadsAtOnce) {
+  const std::string expected = GetSupportedCiphersList();
+  std::atomic<int> wrong{0};
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 4; ++i) {
+    threads.emplace_back([&] {
+      for (int round = 0; round < 1000; ++round) {
+        if (GetSupportedCiphersList() != expected) ++wrong;
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(wrong, 0);
+}
+
+// ---- the policy in a TLS library ----
+
+using ContextPtr = std::unique_ptr<SSL_CTX, decltype(&SSL_CTX_free)>;
+using SslPtr = std::unique_ptr<SSL, decltype(&SSL_free)>;
+
+// A suite that an older protocol than TLS 1.3 uses: those of TLS 1.3 are not chosen by such a list.
+struct Suite {
+  std::string name;
+  std::string keyExchange;
+  std::string authentication;
+  std::string cipher;
+  std::string digest;
+  int bits;
+};
+
+std::ostream& operator<<(std::ostream& out, const Suite& suite) { return out << suite.name; }
+
+std::string NameOf(int nid) { return nid == NID_undef ? "none" : ::OBJ_nid2sn(nid); }
+
+std::vector<Suite> Suites(const STACK_OF(SSL_CIPHER) * ciphers) {
+  std::vector<Suite> suites;
+  for (int i = 0; i < sk_SSL_CIPHER_num(ciphers); ++i) {
+    const SSL_CIPHER* const cipher = sk_SSL_CIPHER_value(ciphers, i);
+    if (::SSL_CIPHER_get_version(cipher) == std::string("TLSv1.3")) continue;
+    suites.push_back(
+        {::SSL_CIPHER_get_name(cipher), NameOf(::SSL_CIPHER_get_kx_nid(cipher)),
+         NameOf(::SSL_CIPHER_get_auth_nid(cipher)), NameOf(::SSL_CIPHER_get_cipher_nid(cipher)),
+         NameOf(::SSL_CIPHER_get_digest_nid(cipher)), ::SSL_CIPHER_get_bits(cipher, nullptr)});
+  }
+  return suites;
+}
+
+// A TLS library that refuses nothing by itself, so that the list alone decides.
+class CipherPolicy : public testing::Test {
+ protected:
+  CipherPolicy() : context(::SSL_CTX_new(::TLS_method()), ::SSL_CTX_free) {
+    ::SSL_CTX_set_security_level(context.get(), 0);
+    ::SSL_CTX_set_min_proto_version(context.get(), 0);
+    ::SSL_CTX_set_max_proto_version(context.get(), 0);
+  }
+
+  bool Accepts(const std::string& list) {
+    return ::SSL_CTX_set_cipher_list(context.get(), list.c_str()) == 1;
+  }
+
+  std::vector<Suite> Chosen() { return Suites(::SSL_CTX_get_ciphers(context.get())); }
+
+  // Those that a connection really offers.
+  std::vector<Suite> Offered() {
+    const SslPtr ssl(::SSL_new(context.get()), ::SSL_free);
+    STACK_OF(SSL_CIPHER)* const ciphers = ::SSL_get1_supported_ciphers(ssl.get());
+    std::vector<Suite> suites = Suites(ciphers);
+    sk_SSL_CIPHER_free(ciphers);
+    return suites;
+  }
+
+  const ContextPtr context;
+};
+
+MATCHER(ExchangesKeysByEphemeralCurves, "") { return arg.keyExchange == "KxECDHE"; }
+MATCHER(IsAesGcm, "") {
+  return arg.cipher == "id-aes128-GCM" || arg.cipher == "id-aes192-GCM" ||
+         arg.cipher == "id-aes256-GCM";
+}
+MATCHER(ExchangesKeysByRsa, "") { return arg.keyExchange == "KxRSA"; }
+MATCHER(ExchangesKeysByFiniteFields, "") {
+  return arg.keyExchange == "KxDHE" || arg.name.find("DHE-") == 0 || arg.name.find("DH-") == 0;
+}
+MATCHER(UsesASharedKeyOrPassword, "") {
+  return arg.keyExchange.find("PSK") != std::string::npos || arg.keyExchange == "KxSRP";
+}
+MATCHER(IsAnonymous, "") { return arg.authentication == "AuthNULL"; }
+MATCHER(EncryptsNothing, "") { return arg.cipher == "none" || arg.bits == 0; }
+MATCHER(UsesMd5, "") { return arg.digest == "MD5"; }
+MATCHER(IsWeak, "export, low and medium strength") {
+  return arg.bits < 128 || arg.name.find("EXP") == 0 || arg.cipher.find("DES") == 0 ||
+         arg.cipher.find("RC4") == 0;
+}
+MATCHER(UsesCamellia, "") { return arg.cipher.find("CAMELLIA") == 0; }
+
+TEST_F(CipherPolicy, IsAcceptedUnchanged) { EXPECT_TRUE(Accepts(GetSupportedCiphersList())); }
+
+TEST_F(CipherPolicy, LeavesAesGcmWithEphemeralCurves) {
+  ASSERT_TRUE(Accepts(GetSupportedCiphersList()));
+  for (const std::vector<Suite>& suites : {Chosen(), Offered()}) {
+    std::vector<std::string> names;
+    for (const Suite& suite : suites) names.push_back(suite.name);
+    EXPECT_THAT(names,
+                IsSupersetOf({"ECDHE-ECDSA-AES256-GCM-SHA384", "ECDHE-RSA-AES256-GCM-SHA384",
+                              "ECDHE-ECDSA-AES128-GCM-SHA256", "ECDHE-RSA-AES128-GCM-SHA256"}));
+    EXPECT_THAT(suites, Each(ExchangesKeysByEphemeralCurves()));
+    EXPECT_THAT(suites, Each(IsAesGcm()));
+  }
+}
+
+TEST_F(CipherPolicy, RemovesWhateverIsNamedWithAnExclamationMark) {
+  ASSERT_TRUE(Accepts(GetSupportedCiphersList()));
+  for (const std::vector<Suite>& suites : {Chosen(), Offered()}) {
+    ASSERT_THAT(suites, Not(IsEmpty()));
+    EXPECT_THAT(suites, Each(Not(ExchangesKeysByRsa())));
+    EXPECT_THAT(suites, Each(Not(ExchangesKeysByFiniteFields())));
+    EXPECT_THAT(suites, Each(Not(UsesASharedKeyOrPassword())));
+    EXPECT_THAT(suites, Each(Not(IsAnonymous())));
+    EXPECT_THAT(suites, Each(Not(EncryptsNothing())));
+    EXPECT_THAT(suites, Each(Not(UsesMd5())));
+    EXPECT_THAT(suites, Each(Not(IsWeak())));
+    EXPECT_THAT(suites, Each(Not(UsesCamellia())));
+  }
+}
+
+// "Removed for good": nothing that is added behind the policy brings a removed suite back.
+TEST_F(CipherPolicy, RemovesForGood) {
+  ASSERT_TRUE(Accepts(GetSupportedCiphersList() + ":ALL:COMPLEMENTOFALL"));
+  const std::vector<Suite> suites = Chosen();
+  EXPECT_THAT(suites, Contains(Not(IsAesGcm()))) << "the list behind the policy counts";
+  EXPECT_THAT(suites, Each(Not(ExchangesKeysByRsa())));
+  EXPECT_THAT(suites, Each(Not(ExchangesKeysByFiniteFields())));
+  EXPECT_THAT(suites, Each(Not(UsesASharedKeyOrPassword())));
+  EXPECT_THAT(suites, Each(Not(IsAnonymous())));
+  EXPECT_THAT(suites, Each(Not(EncryptsNothing())));
+  EXPECT_THAT(suites, Each(Not(UsesCamellia())));
+}
+
+// The checks above see what they look for, since this library has most of it without the policy.
+TEST_F(CipherPolicy, ChecksSeeWhatTheyLookForWithoutThePolicy) {
+  EXPECT_FALSE(Accepts("NOSUCHCIPHER"));
+  ASSERT_TRUE(Accepts("ALL:COMPLEMENTOFALL"));
+  const std::vector<Suite> suites = Chosen();
+  EXPECT_THAT(suites, Contains(Not(IsAesGcm())));
+  EXPECT_THAT(suites, Contains(ExchangesKeysByRsa()));
+  EXPECT_THAT(suites, Contains(ExchangesKeysByFiniteFields()));
+  EXPECT_THAT(suites, Contains(UsesASharedKeyOrPassword()));
+  EXPECT_THAT(suites, Contains(IsAnonymous()));
+  EXPECT_THAT(suites, Contains(EncryptsNothing()));
+  EXPECT_THAT(suites, Contains(UsesCamellia()));
+}
+
+// ---- the clock ----
+
+// The steady clock's reading, cut to milliseconds.
+long long SteadyMs() {
+  return duration_cast<milliseconds>(steady_clock::now().time_since_epoch()).count();
+}
+
+TEST(MonotonicClock, NeverGoesBackwards) {
+  long long before = GetTimeNowMsSinceEpoch();
+  for (int i = 0; i < 1000000; ++i) {
+    const long long now = GetTimeNowMsSinceEpoch();
+    ASSERT_LE(before, now);
+    before = now;
+  }
+}
+
+TEST(MonotonicClock, NeverGoesBackwardsFromThreadToThread) {
+  std::atomic<long long> latest{GetTimeNowMsSinceEpoch()};
+  std::atomic<int> wrong{0};
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 4; ++i) {
+    threads.emplace_back([&] {
+      for (int round = 0; round < 50000; ++round) {
+        long long seen = latest;
+        const long long now = GetTimeNowMsSinceEpoch();
+        if (now < seen) ++wrong;
+        while (seen < now && !latest.compare_exchange_weak(seen, now)) {
+        }
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(wrong, 0);
+}
+
+// Many readings, at all points of a millisecond: a clock that rounds would run ahead of one that
+// truncates.
+TEST(MonotonicClock, IsTheSteadyClockCutToMilliseconds) {
+  const auto end = steady_clock::now() + milliseconds(100);
+  int ticks = 0;
+  for (long long last = SteadyMs(); steady_clock::now() < end;) {
+    const long long before = SteadyMs();
+    const long long now = GetTimeNowMsSinceEpoch();
+    const long long after = SteadyMs();
+    ASSERT_LE(before, now);
+    ASSERT_LE(now, after);
+    if (now != last) ++ticks;
+    last = now;
+  }
+  EXPECT_GT(ticks, 1);
+}
+
+// Deliberately: its epoch is about the start of the system, not 1970.
+TEST(MonotonicClock, CountsFromAboutTheStartOfTheSystem) {
+  const long long now = GetTimeNowMsSinceEpoch();
+  const long long wallClock =
+      duration_cast<milliseconds>(system_clock::now().time_since_epoch()).count();
+  constexpr long long kTenYears = 10LL * 365 * 24 * 3600 * 1000;
+  EXPECT_GE(now, 0);
+  EXPECT_LT(now, kTenYears);
+  EXPECT_LT(now, wallClock - kTenYears);
+}
+
+TEST(MonotonicClock, AdvancesByTheTimeThatPasses) {
+  constexpr milliseconds kSleep{150};
+  const auto earliest = steady_clock::now();
+  const long long start = GetTimeNowMsSinceEpoch();
+  const auto slept = steady_clock::now();
+  std::this_thread::sleep_until(slept + kSleep);
+  const auto woken = steady_clock::now();
+  const long long end = GetTimeNowMsSinceEpoch();
+  const auto latest = steady_clock::now();
+  // Each reading is cut: up to a millisecond more or less.
+  EXPECT_GE(end - start, duration_cast<milliseconds>(woken - slept).count() - 1);
+  EXPECT_LE(end - start, duration_cast<milliseconds>(latest - earliest).count() + 1);
+  EXPECT_GE(end - start, kSleep.count() - 1);
+  EXPECT_LT(end - start, milliseconds(tarsio_test::kPatience).count());
+}
+
+TEST(Misc, LogsNothing) {
+  const auto records = tarsio_test::LogRecords::Install(tarsio::LOG_LEVEL_DEBUG);
+  GetSupportedCiphersList();
+  GetTimeNowMsSinceEpoch();
+  EXPECT_THAT(records->All(), IsEmpty());
+}
+
+}  // namespace

@@ -1,0 +1,160 @@
+// What a resolver asks the operating system. The library's sources are compiled into this program
+// with a platform that does what a test says.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "common/path.h"
+#include "platform/platform.h"
+
+namespace {
+
+using tarsio::Path;
+using tarsio::PathResolver;
+using tarsio::platform::ObjectKind;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+struct Platform {
+  std::wstring currentDirectory;
+  std::map<std::wstring, ObjectKind> objects;  // nothing else exists
+  std::vector<std::wstring> asked;
+  int currentDirectoryAsked = 0;
+};
+
+Platform* current = nullptr;
+
+}  // namespace
+
+namespace tarsio {
+namespace platform {
+
+std::wstring CurrentDirectory(size_t /*capacity*/) {
+  ++current->currentDirectoryAsked;
+  return current->currentDirectory;
+}
+
+ObjectKind KindOf(const std::wstring& path) {
+  current->asked.push_back(path);
+  const auto found = current->objects.find(path);
+  return found != current->objects.end() ? found->second : ObjectKind::kNone;
+}
+
+// ASCII is enough here.
+std::wstring Widen(const std::string& utf8) { return {utf8.begin(), utf8.end()}; }
+std::string Narrow(const std::wstring& utf16) {
+  std::string text;
+  for (const wchar_t unit : utf16) text += static_cast<char>(unit);
+  return text;
+}
+
+// A resolver has no use for the rest.
+std::wstring FullPath(const std::wstring& /*path*/, size_t /*capacity*/) { std::abort(); }
+bool SizeFromStat(const std::wstring& /*path*/, uint64_t* /*size*/) { std::abort(); }
+bool SizeFromAttributes(const std::wstring& /*path*/, uint64_t* /*size*/) { std::abort(); }
+bool CreateOneDirectory(const std::wstring& /*path*/) { std::abort(); }
+bool CreateDirectoryChain(const std::wstring& /*path*/) { std::abort(); }
+
+}  // namespace platform
+}  // namespace tarsio
+
+namespace {
+
+class PathResolverPlatform : public testing::Test {
+ protected:
+  PathResolverPlatform() {
+    platform.currentDirectory = LR"(C:\home\u)";
+    current = &platform;
+  }
+  ~PathResolverPlatform() override { current = nullptr; }
+
+  Platform platform;
+};
+
+TEST_F(PathResolverPlatform, AsksForTheCurrentDirectoryOnceAtConstruction) {
+  PathResolver resolver;
+  platform.currentDirectory = LR"(C:\elsewhere)";
+  PathResolver copy(resolver);
+  copy = resolver;
+  copy.Append("a");
+  copy.Resolve("b");
+  EXPECT_EQ(copy[0].Str(), R"(C:\home\u)");
+  EXPECT_EQ(platform.currentDirectoryAsked, 1);
+}
+
+TEST_F(PathResolverPlatform, CurrentDirectoryThatCannotBeToldIsAnEmptyEntry) {
+  platform.currentDirectory.clear();
+  const PathResolver resolver;
+  ASSERT_EQ(resolver.Size(), 1u);
+  EXPECT_TRUE(resolver[0].Empty());
+  EXPECT_FALSE(resolver[0].IsAbsolute());
+  EXPECT_EQ(resolver.Resolve("a").Str(), "a");
+  EXPECT_EQ(resolver.Resolve("C:/a").Str(), R"(C:\a)");
+  EXPECT_THAT(platform.asked, ElementsAre(L"a", L""));
+}
+
+TEST_F(PathResolverPlatform, AsksForOneJoinedPathAfterTheOtherUpToTheFirstThatExists) {
+  PathResolver resolver;
+  resolver.Append(R"(\\srv\share)");
+  resolver.Append("rel");
+  resolver.Append("rel");
+  resolver.Append("never");
+  platform.objects[LR"(rel\a\b)"] = ObjectKind::kDirectory;
+  EXPECT_EQ(resolver.Resolve("a/b").Str(), R"(rel\a\b)");
+  EXPECT_THAT(platform.asked,
+              ElementsAre(LR"(C:\home\u\a\b)", LR"(\\srv\share\a\b)", LR"(rel\a\b)"));
+}
+
+TEST_F(PathResolverPlatform, AsksForEveryEntryAndNotForTheValueWhenNothingExists) {
+  PathResolver resolver;
+  resolver.Prepend("x");
+  platform.objects[L"a"] = ObjectKind::kOther;
+  EXPECT_EQ(resolver.Resolve("a").Str(), "a");
+  EXPECT_THAT(platform.asked, ElementsAre(LR"(x\a)", LR"(C:\home\u\a)"));
+}
+
+TEST_F(PathResolverPlatform, ObjectOfAnyKindWins) {
+  for (const ObjectKind kind : {ObjectKind::kDirectory, ObjectKind::kOther}) {
+    platform.objects[LR"(C:\home\u\a)"] = kind;
+    EXPECT_EQ(PathResolver().Resolve("a").Str(), R"(C:\home\u\a)");
+  }
+}
+
+// Deliberately: such a value leaves every directory as it is.
+TEST_F(PathResolverPlatform, AsksForTheDirectoryItselfWhenTheValueDoesNotJoin) {
+  Path posix;
+  posix.Set("a", Path::POSIX_PATH);
+  for (const Path& value : {Path(R"(C:\a)"), Path(R"(\\srv\share\a)"), posix}) {
+    SCOPED_TRACE(value.Str());
+    platform.asked.clear();
+    platform.objects = {{value.Wstr(), ObjectKind::kOther}, {L"dir", ObjectKind::kDirectory}};
+    PathResolver resolver;
+    resolver.Append("dir");
+    resolver.Append("never");
+    EXPECT_EQ(resolver.Resolve(value).Str(), "dir");
+    EXPECT_THAT(platform.asked, ElementsAre(LR"(C:\home\u)", L"dir"));
+  }
+}
+
+TEST_F(PathResolverPlatform, LongJoinedPathsCarryTheLongPathPrefix) {
+  const std::string name(300, 'x');
+  const std::wstring full = LR"(\\?\C:\home\u\)" + std::wstring(300, L'x');
+  platform.objects[full] = ObjectKind::kOther;
+  EXPECT_EQ(PathResolver().Resolve(name).Wstr(), full);
+}
+
+TEST_F(PathResolverPlatform, ResolverWithoutEntriesAsksNothing) {
+  PathResolver resolver;
+  resolver.Erase(resolver.begin());
+  EXPECT_EQ(resolver.Resolve("a").Str(), "a");
+  EXPECT_THAT(platform.asked, IsEmpty());
+}
+
+}  // namespace

@@ -1,0 +1,1296 @@
+// The timers' source on a system of this program's own, whose wall clock stands still until a test
+// sets it: expiries are exact, and what is due is the test's choice. The timer thread is the real
+// one.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <functional>
+#include <limits>
+#include <memory>
+#include <mutex>
+#include <numeric>
+#include <random>
+#include <set>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "common/timer.h"
+#include "platform/platform.h"
+#include "support/events.h"
+#include "support/gate.h"
+#include "support/private_member.h"
+
+namespace {
+
+using component::Timer;
+using component::TimerManager;
+using component::TsTimer;
+using tarsio_test::Events;
+using tarsio_test::Gate;
+using tarsio_test::kPatience;
+using testing::ElementsAre;
+using testing::ElementsAreArray;
+using testing::IsEmpty;
+
+using Milliseconds = unsigned long long;
+
+constexpr Milliseconds kNever = std::numeric_limits<Milliseconds>::max();
+constexpr Milliseconds kStart = 1700000000000;  // the clock at the beginning of each test
+constexpr Milliseconds kHour = 3600000;
+constexpr bool kOnce = false;
+constexpr bool kRepeating = true;
+constexpr std::chrono::milliseconds kSeveralPasses(50);
+
+// Set by the tests: reads of the clock on any other thread, outside actions, are passes.
+thread_local bool isApplicationThread = false;
+thread_local bool isInAction = false;
+
+class FakePlatform {
+ public:
+  // Never destroyed: the timer thread reads the clock while the process ends.
+  static FakePlatform& Get() {
+    static auto* const platform = new FakePlatform;
+    return *platform;
+  }
+
+  // Returns the number of the last pass that has not seen it.
+  int SetClock(int64_t ticks) {
+    const std::lock_guard<std::mutex> lock(mutex);
+    clock = ticks;
+    return passes;
+  }
+
+  int64_t ReadClock() {
+    std::function<void()> interruption;
+    {
+      const std::lock_guard<std::mutex> lock(mutex);
+      if (isApplicationThread) {
+        interruption.swap(atNextRead);
+      } else if (!isInAction) {
+        passThreads.insert(std::this_thread::get_id());
+        ++passes;
+        passed.notify_all();
+      }
+      if (!interruption) return clock;
+    }
+    interruption();
+    const std::lock_guard<std::mutex> lock(mutex);
+    return clock;
+  }
+
+  bool AwaitPassAfter(int number) {
+    std::unique_lock<std::mutex> lock(mutex);
+    return passed.wait_for(lock, kPatience, [&] { return passes > number; });
+  }
+
+  int Passes() {
+    const std::lock_guard<std::mutex> lock(mutex);
+    return passes;
+  }
+  size_t PassThreads() {
+    const std::lock_guard<std::mutex> lock(mutex);
+    return passThreads.size();
+  }
+
+  // Runs once when a test's own thread reads the clock, which it does under the manager's lock.
+  void AtNextRead(std::function<void()> action) {
+    const std::lock_guard<std::mutex> lock(mutex);
+    atNextRead = std::move(action);
+  }
+
+  std::atomic<int> pins{0};
+  std::atomic<bool> threadBeforePin{false};
+  std::atomic<bool> processIsEnding{false};
+  std::atomic<int> endingAsked{0};
+
+ private:
+  std::mutex mutex;
+  std::condition_variable passed;
+  int64_t clock = 0;  // 100-ns ticks
+  int passes = 0;
+  std::set<std::thread::id> passThreads;
+  std::function<void()> atNextRead;
+};
+
+}  // namespace
+
+// No public door shows the mark without moving it, nor the thread.
+namespace tarsio_test {
+
+struct TimerMark {
+  using Type = std::atomic<bool> Timer::*;
+  friend Type Reach(TimerMark);
+};
+template struct ExposePrivate<TimerMark, &Timer::state>;
+
+struct ManagerThread {
+  using Type = std::shared_ptr<std::thread> TimerManager::*;
+  friend Type Reach(ManagerThread);
+};
+template struct ExposePrivate<ManagerThread, &TimerManager::thread>;
+
+}  // namespace tarsio_test
+
+namespace tarsio::platform {
+
+int64_t WallClockTicks() { return FakePlatform::Get().ReadClock(); }
+
+void PinLibrary() {
+  const TimerManager& manager = *TimerManager::GetInstance();  // whose lock is held
+  if (manager.*Reach(tarsio_test::ManagerThread()) != nullptr) {
+    FakePlatform::Get().threadBeforePin = true;
+  }
+  ++FakePlatform::Get().pins;
+}
+
+bool ProcessIsEnding() {
+  ++FakePlatform::Get().endingAsked;
+  return FakePlatform::Get().processIsEnding;
+}
+
+}  // namespace tarsio::platform
+
+namespace {
+
+FakePlatform& Platform() { return FakePlatform::Get(); }
+
+// Ends a child process that hangs.
+void StartWatchdog() {
+  std::thread([] {
+    std::this_thread::sleep_for(kPatience);
+    std::fputs("the process hangs\n", stderr);
+    std::_Exit(3);
+  }).detach();
+}
+
+// A timer that is dropped from the queue at the end of a test, whatever its mark says by then.
+class TestTimer {
+ public:
+  TestTimer(
+      Milliseconds timeoutMs, bool repeating, const std::function<void()>& action = [] {})
+      : timer(std::make_shared<TsTimer>(timeoutMs, repeating)) {
+    timer->Init([action] {
+      isInAction = true;
+      try {
+        action();
+      } catch (...) {
+        isInAction = false;
+        throw;
+      }
+      isInAction = false;
+    });
+  }
+  TestTimer(const TestTimer&) = delete;
+  TestTimer& operator=(const TestTimer&) = delete;
+  ~TestTimer() {
+    TimerManager::GetInstance()->RemoveTimer(timer);
+    timer->SetState(false);
+  }
+
+  TsTimer* operator->() const { return timer.get(); }
+  const std::shared_ptr<TsTimer>& Get() const { return timer; }
+  // The host's reference and one for each entry of the queue.
+  long Entries() const { return timer.use_count() - 1; }
+  bool IsMarkedStarted() const { return (*timer).*Reach(tarsio_test::TimerMark()); }
+
+ private:
+  const std::shared_ptr<TsTimer> timer;
+};
+
+class TimerManagerTest : public testing::Test {
+ protected:
+  TimerManagerTest() {
+    // Where a test needs a manager without a past, it runs in a process of its own.
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    isApplicationThread = true;
+    SetClock(kStart);
+  }
+
+  static TimerManager& Manager() { return *TimerManager::GetInstance(); }
+
+  static int SetClock(Milliseconds ms, int64_t ticksWithin = 0) {
+    return Platform().SetClock(static_cast<int64_t>(ms) * 10000 + ticksWithin);
+  }
+
+  // Sets the clock, and returns when a pass that has read it has ended.
+  static void PassAt(Milliseconds ms, int64_t ticksWithin = 0) {
+    const int last = SetClock(ms, ticksWithin);
+    ASSERT_TRUE(Platform().AwaitPassAfter(last)) << "the timer thread does not run";
+    Manager().RemoveTimer(nullptr);  // waits for the pass
+  }
+
+  static void StartTheThread() {
+    const TestTimer timer(kHour, kOnce);
+    timer->Start();
+  }
+
+  void Note(const std::string& name) { notes.push_back(name); }
+  std::function<void()> Noting(const std::string& name) {
+    return [this, name] { Note(name); };
+  }
+  // What has fired since the last call. Touched by actions and, between passes, by the test.
+  std::vector<std::string> Fired() { return std::exchange(notes, {}); }
+
+ private:
+  std::vector<std::string> notes;
+};
+
+// ---- the clock ----
+
+TEST_F(TimerManagerTest, ClockCutsTicksToWholeMilliseconds) {
+  const struct {
+    int64_t ticks;
+    Milliseconds expected;
+  } rows[] = {{0, 0},
+              {9999, 0},
+              {10000, 1},
+              {19999, 1},
+              {-9999, 0},
+              {17000000000005000, 1700000000000},
+              {std::numeric_limits<int64_t>::max(), 922337203685477}};
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.ticks);
+    Platform().SetClock(row.ticks);
+    EXPECT_EQ(Manager().GetCurrentMillisecs(), row.expected);
+  }
+}
+
+// ---- the thread ----
+
+// In processes of their own. Each body returns whether all was as it should be.
+class TimerManagerProcess : public TimerManagerTest {};
+
+#define EXPECT_IN_A_FRESH_PROCESS(body) \
+  EXPECT_EXIT(                          \
+      {                                 \
+        StartWatchdog();                \
+        std::exit((body)() ? 0 : 1);    \
+      },                                \
+      testing::ExitedWithCode(0), "")
+
+bool NoThreadRuns() {
+  std::this_thread::sleep_for(kSeveralPasses);
+  return Platform().Passes() == 0 && Platform().pins == 0;
+}
+
+TEST_F(TimerManagerProcess, CreatingTheManagerStartsNoThread) {
+  EXPECT_IN_A_FRESH_PROCESS([] {
+    TimerManager* const manager = TimerManager::GetInstance();
+    return NoThreadRuns() && manager->GetCurrentMillisecs() == kStart && NoThreadRuns();
+  });
+}
+
+TEST_F(TimerManagerProcess, NothingThatQueuesNoTimerStartsAThread) {
+  EXPECT_IN_A_FRESH_PROCESS([] {
+    TimerManager& manager = *TimerManager::GetInstance();
+    const TestTimer zero(0, kRepeating);
+    const TestTimer timer(10, kOnce);
+    zero->Start();
+    manager.AddTimer(nullptr);
+    manager.AddTimer(zero.Get());
+    manager.RemoveTimer(nullptr);
+    manager.RemoveTimer(timer.Get());
+    manager.ResetTimer(nullptr);
+    manager.ResetTimer(timer.Get());
+    return NoThreadRuns();
+  });
+}
+
+TEST_F(TimerManagerProcess, FirstTimerThatIsQueuedStartsTheThreadOnceAndForAll) {
+  EXPECT_IN_A_FRESH_PROCESS([] {
+    if (!NoThreadRuns()) return false;
+    {
+      const TestTimer first(10, kOnce);
+      first->Start();
+      if (!Platform().AwaitPassAfter(0) || Platform().pins != 1) return false;
+    }
+    // With an empty queue, too, it goes on.
+    if (!Platform().AwaitPassAfter(Platform().Passes() + 3)) return false;
+    for (int i = 0; i < 5; ++i) {
+      const TestTimer again(10, kOnce);
+      again->Start();
+      TimerManager::GetInstance()->AddTimer(nullptr);
+    }
+    return Platform().AwaitPassAfter(Platform().Passes() + 3) && Platform().pins == 1 &&
+           Platform().PassThreads() == 1;
+  });
+}
+
+TEST_F(TimerManagerProcess, TimersOfManyThreadsStartOneThread) {
+  EXPECT_IN_A_FRESH_PROCESS([] {
+    std::vector<std::unique_ptr<TestTimer>> timers;
+    for (int i = 0; i < 8; ++i) timers.push_back(std::make_unique<TestTimer>(kHour, kOnce));
+    std::vector<std::thread> threads;
+    for (const auto& timer : timers) {
+      threads.emplace_back([&timer] {
+        isApplicationThread = true;
+        timer->Get()->Start();
+      });
+    }
+    for (std::thread& thread : threads) thread.join();
+    return Platform().AwaitPassAfter(5) && Platform().PassThreads() == 1 && Platform().pins == 1;
+  });
+}
+
+TEST_F(TimerManagerProcess, LibraryIsPinnedBeforeThereIsAThread) {
+  EXPECT_IN_A_FRESH_PROCESS([] {
+    StartTheThread();
+    return Platform().AwaitPassAfter(2) && Platform().pins == 1 && !Platform().threadBeforePin;
+  });
+}
+
+// At the end of the process the system may not be able to find its own function any more.
+TEST_F(TimerManagerProcess, TheEndOfTheProcessIsAskedForOnceBeforeTheThreadRuns) {
+  EXPECT_IN_A_FRESH_PROCESS([] {
+    Platform().AtNextRead([] {
+      if (Platform().endingAsked == 0) std::_Exit(2);
+    });
+    StartTheThread();
+    return Platform().endingAsked > 0;
+  });
+}
+
+TEST_F(TimerManagerTest, PassesGoOnWhateverTheWallClockSays) {
+  StartTheThread();
+  for (const Milliseconds now : {kStart + 1000 * kHour, kStart - 1000 * kHour, kStart, 0ULL}) {
+    const int last = SetClock(now);
+    EXPECT_TRUE(Platform().AwaitPassAfter(last + 3));
+  }
+}
+
+// ---- adding ----
+
+TEST_F(TimerManagerTest, ExpiryIsTheTimeOfTheStartAndTheTimeout) {
+  const struct {
+    Milliseconds timeout;
+    Milliseconds expected;
+  } rows[] = {{1, kStart + 1},
+              {10, kStart + 10},
+              {1ULL << 40, kStart + (1ULL << 40)},
+              {kNever - kStart - 1, kNever - 1},
+              {kNever - kStart, kNever},
+              {kNever - kStart + 1, kNever},  // would wrap to 0
+              {kNever - 1, kNever},
+              {kNever, kNever}};
+  for (const auto& row : rows) {
+    for (const int64_t ticksWithin : {0, 1, 9999}) {
+      SCOPED_TRACE(row.timeout);
+      SetClock(kStart, ticksWithin);
+      const TestTimer timer(row.timeout, kOnce);
+      timer->Start();
+      EXPECT_EQ(timer->GetExpire(), row.expected);
+      EXPECT_EQ(timer.Entries(), 1);
+    }
+  }
+}
+
+TEST_F(TimerManagerTest, ExpiryThatWouldOverflowNeverComes) {
+  for (const bool loop : {false, true}) {
+    const TestTimer wrapsToTheNextMillisecond(kNever - kStart + 2, loop, Noting("wrapped"));
+    const TestTimer largest(kNever, loop, Noting("largest"));
+    wrapsToTheNextMillisecond->Start();
+    largest->Start();
+    PassAt(kStart + 1);
+    PassAt(kStart + kHour);
+    PassAt(static_cast<Milliseconds>(std::numeric_limits<int64_t>::max() / 10000));
+    EXPECT_THAT(Fired(), IsEmpty());
+    PassAt(kStart);
+  }
+}
+
+TEST_F(TimerManagerTest, RepeatingExpirySaturatesWhenItIsSetAgain) {
+  const Milliseconds timeout = kNever - kStart - 500;
+  const TestTimer timer(timeout, kRepeating, Noting("fired"));
+  timer->Start();
+  timer->SetExpire(kStart + 1000);  // the queue's only timer: no order to upset
+  PassAt(kStart + 1000);
+  EXPECT_THAT(Fired(), ElementsAre("fired"));
+  EXPECT_EQ(timer->GetExpire(), kNever);
+}
+
+TEST_F(TimerManagerTest, ResetSaturatesAsWell) {
+  const TestTimer timer(kNever, kOnce);
+  timer->Start();
+  timer->SetExpire(1);
+  Manager().ResetTimer(timer.Get());
+  EXPECT_EQ(timer->GetExpire(), kNever);
+}
+
+TEST_F(TimerManagerTest, ZeroTimeoutTimerIsNeitherQueuedNorGivenAnExpiry) {
+  StartTheThread();
+  const TestTimer timer(0, kRepeating, Noting("zero"));
+  timer->SetExpire(77);
+  timer->Start();
+  EXPECT_TRUE(timer.IsMarkedStarted());
+  Manager().AddTimer(timer.Get());
+  EXPECT_EQ(timer->GetExpire(), 77U);
+  EXPECT_EQ(timer.Entries(), 0);
+  PassAt(kStart + kHour);
+  EXPECT_THAT(Fired(), IsEmpty());
+  timer->Stop();
+  EXPECT_FALSE(timer.IsMarkedStarted());
+}
+
+TEST_F(TimerManagerTest, NullTimersAreIgnored) {
+  for (const bool queued : {false, true}) {
+    const TestTimer timer(10, kOnce, Noting("fired"));
+    if (queued) timer->Start();
+    Manager().AddTimer(nullptr);
+    Manager().RemoveTimer(nullptr);
+    Manager().ResetTimer(nullptr);
+    EXPECT_EQ(timer.Entries(), queued ? 1 : 0);
+    StartTheThread();
+    PassAt(kStart + 10);
+    EXPECT_EQ(Fired().size(), queued ? 1U : 0U);
+    SetClock(kStart);
+  }
+}
+
+TEST_F(TimerManagerTest, SecondStartQueuesNothing) {
+  const TestTimer timer(10, kOnce, Noting("fired"));
+  timer->Start();
+  SetClock(kStart + 5);
+  timer->Start();
+  EXPECT_EQ(timer.Entries(), 1);
+  EXPECT_EQ(timer->GetExpire(), kStart + 10);
+  PassAt(kStart + 10);
+  PassAt(kStart + 15);
+  EXPECT_THAT(Fired(), ElementsAre("fired"));
+}
+
+// ---- what is due ----
+
+TEST_F(TimerManagerTest, ExpiryThatEqualsThePassIsDue) {
+  const TestTimer timer(10, kOnce, Noting("fired"));
+  timer->Start();
+  PassAt(kStart + 9);
+  EXPECT_THAT(Fired(), IsEmpty());
+  PassAt(kStart + 9, 9999);
+  EXPECT_THAT(Fired(), IsEmpty());
+  PassAt(kStart + 10);
+  EXPECT_THAT(Fired(), ElementsAre("fired"));
+}
+
+TEST_F(TimerManagerTest, TenMillisecondsFireBeforeTwentyInOnePassIfBothAreDue) {
+  for (const bool longFirst : {false, true}) {
+    std::vector<int> passes;
+    const auto note = [&](const char* name) {
+      Note(name);
+      passes.push_back(Platform().Passes());
+    };
+    const TestTimer ten(10, kOnce, [&] { note("ten"); });
+    const TestTimer twenty(20, kOnce, [&] { note("twenty"); });
+    (longFirst ? twenty : ten)->Start();
+    (longFirst ? ten : twenty)->Start();
+    PassAt(kStart + 30);
+    EXPECT_THAT(Fired(), ElementsAre("ten", "twenty"));
+    ASSERT_EQ(passes.size(), 2U);
+    EXPECT_EQ(passes[0], passes[1]);
+    SetClock(kStart);
+  }
+}
+
+TEST_F(TimerManagerTest, OnlyWhatIsDueFires) {
+  const TestTimer ten(10, kOnce, Noting("ten"));
+  const TestTimer twenty(20, kOnce, Noting("twenty"));
+  twenty->Start();
+  ten->Start();
+  PassAt(kStart + 19);
+  EXPECT_THAT(Fired(), ElementsAre("ten"));
+  PassAt(kStart + 20);
+  EXPECT_THAT(Fired(), ElementsAre("twenty"));
+}
+
+TEST_F(TimerManagerTest, AllThatIsDueFiresInOnePassInTheOrderOfExpiry) {
+  std::vector<Milliseconds> timeouts(200);
+  std::iota(timeouts.begin(), timeouts.end(), 1);
+  std::mt19937_64 random(1);
+  for (int round = 0; round < 5; ++round) {
+    std::shuffle(timeouts.begin(), timeouts.end(), random);
+    std::vector<Milliseconds> order;
+    std::set<int> passes;
+    std::vector<std::unique_ptr<TestTimer>> timers;
+    for (const Milliseconds timeout : timeouts) {
+      timers.push_back(
+          std::make_unique<TestTimer>(timeout, round % 2 == 0 ? kOnce : kRepeating, [&, timeout] {
+            order.push_back(timeout);
+            passes.insert(Platform().Passes());
+          }));
+      timers.back()->Get()->Start();
+    }
+    // Some are taken out of the middle of the heap.
+    for (size_t i = 0; i < timers.size(); i += 7) timers[i]->Get()->Stop();
+    PassAt(kStart + 150);
+    std::vector<Milliseconds> expected;
+    for (size_t i = 0; i < timers.size(); ++i) {
+      if (i % 7 != 0 && timeouts[i] <= 150) expected.push_back(timeouts[i]);
+    }
+    std::sort(expected.begin(), expected.end());
+    EXPECT_THAT(order, ElementsAreArray(expected));
+    EXPECT_EQ(passes.size(), 1U);
+    SetClock(kStart);
+  }
+}
+
+TEST_F(TimerManagerTest, EqualExpiriesAllFireInSomeOrder) {
+  const TestTimer a(10, kOnce, Noting("a"));
+  const TestTimer b(10, kOnce, Noting("b"));
+  const TestTimer c(10, kRepeating, Noting("c"));
+  a->Start();
+  b->Start();
+  c->Start();
+  PassAt(kStart + 10);
+  EXPECT_THAT(Fired(), testing::UnorderedElementsAre("a", "b", "c"));
+}
+
+TEST_F(TimerManagerTest, TimeIsReadOncePerPass) {
+  std::vector<int> passes;
+  const TestTimer first(10, kOnce, [&] {
+    SetClock(kStart + kHour);  // too late for this pass
+    passes.push_back(Platform().Passes());
+  });
+  const TestTimer second(11, kOnce, [&] { passes.push_back(Platform().Passes()); });
+  first->Start();
+  second->Start();
+  PassAt(kStart + 10);
+  ASSERT_TRUE(Platform().AwaitPassAfter(Platform().Passes()));
+  Manager().RemoveTimer(nullptr);
+  ASSERT_EQ(passes.size(), 2U);
+  EXPECT_EQ(passes[1], passes[0] + 1);
+}
+
+TEST_F(TimerManagerTest, WallClockSetBackDelaysEveryPendingTimer) {
+  const TestTimer once(10, kOnce, Noting("once"));
+  const TestTimer repeating(20, kRepeating, Noting("repeating"));
+  once->Start();
+  repeating->Start();
+  PassAt(kStart - kHour);
+  PassAt(kStart - kHour + 20);
+  EXPECT_THAT(Fired(), IsEmpty());
+  PassAt(kStart + 9);
+  EXPECT_THAT(Fired(), IsEmpty());
+  PassAt(kStart + 20);
+  EXPECT_THAT(Fired(), ElementsAre("once", "repeating"));
+}
+
+TEST_F(TimerManagerTest, WallClockSetForwardFiresEarly) {
+  const TestTimer once(kHour, kOnce, Noting("once"));
+  const TestTimer repeating(kHour / 2, kRepeating, Noting("repeating"));
+  once->Start();
+  repeating->Start();
+  PassAt(kStart + kHour);
+  EXPECT_THAT(Fired(), ElementsAre("repeating", "once"));
+  EXPECT_EQ(repeating->GetExpire(), kStart + kHour + kHour / 2);
+}
+
+// ---- repeating ----
+
+TEST_F(TimerManagerTest, RepeatingExpiryCountsFromThePassAndLatenessIsNotCaughtUp) {
+  Milliseconds expireInAction = 0;
+  TsTimer* self = nullptr;
+  const TestTimer timer(10, kRepeating, [&] {
+    expireInAction = self->GetExpire();
+    Note("fired");
+  });
+  self = timer.Get().get();
+  timer->Start();
+  Milliseconds now = kStart;
+  for (const Milliseconds late : {10ULL, 13ULL, 10ULL, 105ULL, 1000ULL, 11ULL}) {
+    SCOPED_TRACE(late);
+    PassAt(now + 9);
+    EXPECT_THAT(Fired(), IsEmpty());
+    now += late;
+    PassAt(now);
+    PassAt(now);  // several periods late, and it still fires once
+    EXPECT_THAT(Fired(), ElementsAre("fired"));
+    EXPECT_EQ(expireInAction, now + 10);  // set before the action
+    EXPECT_EQ(timer->GetExpire(), now + 10);
+    EXPECT_EQ(timer.Entries(), 1);
+    EXPECT_TRUE(timer.IsMarkedStarted());
+  }
+}
+
+TEST_F(TimerManagerTest, RepeatingExpiryCountsFromThePassNotFromTheEndOfTheAction) {
+  const TestTimer timer(1000, kRepeating, [this] {
+    Note("fired");
+    SetClock(kStart + 1300);  // a slow action
+  });
+  timer->Start();
+  PassAt(kStart + 1000);
+  EXPECT_THAT(Fired(), ElementsAre("fired"));
+  EXPECT_EQ(timer->GetExpire(), kStart + 2000);
+}
+
+TEST_F(TimerManagerTest, RepeatingTimerIsOutOfTheQueueDuringItsAction) {
+  const TestTimer* self = nullptr;
+  std::vector<long> references;
+  const TestTimer timer(10, kRepeating, [&] {
+    references.push_back(self->Entries());  // the pass's own
+    Manager().ResetTimer(self->Get());      // so this finds nothing to set
+    SetClock(kStart + 15);
+    Manager().ResetTimer(self->Get());
+  });
+  self = &timer;
+  timer->Start();
+  PassAt(kStart + 10);
+  EXPECT_THAT(references, ElementsAre(1));
+  EXPECT_EQ(timer->GetExpire(), kStart + 20);
+  EXPECT_EQ(timer.Entries(), 1);
+}
+
+TEST_F(TimerManagerTest, RepeatingTimerThatStopsItselfIsQueuedAgainDeliberately) {
+  TsTimer* self = nullptr;
+  const TestTimer timer(10, kRepeating, [&] {
+    self->Stop();
+    Note("fired");
+  });
+  self = timer.Get().get();
+  timer->Start();
+  PassAt(kStart + 10);
+  EXPECT_EQ(timer.Entries(), 1);
+  EXPECT_EQ(timer->GetExpire(), kStart + 20);
+  EXPECT_FALSE(timer.IsMarkedStarted());
+  for (int i = 2; i < 6; ++i) PassAt(kStart + static_cast<Milliseconds>(i) * 10);
+  EXPECT_EQ(Fired().size(), 5U);
+
+  timer->Stop();  // not marked: does nothing
+  EXPECT_EQ(timer.Entries(), 1);
+  timer->Start();  // queues it beside itself
+  EXPECT_EQ(timer.Entries(), 2);
+  EXPECT_TRUE(timer.IsMarkedStarted());
+  timer->Stop();  // both entries go
+  EXPECT_EQ(timer.Entries(), 0);
+  PassAt(kStart + kHour);
+  EXPECT_THAT(Fired(), IsEmpty());
+}
+
+TEST_F(TimerManagerTest, RepeatingTimerThatStopsAndStartsItselfIsQueuedTwice) {
+  TsTimer* self = nullptr;
+  bool restart = true;
+  const TestTimer timer(10, kRepeating, [&] {
+    Note("fired");
+    if (!restart) return;
+    restart = false;
+    self->Stop();
+    self->Start();
+  });
+  self = timer.Get().get();
+  timer->Start();
+  PassAt(kStart + 10);
+  EXPECT_THAT(Fired(), ElementsAre("fired"));
+  EXPECT_EQ(timer.Entries(), 2);
+  EXPECT_TRUE(timer.IsMarkedStarted());
+  // The entries share one expiry: the first that fires moves the other along.
+  PassAt(kStart + 20);
+  EXPECT_THAT(Fired(), ElementsAre("fired"));
+  EXPECT_EQ(timer.Entries(), 2);
+  timer->Stop();
+  EXPECT_EQ(timer.Entries(), 0);
+}
+
+// ---- one-shot ----
+
+TEST_F(TimerManagerTest, OneShotIsMarkedStoppedBeforeItsAction) {
+  const TestTimer* self = nullptr;
+  std::vector<bool> marked;
+  const TestTimer timer(10, kOnce, [&] { marked.push_back(self->IsMarkedStarted()); });
+  self = &timer;
+  timer->Start();
+  EXPECT_TRUE(timer.IsMarkedStarted());
+  PassAt(kStart + 10);
+  EXPECT_THAT(marked, ElementsAre(false));
+  EXPECT_FALSE(timer.IsMarkedStarted());
+  EXPECT_EQ(timer.Entries(), 0);
+}
+
+TEST_F(TimerManagerTest, OneShotMayStartItselfAgainInItsAction) {
+  TsTimer* self = nullptr;
+  const TestTimer timer(10, kOnce, [&] {
+    Note("fired");
+    self->Start();
+  });
+  self = timer.Get().get();
+  timer->Start();
+  for (Milliseconds now = kStart + 10; now < kStart + 60; now += 10) {
+    PassAt(now - 1);
+    EXPECT_THAT(Fired(), IsEmpty());
+    PassAt(now);
+    EXPECT_THAT(Fired(), ElementsAre("fired"));
+    EXPECT_EQ(timer->GetExpire(), now + 10);
+    EXPECT_EQ(timer.Entries(), 1);
+    EXPECT_TRUE(timer.IsMarkedStarted());
+  }
+}
+
+TEST_F(TimerManagerTest, OneShotQueuedTwiceFiresTwice) {
+  const TestTimer timer(10, kOnce, Noting("fired"));
+  timer->Start();
+  timer->SetState(false);
+  timer->Start();
+  EXPECT_EQ(timer.Entries(), 2);
+  PassAt(kStart + 10);
+  EXPECT_THAT(Fired(), ElementsAre("fired", "fired"));
+  EXPECT_EQ(timer.Entries(), 0);
+}
+
+TEST_F(TimerManagerTest, QueuedTimerFiresWithoutItsHostAndIsReleasedAfterItsAction) {
+  auto timer = std::make_shared<TsTimer>(10, kOnce);
+  const std::weak_ptr<TsTimer> watch = timer;
+  timer->Init([&] {
+    isInAction = true;
+    Note(watch.expired() ? "gone" : "alive");
+    isInAction = false;
+  });
+  timer->Start();
+  timer.reset();
+  PassAt(kStart + 9);
+  EXPECT_FALSE(watch.expired());
+  PassAt(kStart + 10);
+  EXPECT_THAT(Fired(), ElementsAre("alive"));
+  EXPECT_TRUE(watch.expired());
+}
+
+// ---- actions that start and stop others ----
+
+TEST_F(TimerManagerTest, TimerThatADueActionStopsDoesNotFireInThatPass) {
+  for (const bool loop : {false, true}) {
+    const TestTimer second(20, loop, Noting("second"));
+    const TestTimer third(30, loop, Noting("third"));
+    const TestTimer first(10, kOnce, [&] {
+      Note("first");
+      second->Stop();
+    });
+    first->Start();
+    second->Start();
+    third->Start();
+    PassAt(kStart + 30);
+    EXPECT_THAT(Fired(), ElementsAre("first", "third"));
+    EXPECT_EQ(second.Entries(), 0);
+    EXPECT_FALSE(second.IsMarkedStarted());
+    SetClock(kStart);
+  }
+}
+
+TEST_F(TimerManagerTest, RepeatingTimerThatALaterActionStopsIsDropped) {
+  const TestTimer first(10, kRepeating, Noting("first"));
+  const TestTimer second(20, kOnce, [&] {
+    Note("second");
+    first->Stop();
+  });
+  first->Start();
+  second->Start();
+  PassAt(kStart + 20);
+  EXPECT_THAT(Fired(), ElementsAre("first", "second"));
+  EXPECT_EQ(first.Entries(), 0);
+}
+
+TEST_F(TimerManagerTest, TimerThatAnActionStartsFiresInALaterPass) {
+  const TestTimer second(1, kOnce, Noting("second"));
+  const TestTimer first(10, kOnce, [&] {
+    Note("first");
+    second->Start();
+  });
+  first->Start();
+  PassAt(kStart + 10);
+  PassAt(kStart + 10);
+  EXPECT_THAT(Fired(), ElementsAre("first"));
+  EXPECT_EQ(second->GetExpire(), kStart + 11);
+  PassAt(kStart + 11);
+  EXPECT_THAT(Fired(), ElementsAre("second"));
+}
+
+TEST_F(TimerManagerTest, ActionThatThrowsKeepsThePassGoing) {
+  const TestTimer repeating(10, kRepeating, [this] {
+    Note("repeating");
+    throw std::runtime_error("text");
+  });
+  const TestTimer once(11, kOnce, [this] {
+    Note("once");
+    throw std::bad_function_call();
+  });
+  const TestTimer last(12, kOnce, Noting("last"));
+  repeating->Start();
+  once->Start();
+  last->Start();
+  PassAt(kStart + 12);
+  EXPECT_THAT(Fired(), ElementsAre("repeating", "once", "last"));
+  EXPECT_EQ(repeating->GetExpire(), kStart + 22);
+  EXPECT_EQ(repeating.Entries(), 1);
+  EXPECT_FALSE(once.IsMarkedStarted());
+}
+
+// ---- removing ----
+
+TEST_F(TimerManagerTest, RemoveTimerDropsEveryEntryAndNoOther) {
+  const TestTimer kept(20, kOnce, Noting("kept"));
+  const TestTimer removed(10, kOnce, Noting("removed"));
+  const TestTimer alsoKept(30, kRepeating, Noting("also kept"));
+  Manager().AddTimer(removed.Get());
+  kept->Start();
+  Manager().AddTimer(removed.Get());
+  alsoKept->Start();
+  Manager().AddTimer(removed.Get());
+  EXPECT_EQ(removed.Entries(), 3);
+  Manager().RemoveTimer(removed.Get());
+  EXPECT_EQ(removed.Entries(), 0);
+  EXPECT_EQ(kept.Entries(), 1);
+  PassAt(kStart + 30);
+  EXPECT_THAT(Fired(), ElementsAre("kept", "also kept"));
+}
+
+TEST_F(TimerManagerTest, TimersAreToldApartByIdentity) {
+  const TestTimer one(10, kOnce, Noting("one"));
+  const TestTimer twin(10, kOnce, Noting("twin"));
+  one->Start();
+  twin->Start();
+  twin->Stop();
+  PassAt(kStart + 10);
+  EXPECT_THAT(Fired(), ElementsAre("one"));
+}
+
+TEST_F(TimerManagerTest, StopOfATimerThatIsNotQueuedLeavesTheQueueAsItIs) {
+  std::vector<std::unique_ptr<TestTimer>> timers;
+  for (const int timeout : {50, 10, 40, 20, 30}) {
+    timers.push_back(std::make_unique<TestTimer>(static_cast<Milliseconds>(timeout), kOnce,
+                                                 Noting(std::to_string(timeout))));
+    timers.back()->Get()->Start();
+  }
+  const TestTimer absent(5, kOnce, Noting("absent"));
+  absent->SetState(true);
+  absent->Stop();
+  EXPECT_FALSE(absent.IsMarkedStarted());
+  for (const auto& timer : timers) EXPECT_EQ(timer->Entries(), 1);
+  PassAt(kStart + 50);
+  EXPECT_THAT(Fired(), ElementsAre("10", "20", "30", "40", "50"));
+}
+
+// ---- setting again ----
+
+TEST_F(TimerManagerTest, ResetTimerCountsTheTimeoutOfAQueuedTimerFromNow) {
+  const TestTimer a(10, kOnce, Noting("a"));
+  const TestTimer b(20, kOnce, Noting("b"));
+  const TestTimer c(30, kOnce, Noting("c"));
+  c->Start();
+  b->Start();
+  a->Start();
+  SetClock(kStart + 5);
+  Manager().ResetTimer(b.Get());
+  EXPECT_EQ(b->GetExpire(), kStart + 25);
+  SetClock(kStart + 9);
+  Manager().ResetTimer(a.Get());
+  EXPECT_EQ(a->GetExpire(), kStart + 19);
+  SetClock(kStart + 15);
+  Manager().ResetTimer(a.Get());
+  EXPECT_EQ(a->GetExpire(), kStart + 25);
+  Manager().ResetTimer(c.Get());
+  EXPECT_EQ(c->GetExpire(), kStart + 45);
+  EXPECT_EQ(a.Entries() + b.Entries() + c.Entries(), 3);
+  PassAt(kStart + 24);
+  EXPECT_THAT(Fired(), IsEmpty());
+  PassAt(kStart + 26);
+  EXPECT_THAT(Fired(), testing::UnorderedElementsAre("a", "b"));
+  PassAt(kStart + 44);
+  EXPECT_THAT(Fired(), IsEmpty());
+  PassAt(kStart + 45);
+  EXPECT_THAT(Fired(), ElementsAre("c"));
+}
+
+TEST_F(TimerManagerTest, ResetTimerMovesATimerForwardWhenTheClockWasSetBack) {
+  const TestTimer a(10, kOnce, Noting("a"));
+  const TestTimer b(20, kOnce, Noting("b"));
+  const TestTimer c(30, kOnce, Noting("c"));
+  a->Start();
+  b->Start();
+  c->Start();
+  SetClock(kStart - 100);
+  Manager().ResetTimer(c.Get());
+  EXPECT_EQ(c->GetExpire(), kStart - 70);
+  PassAt(kStart + 20);
+  EXPECT_THAT(Fired(), ElementsAre("c", "a", "b"));
+}
+
+TEST_F(TimerManagerTest, ResetTimerNeitherAddsNorMarksATimerThatIsNotQueued) {
+  for (const bool emptyQueue : {true, false}) {
+    const TestTimer queued(20, kOnce, Noting("queued"));
+    if (!emptyQueue) queued->Start();
+    const TestTimer timer(10, kOnce, Noting("timer"));
+    timer->SetExpire(77);
+    Manager().ResetTimer(timer.Get());
+    EXPECT_EQ(timer->GetExpire(), 77U);
+    EXPECT_EQ(timer.Entries(), 0);
+    EXPECT_FALSE(timer.IsMarkedStarted());
+    StartTheThread();
+    PassAt(kStart + 30);
+    EXPECT_EQ(Fired().size(), emptyQueue ? 0U : 1U);
+    SetClock(kStart);
+  }
+}
+
+// ---- the end of the process ----
+
+// Says so when it is destroyed.
+class Reporting {
+ public:
+  explicit Reporting(const char* lastWords) : text(lastWords) {}
+  Reporting(const Reporting&) = delete;
+  Reporting& operator=(const Reporting&) = delete;
+  ~Reporting() { Print(text); }
+
+  static void Print(const char* text) {
+    std::fputs(text, stderr);
+    std::fputs("\n", stderr);
+    std::fflush(stderr);
+  }
+
+ private:
+  const char* const text;
+};
+
+// Waits for a pass that has seen the present clock, and does not wait for its end.
+void BeginPassAt(Milliseconds ms) {
+  const int last = Platform().SetClock(static_cast<int64_t>(ms) * 10000);
+  Platform().AwaitPassAfter(last);
+}
+
+// Belongs to actions that still run when the process ends, so never destroyed.
+Gate& LastingGate() {
+  static auto* const gate = new Gate;
+  return *gate;
+}
+
+std::shared_ptr<TsTimer> Started(Milliseconds timeout, bool repeating,
+                                 std::function<void()> action) {
+  auto timer = std::make_shared<TsTimer>(timeout, repeating);
+  timer->Init(std::move(action));
+  timer->Start();
+  return timer;
+}
+
+TEST_F(TimerManagerProcess, EndWaitsForTheActionThatIsInProgress) {
+  EXPECT_EXIT(
+      {
+        StartWatchdog();
+        const auto timer = Started(10, kOnce, [] {
+          LastingGate().Open();
+          std::this_thread::sleep_for(std::chrono::milliseconds(100));
+          Reporting::Print("action done");
+        });
+        BeginPassAt(kStart + 10);
+        LastingGate().WaitFor();
+        std::exit(0);
+      },
+      testing::ExitedWithCode(0), "action done");
+}
+
+TEST_F(TimerManagerProcess, EndReleasesTheTimersThatAreQueued) {
+  EXPECT_EXIT(
+      {
+        StartWatchdog();
+        auto timer = Started(10, kRepeating,
+                             [reporting = std::make_shared<Reporting>("callable released")] {});
+        timer.reset();
+        std::exit(0);
+      },
+      testing::ExitedWithCode(0), "callable released");
+}
+
+// The stated order: the join is made under the lock. A thread that waits for the lock meanwhile
+// must give up the pass that it has not begun.
+TEST_F(TimerManagerProcess, EndIsReachedWhileTheTimerThreadWaitsForTheLock) {
+  EXPECT_EXIT(
+      {
+        StartWatchdog();
+        const auto timer = Started(kHour, kOnce, [] {});
+        const auto other = std::make_shared<TsTimer>(kHour, kOnce);
+        Platform().AwaitPassAfter(1);
+        Platform().AtNextRead([] {  // under the lock
+          std::this_thread::sleep_for(kSeveralPasses);
+          std::exit(0);
+        });
+        other->Start();
+      },
+      testing::ExitedWithCode(0), "");
+}
+
+TEST_F(TimerManagerProcess, EndInAnActionFailsToJoinItsOwnThreadAndEndsTheProcess) {
+  EXPECT_DEATH(
+      {
+        StartWatchdog();
+        const auto timer = Started(10, kOnce, [] { std::exit(0); });
+        BeginPassAt(kStart + 10);
+        std::this_thread::sleep_for(kPatience);
+      },
+      "std::system_error");
+}
+
+// As on a system that has ended every other thread by then, one of them with the lock in its hands.
+TEST_F(TimerManagerProcess, EndNeitherLocksNorJoinsWhenTheOtherThreadsAreGone) {
+  EXPECT_EXIT(
+      {
+        StartWatchdog();
+        const auto timer = Started(10, kOnce, [] {
+          LastingGate().Open();
+          std::this_thread::sleep_for(2 * kPatience);  // as good as gone
+        });
+        BeginPassAt(kStart + 10);
+        LastingGate().WaitFor();
+        Platform().processIsEnding = true;
+        std::exit(0);
+      },
+      testing::ExitedWithCode(0), "");
+}
+
+// What a host registers before it has the manager runs after the manager's end.
+TEST_F(TimerManagerProcess, TimersMayStillBeStartedAndStoppedAfterTheManagersEndAndNeverFire) {
+  static std::shared_ptr<TsTimer> queued;  // since before the end
+  EXPECT_EXIT(
+      {
+        StartWatchdog();
+        std::atexit([] {
+          const int passes = Platform().Passes();
+          auto timer = std::make_shared<TsTimer>(1, kRepeating);
+          timer->Init([] { Reporting::Print("fired"); });
+          timer->Start();
+          Platform().SetClock(static_cast<int64_t>(kStart + kHour) * 10000);
+          std::this_thread::sleep_for(kSeveralPasses);
+          const bool idle = Platform().Passes() == passes && Platform().pins == 1;
+          const bool released = queued.use_count() == 1;
+          timer->Stop();
+          timer.reset();
+          queued->Stop();
+          queued.reset();
+          if (idle && released) Reporting::Print("nothing left");
+        });
+        queued = Started(kHour, kRepeating, [] { Reporting::Print("fired"); });
+        Platform().AwaitPassAfter(1);
+        std::exit(0);
+      },
+      testing::ExitedWithCode(0),
+      testing::AllOf(testing::HasSubstr("nothing left"),
+                     testing::Not(testing::HasSubstr("fired"))));
+}
+
+TEST_F(TimerManagerProcess, TimerStillMarkedStartedAfterTheManagersEndEndsTheProcessWhenDropped) {
+  EXPECT_DEATH(
+      {
+        StartWatchdog();
+        std::atexit([] {
+          auto timer = std::make_shared<TsTimer>(kHour, kRepeating);
+          timer->Start();  // marked, but nobody queues it any more
+          timer.reset();
+        });
+        StartTheThread();
+        std::exit(0);
+      },
+      "bad_weak_ptr");
+}
+
+// A host that has let go of its timers is no reason to end the process otherwise.
+TEST_F(TimerManagerProcess, EndReleasesATimerThatIsQueuedTwice) {
+  EXPECT_EXIT(
+      {
+        StartWatchdog();
+        auto timer = Started(kHour, kOnce, [] {});
+        timer->SetState(false);
+        timer->Start();
+        timer.reset();
+        std::exit(0);
+      },
+      testing::ExitedWithCode(0), "");
+}
+
+TEST_F(TimerManagerProcess, EndReleasesATimerThatAnotherTimersActionHolds) {
+  EXPECT_EXIT(
+      {
+        StartWatchdog();
+        for (const Milliseconds timeout : {kHour, 3 * kHour}) {
+          auto inner = Started(2 * kHour, kOnce, [] {});
+          auto outer = Started(timeout, kOnce, [inner] { inner->Stop(); });
+        }
+        std::exit(0);
+      },
+      testing::ExitedWithCode(0), "");
+}
+
+// The manager's queue is in use again while it is being emptied.
+TEST_F(TimerManagerProcess, EndReleasesATimerWhoseCallableStopsAnotherWhenItIsDestroyed) {
+  struct StopOnExit {
+    explicit StopOnExit(std::shared_ptr<TsTimer> stopped) : timer(std::move(stopped)) {}
+    StopOnExit(const StopOnExit&) = delete;
+    StopOnExit& operator=(const StopOnExit&) = delete;
+    ~StopOnExit() { timer->Stop(); }
+    const std::shared_ptr<TsTimer> timer;
+  };
+  EXPECT_EXIT(
+      {
+        StartWatchdog();
+        std::mt19937_64 random(1);
+        for (int i = 0; i < 50; ++i) {
+          auto inner = Started(kHour + random() % kHour, kRepeating, [] {});
+          Started(kHour + random() % kHour, kRepeating,
+                  [stop = std::make_shared<StopOnExit>(inner)] {});
+        }
+        std::exit(0);
+      },
+      testing::ExitedWithCode(0), "");
+}
+
+// ---- against a model ----
+
+// What the manager should hold, written from its rules. Driven from the test between passes and
+// from the actions within one, so never by two threads at once.
+class Model {
+ public:
+  struct Item {
+    Milliseconds timeout = 0;
+    bool loop = false;
+    bool started = false;
+    bool queued = false;
+    Milliseconds expire = 0;
+  };
+
+  std::vector<Item> items;
+  Milliseconds clock = kStart;
+  size_t firings = 0;
+  std::vector<std::string> errors;
+
+  void Start(size_t i) {
+    if (items[i].started) return;
+    items[i].started = true;
+    if (items[i].timeout == 0) return;
+    items[i].expire = clock + items[i].timeout;
+    items[i].queued = true;
+  }
+  void Stop(size_t i) {
+    if (items[i].started) Remove(i);
+    items[i].started = false;
+  }
+  void Remove(size_t i) { items[i].queued = false; }
+  void Reset(size_t i) {
+    if (items[i].queued) items[i].expire = clock + items[i].timeout;
+  }
+
+  // Whether starting it would put a second entry beside the one that it has, or will have again
+  // when its action returns.
+  bool StartWouldQueueTwice(size_t i) const {
+    return !items[i].started && (items[i].queued || firing == i);
+  }
+
+  void BeginFiring(size_t i) {
+    ++firings;
+    Item& item = items[i];
+    if (!item.queued) errors.push_back("fired though not queued");
+    if (item.expire > clock) errors.push_back("fired before its time");
+    for (const Item& other : items) {
+      if (other.queued && other.expire < item.expire) errors.push_back("fired out of order");
+    }
+    item.queued = false;
+    if (item.loop) {
+      item.expire = clock + item.timeout;
+      firing = i;
+    } else {
+      item.started = false;
+    }
+  }
+  void EndFiring(size_t i) {
+    if (items[i].loop) items[i].queued = true;
+    firing = kNone;
+  }
+
+ private:
+  static constexpr size_t kNone = std::numeric_limits<size_t>::max();
+
+  size_t firing = kNone;  // a repeating timer, while its action runs
+};
+
+TEST_F(TimerManagerTest, BehavesLikeAModelUnderRandomOperations) {
+  constexpr int kPasses = 800;
+  constexpr int kOperationsPerPass = 25;
+  constexpr size_t kTimers = 40;
+  std::mt19937_64 random(20240229);
+  Model model;
+  model.items.resize(kTimers);
+  std::vector<std::unique_ptr<TestTimer>> timers;
+
+  const auto operate = [&](size_t i) {
+    const std::shared_ptr<TsTimer>& timer = timers[i]->Get();
+    switch (random() % 8) {
+      case 0:
+      case 1:
+      case 2:
+        if (model.StartWouldQueueTwice(i)) return;
+        timer->Start();
+        model.Start(i);
+        return;
+      case 3:
+      case 4:
+        timer->Stop();
+        model.Stop(i);
+        return;
+      case 5:
+        Manager().ResetTimer(timer);
+        model.Reset(i);
+        return;
+      case 6:
+        Manager().RemoveTimer(timer);
+        model.Remove(i);
+        return;
+      default: {
+        const bool started = random() % 2 == 0;
+        timer->SetState(started);
+        model.items[i].started = started;
+      }
+    }
+  };
+  const auto act = [&](size_t i) {
+    model.BeginFiring(i);
+    if (timers[i]->Get()->GetExpire() != model.items[i].expire) {
+      model.errors.push_back("expiry in the action");
+    }
+    const uint64_t choice = random() % 8;
+    if (choice < 2) operate(i);
+    if (choice == 2 || choice == 3) operate(random() % kTimers);
+    model.EndFiring(i);
+    if (choice == 4) throw std::runtime_error("text");
+  };
+  for (size_t i = 0; i < kTimers; ++i) {
+    model.items[i].timeout = i == 0 ? 0 : 1 + random() % 60;
+    model.items[i].loop = random() % 2 == 0;
+    timers.push_back(std::make_unique<TestTimer>(model.items[i].timeout, model.items[i].loop,
+                                                 [&act, i] { act(i); }));
+    timers[i]->Get()->SetExpire(0);
+  }
+  StartTheThread();
+
+  for (int pass = 0; pass < kPasses; ++pass) {
+    SCOPED_TRACE("pass " + std::to_string(pass));
+    for (int i = 0; i < kOperationsPerPass; ++i) operate(random() % kTimers);
+    const uint64_t step = random() % 10;
+    model.clock = step == 0   ? model.clock - random() % 200
+                  : step == 1 ? model.clock + 300
+                              : model.clock + random() % 20;
+    ASSERT_NO_FATAL_FAILURE(PassAt(model.clock, static_cast<int64_t>(random() % 10000)));
+    ASSERT_THAT(model.errors, IsEmpty());
+    for (size_t i = 0; i < kTimers; ++i) {
+      SCOPED_TRACE("timer " + std::to_string(i));
+      const Model::Item& item = model.items[i];
+      ASSERT_FALSE(item.queued && item.expire <= model.clock) << "due, and has not fired";
+      ASSERT_EQ(timers[i]->Entries(), item.queued ? 1 : 0);
+      ASSERT_EQ(timers[i]->Get()->GetExpire(), item.expire);
+    }
+  }
+  EXPECT_GT(model.firings, 2000U);
+}
+
+}  // namespace
