@@ -7,7 +7,7 @@
 using tarsio::Path;
 
 int main() {
-  const Path work("C:\\work");
+  const Path work("C:\\data");
   const Path file = work / "reports/2024/summary.tar.gz";
   std::cout << "joined:    " << file << '\n'
             << "printed:   " << file.Str(Path::POSIX_PATH) << '\n'
