@@ -1,6 +1,7 @@
 #include "common/charset_cvt.h"
 
 #include <algorithm>
+#include <array>
 #include <cwchar>
 #include <locale>
 #include <stdexcept>
@@ -33,49 +34,72 @@ void ReportUnlessOk(std::codecvt_base::result result, int line, const char* func
   }
 }
 
-int ContinuationCount(unsigned char lead) {
-  if (lead <= 0x7F) return 0;
-  if ((lead & 0xE0) == 0xC0) return 1;
-  if ((lead & 0xF0) == 0xE0) return 2;
-  if ((lead & 0xF8) == 0xF0) return 3;
-  return -1;
+// The bytes are looked at in blocks of a fixed size, by loops without branches: compilers turn
+// those into vector code. A text is given up at the first block that decides.
+constexpr size_t kBlockSize = 256;
+
+unsigned char HighestByte(const unsigned char* bytes, size_t count) {
+  unsigned char highest = 0;
+  for (size_t i = 0; i < count; ++i) highest = std::max(highest, bytes[i]);
+  return highest;
+}
+
+// Whether a byte suits the three before it: it is a continuation exactly when one of them asks for
+// one, and stands for no surrogate. Tells nothing of lead bytes from F8 up, which nothing allows.
+bool Fits(const unsigned char* byte) {
+  constexpr signed char kFirstOther = -0x40;  // 80 to BF, the continuations, are below as signed
+  const bool continues = static_cast<signed char>(byte[0]) < kFirstOther;
+  const bool unasked = (byte[-1] < 0xC0) & (byte[-2] < 0xE0) & (byte[-3] < 0xF0);
+  const bool noSurrogate = (byte[-1] != 0xED) | (byte[0] < 0xA0);
+  return (continues != unasked) & noSurrogate;
+}
+
+bool AllFit(const unsigned char* bytes, size_t count) {
+  unsigned char fit = 1;  // no bool, which keeps the loop from becoming vector code
+  for (size_t i = 0; i < count; ++i) fit &= static_cast<unsigned char>(Fits(bytes + i));
+  return fit != 0;
+}
+
+// Three bytes before the block are looked at too.
+bool IsU8Block(const unsigned char* bytes, size_t count) {
+  const unsigned char highest = std::max(HighestByte(bytes - 3, 3), HighestByte(bytes, count));
+  return highest < 0x80 || (highest < 0xF8 && AllFit(bytes, count));
+}
+
+const unsigned char* Bytes(const std::string& s) {
+  return reinterpret_cast<const unsigned char*>(s.data());
 }
 
 // The classic locale's rules between bytes and wide characters, which the standard libraries here
 // do not follow beyond ASCII: the same value on both sides, up to 0xFF.
 std::wstring ClassicDecode(const std::string& s) {
-  std::wstring wide(s.size(), L'\0');
-  std::transform(s.begin(), s.end(), wide.begin(),
-                 [](char c) { return static_cast<wchar_t>(static_cast<unsigned char>(c)); });
-  return wide;
+  return std::wstring(Bytes(s), Bytes(s) + s.size());
 }
 
 std::string ClassicEncode(const std::wstring& s) {
   std::string bytes(s.size(), '\0');
-  std::transform(s.begin(), s.end(), bytes.begin(), [](wchar_t unit) {
-    if (static_cast<std::make_unsigned_t<wchar_t>>(unit) > 0xFF)
-      throw std::range_error("bad conversion");
-    return static_cast<char>(unit);
-  });
+  const wchar_t* const units = s.data();
+  for (size_t done = 0; done < s.size(); done += kBlockSize) {
+    const size_t count = std::min(kBlockSize, s.size() - done);
+    std::make_unsigned_t<wchar_t> bits = 0;
+    for (size_t i = 0; i < count; ++i) bits |= units[done + i];
+    if (bits > 0xFF) throw std::range_error("bad conversion");
+    std::copy_n(units + done, count, bytes.data() + done);
+  }
   return bytes;
 }
 
-// Each byte as a unit of the same signed value, and each unit as its low byte.
+// Each byte as a unit of the same signed value.
 template <typename Units>
 Units SignExtend(const std::string& s) {
-  using Unit = typename Units::value_type;
-  Units units(s.size(), Unit());
-  std::transform(s.begin(), s.end(), units.begin(),
-                 [](char c) { return static_cast<Unit>(static_cast<signed char>(c)); });
-  return units;
+  const auto* const bytes = reinterpret_cast<const signed char*>(s.data());
+  return Units(bytes, bytes + s.size());
 }
 
+// Each unit as its low byte.
 template <typename Units>
 std::string TakeLowBytes(const Units& units) {
-  std::string bytes(units.size(), '\0');
-  std::transform(units.begin(), units.end(), bytes.begin(),
-                 [](typename Units::value_type unit) { return static_cast<char>(unit & 0xFF); });
-  return bytes;
+  return std::string(units.begin(), units.end());
 }
 
 // Decodes `s` into `wide`, which has a unit for each byte, and sets `end` behind what was decoded.
@@ -103,28 +127,34 @@ std::codecvt_base::result Decode(const MultibyteFacet& facet, const std::string&
 }  // namespace
 
 bool CharsetCvt::IsASCII(const std::string& s) {
-  return std::all_of(s.begin(), s.end(),
-                     [](char c) { return static_cast<unsigned char>(c) <= 0x7F; });
+  size_t done = 0;
+  for (; s.size() - done >= kBlockSize; done += kBlockSize) {
+    if (HighestByte(Bytes(s) + done, kBlockSize) > 0x7F) return false;
+  }
+  return HighestByte(Bytes(s) + done, s.size() - done) <= 0x7F;
 }
 
 bool CharsetCvt::IsU8(const std::string& s) {
   if (s.empty()) return false;
-  const auto byteAt = [&s](size_t index) { return static_cast<unsigned char>(s[index]); };
-  for (size_t i = 0; i < s.size(); ++i) {
-    // Surrogates. Of all the forms that stand for no character, only these are refused.
-    if (byteAt(i) == 0xED && i + 1 < s.size() && (byteAt(i + 1) & 0xA0) == 0xA0) return false;
-    const int continuations = ContinuationCount(byteAt(i));
-    if (continuations < 0) return false;
-    for (int left = continuations; left > 0; --left) {
-      ++i;
-      if (i == s.size() || (byteAt(i) & 0xC0) != 0x80) return false;
-    }
+  const unsigned char* const bytes = Bytes(s);
+  constexpr size_t kReach = 3;
+  const size_t edge = std::min(s.size(), kReach);
+  // Zeros stand for what is before the text and behind it: they neither ask nor continue.
+  std::array<unsigned char, 2 * kReach> begin{};
+  std::array<unsigned char, 2 * kReach> end{};
+  std::copy_n(bytes, edge, begin.begin() + kReach);
+  std::copy_n(bytes + s.size() - edge, edge, end.begin() + (kReach - edge));
+  if (!IsU8Block(&begin[kReach], kReach) || !IsU8Block(&end[kReach], kReach)) return false;
+
+  size_t done = edge;
+  for (; s.size() - done >= kBlockSize; done += kBlockSize) {
+    if (!IsU8Block(bytes + done, kBlockSize)) return false;
   }
-  return true;
+  return done == s.size() || IsU8Block(bytes + done, s.size() - done);
 }
 
 bool CharsetCvt::StartsWithBom(const std::string& s) {
-  return IsU8(s) && s.compare(0, 3, "\xEF\xBB\xBF") == 0;
+  return s.compare(0, 3, "\xEF\xBB\xBF") == 0 && IsU8(s);
 }
 
 std::string CharsetCvt::MbToU8(const std::string& s) {

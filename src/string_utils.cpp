@@ -6,6 +6,9 @@
 #include <array>
 #include <cctype>
 #include <cstdio>
+#include <string_view>
+
+#include "platform/platform.h"
 
 namespace tarsio {
 
@@ -14,12 +17,51 @@ namespace {
 // The interface hands the runtime each byte sign-extended, but its tables answer for EOF and
 // 0..255 only. So 0xFF goes as EOF (-1), which it is when extended, and other bytes above 0x7F go
 // as the characters that they stand for.
-int RuntimeCharacter(char c) {
-  const auto byte = static_cast<unsigned char>(c);
-  return byte == 0xFF ? EOF : byte;
-}
+constexpr char kEofByte = '\xFF';
+
+int RuntimeCharacter(char c) { return c == kEofByte ? EOF : static_cast<unsigned char>(c); }
 
 bool IsSpace(char c) { return std::isspace(RuntimeCharacter(c)) != 0; }
+
+// Each byte mapped by the runtime. `first` is the first of the 26 letters that the classic locale
+// maps: there the runtime need not be asked.
+std::string MapEach(const std::string& s, int (*map)(int), char first) {
+  std::string mapped = s;
+  if (platform::RuntimeLocaleIsClassic()) {
+    const char mappedEof = static_cast<char>(map(EOF));  // one runtime has no fixed answer
+    for (char& c : mapped) {
+      const bool letter = c >= first && c < first + 26;
+      c = c == kEofByte ? mappedEof : static_cast<char>(letter ? c ^ 0x20 : c);
+    }
+  } else {
+    for (char& c : mapped) c = static_cast<char>(map(RuntimeCharacter(c)));
+  }
+  return mapped;
+}
+
+// Appends the pieces of `s` that end at a delimiter; returns where the rest begins.
+size_t AppendPieces(const std::string& s, const std::string& delimiter,
+                    std::vector<std::string>* pieces) {
+  size_t start = 0;
+  for (size_t end = s.find(delimiter); end != std::string::npos; end = s.find(delimiter, start)) {
+    pieces->emplace_back(s, start, end - start);
+    start = end + delimiter.size();
+  }
+  return start;
+}
+
+// Where the first delimiter of `s` + `delimiter` is, given that `s` has none from `start` on.
+size_t FindCompleted(const std::string& s, const std::string& delimiter, size_t start) {
+  const size_t tail = s.size() - start;
+  for (size_t begun = std::min(delimiter.size() - 1, tail); begun > 0; --begun) {
+    const size_t end = s.size() - begun;
+    if (s.compare(end, begun, delimiter, 0, begun) == 0 &&
+        delimiter.compare(begun, std::string::npos, delimiter, 0, delimiter.size() - begun) == 0) {
+      return end;
+    }
+  }
+  return s.size();
+}
 
 }  // namespace
 
@@ -28,14 +70,8 @@ std::vector<std::string> StringUtils::SplitString(const std::string& s,
   if (s.empty()) return {};
   if (delimiter.empty()) return {s};
   std::vector<std::string> pieces;
-  const std::string terminated = s + delimiter;
-  size_t start = 0;
-  while (start < terminated.size()) {
-    const size_t end = terminated.find(delimiter, start);
-    if (end == std::string::npos) break;
-    pieces.push_back(terminated.substr(start, end - start));
-    start = end + delimiter.size();
-  }
+  const size_t start = AppendPieces(s, delimiter, &pieces);
+  pieces.emplace_back(s, start, FindCompleted(s, delimiter, start) - start);
   return pieces;
 }
 
@@ -43,16 +79,10 @@ std::vector<std::string> StringUtils::SplitAllByString(const std::string& s,
                                                        const std::string& delimiter) {
   if (delimiter.empty()) return {s};
   std::vector<std::string> pieces;
-  size_t start = 0;
-  size_t end = s.find(delimiter);
+  const size_t start = AppendPieces(s, delimiter, &pieces);
   // A text without delimiter comes once here and once more as the rest below, deliberately.
-  if (end == std::string::npos) pieces.push_back(s);
-  while (end != std::string::npos) {
-    pieces.push_back(s.substr(start, end - start));
-    start = end + delimiter.size();
-    end = s.find(delimiter, start);
-  }
-  if (start < s.size()) pieces.push_back(s.substr(start));
+  if (pieces.empty()) pieces.push_back(s);
+  if (start < s.size()) pieces.emplace_back(s, start);
   return pieces;
 }
 
@@ -60,25 +90,23 @@ std::vector<std::string> StringUtils::SplitFristByString(const std::string& s,
                                                          const std::string& delimiter) {
   const size_t end = s.find(delimiter);
   if (end == std::string::npos) return {s};
-  return {s.substr(0, end), s.substr(end + delimiter.size())};
+  std::vector<std::string> pieces;
+  pieces.reserve(2);
+  pieces.emplace_back(s, 0, end);
+  pieces.emplace_back(s, end + delimiter.size());
+  return pieces;
 }
 
 void StringUtils::Trim(std::string& s) {
-  s.erase(std::find_if_not(s.rbegin(), s.rend(), IsSpace).base(), s.end());
-  s.erase(s.begin(), std::find_if_not(s.begin(), s.end(), IsSpace));
+  size_t end = s.size();
+  while (end > 0 && IsSpace(s[end - 1])) --end;
+  size_t begin = 0;
+  while (begin < end && IsSpace(s[begin])) ++begin;
+  s.assign(s, begin, end - begin);
 }
 
-std::string StringUtils::ToUpper(const std::string& s) {
-  std::string mapped = s;
-  for (char& c : mapped) c = static_cast<char>(std::toupper(RuntimeCharacter(c)));
-  return mapped;
-}
-
-std::string StringUtils::ToLower(const std::string& s) {
-  std::string mapped = s;
-  for (char& c : mapped) c = static_cast<char>(std::tolower(RuntimeCharacter(c)));
-  return mapped;
-}
+std::string StringUtils::ToUpper(const std::string& s) { return MapEach(s, std::toupper, 'a'); }
+std::string StringUtils::ToLower(const std::string& s) { return MapEach(s, std::tolower, 'A'); }
 
 bool StringUtils::StartsWith(const std::string& s, const std::string& prefix) {
   return s.compare(0, prefix.size(), prefix) == 0;
@@ -90,15 +118,17 @@ bool StringUtils::EndsWith(const std::string& s, const std::string& suffix) {
 }
 
 bool StringUtils::Contains(const std::string& s, const std::string& part) {
-  return s.find(part) != std::string::npos;
+  return std::string_view(s).find(part) != std::string_view::npos;
 }
 
 std::string StringUtils::SpaceToUnderscore(std::string s, const std::string& characters,
                                            const char& replacement) {
   // Copied, since the caller's replacement may be a character of the text that changes.
   const char substitute = replacement;
+  std::array<bool, 256> replaced{};
+  for (const char c : characters) replaced[static_cast<unsigned char>(c)] = true;
   for (char& c : s) {
-    if (characters.find(c) != std::string::npos) c = substitute;
+    if (replaced[static_cast<unsigned char>(c)]) c = substitute;
   }
   return s;
 }
@@ -108,12 +138,12 @@ std::string StringUtils::GetHashText(const void* data, const size_t& length) {
   std::array<unsigned char, SHA256_DIGEST_LENGTH> digest{};
   if (SHA256(static_cast<const unsigned char*>(data), length, digest.data()) == nullptr) return {};
   constexpr char kDigits[] = "0123456789abcdef";
-  std::string text;
-  text.reserve(2 * digest.size());
+  std::string text(2 * digest.size(), '\0');
+  char* next = text.data();
   for (const unsigned char byte : digest) {
     // A blank where one expects a leading zero: callers compare these texts.
-    text += byte < 0x10 ? ' ' : kDigits[byte >> 4];
-    text += kDigits[byte & 0x0F];
+    *next++ = byte < 0x10 ? ' ' : kDigits[byte >> 4];
+    *next++ = kDigits[byte & 0x0F];
   }
   return text;
 }

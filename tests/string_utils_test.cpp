@@ -17,10 +17,12 @@
 #include <vector>
 
 #include "support/sha256.h"
+#include "support/thread_locale.h"
 
 namespace {
 
 using tarsio::StringUtils;
+using tarsio_test::ThreadLocale;
 using testing::ElementsAre;
 using Pieces = std::vector<std::string>;
 
@@ -288,6 +290,16 @@ TEST(StringUtils, TrimAndCaseMappingFollowTheRuntimesLocale) {
     }
   }
   EXPECT_GE(known, 1);
+}
+
+TEST(StringUtils, CaseMappingFollowsTheThreadsOwnLocale) {
+  std::thread([] {
+    const ThreadLocale western;
+    ASSERT_TRUE(western.IsSet());
+    EXPECT_EQ(StringUtils::ToUpper("caf\xE9"), "CAF\xC9");
+    EXPECT_EQ(StringUtils::ToLower("CAF\xC9"), "caf\xE9");
+  }).join();
+  EXPECT_EQ(StringUtils::ToUpper("caf\xE9"), "CAF\xE9");
 }
 
 // Sign-extended it is the runtime's EOF: no white space, even where the byte is a letter or a blank

@@ -34,6 +34,9 @@ std::string Narrow(const std::wstring& utf16);
 // locale name") if there is no such locale.
 std::locale MakeUserLocaleGlobal();
 
+// Whether the C runtime classifies and maps this thread's characters by the classic locale, "C".
+bool RuntimeLocaleIsClassic();
+
 // ---- environment ----
 
 // The value of an environment variable. Empty if there is none, or if the value with its terminator

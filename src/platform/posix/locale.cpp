@@ -1,3 +1,6 @@
+#include <locale.h>
+
+#include <cstring>
 #include <locale>
 #include <stdexcept>
 
@@ -13,6 +16,11 @@ std::locale MakeUserLocaleGlobal() {
   } catch (const std::runtime_error&) {
     throw std::runtime_error("bad locale name");  // each standard library has a text of its own
   }
+}
+
+bool RuntimeLocaleIsClassic() {
+  return ::uselocale(nullptr) == LC_GLOBAL_LOCALE &&
+         std::strcmp(::setlocale(LC_CTYPE, nullptr), "C") == 0;
 }
 
 }  // namespace tarsio::platform

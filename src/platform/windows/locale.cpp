@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <clocale>
+#include <cstring>
 #include <locale>
 #include <stdexcept>
 
@@ -112,5 +113,7 @@ std::locale MakeUserLocaleGlobal() {
   std::locale::global(user);
   return user;
 }
+
+bool RuntimeLocaleIsClassic() { return std::strcmp(std::setlocale(LC_CTYPE, nullptr), "C") == 0; }
 
 }  // namespace tarsio::platform

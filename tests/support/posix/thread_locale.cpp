@@ -1,0 +1,20 @@
+#include "support/thread_locale.h"
+
+#include <locale.h>
+#include <stdlib.h>
+
+namespace tarsio_test {
+
+ThreadLocale::ThreadLocale() {
+  ::setenv("LOCPATH", TARSIO_TEST_LOCALES, 1);
+  const locale_t western = ::newlocale(LC_CTYPE_MASK, "en_US.ISO-8859-1", nullptr);
+  set = western != nullptr && ::uselocale(western) != nullptr;
+  state = western;
+}
+
+ThreadLocale::~ThreadLocale() {
+  ::uselocale(LC_GLOBAL_LOCALE);
+  if (state != nullptr) ::freelocale(static_cast<locale_t>(state));
+}
+
+}  // namespace tarsio_test

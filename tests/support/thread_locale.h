@@ -1,0 +1,25 @@
+// A locale of this thread's own for character classes, that of the Western European code page, until
+// the object ends.
+
+#ifndef TARSIO_COMMON_TESTS_SUPPORT_THREAD_LOCALE_H_
+#define TARSIO_COMMON_TESTS_SUPPORT_THREAD_LOCALE_H_
+
+namespace tarsio_test {
+
+class ThreadLocale {
+ public:
+  ThreadLocale();
+  ThreadLocale(const ThreadLocale&) = delete;
+  ThreadLocale& operator=(const ThreadLocale&) = delete;
+  ~ThreadLocale();
+
+  bool IsSet() const { return set; }
+
+ private:
+  bool set = false;
+  void* state = nullptr;
+};
+
+}  // namespace tarsio_test
+
+#endif  // TARSIO_COMMON_TESTS_SUPPORT_THREAD_LOCALE_H_
