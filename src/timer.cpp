@@ -23,11 +23,6 @@ unsigned long long AddSaturating(unsigned long long now, unsigned long long time
   return timeout > kNever - now ? kNever : now + timeout;
 }
 
-// Orders the heap. Timers of equal expiry come out in no defined order.
-bool ExpireLater(const std::shared_ptr<Timer>& a, const std::shared_ptr<Timer>& b) {
-  return a->GetExpire() > b->GetExpire();
-}
-
 }  // namespace
 
 Timer::Timer(unsigned long long timeoutMs, bool repeating)
@@ -110,9 +105,8 @@ void TimerManager::AddTimer(std::shared_ptr<Timer> timer) {
   const std::lock_guard<std::recursive_mutex> lock(mutex);
   if (ended) return;
   if (timer != nullptr && timer->GetTimeout() != 0) {
-    timer->SetExpire(AddSaturating(GetCurrentMillisecs(), timer->GetTimeout()));
-    queue.push_back(std::move(timer));
-    std::push_heap(queue.begin(), queue.end(), ExpireLater);
+    Arm(timer.get(), GetCurrentMillisecs());
+    Push(std::move(timer));
   }
   if (!queue.empty()) StartThread();
 }
@@ -120,18 +114,88 @@ void TimerManager::AddTimer(std::shared_ptr<Timer> timer) {
 // NOLINTNEXTLINE(performance-unnecessary-value-param): by value, as the interface has it
 void TimerManager::RemoveTimer(std::shared_ptr<Timer> timer) {
   const std::lock_guard<std::recursive_mutex> lock(mutex);
-  const auto kept = std::remove(queue.begin(), queue.end(), timer);
-  if (kept == queue.end()) return;
-  queue.erase(kept, queue.end());
-  std::make_heap(queue.begin(), queue.end(), ExpireLater);
+  if (timer == nullptr || timer->entries == 0) return;
+  while (timer->entries > 0) TakeOut(PositionOf(timer));
+  if (upset) RestoreOrder();
 }
 
 // NOLINTNEXTLINE(performance-unnecessary-value-param): by value, as the interface has it
 void TimerManager::ResetTimer(std::shared_ptr<Timer> timer) {
   const std::lock_guard<std::recursive_mutex> lock(mutex);
-  if (std::find(queue.begin(), queue.end(), timer) == queue.end()) return;
-  timer->SetExpire(AddSaturating(GetCurrentMillisecs(), timer->GetTimeout()));
-  std::make_heap(queue.begin(), queue.end(), ExpireLater);
+  if (timer == nullptr || timer->entries == 0) return;
+  Arm(timer.get(), GetCurrentMillisecs());
+  RestoreOrder();
+}
+
+// Sets the expiry, which all entries of a timer share.
+void TimerManager::Arm(Timer* timer, unsigned long long now) {
+  timer->SetExpire(AddSaturating(now, timer->GetTimeout()));
+  if (timer->entries > 0) upset = true;
+}
+
+void TimerManager::Place(size_t position, std::shared_ptr<Timer> timer) {
+  timer->position = position;
+  queue[position] = std::move(timer);
+}
+
+// Moves the entry at `position` towards the front until none above it expires later. Timers of
+// equal expiry come out in no defined order.
+void TimerManager::SiftUp(size_t position) {
+  std::shared_ptr<Timer> timer = std::move(queue[position]);
+  const unsigned long long expire = timer->GetExpire();
+  while (position > 0) {
+    const size_t parent = (position - 1) / 2;
+    if (queue[parent]->GetExpire() <= expire) break;
+    Place(position, std::move(queue[parent]));
+    position = parent;
+  }
+  Place(position, std::move(timer));
+}
+
+// Moves the entry at `position` away from the front until none below it expires earlier.
+void TimerManager::SiftDown(size_t position) {
+  std::shared_ptr<Timer> timer = std::move(queue[position]);
+  const unsigned long long expire = timer->GetExpire();
+  for (size_t child = 2 * position + 1; child < queue.size(); child = 2 * position + 1) {
+    const size_t other = child + 1;
+    if (other < queue.size() && queue[other]->GetExpire() < queue[child]->GetExpire())
+      child = other;
+    if (queue[child]->GetExpire() >= expire) break;
+    Place(position, std::move(queue[child]));
+    position = child;
+  }
+  Place(position, std::move(timer));
+}
+
+void TimerManager::Push(std::shared_ptr<Timer> timer) {
+  queue.push_back(std::move(timer));
+  ++queue.back()->entries;
+  SiftUp(queue.size() - 1);
+}
+
+std::shared_ptr<Timer> TimerManager::TakeOut(size_t position) {
+  std::shared_ptr<Timer> timer = std::move(queue[position]);
+  --timer->entries;
+  std::shared_ptr<Timer> last = std::move(queue.back());
+  queue.pop_back();
+  if (position < queue.size()) {
+    Place(position, std::move(last));
+    SiftUp(position);
+    SiftDown(position);
+  }
+  return timer;
+}
+
+// An entry of `timer`, which has one.
+size_t TimerManager::PositionOf(const std::shared_ptr<Timer>& timer) const {
+  const size_t position = timer->position;
+  if (position < queue.size() && queue[position] == timer) return position;
+  return static_cast<size_t>(std::find(queue.begin(), queue.end(), timer) - queue.begin());
+}
+
+void TimerManager::RestoreOrder() {
+  for (size_t position = queue.size() / 2; position > 0; --position) SiftDown(position - 1);
+  upset = false;
 }
 
 void TimerManager::StartThread() {
@@ -163,15 +227,12 @@ void TimerManager::CheckTimers() {
 
   const unsigned long long now = GetCurrentMillisecs();
   while (!queue.empty() && queue.front()->GetExpire() <= now) {
-    std::pop_heap(queue.begin(), queue.end(), ExpireLater);
-    const std::shared_ptr<Timer> timer = std::move(queue.back());
-    queue.pop_back();
+    const std::shared_ptr<Timer> timer = TakeOut(0);
     if (timer->GetLoop()) {
-      timer->SetExpire(AddSaturating(now, timer->GetTimeout()));
+      Arm(timer.get(), now);
       timer->OnTimeout();
       // Whatever the action did: a timer that stopped itself there goes on, deliberately.
-      queue.push_back(timer);
-      std::push_heap(queue.begin(), queue.end(), ExpireLater);
+      Push(timer);
     } else {
       timer->SetState(false);  // before the action, which may start the timer again
       timer->OnTimeout();
@@ -188,7 +249,10 @@ void TimerManager::Shutdown() {
   // process, and nobody can stop them in time any more.
   std::vector<std::shared_ptr<Timer>> released;
   released.swap(queue);
-  for (const std::shared_ptr<Timer>& timer : released) timer->SetState(false);
+  for (const std::shared_ptr<Timer>& timer : released) {
+    timer->entries = 0;
+    timer->SetState(false);
+  }
   released.clear();
   if (thread != nullptr && thread->joinable()) thread->join();
   thread.reset();

@@ -5,6 +5,7 @@
 /// One-shot and repeating timers, fired by one thread of the process.
 
 #include <atomic>
+#include <cstddef>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -65,11 +66,15 @@ class TARSIO_COMMON_API Timer : public std::enable_shared_from_this<Timer> {
   Timer(unsigned long long timeoutMs, bool repeating);
 
  private:
+  friend class TimerManager;
+
   const unsigned long long timeout;
   const bool loop;
   std::recursive_mutex mutex;     // guards expire; taken after the manager's mutex
   unsigned long long expire = 0;  // no meaning before the first Start()
   std::atomic<bool> state;        // relaxed: read and written without a lock
+  size_t entries = 0;             // in the manager's queue; guarded by its mutex, as is the next
+  size_t position = 0;            // of the entry that was moved last
 };
 
 /// A timer that calls a function.
@@ -123,12 +128,23 @@ class TimerManager {
   TimerManager() = default;
   ~TimerManager() = default;
 
+  void Arm(Timer* timer, unsigned long long now);
+  void Place(size_t position, std::shared_ptr<Timer> timer);
+  void SiftUp(size_t position);
+  void SiftDown(size_t position);
+  void Push(std::shared_ptr<Timer> timer);
+  std::shared_ptr<Timer> TakeOut(size_t position);
+  size_t PositionOf(const std::shared_ptr<Timer>& timer) const;
+  void RestoreOrder();
+
   void StartThread();
   void Run();
   void CheckTimers();
   void Shutdown();
 
   std::vector<std::shared_ptr<Timer>> queue;  // a heap: the earliest expiry at the front
+  bool upset =
+      false;  // a timer's expiry was changed while it was queued, so the order may be wrong
   std::recursive_mutex mutex;  // guards queue and thread; held while timers fire; taken first
   std::atomic<bool> running{false};
   std::shared_ptr<std::thread> thread;
