@@ -84,7 +84,7 @@ class BlockingQueue {
       return false;
     }
     items.push_back(item);
-    notEmpty.notify_all();
+    notEmpty.Wake();
     return true;
   }
 
@@ -98,7 +98,7 @@ class BlockingQueue {
     }
     if (std::addressof(item) != std::addressof(items.front())) item = std::move(items.front());
     items.pop_front();
-    notFull.notify_all();
+    notFull.Wake();
     return true;
   }
 
@@ -110,8 +110,8 @@ class BlockingQueue {
     std::deque<T> discarded;  // declared behind the lock, so destroyed before it is released
     discarded.swap(items);
     closed = true;
-    notFull.notify_all();
-    notEmpty.notify_all();
+    notFull.Wake();
+    notEmpty.Wake();
   }
 
   /// The number of elements at this moment.
@@ -121,17 +121,35 @@ class BlockingQueue {
   }
 
  private:
+  // Those who wait for the same change, under the queue's lock.
+  struct Waiters {
+    std::condition_variable changed;
+    bool any = false;  // somebody has begun to wait since the last wake
+
+    void Wake() {
+      if (!any) return;
+      any = false;
+      changed.notify_all();
+    }
+  };
+
   // The single waiting rule. A notification or a spurious wake-up never moves the deadline.
   template <typename Ready>
-  static bool WaitFor(std::condition_variable& changed, std::unique_lock<std::mutex>& lock,
-                      int timeoutMs, Ready ready) {
-    if (timeoutMs < 0) return ready();
+  static bool WaitFor(Waiters& waiters, std::unique_lock<std::mutex>& lock, int timeoutMs,
+                      Ready ready) {
+    if (ready()) return true;
+    if (timeoutMs < 0) return false;
+    const auto readyOrWaits = [&waiters, ready] {
+      if (ready()) return true;
+      waiters.any = true;
+      return false;
+    };
     if (timeoutMs == 0) {
-      changed.wait(lock, ready);
+      waiters.changed.wait(lock, readyOrWaits);
       return true;
     }
     const auto deadline = std::chrono::system_clock::now() + std::chrono::milliseconds(timeoutMs);
-    return changed.wait_until(lock, deadline, ready);
+    return waiters.changed.wait_until(lock, deadline, readyOrWaits);
   }
 
   static void ReportRefusal() {
@@ -147,8 +165,8 @@ class BlockingQueue {
   std::mutex mutex;  // guards all that follows
   const uint64_t capacity;
   std::deque<T> items;
-  std::condition_variable notFull;
-  std::condition_variable notEmpty;
+  Waiters notFull;
+  Waiters notEmpty;
   bool closed = false;  // never cleared
 };
 

@@ -1,5 +1,5 @@
-// A locale of this thread's own for character classes, that of the Western European code page, until
-// the object ends.
+// A locale of this thread's own for character classes, that of the Western European code page,
+// until the object ends.
 
 #ifndef TARSIO_COMMON_TESTS_SUPPORT_THREAD_LOCALE_H_
 #define TARSIO_COMMON_TESTS_SUPPORT_THREAD_LOCALE_H_
