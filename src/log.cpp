@@ -1,9 +1,12 @@
 #include "common/log.h"
 
 #include <array>
+#include <charconv>
 #include <cstdio>
 #include <ctime>
 #include <iostream>
+#include <limits>
+#include <string_view>
 #include <utility>
 
 #include "common/path.h"
@@ -14,7 +17,6 @@ namespace tarsio {
 namespace {
 
 constexpr size_t kMessageBufferSize = 2048;  // the longest message and its terminator
-constexpr size_t kTimeBufferSize = 30;
 
 const char* LevelName(LOG_LEVEL level) {
   switch (level) {
@@ -32,33 +34,67 @@ const char* LevelName(LOG_LEVEL level) {
   return "";
 }
 
-// "2024-03-05 14:07:09.38": the milliseconds without leading zeros, deliberately.
-std::string LocalTimestamp() {
-  const int64_t ticks = platform::WallClockTicks();
-  std::array<char, kTimeBufferSize> seconds{};
-  std::tm local{};
-  if (platform::LocalTime(ticks / 10000000, &local)) {
-    // A result of 0 leaves the contents open.
-    if (std::strftime(seconds.data(), seconds.size(), "%Y-%m-%d %H:%M:%S", &local) == 0) {
-      seconds[0] = '\0';
-    }
-  }
-  return std::string(seconds.data()) + '.' + std::to_string(ticks / 10000 % 1000);
+// Appends `value` in decimal, with zeros in front up to `width` digits.
+void AppendNumber(std::string& out, int64_t value, size_t width = 1) {
+  std::array<char, std::numeric_limits<int64_t>::digits10 + 2> digits{};
+  const char* const end = std::to_chars(digits.begin(), digits.end(), value).ptr;
+  const auto length = static_cast<size_t>(end - digits.data());
+  if (length < width) out.append(width - length, '0');
+  out.append(digits.data(), length);
 }
 
-// The message, or an empty text for one that is too long (never cut) or cannot be formatted.
-std::string FormatMessage(const char* format, va_list args) {
-  if (format == nullptr) return {};
-  std::array<char, kMessageBufferSize> buffer{};
+// "2024-03-05 14:07:09.38": the milliseconds without leading zeros, deliberately.
+void AppendLocalTime(std::string& out) {
+  const int64_t ticks = platform::WallClockTicks();
+  std::tm local{};
+  if (platform::LocalTime(ticks / 10000000, &local)) {
+    AppendNumber(out, local.tm_year + 1900, 4);
+    AppendNumber(out += '-', local.tm_mon + 1, 2);
+    AppendNumber(out += '-', local.tm_mday, 2);
+    AppendNumber(out += ' ', local.tm_hour, 2);
+    AppendNumber(out += ':', local.tm_min, 2);
+    AppendNumber(out += ':', local.tm_sec, 2);
+  }
+  AppendNumber(out += '.', ticks / 10000 % 1000);
+}
+
+// The last component of `file`, as Path has it.
+void AppendFilename(std::string& out, std::string_view file) {
+  constexpr char kSeparators[] = "/\\";
+  const size_t end = file.find_last_not_of(kSeparators) + 1;
+  if (end == 0) return;
+  const size_t begin = file.find_last_of(kSeparators, end - 1) + 1;
+  const std::string_view name = file.substr(begin, end - begin);
+  // What may belong to a prefix is left to the one who knows.
+  const bool maybePrefix = name == "?" || name == "UNC";
+  if (maybePrefix) {
+    out += Path(std::string(file)).Filename();
+  } else {
+    out += name;
+  }
+}
+
+// Appends the message, or nothing for one that is too long (never cut) or cannot be formatted.
+void AppendMessage(std::string& out, const char* format, va_list args) {
+  if (format == nullptr) return;
+  // NOLINTNEXTLINE(*-member-init): clearing it costs as much as formatting a short message
+  std::array<char, kMessageBufferSize> buffer;
   const int length = std::vsnprintf(buffer.data(), buffer.size(), format, args);
-  if (length < 0 || static_cast<size_t>(length) >= buffer.size()) return {};
-  return buffer.data();
+  if (length < 0 || static_cast<size_t>(length) >= buffer.size()) return;
+  out += buffer.data();
 }
 
 void BuildLine(LOG_LEVEL level, std::string& out, const char* file, int line, const char* format,
                va_list args) {
-  out = '[' + LocalTimestamp() + "][" + LevelName(level) + "][" + Path(file).Filename() + ':' +
-        std::to_string(line) + "] " + FormatMessage(format, args);
+  constexpr size_t kUsualSize = 200;
+  std::string text;
+  text.reserve(kUsualSize);
+  AppendLocalTime(text += '[');
+  (text += "][") += LevelName(level);
+  AppendFilename(text += "][", file != nullptr ? file : "");
+  AppendNumber(text += ':', line);
+  AppendMessage(text += "] ", format, args);
+  out = std::move(text);
 }
 
 // Ends the use of a variable argument list on every way out.
