@@ -1,0 +1,209 @@
+// Items through a bounded queue, from producers to consumers.
+
+#include "common/blocking_queue.h"
+
+#include <chrono>
+#include <condition_variable>
+#include <deque>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "support/bench.h"
+#include "support/one_processor.h"
+
+#ifdef TARSIO_BENCH_ABSEIL
+#include <absl/synchronization/mutex.h>
+#endif
+#ifdef TARSIO_BENCH_BOOST
+#include <boost/thread/concurrent_queues/sync_bounded_queue.hpp>
+#endif
+#ifdef TARSIO_BENCH_TBB
+#include <oneapi/tbb/concurrent_queue.h>
+#endif
+
+namespace tarsio_bench {
+
+namespace {
+
+class Ours {
+ public:
+  explicit Ours(size_t capacity) : queue(capacity) {}
+  void Push(int item) { queue.Push(item, 0); }
+  int Pop() {
+    int item = 0;
+    queue.Pop(item, 0);
+    return item;
+  }
+
+ private:
+  tarsio::BlockingQueue<int> queue;
+};
+
+#ifdef TARSIO_BENCH_ABSEIL
+class AbseilQueue {
+ public:
+  explicit AbseilQueue(size_t limit) : capacity(limit) {}
+  void Push(int item) {
+    const absl::MutexLock lock(&mutex, absl::Condition(this, &AbseilQueue::HasRoom));
+    items.push_back(item);
+  }
+  int Pop() {
+    const absl::MutexLock lock(&mutex, absl::Condition(this, &AbseilQueue::HasItem));
+    const int item = items.front();
+    items.pop_front();
+    return item;
+  }
+
+ private:
+  bool HasRoom() const { return items.size() < capacity; }
+  bool HasItem() const { return !items.empty(); }
+
+  absl::Mutex mutex;
+  std::deque<int> items;
+  const size_t capacity;
+};
+#endif
+
+#ifdef TARSIO_BENCH_BOOST
+class BoostQueue {
+ public:
+  explicit BoostQueue(size_t capacity) : queue(capacity) {}
+  void Push(int item) { queue.push(item); }
+  int Pop() { return queue.pull(); }
+
+ private:
+  boost::sync_bounded_queue<int> queue;
+};
+#endif
+
+#ifdef TARSIO_BENCH_TBB
+class TbbQueue {
+ public:
+  explicit TbbQueue(size_t capacity) { queue.set_capacity(static_cast<ptrdiff_t>(capacity)); }
+  void Push(int item) { queue.push(item); }
+  int Pop() {
+    int item = 0;
+    queue.pop(item);
+    return item;
+  }
+
+ private:
+  tbb::concurrent_bounded_queue<int> queue;
+};
+#endif
+
+// What one takes and gives under a lock, without anyone who waits.
+class DequeUnderMutex {
+ public:
+  explicit DequeUnderMutex(size_t /*capacity*/) {}
+  void Push(int item) {
+    const std::lock_guard<std::mutex> lock(mutex);
+    items.push_back(item);
+  }
+  int Pop() {
+    const std::lock_guard<std::mutex> lock(mutex);
+    const int item = items.front();
+    items.pop_front();
+    return item;
+  }
+
+ private:
+  std::mutex mutex;
+  std::deque<int> items;
+};
+
+// Holds threads back until all are there.
+class Gate {
+ public:
+  void Open() {
+    const std::lock_guard<std::mutex> lock(mutex);
+    open = true;
+    changed.notify_all();
+  }
+  void Wait() {
+    std::unique_lock<std::mutex> lock(mutex);
+    changed.wait(lock, [this] { return open; });
+  }
+
+ private:
+  std::mutex mutex;
+  std::condition_variable changed;
+  bool open = false;
+};
+
+// The seconds that `pairs` producers and as many consumers need for `items` each, on one processor.
+template <typename Queue>
+double TransferSeconds(size_t capacity, size_t pairs, int items) {
+  const OneProcessor tied;
+  Queue queue(capacity);
+  Gate gate;
+  std::vector<std::thread> threads;
+  for (size_t pair = 0; pair < pairs; ++pair) {
+    threads.emplace_back([&] {
+      gate.Wait();
+      for (int i = 0; i < items; ++i) queue.Push(i);
+    });
+    threads.emplace_back([&] {
+      gate.Wait();
+      for (int i = 0; i < items; ++i) benchmark::DoNotOptimize(queue.Pop());
+    });
+  }
+  const auto begin = std::chrono::steady_clock::now();
+  gate.Open();
+  for (std::thread& thread : threads) thread.join();
+  return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
+}
+
+template <typename Queue>
+void AddTransfer(const std::string& who) {
+  constexpr int kItems = 60000;
+  for (const size_t capacity : {16, 1024}) {
+    for (const size_t pairs : {1, 2, 4}) {
+      Add(Sized(Sized("queue_transfer", "capacity", capacity), "pairs", pairs), who,
+          [capacity, pairs](benchmark::State& state) {
+            const int each = kItems / static_cast<int>(pairs);
+            for (auto _ : state) {
+              state.SetIterationTime(TransferSeconds<Queue>(capacity, pairs, each));
+            }
+            state.SetItemsProcessed(state.iterations() * kItems);
+          })
+          ->UseManualTime();
+    }
+  }
+}
+
+template <typename Queue>
+void AddPushPop(const std::string& who) {
+  const auto queue = std::make_shared<Queue>(1024);
+  AddCall("queue_push_pop", who, [queue] {
+    queue->Push(1);
+    return queue->Pop();
+  });
+}
+
+template <typename Queue>
+void AddQueue(const std::string& who) {
+  AddPushPop<Queue>(who);
+  AddTransfer<Queue>(who);
+}
+
+}  // namespace
+
+void RegisterAll() {
+  AddQueue<Ours>("ours");
+#ifdef TARSIO_BENCH_ABSEIL
+  AddQueue<AbseilQueue>("peer:Abseil");
+#endif
+#ifdef TARSIO_BENCH_BOOST
+  AddQueue<BoostQueue>("peer:Boost");
+#endif
+#ifdef TARSIO_BENCH_TBB
+  AddQueue<TbbQueue>("peer:oneTBB");
+#endif
+  AddPushPop<DequeUnderMutex>("limit:mutex");
+}
+
+}  // namespace tarsio_bench

@@ -1,0 +1,128 @@
+// Encoding checks, and the conversions that widen or narrow element by element.
+
+#include <string>
+
+#include "common/charset_cvt.h"
+#include "support/bench.h"
+#include "support/or_of_bytes.h"
+
+#ifdef TARSIO_BENCH_ABSEIL
+#include <absl/algorithm/container.h>
+#include <absl/strings/ascii.h>
+#endif
+#ifdef TARSIO_BENCH_GLIB
+#include <glib.h>
+#endif
+#ifdef TARSIO_BENCH_POCO
+#include <Poco/UTF8Encoding.h>
+#endif
+
+namespace tarsio_bench {
+
+namespace {
+
+using tarsio::CharsetCvt;
+
+// Whole copies of `sample`, then blanks, `bytes` in all.
+std::string Repeat(const std::string& sample, size_t bytes) {
+  std::string text;
+  while (text.size() + sample.size() <= bytes) text += sample;
+  text.resize(bytes, ' ');
+  return text;
+}
+
+std::string Ascii(size_t bytes) { return Repeat("The quick brown fox jumps over it. ", bytes); }
+
+// Characters of one, two, three and four bytes, in runs as a text has them.
+std::string Mixed(size_t bytes) {
+  return Repeat(
+      "Gr\xC3\xB6\xC3\x9F"
+      "e \xE2\x82\xAC 12, \xE6\x97\xA5\xE6\x9C\xAC \xF0\x9F\x98\x80! ",
+      bytes);
+}
+
+#ifdef TARSIO_BENCH_POCO
+bool PocoIsU8(const std::string& text) {
+  static const Poco::UTF8Encoding encoding;
+  const auto* next = reinterpret_cast<const unsigned char*>(text.data());
+  const auto* const end = next + text.size();
+  while (next < end) {
+    const int length = encoding.sequenceLength(next, 1);
+    if (length < 1 || length > end - next || !Poco::UTF8Encoding::isLegal(next, length))
+      return false;
+    next += length;
+  }
+  return true;
+}
+#endif
+
+void AddChecks(size_t bytes) {
+  for (const bool mixed : {false, true}) {
+    const std::string text = mixed ? Mixed(bytes) : Ascii(bytes);
+    const std::string isU8 = Sized(mixed ? "is_u8_mixed" : "is_u8_ascii", "bytes", bytes);
+    AddCall(
+        isU8, "ours", [text] { return CharsetCvt::IsU8(text); }, bytes);
+#ifdef TARSIO_BENCH_GLIB
+    AddCall(
+        isU8, "peer:GLib",
+        [text] { return g_utf8_validate_len(text.data(), text.size(), nullptr); }, bytes);
+#endif
+#ifdef TARSIO_BENCH_POCO
+    AddCall(
+        isU8, "peer:POCO", [text] { return PocoIsU8(text); }, bytes);
+#endif
+    AddCall(
+        isU8, "limit:or", [text] { return OrOfBytes(text); }, bytes);
+  }
+
+  const std::string text = Ascii(bytes);
+  const std::string isAscii = Sized("is_ascii", "bytes", bytes);
+  AddCall(
+      isAscii, "ours", [text] { return CharsetCvt::IsASCII(text); }, bytes);
+#ifdef TARSIO_BENCH_ABSEIL
+  AddCall(
+      isAscii, "peer:Abseil",
+      [text] { return absl::c_all_of(text, [](char c) { return absl::ascii_isascii(c); }); },
+      bytes);
+#endif
+#ifdef TARSIO_BENCH_GLIB
+  AddCall(
+      isAscii, "peer:GLib", [text] { return g_str_is_ascii(text.c_str()); }, bytes);
+#endif
+  AddCall(
+      isAscii, "limit:or", [text] { return OrOfBytes(text); }, bytes);
+}
+
+// Beside a range constructor of the same strings, and the copy of a string of the result's size.
+template <typename To, typename From, typename Convert>
+void AddConversion(const char* name, const From& text, Convert convert) {
+  const std::string workload = Sized(name, "bytes", text.size());
+  AddCall(
+      workload, "ours", [text, convert] { return convert(text); }, text.size());
+  AddCall(
+      workload, "peer:range", [text] { return To(text.begin(), text.end()); }, text.size());
+  const To result = convert(text);
+  AddCall(
+      workload, "limit:copy", [result] { return To(result); }, text.size());
+}
+
+void AddConversions(size_t bytes) {
+  const std::string text = Ascii(bytes);
+  AddConversion<std::wstring>("u8_to_w", text, CharsetCvt::U8ToW);
+  AddConversion<std::string>("w_to_u8", CharsetCvt::U8ToW(text), CharsetCvt::WToU8);
+  AddConversion<std::u16string>("u8_to_u16", text, CharsetCvt::U8ToU16);
+  AddConversion<std::string>("u16_to_u8", CharsetCvt::U8ToU16(text), CharsetCvt::U16ToU8);
+  AddConversion<std::u32string>("u8_to_u32", text, CharsetCvt::U8ToU32);
+  AddConversion<std::string>("u32_to_u8", CharsetCvt::U8ToU32(text), CharsetCvt::U32ToU8);
+}
+
+}  // namespace
+
+void RegisterAll() {
+  for (const size_t bytes : {64, 4096, 1 << 20}) {
+    AddChecks(bytes);
+    AddConversions(bytes);
+  }
+}
+
+}  // namespace tarsio_bench

@@ -1,0 +1,100 @@
+// Paths as values. Ours and POCO's are given the Windows form, the others the POSIX form of the
+// same path: each parses by the rules that it has.
+
+#include <filesystem>
+#include <string>
+
+#include "common/path.h"
+#include "support/bench.h"
+
+#ifdef TARSIO_BENCH_BOOST
+#include <boost/filesystem.hpp>
+#endif
+#ifdef TARSIO_BENCH_POCO
+#include <Poco/Path.h>
+#endif
+
+namespace tarsio_bench {
+
+namespace {
+
+constexpr const char* kNames[] = {"Program Files", "Vendor",  "Product",  "modules",
+                                  "x64",           "release", "resources"};
+
+// A text of `components` components: a root, directories, a file.
+std::string Text(size_t components, const std::string& root, char separator) {
+  std::string text = root;
+  for (size_t i = 0; i + 2 < components; ++i) {
+    text += kNames[i % std::size(kNames)];
+    text += separator;
+  }
+  return text + "core.dll";
+}
+
+std::string WindowsText(size_t components) { return Text(components, "C:\\", '\\'); }
+std::string PosixText(size_t components) { return Text(components, "/", '/'); }
+
+void AddSize(size_t components) {
+  const std::string windowsText = WindowsText(components);
+  const std::string posixText = PosixText(components);
+  const std::string more = "more.txt";
+
+  // From the text to its components to a printed text.
+  const std::string parse = Sized("path_parse_print", "components", components);
+  AddCall(parse, "ours", [windowsText] { return tarsio::Path(windowsText).Str(); });
+  AddCall(parse, "peer:std", [posixText] { return std::filesystem::path(posixText).string(); });
+  AddCall(parse, "limit:copy", [windowsText] { return std::string(windowsText); });
+
+  const std::string join = Sized("path_join", "components", components);
+  const std::string parent = Sized("path_parent", "components", components);
+  const std::string copy = Sized("path_copy", "components", components);
+  {
+    const tarsio::Path path(windowsText);
+    const tarsio::Path file(more);
+    AddCall(join, "ours", [path, file] { return path / file; });
+    AddCall(parent, "ours", [path] { return path.ParentPath(); });
+    AddCall(copy, "ours", [path] { return tarsio::Path(path); });
+  }
+  {
+    const std::filesystem::path path(posixText);
+    const std::filesystem::path file(more);
+    AddCall(join, "peer:std", [path, file] { return path / file; });
+    AddCall(parent, "peer:std", [path] { return path.parent_path(); });
+    AddCall(copy, "peer:std", [path] { return std::filesystem::path(path); });
+  }
+#ifdef TARSIO_BENCH_BOOST
+  {
+    const boost::filesystem::path path(posixText);
+    const boost::filesystem::path file(more);
+    // It keeps the text only, and finds the components when they are asked for.
+    AddCall(parse, "peer:Boost", [posixText] {
+      const boost::filesystem::path parsed(posixText);
+      for (const boost::filesystem::path& component : parsed) benchmark::DoNotOptimize(component);
+      return parsed.string();
+    });
+    AddCall(join, "peer:Boost", [path, file] { return path / file; });
+    AddCall(parent, "peer:Boost", [path] { return path.parent_path(); });
+    AddCall(copy, "peer:Boost", [path] { return boost::filesystem::path(path); });
+  }
+#endif
+#ifdef TARSIO_BENCH_POCO
+  {
+    const Poco::Path path(windowsText, Poco::Path::PATH_WINDOWS);
+    const Poco::Path file(more, Poco::Path::PATH_WINDOWS);
+    AddCall(parse, "peer:POCO", [windowsText] {
+      return Poco::Path(windowsText, Poco::Path::PATH_WINDOWS).toString(Poco::Path::PATH_WINDOWS);
+    });
+    AddCall(join, "peer:POCO", [path, file] { return Poco::Path(path).append(file); });
+    AddCall(parent, "peer:POCO", [path] { return path.parent(); });
+    AddCall(copy, "peer:POCO", [path] { return Poco::Path(path); });
+  }
+#endif
+}
+
+}  // namespace
+
+void RegisterAll() {
+  for (const size_t components : {2, 8, 32}) AddSize(components);
+}
+
+}  // namespace tarsio_bench

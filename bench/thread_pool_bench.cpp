@@ -1,0 +1,164 @@
+// Empty tasks through a pool, from the first submission until the last has run.
+
+#include "common/thread_pool.h"
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <deque>
+#include <functional>
+#include <future>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "support/bench.h"
+#include "support/one_processor.h"
+
+#ifdef TARSIO_BENCH_BOOST
+#include <boost/asio/post.hpp>
+#include <boost/asio/thread_pool.hpp>
+#endif
+#ifdef TARSIO_BENCH_TBB
+#include <oneapi/tbb/global_control.h>
+#include <oneapi/tbb/task_arena.h>
+#endif
+
+namespace tarsio_bench {
+
+namespace {
+
+class Ours {
+ public:
+  explicit Ours(size_t workers)
+      : pool(std::make_shared<tarsio::ThreadPool>("bench", workers, 0, 1024)) {}
+  template <typename Task>
+  void Submit(Task task) {
+    pool->SubmitTask(task);
+  }
+
+ private:
+  // Its destructor waits until the idle workers have left.
+  const std::shared_ptr<tarsio::ThreadPool> pool;
+};
+
+// What one writes without a library: threads, a queue of functions, a condition.
+class StdPool {
+ public:
+  explicit StdPool(size_t workers) {
+    while (threads.size() < workers) threads.emplace_back([this] { Work(); });
+  }
+  StdPool(const StdPool&) = delete;
+  StdPool& operator=(const StdPool&) = delete;
+  ~StdPool() {
+    {
+      const std::lock_guard<std::mutex> lock(mutex);
+      closed = true;
+    }
+    changed.notify_all();
+    for (std::thread& thread : threads) thread.join();
+  }
+
+  void Submit(std::function<void()> task) {
+    {
+      const std::lock_guard<std::mutex> lock(mutex);
+      tasks.push_back(std::move(task));
+    }
+    changed.notify_one();
+  }
+
+ private:
+  void Work() {
+    std::unique_lock<std::mutex> lock(mutex);
+    while (true) {
+      changed.wait(lock, [this] { return closed || !tasks.empty(); });
+      if (closed) return;
+      const std::function<void()> task = std::move(tasks.front());
+      tasks.pop_front();
+      lock.unlock();
+      task();
+      lock.lock();
+    }
+  }
+
+  std::mutex mutex;
+  std::condition_variable changed;
+  std::deque<std::function<void()>> tasks;
+  bool closed = false;
+  std::vector<std::thread> threads;
+};
+
+#ifdef TARSIO_BENCH_BOOST
+class AsioPool {
+ public:
+  explicit AsioPool(size_t workers) : pool(workers) {}
+  template <typename Task>
+  void Submit(Task task) {
+    boost::asio::post(pool, task);
+  }
+
+ private:
+  boost::asio::thread_pool pool;
+};
+#endif
+
+#ifdef TARSIO_BENCH_TBB
+class TbbPool {
+ public:
+  explicit TbbPool(size_t workers)
+      : threads(tbb::global_control::max_allowed_parallelism, workers + 1),
+        arena(static_cast<int>(workers), 0) {}
+  template <typename Task>
+  void Submit(Task task) {
+    arena.enqueue(task);
+  }
+
+ private:
+  tbb::global_control threads;
+  tbb::task_arena arena;
+};
+#endif
+
+template <typename Pool>
+void RunTasks(benchmark::State& state, size_t workers) {
+  constexpr int kTasks = 100000;
+  const OneProcessor tied;
+  Pool pool(workers);
+  for (auto _ : state) {
+    std::atomic<int> left{kTasks};
+    std::promise<void> done;
+    for (int i = 0; i < kTasks; ++i) {
+      pool.Submit([&left, &done] {
+        if (left.fetch_sub(1, std::memory_order_relaxed) == 1) done.set_value();
+      });
+    }
+    done.get_future().wait();
+  }
+  state.SetItemsProcessed(state.iterations() * kTasks);
+}
+
+template <typename Pool>
+void AddPool(const std::string& who) {
+  for (const size_t workers : {1, 2, 4}) {
+    Add(Sized("pool_empty_tasks", "workers", workers), who,
+        [workers](benchmark::State& state) { RunTasks<Pool>(state, workers); })
+        ->UseRealTime();
+  }
+}
+
+}  // namespace
+
+void RegisterAll() {
+  AddPool<Ours>("ours");
+  AddPool<StdPool>("peer:std");
+#ifdef TARSIO_BENCH_BOOST
+  AddPool<AsioPool>("peer:Asio");
+#endif
+#ifdef TARSIO_BENCH_TBB
+  AddPool<TbbPool>("peer:oneTBB");
+#endif
+}
+
+}  // namespace tarsio_bench
