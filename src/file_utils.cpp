@@ -1,5 +1,6 @@
 #include "common/file_utils.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "common/path.h"
@@ -34,6 +35,20 @@ bool ToWriteMode(int mode, platform::WriteMode* writeMode) {
   return true;
 }
 
+// Appends the next `size` bytes of `file`; false if it has fewer. A string clears what it grows by:
+// it grows by pieces that are still in the processor's cache when the system fills them.
+bool AppendFrom(platform::File& file, uint64_t size, std::string& bytes) {
+  constexpr uint64_t kPiece = 256 * 1024;
+  for (uint64_t left = size; left > 0;) {
+    const size_t piece = std::min(left, kPiece);
+    const size_t begin = bytes.size();
+    bytes.resize(begin + piece);
+    if (file.Read(&bytes[begin], piece) != piece) return false;
+    left -= piece;
+  }
+  return true;
+}
+
 bool IsSeparator(char c) { return c == '\\' || c == '/'; }
 
 }  // namespace
@@ -42,17 +57,16 @@ bool IsSeparator(char c) { return c == '\\' || c == '/'; }
 // NOLINTNEXTLINE(performance-unnecessary-value-param)
 FileOptRet FileUtils::GetFileContent(std::string path, std::string& content) {
   const Path p(path);
-  if (!p.Exists() || !p.IsFile()) return FILE_OPT_NOT_FILE;
+  if (!p.IsFile()) return FILE_OPT_NOT_FILE;
   const uint64_t size = p.FileSize();
   if (size == 0) return FILE_OPT_EMPTY_OR_UNREADABLE;
   platform::File file = platform::File::OpenForReading(p.Wstr(Path::WINDOWS_PATH));
   if (!file.IsOpen()) return FILE_OPT_EMPTY_OR_UNREADABLE;
 
-  std::string bytes(size, '\0');
+  std::string bytes;
+  bytes.reserve(size);
   char oneMore = '\0';
-  const bool complete =
-      file.Read(bytes.data(), bytes.size()) == size && file.Read(&oneMore, 1) == 0;
-  if (!complete) {
+  if (!AppendFrom(file, size, bytes) || file.Read(&oneMore, 1) != 0) {
     content.clear();
     return FILE_OPT_SIZE_MISMATCH;
   }
