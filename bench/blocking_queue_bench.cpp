@@ -1,7 +1,5 @@
 // Items through a bounded queue, from producers to consumers.
 
-#include "common/blocking_queue.h"
-
 #include <chrono>
 #include <condition_variable>
 #include <deque>
@@ -11,6 +9,7 @@
 #include <thread>
 #include <vector>
 
+#include "common/blocking_queue.h"
 #include "support/bench.h"
 #include "support/one_processor.h"
 

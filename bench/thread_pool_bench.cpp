@@ -1,7 +1,5 @@
 // Empty tasks through a pool, from the first submission until the last has run.
 
-#include "common/thread_pool.h"
-
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
@@ -14,6 +12,7 @@
 #include <thread>
 #include <vector>
 
+#include "common/thread_pool.h"
 #include "support/bench.h"
 #include "support/one_processor.h"
 
@@ -142,9 +141,9 @@ void RunTasks(benchmark::State& state, size_t workers) {
 template <typename Pool>
 void AddPool(const std::string& who) {
   for (const size_t workers : {1, 2, 4}) {
-    Add(Sized("pool_empty_tasks", "workers", workers), who,
-        [workers](benchmark::State& state) { RunTasks<Pool>(state, workers); })
-        ->UseRealTime();
+    Add(Sized("pool_empty_tasks", "workers", workers), who, [workers](benchmark::State& state) {
+      RunTasks<Pool>(state, workers);
+    })->UseRealTime();
   }
 }
 

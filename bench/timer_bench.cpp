@@ -1,7 +1,5 @@
 // Timers: started and stopped while many are queued, looked over while none is due, and fired.
 
-#include "common/timer.h"
-
 #include <pthread.h>
 
 #include <atomic>
@@ -16,6 +14,7 @@
 #include <utility>
 #include <vector>
 
+#include "common/timer.h"
 #include "support/bench.h"
 
 #ifdef TARSIO_BENCH_BOOST
@@ -209,9 +208,8 @@ void AsioDueAtOnce(benchmark::State& state, size_t count) {
     const auto due = Clock::now() + std::chrono::milliseconds(20);
     for (size_t i = 0; i < count; ++i) {
       timers.emplace_back(AsioRunner().context, due);
-      timers.back().async_wait([&firing](const boost::system::error_code& /*error*/) {
-        firing.Fired();
-      });
+      timers.back().async_wait(
+          [&firing](const boost::system::error_code& /*error*/) { firing.Fired(); });
     }
     state.SetIterationTime(Seconds(firing.Wait()));
   }

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cctype>
 #include <stdexcept>
+#include <string_view>
 #include <utility>
 
 #include "platform/platform.h"
@@ -11,18 +12,46 @@ namespace tarsio {
 
 namespace {
 
-constexpr char kLongPrefix[] = R"(\\?\)";
-constexpr char kLongSharePrefix[] = R"(\\?\UNC\)";
-constexpr char kSharePrefix[] = R"(\\)";
-constexpr char kShareAfterLongPrefix[] = R"(UNC\)";
-constexpr char kWindowsSeparators[] = R"(/\)";
+constexpr std::string_view kLongPrefix = R"(\\?\)";
+constexpr std::string_view kLongSharePrefix = R"(\\?\UNC\)";
+constexpr std::string_view kSharePrefix = R"(\\)";
+constexpr std::string_view kShareAfterLongPrefix = R"(UNC\)";
+
+bool IsWindowsSeparator(char c) { return c == '/' || c == '\\'; }
 
 // Removes `prefix` from the front of `text`, and returns whether it was there.
-template <size_t N>
-bool ConsumePrefix(std::string& text, const char (&prefix)[N]) {
-  if (text.compare(0, N - 1, prefix) != 0) return false;
-  text.erase(0, N - 1);
+bool ConsumePrefix(std::string_view& text, std::string_view prefix) {
+  if (text.substr(0, prefix.size()) != prefix) return false;
+  text.remove_prefix(prefix.size());
   return true;
+}
+
+// Calls `found(begin, end)` for each component of `text`.
+template <typename IsSeparator, typename Found>
+void ForEachComponent(std::string_view text, IsSeparator isSeparator, Found found) {
+  for (size_t begin = 0; begin < text.size();) {
+    size_t end = begin;
+    while (end < text.size() && !isSeparator(text[end])) ++end;
+    if (end > begin) found(begin, end);
+    begin = end + 1;
+  }
+}
+
+// Appends the components of `text`, as Tokenize() has it.
+template <typename IsSeparator>
+void AppendComponents(std::string_view text, IsSeparator isSeparator,
+                      std::vector<std::string>& components) {
+  const std::string_view upToNul = text.substr(0, text.find('\0'));
+  size_t count = 0;
+  ForEachComponent(text, isSeparator, [&](size_t begin, size_t /*end*/) {
+    // Settles one text for what the standard libraries word differently.
+    if (begin > upToNul.size()) throw std::out_of_range("invalid string position");
+    ++count;
+  });
+  components.reserve(components.size() + count);
+  ForEachComponent(text, isSeparator, [&](size_t begin, size_t end) {
+    components.emplace_back(upToNul.substr(begin, end - begin));
+  });
 }
 
 // The runtime sees a signed char: bytes from 0x80 up are negative, and no letters.
@@ -32,9 +61,8 @@ bool IsLetter(char c) {
 }
 
 // "C:\" or "C:/".
-bool StartsWithDriveRoot(const std::string& text) {
-  return text.size() >= 3 && IsLetter(text[0]) && text[1] == ':' &&
-         (text[2] == '\\' || text[2] == '/');
+bool StartsWithDriveRoot(std::string_view text) {
+  return text.size() >= 3 && IsLetter(text[0]) && text[1] == ':' && IsWindowsSeparator(text[2]);
 }
 
 }  // namespace
@@ -65,32 +93,29 @@ Path& Path::operator=(const wchar_t* text) {
 
 void Path::Set(const std::string& text, PathType pathType) {
   type = pathType;
+  tokens.clear();
   // Not WINDOWS_PATH, rather than POSIX_PATH: any other value parses by the POSIX rules.
   if (type != WINDOWS_PATH) {
-    tokens = Tokenize(text, "/");
+    AppendComponents(
+        text, [](char c) { return c == '/'; }, tokens);
     absolute = !text.empty() && text.front() == '/';
     return;  // the share flag stays as it was, deliberately
   }
 
-  std::string rest = text;
+  std::string_view rest = text;
   ConsumePrefix(rest, kLongPrefix);
-  tokens.clear();
   if (ConsumePrefix(rest, kSharePrefix)) {
-    absolute = smb = rest.find_first_of(kWindowsSeparators) != std::string::npos;
+    absolute = smb = std::any_of(rest.begin(), rest.end(), IsWindowsSeparator);
   } else if (ConsumePrefix(rest, kShareAfterLongPrefix)) {
     // A relative path whose first component is "UNC" is read the same way, deliberately.
     absolute = smb = true;
   } else if (StartsWithDriveRoot(rest)) {
-    tokens.push_back(rest.substr(0, 2));
-    rest.erase(0, 3);
     absolute = true;
     smb = false;
   } else {
     absolute = smb = false;
   }
-  for (std::string& component : Tokenize(rest, kWindowsSeparators)) {
-    tokens.push_back(std::move(component));
-  }
+  AppendComponents(rest, IsWindowsSeparator, tokens);
 }
 
 void Path::Set(const std::wstring& text, PathType pathType) {
@@ -98,35 +123,42 @@ void Path::Set(const std::wstring& text, PathType pathType) {
 }
 
 std::string Path::Str(PathType style) const {
-  std::string text;
-  if (absolute) {
-    if (type == POSIX_PATH) {
-      text = "/";
-    } else {
-      uint64_t printedWithTerminator = smb ? WIN_SMB_PATH_OFFSET : 0;
-      for (const std::string& component : tokens) printedWithTerminator += component.size() + 1;
-      if (printedWithTerminator > MAX_PATH_WINDOWS_LEGACY) {
-        text = smb ? kLongSharePrefix : kLongPrefix;
-      } else if (smb) {
-        text = kSharePrefix;
-      }
+  size_t size = 0;  // with a separator or the terminator behind each component
+  for (const std::string& component : tokens) size += component.size() + 1;
+  std::string_view prefix;
+  if (absolute && type == POSIX_PATH) {
+    prefix = "/";
+  } else if (absolute) {
+    const uint64_t printed = size + (smb ? WIN_SMB_PATH_OFFSET : 0);
+    if (printed > MAX_PATH_WINDOWS_LEGACY) {
+      prefix = smb ? kLongSharePrefix : kLongPrefix;
+    } else if (smb) {
+      prefix = kSharePrefix;
     }
   }
   const char separator = style == POSIX_PATH ? '/' : '\\';
+  std::string text;
+  text.reserve(prefix.size() + size);
+  text += prefix;
   for (const std::string& component : tokens) {
-    if (&component != &tokens.front()) text += separator;
     text += component;
+    text += separator;
   }
+  if (!tokens.empty()) text.pop_back();
   return text;
 }
 
 std::wstring Path::Wstr(PathType style) const { return platform::Widen(Str(style)); }
 
 Path Path::operator/(const Path& other) const {
-  Path joined = *this;
-  if (!other.absolute && other.type == type) {
-    joined.tokens.insert(joined.tokens.end(), other.tokens.begin(), other.tokens.end());
-  }
+  if (other.absolute || other.type != type) return *this;
+  Path joined;
+  joined.type = type;
+  joined.absolute = absolute;
+  joined.smb = smb;
+  joined.tokens.reserve(tokens.size() + other.tokens.size());
+  joined.tokens.insert(joined.tokens.end(), tokens.begin(), tokens.end());
+  joined.tokens.insert(joined.tokens.end(), other.tokens.begin(), other.tokens.end());
   return joined;
 }
 
@@ -145,9 +177,8 @@ Path Path::ParentPath() const {
 std::string Path::Filename() const { return tokens.empty() ? std::string() : tokens.back(); }
 
 std::string Path::Extension() const {
-  const std::string filename = Filename();
-  const size_t dot = filename.rfind('.');
-  return dot == std::string::npos ? std::string() : filename.substr(dot + 1);
+  const size_t dot = tokens.empty() ? std::string::npos : tokens.back().rfind('.');
+  return dot == std::string::npos ? std::string() : tokens.back().substr(dot + 1);
 }
 
 bool Path::IsAbsolute() const { return absolute; }
@@ -185,17 +216,8 @@ uint64_t Path::FileSize() const {
 
 std::vector<std::string> Path::Tokenize(const std::string& text, const std::string& delimiters) {
   std::vector<std::string> components;
-  const std::string upToNul = text.substr(0, text.find('\0'));
-  size_t begin = 0;
-  while (begin < text.size()) {
-    const size_t end = std::min(text.find_first_of(delimiters, begin), text.size());
-    if (end > begin) {
-      // Settles one text for what the standard libraries word differently.
-      if (begin > upToNul.size()) throw std::out_of_range("invalid string position");
-      components.push_back(upToNul.substr(begin, end - begin));
-    }
-    begin = end + 1;
-  }
+  const auto isDelimiter = [&](char c) { return delimiters.find(c) != std::string::npos; };
+  AppendComponents(text, isDelimiter, components);
   return components;
 }
 
