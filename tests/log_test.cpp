@@ -29,6 +29,7 @@
 
 #include "support/allocations.h"
 #include "support/cout_recorder.h"
+#include "support/file_obstacles.h"
 #include "support/recording_logger.h"
 #include "support/scoped_time_zone.h"
 
@@ -571,6 +572,22 @@ TEST_F(LoggerTest, WritesToTheProcessesStandardOutput) {
   Log::GetInstance().DoLog(LOG_LEVEL_ERROR, "/src/a.cpp", 3, "f", "%s", "hello");
   const std::string output = testing::internal::GetCapturedStdout();
   EXPECT_EQ(MaskTime(output), "[<TIME>][ERROR][a.cpp:3] hello\n");
+}
+
+// The lines are lost, and nothing else.
+TEST_F(LoggerTest, ClosedStandardOutputIsNoError) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(
+      {
+        tarsio_test::CloseStandardOutput();
+        for (int i = 0; i < 100; ++i) {
+          Log::GetInstance().DoLog(LOG_LEVEL_ERROR, "a.cpp", 1, "f", "lost %d", i);
+        }
+        const auto records = LogRecords::Install(LOG_LEVEL_ERROR);
+        Log::GetInstance().DoLog(LOG_LEVEL_ERROR, "a.cpp", 1, "f", "kept");
+        std::exit(records->All().size() == 1 ? 0 : 1);
+      },
+      testing::ExitedWithCode(0), "");
 }
 
 TEST_F(LoggerTest, FormattingReplacesWhatTheTextHeld) {

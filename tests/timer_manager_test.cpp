@@ -21,6 +21,7 @@
 #include <set>
 #include <stdexcept>
 #include <string>
+#include <system_error>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -30,6 +31,7 @@
 #include "support/events.h"
 #include "support/gate.h"
 #include "support/private_member.h"
+#include "support/thread_starts.h"
 
 namespace {
 
@@ -324,6 +326,31 @@ TEST_F(TimerManagerProcess, FirstTimerThatIsQueuedStartsTheThreadOnceAndForAll) 
     }
     return Platform().AwaitPassAfter(Platform().Passes() + 3) && Platform().pins == 1 &&
            Platform().PassThreads() == 1;
+  });
+}
+
+// The timer stays queued and marked; the next start of any timer brings the thread.
+TEST_F(TimerManagerProcess, ThreadThatCannotBeStartedIsToldAndTheNextStartTriesAgain) {
+  EXPECT_IN_A_FRESH_PROCESS([] {
+    Events fired;
+    const TestTimer first(10, kOnce, [&fired] { fired.Add(); });
+    const TestTimer second(10, kOnce, [&fired] { fired.Add(); });
+    for (const TestTimer* timer : {&first, &second}) {
+      const tarsio_test::RefuseThreadStarts refuse;
+      try {
+        (*timer)->Start();
+        return false;
+      } catch (const std::system_error& e) {
+        if (e.code() != std::errc::resource_unavailable_try_again) return false;
+      }
+      (*timer)->Start();  // marked, so that nothing is tried
+    }
+    if (Platform().Passes() != 0) return false;
+    const TestTimer third(kHour, kOnce);
+    third->Start();
+    if (!Platform().AwaitPassAfter(0) || fired.Count() != 0) return false;
+    Platform().SetClock(static_cast<int64_t>(kStart + 10) * 10000);
+    return fired.Await(2) && Platform().PassThreads() == 1;
   });
 }
 

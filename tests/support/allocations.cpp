@@ -13,8 +13,10 @@
 namespace {
 
 std::atomic<bool> watching{false};
+std::atomic<size_t> live{0};
 std::atomic<size_t> count{0};
-std::atomic<size_t> limit{SIZE_MAX};
+std::atomic<size_t> firstRefused{SIZE_MAX};
+std::atomic<size_t> refusals{SIZE_MAX};
 
 }  // namespace
 
@@ -26,16 +28,28 @@ const bool tarsio_test::kAllocationsAreSeen = false;
 
 const bool tarsio_test::kAllocationsAreSeen = true;
 
-// The array and nothrow forms call these.
+// The nothrow forms call these.
 void* operator new(size_t size) {
-  if (watching && ++count > limit) throw std::bad_alloc();
+  if (watching) {
+    const size_t index = count++;
+    if (index >= firstRefused && index - firstRefused < refusals) throw std::bad_alloc();
+  }
   void* const memory = std::malloc(size == 0 ? 1 : size);
   if (memory == nullptr) throw std::bad_alloc();
+  ++live;
   return memory;
 }
 
-void operator delete(void* memory) noexcept { std::free(memory); }
-void operator delete(void* memory, size_t /*size*/) noexcept { std::free(memory); }
+void operator delete(void* memory) noexcept {
+  if (memory != nullptr) --live;
+  std::free(memory);
+}
+void operator delete(void* memory, size_t /*size*/) noexcept { operator delete(memory); }
+
+// A sanitizer's array forms do not call the others.
+void* operator new[](size_t size) { return operator new(size); }
+void operator delete[](void* memory) noexcept { operator delete(memory); }
+void operator delete[](void* memory, size_t /*size*/) noexcept { operator delete(memory); }
 
 #endif
 
@@ -47,9 +61,12 @@ const bool tarsio_test::kAllocationsOfTheLibraryAreSeen = tarsio_test::kAllocati
 
 namespace tarsio_test {
 
-AllocationWatch::AllocationWatch(size_t allowed) {
+size_t LiveAllocations() { return live; }
+
+AllocationWatch::AllocationWatch(size_t allowed, size_t refused) {
   count = 0;
-  limit = allowed;
+  firstRefused = allowed;
+  refusals = refused;
   watching = true;
 }
 

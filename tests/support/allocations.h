@@ -15,11 +15,14 @@ extern const bool kAllocationsAreSeen;
 // Whether that holds inside the library, too. A DLL keeps the runtime's operator new.
 extern const bool kAllocationsOfTheLibraryAreSeen;
 
-// While it lives, allocations are counted, and those after the first `allowed` throw
+// The allocations of the program that have not been released. 0 where none are seen.
+size_t LiveAllocations();
+
+// While it lives, allocations are counted, and the next `refused` after the first `allowed` throw
 // std::bad_alloc. One at a time; no other thread may allocate meanwhile.
 class AllocationWatch {
  public:
-  explicit AllocationWatch(size_t allowed = SIZE_MAX);
+  explicit AllocationWatch(size_t allowed = SIZE_MAX, size_t refused = SIZE_MAX);
   AllocationWatch(const AllocationWatch&) = delete;
   AllocationWatch& operator=(const AllocationWatch&) = delete;
   ~AllocationWatch();

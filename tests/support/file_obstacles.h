@@ -1,8 +1,9 @@
-// Two states in which files cannot be used.
+// States in which files cannot be used.
 
 #ifndef TARSIO_COMMON_TESTS_SUPPORT_FILE_OBSTACLES_H_
 #define TARSIO_COMMON_TESTS_SUPPORT_FILE_OBSTACLES_H_
 
+#include <cstdint>
 #include <memory>
 #include <string>
 
@@ -36,6 +37,56 @@ class FileThatTakesNothing {
   struct State;
   const std::unique_ptr<State> state;
 };
+
+// While it lives, no file of the process grows beyond `bytes`, as if the disk were full.
+class FileSizeLimit {
+ public:
+  explicit FileSizeLimit(uint64_t bytes);
+  FileSizeLimit(const FileSizeLimit&) = delete;
+  FileSizeLimit& operator=(const FileSizeLimit&) = delete;
+  ~FileSizeLimit();
+
+  // What holds: UINT64_MAX where the system has no such limit.
+  uint64_t Bytes() const;
+
+ private:
+  struct State;
+  const std::unique_ptr<State> state;
+};
+
+// While it lives, the process may neither read nor write the existing file `name` of the current
+// directory.
+class ForbiddenFile {
+ public:
+  explicit ForbiddenFile(const std::string& name);
+  ForbiddenFile(const ForbiddenFile&) = delete;
+  ForbiddenFile& operator=(const ForbiddenFile&) = delete;
+  ~ForbiddenFile();
+
+ private:
+  struct State;
+  const std::unique_ptr<State> state;
+};
+
+// Whether the system keeps a process out of a directory here.
+extern const bool kDirectoriesCanBeForbidden;
+
+// While it lives, the process has no right to the existing directory `name` of the current
+// directory but, if `readable`, to read it.
+class ForbiddenDirectory {
+ public:
+  ForbiddenDirectory(const std::string& name, bool readable);
+  ForbiddenDirectory(const ForbiddenDirectory&) = delete;
+  ForbiddenDirectory& operator=(const ForbiddenDirectory&) = delete;
+  ~ForbiddenDirectory();
+
+ private:
+  struct State;
+  const std::unique_ptr<State> state;
+};
+
+// For good.
+void CloseStandardOutput();
 
 }  // namespace tarsio_test
 

@@ -1,5 +1,7 @@
 #include "support/memory.h"
 
+#include <unistd.h>
+
 #include <fstream>
 #include <string>
 
@@ -13,6 +15,14 @@ uint64_t FreeMemory() {
     if (name == "MemAvailable:" && information >> kibibytes) return kibibytes * 1024;
   }
   return 0;
+}
+
+uint64_t ProcessMemory() {
+  std::ifstream pages("/proc/self/statm");
+  uint64_t size = 0;
+  uint64_t resident = 0;
+  pages >> size >> resident;
+  return resident * static_cast<uint64_t>(::sysconf(_SC_PAGESIZE));
 }
 
 }  // namespace tarsio_test

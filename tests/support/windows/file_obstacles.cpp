@@ -39,4 +39,33 @@ FileThatTakesNothing::~FileThatTakesNothing() { ::CloseHandle(state->file); }
 
 std::string FileThatTakesNothing::Text() const { return R"(.\locked.bin)"; }
 
+// The system has no such limit.
+struct FileSizeLimit::State {};
+
+FileSizeLimit::FileSizeLimit(uint64_t /*bytes*/) {}
+FileSizeLimit::~FileSizeLimit() = default;
+uint64_t FileSizeLimit::Bytes() const { return UINT64_MAX; }
+
+// Open, and shared with nobody.
+struct ForbiddenFile::State {
+  HANDLE file = INVALID_HANDLE_VALUE;
+};
+
+ForbiddenFile::ForbiddenFile(const std::string& name) : state(std::make_unique<State>()) {
+  state->file = ::CreateFileA(name.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING,
+                              0, nullptr);
+}
+
+ForbiddenFile::~ForbiddenFile() { ::CloseHandle(state->file); }
+
+// Wine leaves it to the rights of its own user, whom nothing may be kept from.
+const bool kDirectoriesCanBeForbidden = false;
+
+struct ForbiddenDirectory::State {};
+
+ForbiddenDirectory::ForbiddenDirectory(const std::string& /*name*/, bool /*readable*/) {}
+ForbiddenDirectory::~ForbiddenDirectory() = default;
+
+void CloseStandardOutput() { ::_close(1); }
+
 }  // namespace tarsio_test

@@ -1,6 +1,8 @@
 #include "support/memory.h"
 
 #include <windows.h>
+// Behind it, since it needs it.
+#include <psapi.h>
 
 namespace tarsio_test {
 
@@ -8,6 +10,14 @@ uint64_t FreeMemory() {
   MEMORYSTATUSEX status{};
   status.dwLength = sizeof status;
   return ::GlobalMemoryStatusEx(&status) != 0 ? status.ullAvailPhys : 0;
+}
+
+uint64_t ProcessMemory() {
+  PROCESS_MEMORY_COUNTERS_EX counters{};
+  ::GetProcessMemoryInfo(::GetCurrentProcess(),
+                         reinterpret_cast<PROCESS_MEMORY_COUNTERS*>(&counters), sizeof counters);
+  // Wine tells only the pages that are in main memory.
+  return counters.PrivateUsage != 0 ? counters.PrivateUsage : counters.WorkingSetSize;
 }
 
 }  // namespace tarsio_test

@@ -1,0 +1,327 @@
+// Whole files on a file system of this program's own, which changes at the moment that a test says.
+// The library's sources are compiled into this program.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "common/file_utils.h"
+#include "platform/platform.h"
+
+namespace {
+
+using tarsio::FILE_OPT_EMPTY_OR_UNREADABLE;
+using tarsio::FILE_OPT_NO_PARENT_DIR;
+using tarsio::FILE_OPT_NOT_FILE;
+using tarsio::FILE_OPT_SIZE_MISMATCH;
+using tarsio::FILE_OPT_SUCCESS;
+using tarsio::FILE_OPT_WRITE_OPEN_FAILED;
+using tarsio::FileOptRet;
+using tarsio::FileUtils;
+using tarsio::platform::ObjectKind;
+
+constexpr char kBefore[] = "as it was";
+
+// One file below directories that all exist. Each question and each two bytes that are read or
+// written are a step, and something may happen before any of them.
+struct FakeSystem {
+  void Step() {
+    if (steps++ == eventAt) event();
+  }
+
+  bool exists = true;
+  bool opens = true;
+  std::string content;
+  size_t room = SIZE_MAX;  // how many bytes may still be written
+
+  size_t eventAt = SIZE_MAX;
+  std::function<void()> event;
+  size_t steps = 0;
+
+  std::vector<std::wstring> texts;  // every one that the system was handed
+  std::vector<std::string> narrowTexts;
+  int openFiles = 0;
+  size_t position = 0;
+};
+
+FakeSystem* current = nullptr;
+
+std::wstring Wide(const std::string& ascii) { return {ascii.begin(), ascii.end()}; }
+
+constexpr wchar_t kFileName[] = L"file.bin";
+
+bool IsFileName(const std::wstring& text) {
+  const std::wstring name = kFileName;
+  return text.size() >= name.size() &&
+         text.compare(text.size() - name.size(), name.size(), name) == 0;
+}
+
+// Notes the text, lets pass what is to happen now, and tells what is there then.
+ObjectKind Ask(const std::wstring& text) {
+  current->texts.push_back(text);
+  current->Step();
+  if (!IsFileName(text)) return ObjectKind::kDirectory;
+  return current->exists ? ObjectKind::kOther : ObjectKind::kNone;
+}
+
+bool AskSize(const std::wstring& text, uint64_t* size) {
+  if (Ask(text) == ObjectKind::kNone) return false;
+  *size = current->content.size();
+  return true;
+}
+
+bool Opens(const std::wstring& text) {
+  if (Ask(text) == ObjectKind::kNone || !current->opens) return false;
+  ++current->openFiles;
+  current->position = 0;
+  return true;
+}
+
+}  // namespace
+
+namespace tarsio::platform {
+
+std::wstring Widen(const std::string& utf8) { return Wide(utf8); }
+std::string Narrow(const std::wstring& utf16) {
+  std::string text;
+  for (const wchar_t unit : utf16) text += static_cast<char>(unit);
+  return text;
+}
+
+std::wstring FullPath(const std::wstring& path, size_t /*capacity*/) { return path; }
+std::wstring CurrentDirectory(size_t /*capacity*/) { return L"C:\\"; }
+
+ObjectKind KindOf(const std::wstring& path) { return Ask(path); }
+bool SizeFromStat(const std::wstring& path, uint64_t* size) { return AskSize(path, size); }
+bool SizeFromAttributes(const std::wstring& path, uint64_t* size) { return AskSize(path, size); }
+
+bool CreateOneDirectory(const std::wstring& /*path*/) { return false; }
+bool CreateDirectoryChain(const std::wstring& /*path*/) { return false; }
+bool CreateDirectoryNarrow(const std::string& path) {
+  current->narrowTexts.push_back(path);
+  return true;
+}
+bool RemoveDirectoryNarrow(const std::string& path) { return CreateDirectoryNarrow(path); }
+bool RemoveFileNarrow(const std::string& path) { return CreateDirectoryNarrow(path); }
+
+File File::OpenForReading(const std::wstring& path) { return File(Opens(path) ? 0 : -1); }
+
+File File::OpenForWriting(const std::wstring& path, const WriteMode& mode) {
+  const bool open = Opens(path);
+  if (open && mode.truncate) current->content.clear();
+  return File(open ? 0 : -1);
+}
+
+File::~File() {
+  if (IsOpen()) --current->openFiles;
+}
+
+// What is open can be read even when its name is gone.
+size_t File::Read(char* buffer, size_t size) {
+  size_t done = 0;
+  while (done < size) {
+    current->Step();
+    const size_t left =
+        current->content.size() - std::min(current->position, current->content.size());
+    const size_t count = std::min({left, size - done, size_t{2}});
+    if (count == 0) break;
+    current->content.copy(buffer + done, count, current->position);
+    current->position += count;
+    done += count;
+  }
+  return done;
+}
+
+void File::Write(const char* data, size_t size) {
+  const size_t taken = std::min(size, current->room);
+  current->content.append(data, taken);
+  current->room -= taken;
+}
+
+}  // namespace tarsio::platform
+
+namespace {
+
+class FileUtilsPlatform : public testing::Test {
+ protected:
+  FileUtilsPlatform() { current = &system; }
+  ~FileUtilsPlatform() override {
+    EXPECT_EQ(system.openFiles, 0) << "left open";
+    current = nullptr;
+  }
+
+  FakeSystem system;
+};
+
+struct Reading {
+  FileOptRet result;
+  std::string content;
+};
+
+// Reads the file again and again; with each reading, `event` happens a step later, until it does
+// not happen any more.
+std::vector<Reading> ReadWithEventAtEachStep(const std::string& stored,
+                                             void (*event)(FakeSystem&)) {
+  std::vector<Reading> readings;
+  FakeSystem* const outer = current;
+  bool happened = true;
+  for (size_t step = 0; happened; ++step) {
+    FakeSystem system;
+    current = &system;
+    happened = false;
+    system.content = stored;
+    system.eventAt = step;
+    system.event = [&] {
+      happened = true;
+      event(system);
+    };
+    Reading reading{FILE_OPT_SUCCESS, kBefore};
+    reading.result = FileUtils::GetFileContent("C:\\file.bin", reading.content);
+    EXPECT_EQ(system.openFiles, 0) << "left open, step " << step;
+    readings.push_back(reading);
+  }
+  current = outer;
+  return readings;
+}
+
+size_t CountOf(const std::vector<Reading>& readings, FileOptRet result) {
+  return static_cast<size_t>(std::count_if(readings.begin(), readings.end(),
+                                           [=](const Reading& r) { return r.result == result; }));
+}
+
+// The output is what the header says, for each result.
+void ExpectOutputs(const std::vector<Reading>& readings, const std::vector<std::string>& whole) {
+  for (const Reading& reading : readings) {
+    if (reading.result == FILE_OPT_SUCCESS) {
+      EXPECT_THAT(whole, testing::Contains(reading.content));
+    } else {
+      EXPECT_EQ(reading.content, reading.result == FILE_OPT_SIZE_MISMATCH ? "" : kBefore);
+    }
+  }
+}
+
+TEST_F(FileUtilsPlatform, FileThatGrowsAtAnyMomentIsReadAsItWasOrIsOrIsAMismatch) {
+  const auto readings =
+      ReadWithEventAtEachStep("0123456789", [](FakeSystem& fake) { fake.content += "more"; });
+  ExpectOutputs(readings, {"0123456789", "0123456789more"});
+  EXPECT_GT(CountOf(readings, FILE_OPT_SIZE_MISMATCH), 3U);
+  EXPECT_EQ(CountOf(readings, FILE_OPT_SIZE_MISMATCH) + CountOf(readings, FILE_OPT_SUCCESS),
+            readings.size());
+  EXPECT_EQ(readings.front().content, "0123456789more");
+}
+
+TEST_F(FileUtilsPlatform, FileThatShrinksAtAnyMomentIsReadAsItWasOrIsOrIsAMismatch) {
+  const auto readings =
+      ReadWithEventAtEachStep("0123456789", [](FakeSystem& fake) { fake.content.resize(5); });
+  ExpectOutputs(readings, {"0123456789", "01234"});
+  EXPECT_GT(CountOf(readings, FILE_OPT_SIZE_MISMATCH), 1U);
+  EXPECT_EQ(CountOf(readings, FILE_OPT_SIZE_MISMATCH) + CountOf(readings, FILE_OPT_SUCCESS),
+            readings.size());
+}
+
+TEST_F(FileUtilsPlatform, FileThatIsEmptiedAtAnyMomentIsReadAsItWasOrIsEmptyOrAMismatch) {
+  const auto readings =
+      ReadWithEventAtEachStep("0123456789", [](FakeSystem& fake) { fake.content.clear(); });
+  ExpectOutputs(readings, {"0123456789"});
+  EXPECT_GT(CountOf(readings, FILE_OPT_EMPTY_OR_UNREADABLE), 0U);
+  EXPECT_GT(CountOf(readings, FILE_OPT_SIZE_MISMATCH), 1U);
+  EXPECT_EQ(CountOf(readings, FILE_OPT_NOT_FILE), 0U);
+}
+
+TEST_F(FileUtilsPlatform, FileThatVanishesAtAnyMomentIsReadWholeOrReportedAsMissing) {
+  const auto readings =
+      ReadWithEventAtEachStep("0123456789", [](FakeSystem& fake) { fake.exists = false; });
+  ExpectOutputs(readings, {"0123456789"});
+  EXPECT_EQ(readings.front().result, FILE_OPT_NOT_FILE);
+  EXPECT_GT(CountOf(readings, FILE_OPT_EMPTY_OR_UNREADABLE), 0U);  // between its size and opening
+  EXPECT_EQ(CountOf(readings, FILE_OPT_SIZE_MISMATCH), 0U);
+}
+
+TEST_F(FileUtilsPlatform, FileWithoutPermissionIsUnreadableAndCannotBeWritten) {
+  system.content = "stored";
+  system.opens = false;
+  std::string content = kBefore;
+  EXPECT_EQ(FileUtils::GetFileContent("C:\\file.bin", content), FILE_OPT_EMPTY_OR_UNREADABLE);
+  EXPECT_EQ(content, kBefore);
+  EXPECT_EQ(FileUtils::WriteFile("new", "C:\\file.bin", 0), FILE_OPT_WRITE_OPEN_FAILED);
+  EXPECT_EQ(system.content, "stored");
+}
+
+TEST_F(FileUtilsPlatform, ParentThatIsNoDirectoryIsReported) {
+  EXPECT_EQ(FileUtils::WriteFile("new", "C:\\file.bin\\file.bin", 0), FILE_OPT_NO_PARENT_DIR);
+}
+
+// Nothing is said of errors while writing; whatever part the disk takes, the call returns.
+TEST_F(FileUtilsPlatform, FullDiskIsNotDetected) {
+  for (const size_t room : {size_t{0}, size_t{1}, size_t{7}, size_t{10}, size_t{100}}) {
+    SCOPED_TRACE(room);
+    system.content = "stored";
+    system.room = room;
+    EXPECT_EQ(FileUtils::WriteFile("0123456789", "C:\\file.bin", 0), FILE_OPT_SUCCESS);
+    EXPECT_EQ(system.content, std::string("0123456789").substr(0, room));
+    EXPECT_EQ(system.openFiles, 0);
+  }
+}
+
+// ---- long paths ----
+
+// A path of the file whose printed form has `length` bytes.
+std::string PathOfLength(size_t length, const std::string& root) {
+  const std::string name = "\\file.bin";
+  std::string text = root;
+  while (text.size() + name.size() < length) {
+    const size_t left = length - name.size() - text.size();
+    const size_t component = left <= 61 ? left - 1 : std::min<size_t>(left - 3, 60);
+    text += '\\' + std::string(component, 'd');
+  }
+  return text + name;
+}
+
+// Some systems look at no text that is too long for them, so this is where a missing prefix shows.
+TEST_F(FileUtilsPlatform, EveryTextHasTheLongPrefixFrom260BytesOn) {
+  const struct {
+    const char* root;
+    const char* printedPrefix;
+  } rows[] = {{"C:", "\\\\?\\"}, {"\\\\server\\share", "\\\\?\\UNC\\"}};
+  for (const auto& row : rows) {
+    for (const size_t length : {size_t{100}, size_t{259}, size_t{260}, size_t{261}, size_t{1000},
+                                size_t{3900}, size_t{32000}}) {
+      SCOPED_TRACE(std::string(row.root) + ' ' + std::to_string(length));
+      const std::string text = PathOfLength(length, row.root);
+      ASSERT_EQ(text.size(), length);
+      const bool share = text[0] == '\\';
+      const std::wstring printed =
+          length < 260 ? Wide(text) : Wide(row.printedPrefix + text.substr(share ? 2 : 0));
+      system.texts.clear();
+      std::string content;
+      EXPECT_EQ(FileUtils::WriteFile("x", text, 0), FILE_OPT_SUCCESS);
+      EXPECT_EQ(FileUtils::GetFileContent(text, content), FILE_OPT_SUCCESS);
+      EXPECT_TRUE(FileUtils::CheckDirOrFileExists(text));
+      for (const std::wstring& handed : system.texts) {
+        const bool prefixed = handed.compare(0, 4, LR"(\\?\)") == 0;
+        EXPECT_EQ(prefixed, handed.size() >= 260);
+        EXPECT_TRUE(handed == printed || !IsFileName(handed));
+      }
+      EXPECT_THAT(system.texts, testing::Contains(printed));
+    }
+  }
+}
+
+// The narrow calls get what the host gave, prefix or none.
+TEST_F(FileUtilsPlatform, NarrowTextsAreHandedOverAsTheyAre) {
+  for (const std::string& text : {PathOfLength(3900, "C:"), PathOfLength(300, R"(\\?\C:)"),
+                                  std::string("C:/a//b \xFF.bin"), std::string()}) {
+    system.narrowTexts.clear();
+    EXPECT_TRUE(FileUtils::RemoveDir(text));
+    EXPECT_TRUE(FileUtils::RemoveFile(text));
+    EXPECT_THAT(system.narrowTexts, testing::ElementsAre(text, text));
+  }
+}
+
+}  // namespace

@@ -1,0 +1,252 @@
+// soak SECONDS: everything that the library makes and drops, over and over, at a quarter of a
+// processor. All is counted, and memory must stay flat. Ends with status 1 at the first thing that
+// is not as it should be.
+
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <functional>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "common/blocking_queue.h"
+#include "common/charset_cvt.h"
+#include "common/file_utils.h"
+#include "common/latch.h"
+#include "common/log.h"
+#include "common/path.h"
+#include "common/string_utils.h"
+#include "common/thread_pool.h"
+#include "common/timer.h"
+#include "common/ts_string.h"
+#include "support/memory.h"
+#include "support/scoped_directory.h"
+
+namespace {
+
+using component::TsTimer;
+using std::chrono::duration_cast;
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+using std::chrono::steady_clock;
+using tarsio::FileUtils;
+using tarsio::Path;
+using tarsio::ThreadPool;
+using tarsio_test::ScopedDirectory;
+
+constexpr uint64_t kMostGrowth = uint64_t{1} << 20;
+
+void Require(bool condition, const char* what) {
+  if (condition) return;
+  std::fprintf(stderr, "soak: %s\n", what);
+  std::_Exit(1);
+}
+
+#define REQUIRE(condition) Require((condition), #condition)
+
+// Waits until `done` holds; what takes a minute never comes.
+void Await(const std::function<bool()>& done, const char* what) {
+  const auto end = steady_clock::now() + seconds(60);
+  while (!done()) {
+    Require(steady_clock::now() < end, what);
+    std::this_thread::sleep_for(milliseconds(1));
+  }
+}
+
+// A sink that counts.
+class CountingLogger : public tarsio::Logger {
+ public:
+  explicit CountingLogger(std::shared_ptr<std::atomic<uint64_t>> counter)
+      : lines(std::move(counter)) {}
+  void DoOutput(const char* /*line*/) override { ++*lines; }
+
+ private:
+  const std::shared_ptr<std::atomic<uint64_t>> lines;
+};
+
+struct Totals {
+  std::shared_ptr<std::atomic<uint64_t>> lines = std::make_shared<std::atomic<uint64_t>>(0);
+  uint64_t expectedLines = 0;
+  uint64_t elements = 0;
+  uint64_t tasks = 0;
+  uint64_t timers = 0;
+  uint64_t files = 0;
+};
+
+void PassElements(Totals& totals) {
+  constexpr uint64_t kElements = 300;
+  tarsio::BlockingQueue<std::string> queue(8);
+  std::thread producer([&queue] {
+    for (uint64_t i = 0; i < kElements; ++i) REQUIRE(queue.Push(std::to_string(i), 0));
+  });
+  for (uint64_t i = 0; i < kElements; ++i) {
+    std::string item;
+    REQUIRE(queue.Pop(item, 0));
+    REQUIRE(item == std::to_string(i));
+  }
+  producer.join();
+  REQUIRE(queue.Push("left", -1));
+  queue.Close();
+  REQUIRE(queue.Size() == 0);
+  totals.elements += kElements;
+}
+
+// The pool is dropped while its workers live. Each task logs a line, and one of them throws.
+void RunTasks(Totals& totals) {
+  constexpr unsigned kTasks = 40;
+  const auto latch = std::make_shared<tarsio::CountDownLatch>(kTasks);
+  {
+    const auto pool = std::make_shared<ThreadPool>("soak", 3U, 0U, 16U);
+    for (unsigned i = 0; i < kTasks; ++i) {
+      pool->SubmitTask([latch, i] {
+        TARSIO_LOG(tarsio::LOG_LEVEL_INFO, "task %u", i);
+        latch->CountDown();
+        if (i == 7) throw std::runtime_error("soak");
+      });
+    }
+  }
+  while (latch->GetCount() != 0) latch->Wait(1000);
+  totals.tasks += kTasks;
+  totals.expectedLines += kTasks + 1;
+}
+
+void FireTimers(Totals& totals) {
+  constexpr int kTimers = 20;
+  std::vector<std::shared_ptr<std::atomic<int>>> fired;
+  std::vector<std::shared_ptr<TsTimer>> timers;
+  for (int i = 0; i < kTimers; ++i) {
+    fired.push_back(std::make_shared<std::atomic<int>>(0));
+    timers.push_back(std::make_shared<TsTimer>(1U + static_cast<unsigned>(i) % 7, i == 0));
+    timers.back()->Init([counter = fired.back()] { ++*counter; });
+    timers.back()->Start();
+  }
+  const auto far = std::make_shared<TsTimer>(3600000U, false);
+  far->Start();
+  for (size_t i = 0; i < kTimers; ++i) {
+    Await([&] { return *fired[i] > 0; }, "a timer does not fire");
+    if (i > 0) REQUIRE(*fired[i] == 1);
+  }
+  timers.front()->Stop();
+  far->Stop();
+  const int repeated = *fired.front();
+  std::this_thread::sleep_for(milliseconds(12));
+  REQUIRE(*fired.front() == repeated);
+  totals.timers += kTimers;
+}
+
+void MeetAtAWakeUp() {
+  tarsio::CountOutWake wake(2);
+  std::atomic<bool> returned{false};
+  std::thread waiter([&] {
+    wake.Wait(0);
+    returned = true;
+  });
+  while (!returned) {
+    wake.CountAll();
+    std::this_thread::yield();
+  }
+  waiter.join();
+  REQUIRE(wake.GetCount() == 2);
+}
+
+void UseFiles(const ScopedDirectory& directory, uint64_t round, Totals& totals) {
+  constexpr int kBinary = 0x20;
+  constexpr int kAppend = 0x08;
+  const std::string folder = directory.Text("a/b");
+  REQUIRE(tarsio::MakeDirs(folder));
+  const std::string name = folder + "/file" + std::to_string(round);
+  const std::string content(20000 + round % 5000, static_cast<char>('a' + round % 26));
+  REQUIRE(FileUtils::WriteFile(content, name, kBinary) == tarsio::FILE_OPT_SUCCESS);
+  REQUIRE(FileUtils::WriteFile("end", name, kBinary | kAppend) == tarsio::FILE_OPT_SUCCESS);
+  REQUIRE(Path(name).FileSize() == content.size() + 3);
+  std::string read;
+  REQUIRE(FileUtils::GetFileContent(name, read) == tarsio::FILE_OPT_SUCCESS);
+  REQUIRE(read == content + "end");
+  REQUIRE(FileUtils::RemoveFile(name));
+  REQUIRE(!FileUtils::CheckDirOrFileExists(name));
+  REQUIRE(FileUtils::GetFileContent(name, read) == tarsio::FILE_OPT_NOT_FILE);
+  REQUIRE(FileUtils::RemoveDir(folder));
+  REQUIRE(FileUtils::RemoveDir(directory.Text("a")));
+  ++totals.files;
+}
+
+void UseTexts(uint64_t round) {
+  const std::string number = std::to_string(round);
+  const Path path("C:\\soak\\" + number + ".txt");
+  REQUIRE(path.Extension() == "txt");
+  REQUIRE((path.ParentPath() / (number + ".txt")) == path);
+  REQUIRE(tarsio::StringUtils::SplitString("a," + number + ",c", ",").at(1) == number);
+  REQUIRE(tarsio::StringUtils::GetHashText(number.data(), number.size()).size() == 64);
+  REQUIRE(tarsio::CharsetCvt::WToU8(tarsio::CharsetCvt::U8ToW(number)) == number);
+  tarsio::TsStringPair pair;
+  pair.first = number.c_str();
+  pair.second = pair.first;
+  REQUIRE(pair.second == number.c_str());
+}
+
+int Soak(seconds duration) {
+  Totals totals;
+  tarsio::Log::GetInstance().SetLogger(std::make_unique<CountingLogger>(totals.lines));
+  tarsio::Log::GetInstance().SetLevel(tarsio::LOG_LEVEL_INFO);
+  const ScopedDirectory directory;
+
+  const auto start = steady_clock::now();
+  const auto warm = start + std::min<steady_clock::duration>(duration / 2, seconds(60));
+  auto nextReport = warm;
+  uint64_t before = 0;  // once it is warm
+  uint64_t after = 0;
+  uint64_t rounds = 0;
+  while (steady_clock::now() < start + duration) {
+    const auto begin = steady_clock::now();
+    PassElements(totals);
+    RunTasks(totals);
+    FireTimers(totals);
+    MeetAtAWakeUp();
+    UseFiles(directory, rounds, totals);
+    UseTexts(rounds);
+    ++rounds;
+    const auto now = steady_clock::now();
+    if (now >= nextReport) {
+      after = tarsio_test::ProcessMemory();
+      if (before == 0) before = after;
+      std::printf("%5lld s  %llu rounds  %llu KiB\n",
+                  static_cast<long long>(duration_cast<seconds>(now - start).count()),
+                  static_cast<unsigned long long>(rounds),
+                  static_cast<unsigned long long>(after / 1024));
+      std::fflush(stdout);
+      nextReport = now + std::min<steady_clock::duration>(duration / 10, seconds(60));
+    }
+    std::this_thread::sleep_for((now - begin) * 2);
+  }
+
+  Await([&] { return *totals.lines >= totals.expectedLines; }, "lines are missing");
+  REQUIRE(*totals.lines == totals.expectedLines);
+  after = tarsio_test::ProcessMemory();
+  std::printf(
+      "%llu rounds, %llu elements, %llu tasks, %llu timers, %llu files, %llu lines\n",
+      static_cast<unsigned long long>(rounds), static_cast<unsigned long long>(totals.elements),
+      static_cast<unsigned long long>(totals.tasks), static_cast<unsigned long long>(totals.timers),
+      static_cast<unsigned long long>(totals.files),
+      static_cast<unsigned long long>(totals.expectedLines));
+  std::printf("memory: %llu KiB once warm, %llu KiB at the end\n",
+              static_cast<unsigned long long>(before / 1024),
+              static_cast<unsigned long long>(after / 1024));
+  REQUIRE(before > 0);
+  Require(after <= before + kMostGrowth, "memory grows");
+  return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  const int duration = argc == 2 ? std::atoi(argv[1]) : 0;
+  if (duration <= 0) {
+    std::fputs("usage: soak SECONDS\n", stderr);
+    return 2;
+  }
+  return Soak(seconds(duration));
+}
