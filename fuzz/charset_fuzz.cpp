@@ -1,0 +1,189 @@
+// Encoding checks and conversions against plain second implementations, in a user's locale of
+// UTF-8.
+
+#include <cstdlib>
+#include <stdexcept>
+
+#include "common/charset_cvt.h"
+#include "require.h"
+#include "support/recording_logger.h"
+#include "utf_reference.h"
+
+namespace tarsio_fuzz {
+
+namespace {
+
+using tarsio::CharsetCvt;
+using tarsio_test::LogRecords;
+
+// As its header says: every lead byte has its continuation bytes and none stands alone, and of all
+// that is no character only ED A0 to ED BF is refused. Here from the number of leading one bits.
+bool ReferenceIsU8(const std::string& s) {
+  size_t wanted = 0;
+  for (size_t i = 0; i < s.size(); ++i) {
+    const unsigned char byte = ByteAt(s, i);
+    size_t ones = 0;
+    while (ones < 8 && (byte >> (7 - ones) & 1) == 1) ++ones;
+    if ((ones == 1) != (wanted > 0) || ones > 4) return false;
+    if (ones == 1) --wanted;
+    if (ones > 1) wanted = ones - 1;
+    if (byte == 0xED && i + 1 < s.size() && ByteAt(s, i + 1) >= 0xA0) return false;
+  }
+  return !s.empty() && wanted == 0;
+}
+
+// The texts of what has been logged.
+std::string Logged(const LogRecords& records) {
+  std::string logged;
+  for (const tarsio_test::LogRecord& record : records.All()) {
+    logged += record.text.substr(record.text.rfind("] ") + 2) + ';';
+  }
+  return logged;
+}
+
+// The C library here also decodes what UTF-8 had before it ended at U+10FFFF: the bytes of such a
+// character, or 0.
+size_t OldCharacterLength(const std::string& s, size_t index) {
+  const unsigned char lead = ByteAt(s, index);
+  const size_t length = lead >= 0xFC ? 6 : lead >= 0xF8 ? 5 : 4;
+  if (!Within(lead, 0xF4, 0xFD) || index + length > s.size()) return 0;
+  const unsigned char first = lead == 0xF8 ? 0x88 : lead == 0xFC ? 0x84 : 0x80;
+  for (size_t i = 1; i < length; ++i) {
+    if (!Within(ByteAt(s, index + i), i == 1 ? first : 0x80, 0xBF)) return 0;
+  }
+  return length;
+}
+
+bool AreContinuations(const std::string& s, size_t begin) {
+  for (size_t i = begin; i < s.size(); ++i) {
+    if (!Within(ByteAt(s, i), 0x80, 0xBF)) return false;
+  }
+  return true;
+}
+
+void FromUserEncoding(const std::string& s) {
+  const auto records = LogRecords::Install(tarsio::LOG_LEVEL_INFO);
+  std::string expected;
+  bool wide = false;
+  size_t index = 0;
+  while (index < s.size()) {
+    size_t length = CharacterLength(s, index);
+    const char32_t character = length > 0 ? CharacterAt(s, index, length) : 0x110000;
+    if (length == 0) length = OldCharacterLength(s, index);
+    if (length == 0) break;
+    wide = wide || character > 0xFF;
+    expected += static_cast<char>(character);
+    index += length;
+  }
+  expected.resize(s.size());
+  std::string converted;
+  try {
+    converted = CharsetCvt::MbToU8(s);
+  } catch (const std::range_error& error) {
+    Require(wide && std::string(error.what()) == "bad conversion", "MbToU8() throws");
+    return;
+  }
+  if (ReferenceIsU8(s)) {
+    Require(converted == s && Logged(*records).empty(), "MbToU8() leaves UTF-8 as it is");
+    return;
+  }
+  Require(!wide, "MbToU8() throws for what is above U+00FF");
+  Require(converted == expected, "MbToU8() is what was decoded, and zeros");
+  const std::string logged = Logged(*records);
+  // Cut off, or invalid; of a text that is both, either may be said.
+  Require(
+      s.empty() ? logged.empty() : logged == "Convert error: 1;" || logged == "Convert error: 2;",
+      "MbToU8() reports");
+  const bool cutOff = index < s.size() && AreContinuations(s, index + 1);
+  Require(cutOff || logged != "Convert error: 1;", "only a text that ends early is cut off");
+}
+
+void ToUserEncoding(const std::string& s) {
+  const auto records = LogRecords::Install(tarsio::LOG_LEVEL_INFO);
+  const std::string converted = CharsetCvt::U8ToMb(s);
+  const std::string logged = Logged(*records);
+  if (!ReferenceIsU8(s)) {
+    Require(converted.empty() && logged == "Parameter is Not a valid UTF-8 string!;",
+            "U8ToMb() refuses what is no UTF-8");
+    return;
+  }
+  std::string expected;
+  for (const char c : s) expected += EncodeUtf8(static_cast<unsigned char>(c));
+  Require(converted == expected && logged.empty(), "U8ToMb() encodes each byte");
+}
+
+// Byte for unit and unit for byte; what is empty is reported.
+template <typename Units>
+void BytesToUnits(const std::string& s, Units (*convert)(const std::string&), bool isSigned) {
+  const auto records = LogRecords::Install(tarsio::LOG_LEVEL_INFO);
+  const Units units = convert(s);
+  Require(Logged(*records) == (s.empty() ? "Parameter is empty!;" : ""),
+          "an empty text is reported");
+  Require(units.size() == s.size(), "a unit for each byte");
+  for (size_t i = 0; i < s.size(); ++i) {
+    const int value = ByteAt(s, i) - (isSigned && ByteAt(s, i) > 0x7F ? 0x100 : 0);
+    Require(units[i] == static_cast<typename Units::value_type>(value), "the byte's value");
+  }
+}
+
+template <typename Units>
+void UnitsToBytes(FuzzedDataProvider& input, std::string (*convert)(const Units&), bool throws) {
+  const auto records = LogRecords::Install(tarsio::LOG_LEVEL_INFO);
+  Units units;
+  std::string expected;
+  bool wide = false;
+  for (auto left = input.ConsumeIntegralInRange<size_t>(0, 20); left > 0; --left) {
+    const auto value =
+        input.ConsumeBool() ? input.ConsumeIntegral<uint32_t>() : input.ConsumeIntegral<uint8_t>();
+    const auto unit = static_cast<typename Units::value_type>(value);
+    units += unit;
+    expected += static_cast<char>(static_cast<uint32_t>(unit) % 256);
+    wide = wide || static_cast<uint32_t>(unit) > 0xFF;
+  }
+  try {
+    Require(convert(units) == expected, "the low byte of each unit");
+    Require(!throws || !wide, "a wide unit is refused");
+  } catch (const std::range_error& error) {
+    Require(throws && wide && std::string(error.what()) == "bad conversion", "the refusal");
+  }
+  Require(Logged(*records) == (units.empty() ? "Parameter is empty!;" : ""), "empty is reported");
+}
+
+void Environment(const std::string& value) {
+  const std::string text = value.c_str();
+  Require(::setenv("TARSIO_FUZZ", text.c_str(), 1) == 0, "setenv");
+  const std::wstring units = ReferenceWiden(text);
+  const std::string utf8 = ReferenceNarrow(units);
+  const bool fits = units.size() < 256 && utf8.size() <= 254;
+  Require(CharsetCvt::GetEnv(L"TARSIO_FUZZ", "unused") == (fits ? utf8 : ""), "GetEnv()");
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
+  return ::setenv("LC_ALL", "C.UTF-8", 1);
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  FuzzedDataProvider input(data, size);
+  UnitsToBytes<std::wstring>(input, &CharsetCvt::WToU8, true);
+  UnitsToBytes<std::u16string>(input, &CharsetCvt::U16ToU8, false);
+  UnitsToBytes<std::u32string>(input, &CharsetCvt::U32ToU8, false);
+
+  const std::string s = input.ConsumeRemainingBytesAsString();
+  Require(CharsetCvt::IsU8(s) == ReferenceIsU8(s), "IsU8()");
+  bool ascii = true;
+  for (const char c : s) ascii = ascii && c >= 0;
+  Require(CharsetCvt::IsASCII(s) == ascii, "IsASCII()");
+  Require(CharsetCvt::StartsWithBom(s) == (ReferenceIsU8(s) && s.rfind("\xEF\xBB\xBF", 0) == 0),
+          "StartsWithBom()");
+  BytesToUnits<std::wstring>(s, &CharsetCvt::U8ToW, false);
+  BytesToUnits<std::u16string>(s, &CharsetCvt::U8ToU16, true);
+  BytesToUnits<std::u32string>(s, &CharsetCvt::U8ToU32, true);
+  FromUserEncoding(s);
+  ToUserEncoding(s);
+  Environment(s);
+  return 0;
+}
+
+}  // namespace tarsio_fuzz

@@ -1,0 +1,30 @@
+// What a fuzz target says when a promise is broken.
+
+#ifndef TARSIO_COMMON_FUZZ_REQUIRE_H_
+#define TARSIO_COMMON_FUZZ_REQUIRE_H_
+
+#include <fuzzer/FuzzedDataProvider.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+
+namespace tarsio_fuzz {
+
+inline void Require(bool holds, const char* promise) {
+  if (holds) return;
+  std::fprintf(stderr, "broken: %s\n", promise);
+  std::abort();
+}
+
+// The numbers come from the end of the input and the texts from its front, so that an input reads
+// like the texts that it holds.
+inline std::string TakeText(FuzzedDataProvider& input, size_t longest) {
+  return input.ConsumeBytesAsString(input.ConsumeIntegralInRange<size_t>(0, longest));
+}
+
+}  // namespace tarsio_fuzz
+
+#endif  // TARSIO_COMMON_FUZZ_REQUIRE_H_

@@ -1,0 +1,17 @@
+// What each family of functions adds to the table.
+
+#ifndef TARSIO_COMMON_TESTS_SAME_RESULTS_FAMILIES_H_
+#define TARSIO_COMMON_TESTS_SAME_RESULTS_FAMILIES_H_
+
+#include "same_results/table.h"
+
+namespace tarsio_test {
+
+void AddPaths(Table& table);
+void AddEncodings(Table& table);
+void AddStrings(Table& table);
+void AddLogLines(Table& table);
+
+}  // namespace tarsio_test
+
+#endif  // TARSIO_COMMON_TESTS_SAME_RESULTS_FAMILIES_H_

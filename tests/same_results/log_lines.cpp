@@ -1,0 +1,88 @@
+#include <climits>
+#include <cstdarg>
+#include <string>
+
+#include "common/log.h"
+#include "same_results/families.h"
+
+namespace tarsio_test {
+
+namespace {
+
+using tarsio::LOG_LEVEL;
+
+std::string callbackLine;
+
+// A line from the level on: what stands before is the time.
+std::string WithoutTime(const std::string& line) { return line.substr(line.find("][") + 1); }
+
+// The line that the default sink makes and the one that TsLog() hands over, which are the same.
+template <typename... Args>
+void AddLine(Table& table, int level, const char* file, int line, const char* format,
+             Args... args) {
+  class Sink : public tarsio::Logger {
+   public:
+    std::string Line(LOG_LEVEL level, const char* file, int line, const char* format, ...) {
+      std::string out;
+      va_list args;
+      va_start(args, format);
+      VFormat(level, out, file, line, "ignored", format, args);
+      va_end(args);
+      return WithoutTime(out);
+    }
+  };
+  const auto logLevel = static_cast<LOG_LEVEL>(level);
+  table.Add(
+      "Logger::VFormat", [&] { return Sink().Line(logLevel, file, line, format, args...); }, level,
+      file, line, format);
+  table.Add(
+      "TsLog",
+      [&] {
+        callbackLine.clear();
+        tarsio::TsLog(
+            logLevel, [](const char* text) { callbackLine = text; },
+            [] { return static_cast<LOG_LEVEL>(INT_MAX); }, file, line, "ignored", format, args...);
+        return WithoutTime(callbackLine);
+      },
+      level, file, line, format);
+}
+
+}  // namespace
+
+void AddLogLines(Table& table) {
+  const char* const files[] = {"",
+                               "main.cpp",
+                               "C:\\src\\main.cpp",
+                               "/src/main.cpp",
+                               "src\\a/b.h",
+                               "\\\\srv\\s\\",
+                               "UNC\\x",
+                               "C:\\",
+                               "a:b",
+                               "\xE4\xB8\xAD",
+                               "%s%n"};
+  for (int level = -2; level <= 6; ++level) {
+    for (const char* const file : files) AddLine(table, level, file, level * 1000, "%s", "text");
+  }
+  for (const int line : {INT_MIN, -1, 0, 1, 1000, INT_MAX}) {
+    for (const char* const format :
+         {"%d", "%5d|", "%-5d|", "%+d", "%05d", "%x", "%X", "%o", "%c%%"}) {
+      AddLine(table, 1, "a.cpp", line, format, line == 0 ? 'c' : line);
+    }
+    AddLine(table, 1, "a.cpp", line, "%lld %llu %llx", static_cast<long long>(line),
+            static_cast<unsigned long long>(line), static_cast<unsigned long long>(line));
+    AddLine(table, 1, "a.cpp", line, "%zu %hd %hhd", static_cast<size_t>(7), line, line);
+  }
+  for (const double number : {0.0, -1.5, 1e300, 123456.789, 1e-5}) {
+    for (const char* const format : {"%f", "%.3f", "%e", "%g", "%10.2f|"}) {
+      AddLine(table, 1, "a.cpp", 1, format, number);
+    }
+  }
+  for (const size_t length : {0, 1, 2046, 2047, 2048, 5000}) {
+    AddLine(table, 1, "a.cpp", 1, "%s", std::string(length, 'm').c_str());
+    AddLine(table, 1, "a.cpp", 1, "%.10s|%20s|%-3s|", std::string(length, 'm').c_str(), "b", "c");
+  }
+  AddLine(table, 1, "a.cpp", 1, "no conversion");
+}
+
+}  // namespace tarsio_test

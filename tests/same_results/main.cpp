@@ -1,0 +1,21 @@
+// same_results FILE: writes what the library's pure functions make of some thousand inputs. The
+// files that two systems write have to be the same, byte for byte.
+
+#include <cstdio>
+
+#include "same_results/families.h"
+
+int main(int argc, char** argv) {
+  if (argc != 2) {
+    std::fputs("usage: same_results FILE\n", stderr);
+    return 2;
+  }
+  tarsio_test::Table table(argv[1]);
+  tarsio_test::AddPaths(table);
+  tarsio_test::AddEncodings(table);
+  tarsio_test::AddStrings(table);
+  tarsio_test::AddLogLines(table);
+  const size_t count = table.Finish();
+  std::printf("%lu cases\n", static_cast<unsigned long>(count));
+  return count > 0 ? 0 : 1;
+}

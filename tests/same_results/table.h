@@ -1,0 +1,120 @@
+// A table of function, inputs and result, one line each, that is the same on every system as long
+// as the results are.
+
+#ifndef TARSIO_COMMON_TESTS_SAME_RESULTS_TABLE_H_
+#define TARSIO_COMMON_TESTS_SAME_RESULTS_TABLE_H_
+
+#include <cstddef>
+#include <cstdint>
+#include <exception>
+#include <fstream>
+#include <random>
+#include <string>
+#include <type_traits>
+#include <vector>
+
+namespace tarsio_test {
+
+// Printable ASCII as it is, other bytes as %XX.
+inline std::string Shown(const std::string& text) {
+  constexpr char kDigits[] = "0123456789ABCDEF";
+  std::string shown = "'";
+  for (const char c : text) {
+    const auto byte = static_cast<unsigned char>(c);
+    if (byte >= 0x20 && byte < 0x7F && c != '%' && c != '\'') {
+      shown += c;
+    } else {
+      shown += {'%', kDigits[byte >> 4], kDigits[byte & 0x0F]};
+    }
+  }
+  return shown + '\'';
+}
+inline std::string Shown(const char* text) { return Shown(std::string(text)); }
+inline std::string Shown(bool value) { return value ? "true" : "false"; }
+
+template <typename Number, std::enable_if_t<std::is_integral_v<Number>, int> = 0>
+std::string Shown(Number number) {
+  return std::to_string(number);
+}
+
+template <typename Enum, std::enable_if_t<std::is_enum_v<Enum>, int> = 0>
+std::string Shown(Enum value) {
+  return std::to_string(static_cast<int>(value));
+}
+
+// Wide characters differ in size between the systems: units as numbers.
+template <typename Unit, std::enable_if_t<!std::is_same_v<Unit, char>, int> = 0>
+std::string Shown(const std::basic_string<Unit>& units) {
+  std::string shown = "<";
+  for (const Unit unit : units) {
+    shown += (shown.size() == 1 ? "" : " ") + std::to_string(static_cast<uint32_t>(unit));
+  }
+  return shown + '>';
+}
+
+inline std::string Shown(const std::vector<std::string>& texts) {
+  std::string shown = "[";
+  for (const std::string& text : texts) shown += (shown.size() == 1 ? "" : ", ") + Shown(text);
+  return shown + ']';
+}
+
+// Text that has been made to be shown already.
+struct Verbatim {
+  std::string text;
+};
+inline std::string Shown(const Verbatim& verbatim) { return verbatim.text; }
+
+class Table {
+ public:
+  // In binary mode, so that a line ends the same everywhere.
+  explicit Table(const char* file) : out(file, std::ios::binary) {}
+
+  // One line: what `call` returns, or the text of the exception that it throws.
+  template <typename Call, typename... Inputs>
+  void Add(const char* function, Call call, const Inputs&... inputs) {
+    out << function;
+    ((out << ' ' << Shown(inputs)), ...);
+    out << " => ";
+    try {
+      out << Shown(call());
+    } catch (const std::exception& error) {
+      out << "throws " << Shown(error.what());
+    }
+    out << '\n';
+    ++count;
+  }
+
+  // The number of lines, or 0 if they could not be written.
+  size_t Finish() { return out.flush() ? count : 0; }
+
+ private:
+  std::ofstream out;
+  size_t count = 0;
+};
+
+// Texts that are the same in every run and on every system: the engine's raw output is laid down by
+// the standard, the distributions are not.
+class Random {
+ public:
+  size_t Below(size_t limit) { return static_cast<size_t>(engine() % limit); }
+
+  // Up to `longest` of the pieces, put together.
+  std::string Text(const std::vector<std::string>& pieces, size_t longest) {
+    std::string text;
+    for (size_t left = Below(longest + 1); left > 0; --left) text += pieces[Below(pieces.size())];
+    return text;
+  }
+
+  std::string Bytes(size_t longest) {
+    std::string bytes(Below(longest + 1), '\0');
+    for (char& byte : bytes) byte = static_cast<char>(Below(256));
+    return bytes;
+  }
+
+ private:
+  std::mt19937_64 engine{20240305};
+};
+
+}  // namespace tarsio_test
+
+#endif  // TARSIO_COMMON_TESTS_SAME_RESULTS_TABLE_H_

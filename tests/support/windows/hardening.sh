@@ -1,0 +1,31 @@
+#!/bin/sh
+# hardening.sh OBJDUMP FILE...: whether every finished file has what tarsio_harden() asks for.
+set -u
+objdump=$1
+shift
+
+status=0
+fail() { echo "$file: $1"; status=1; }
+has() { printf '%s\n' "$1" | grep -qE "$2"; }
+
+# All that a file may import from. ADVAPI32 is the stack protector's source of random numbers.
+known='KERNEL32|ADVAPI32|SHELL32|msvcrt|libstdc\+\+-6|libgcc_s_seh-1|libwinpthread-1'
+known="$known|libcrypto-[0-9_]*-x64|tarsio-common"
+
+for file in "$@"; do
+  headers=$("$objdump" -p "$file") || exit 1
+  sections=$("$objdump" -hw "$file") || exit 1
+  symbols=$("$objdump" -t "$file") || exit 1
+
+  for bit in DYNAMIC_BASE HIGH_ENTROPY_VA NX_COMPAT; do
+    has "$headers" "^[[:space:]]+$bit\$" || fail "$bit is not set"
+  done
+  has "$sections" ' \.reloc ' || fail "cannot be moved: no relocations"
+  has "$sections" ' \.text .*READONLY.*CODE' || fail "no section of code"
+  printf '%s\n' "$sections" | grep CODE | grep -qv READONLY && fail "a section of code is writable"
+  has "$symbols" ' __stack_chk_fail$' || fail "no stack protector"
+  surplus=$(printf '%s\n' "$headers" | sed -n 's/^[[:space:]]*DLL Name: //p' | tr -d '\r' |
+    grep -vixE "($known)\.dll")
+  [ -z "$surplus" ] || fail "imports from $surplus"
+done
+exit "$status"
