@@ -77,12 +77,13 @@ std::wstring ClassicDecode(const std::string& s) {
 }
 
 std::string ClassicEncode(const std::wstring& s) {
+  using Value = std::make_unsigned_t<wchar_t>;
   std::string bytes(s.size(), '\0');
   const wchar_t* const units = s.data();
   for (size_t done = 0; done < s.size(); done += kBlockSize) {
     const size_t count = std::min(kBlockSize, s.size() - done);
-    std::make_unsigned_t<wchar_t> bits = 0;
-    for (size_t i = 0; i < count; ++i) bits |= units[done + i];
+    Value bits = 0;
+    for (size_t i = 0; i < count; ++i) bits |= static_cast<Value>(units[done + i]);
     if (bits > 0xFF) throw std::range_error("bad conversion");
     std::copy_n(units + done, count, bytes.data() + done);
   }
