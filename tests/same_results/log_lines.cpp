@@ -1,5 +1,6 @@
 #include <climits>
 #include <cstdarg>
+#include <initializer_list>
 #include <string>
 
 #include "common/log.h"
@@ -78,7 +79,7 @@ void AddLogLines(Table& table) {
       AddLine(table, 1, "a.cpp", 1, format, number);
     }
   }
-  for (const size_t length : {0, 1, 2046, 2047, 2048, 5000}) {
+  for (const size_t length : std::initializer_list<size_t>{0, 1, 2046, 2047, 2048, 5000}) {
     AddLine(table, 1, "a.cpp", 1, "%s", std::string(length, 'm').c_str());
     AddLine(table, 1, "a.cpp", 1, "%.10s|%20s|%-3s|", std::string(length, 'm').c_str(), "b", "c");
   }
