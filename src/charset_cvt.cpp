@@ -49,9 +49,11 @@ unsigned char HighestByte(const unsigned char* bytes, size_t count) {
 bool Fits(const unsigned char* byte) {
   constexpr signed char kFirstOther = -0x40;  // 80 to BF, the continuations, are below as signed
   const bool continues = static_cast<signed char>(byte[0]) < kFirstOther;
+  // NOLINTBEGIN(readability-implicit-bool-conversion): the operators without branches
   const bool unasked = (byte[-1] < 0xC0) & (byte[-2] < 0xE0) & (byte[-3] < 0xF0);
   const bool noSurrogate = (byte[-1] != 0xED) | (byte[0] < 0xA0);
   return (continues != unasked) & noSurrogate;
+  // NOLINTEND(readability-implicit-bool-conversion)
 }
 
 bool AllFit(const unsigned char* bytes, size_t count) {

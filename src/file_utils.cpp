@@ -38,7 +38,7 @@ bool ToWriteMode(int mode, platform::WriteMode* writeMode) {
 // Appends the next `size` bytes of `file`; false if it has fewer. A string clears what it grows by:
 // it grows by pieces that are still in the processor's cache when the system fills them.
 bool AppendFrom(platform::File& file, uint64_t size, std::string& bytes) {
-  constexpr uint64_t kPiece = 256 * 1024;
+  constexpr uint64_t kPiece = 0x40000;
   for (uint64_t left = size; left > 0;) {
     const size_t piece = std::min(left, kPiece);
     const size_t begin = bytes.size();

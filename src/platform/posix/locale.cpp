@@ -1,5 +1,4 @@
-#include <locale.h>
-
+#include <clocale>
 #include <cstring>
 #include <locale>
 #include <stdexcept>
@@ -19,8 +18,9 @@ std::locale MakeUserLocaleGlobal() {
 }
 
 bool RuntimeLocaleIsClassic() {
-  return ::uselocale(nullptr) == LC_GLOBAL_LOCALE &&
-         std::strcmp(::setlocale(LC_CTYPE, nullptr), "C") == 0;
+  if (::uselocale(nullptr) != LC_GLOBAL_LOCALE) return false;
+  // NOLINTNEXTLINE(concurrency-mt-unsafe): asks, and sets nothing
+  return std::strcmp(std::setlocale(LC_CTYPE, nullptr), "C") == 0;
 }
 
 }  // namespace tarsio::platform
