@@ -1,9 +1,6 @@
 // Items through a bounded queue, from producers to consumers.
 
-#include "common/blocking_queue.h"
-
 #include <chrono>
-#include <condition_variable>
 #include <deque>
 #include <memory>
 #include <mutex>
@@ -11,7 +8,9 @@
 #include <thread>
 #include <vector>
 
+#include "common/blocking_queue.h"
 #include "support/bench.h"
+#include "support/gate.h"
 #include "support/one_processor.h"
 
 #ifdef TARSIO_BENCH_ABSEIL
@@ -113,25 +112,6 @@ class DequeUnderMutex {
  private:
   std::mutex mutex;
   std::deque<int> items;
-};
-
-// Holds threads back until all are there.
-class Gate {
- public:
-  void Open() {
-    const std::lock_guard<std::mutex> lock(mutex);
-    open = true;
-    changed.notify_all();
-  }
-  void Wait() {
-    std::unique_lock<std::mutex> lock(mutex);
-    changed.wait(lock, [this] { return open; });
-  }
-
- private:
-  std::mutex mutex;
-  std::condition_variable changed;
-  bool open = false;
 };
 
 // The seconds that `pairs` producers and as many consumers need for `items` each, on one processor.

@@ -1,20 +1,19 @@
 // Empty tasks through a pool, from the first submission until the last has run.
 
-#include "common/thread_pool.h"
-
 #include <atomic>
-#include <chrono>
 #include <condition_variable>
 #include <deque>
 #include <functional>
-#include <future>
 #include <memory>
 #include <mutex>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
+#include "common/thread_pool.h"
 #include "support/bench.h"
+#include "support/gate.h"
 #include "support/one_processor.h"
 
 #ifdef TARSIO_BENCH_BOOST
@@ -128,13 +127,13 @@ void RunTasks(benchmark::State& state, size_t workers) {
   Pool pool(workers);
   for (auto _ : state) {
     std::atomic<int> left{kTasks};
-    std::promise<void> done;
+    Gate done;
     for (int i = 0; i < kTasks; ++i) {
       pool.Submit([&left, &done] {
-        if (left.fetch_sub(1, std::memory_order_relaxed) == 1) done.set_value();
+        if (left.fetch_sub(1, std::memory_order_relaxed) == 1) done.Open();
       });
     }
-    done.get_future().wait();
+    done.Wait();
   }
   state.SetItemsProcessed(state.iterations() * kTasks);
 }
@@ -142,9 +141,9 @@ void RunTasks(benchmark::State& state, size_t workers) {
 template <typename Pool>
 void AddPool(const std::string& who) {
   for (const size_t workers : {1, 2, 4}) {
-    Add(Sized("pool_empty_tasks", "workers", workers), who,
-        [workers](benchmark::State& state) { RunTasks<Pool>(state, workers); })
-        ->UseRealTime();
+    Add(Sized("pool_empty_tasks", "workers", workers), who, [workers](benchmark::State& state) {
+      RunTasks<Pool>(state, workers);
+    })->UseRealTime();
   }
 }
 

@@ -1,12 +1,11 @@
 // Strings for a binary interface, made from a text and copied; each iteration ends with the
 // release.
 
-#include "common/ts_string.h"
-
 #include <cstdlib>
 #include <cstring>
 #include <string>
 
+#include "common/ts_string.h"
 #include "support/bench.h"
 
 namespace tarsio_bench {
