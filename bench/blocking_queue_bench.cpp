@@ -1,5 +1,6 @@
 // Items through a bounded queue, from producers to consumers.
 
+#include <algorithm>
 #include <chrono>
 #include <deque>
 #include <memory>
@@ -137,17 +138,30 @@ double TransferSeconds(size_t capacity, size_t pairs, int items) {
   return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
 }
 
+// The same without any waiting: one thread fills the queue and empties it.
 template <typename Queue>
-void AddTransfer(const std::string& who) {
+double OneThreadSeconds(size_t capacity, int items) {
+  Queue queue(capacity);
+  const auto begin = std::chrono::steady_clock::now();
+  for (int done = 0; done < items;) {
+    const int round = std::min(static_cast<int>(capacity), items - done);
+    for (int i = 0; i < round; ++i) queue.Push(i);
+    for (int i = 0; i < round; ++i) benchmark::DoNotOptimize(queue.Pop());
+    done += round;
+  }
+  return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
+}
+
+// `seconds` is called with the capacity, the pairs and the items of each.
+template <typename Seconds>
+void AddTransfer(const std::string& who, Seconds seconds) {
   constexpr int kItems = 60000;
   for (const size_t capacity : {16, 1024}) {
     for (const size_t pairs : {1, 2, 4}) {
       Add(Sized(Sized("queue_transfer", "capacity", capacity), "pairs", pairs), who,
-          [capacity, pairs](benchmark::State& state) {
+          [capacity, pairs, seconds](benchmark::State& state) {
             const int each = kItems / static_cast<int>(pairs);
-            for (auto _ : state) {
-              state.SetIterationTime(TransferSeconds<Queue>(capacity, pairs, each));
-            }
+            for (auto _ : state) state.SetIterationTime(seconds(capacity, pairs, each));
             state.SetItemsProcessed(state.iterations() * kItems);
           })
           ->UseManualTime();
@@ -167,7 +181,7 @@ void AddPushPop(const std::string& who) {
 template <typename Queue>
 void AddQueue(const std::string& who) {
   AddPushPop<Queue>(who);
-  AddTransfer<Queue>(who);
+  AddTransfer(who, TransferSeconds<Queue>);
 }
 
 }  // namespace
@@ -184,6 +198,9 @@ void RegisterAll() {
   AddQueue<TbbQueue>("peer:oneTBB");
 #endif
   AddPushPop<DequeUnderMutex>("limit:mutex");
+  AddTransfer("limit:mutex", [](size_t capacity, size_t pairs, int items) {
+    return OneThreadSeconds<DequeUnderMutex>(capacity, static_cast<int>(pairs) * items);
+  });
 }
 
 }  // namespace tarsio_bench

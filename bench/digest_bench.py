@@ -36,6 +36,7 @@ def main():
     sides = {
         "ours": lambda jobs: seconds([program, "--quiet", "--jobs", jobs, "-"], names, "\n"),
         "peer:sha256sum": lambda jobs: seconds(["xargs", "-0", "-P", jobs, "sha256sum"], names, "\0"),
+        "limit:cat": lambda jobs: seconds(["xargs", "-0", "-P", jobs, "cat"], names, "\0"),
     }
     sides["ours"]("1")  # the files are in the system's cache from now on
     benchmarks = []

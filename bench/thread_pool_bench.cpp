@@ -120,6 +120,27 @@ class TbbPool {
 };
 #endif
 
+// No pool: each task goes through a queue under a lock, and is run by who put it there.
+class NoThreads {
+ public:
+  explicit NoThreads(size_t /*workers*/) {}
+  void Submit(const std::function<void()>& task) {
+    {
+      const std::lock_guard<std::mutex> lock(mutex);
+      tasks.push_back(task);
+    }
+    std::unique_lock<std::mutex> lock(mutex);
+    const std::function<void()> taken = std::move(tasks.front());
+    tasks.pop_front();
+    lock.unlock();
+    taken();
+  }
+
+ private:
+  std::mutex mutex;
+  std::deque<std::function<void()>> tasks;
+};
+
 template <typename Pool>
 void RunTasks(benchmark::State& state, size_t workers) {
   constexpr int kTasks = 100000;
@@ -152,6 +173,7 @@ void AddPool(const std::string& who) {
 void RegisterAll() {
   AddPool<Ours>("ours");
   AddPool<StdPool>("peer:std");
+  AddPool<NoThreads>("limit:mutex");
 #ifdef TARSIO_BENCH_BOOST
   AddPool<AsioPool>("peer:Asio");
 #endif

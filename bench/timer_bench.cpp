@@ -184,6 +184,17 @@ void OursNoneDue(benchmark::State& state, size_t queued) {
   }
 }
 
+// The least of a start, a stop or a pass: to read the clock under a lock.
+void ClockUnderMutex(benchmark::State& state, size_t locks) {
+  std::mutex mutex;
+  for (auto _ : state) {
+    for (size_t i = 0; i < locks; ++i) {
+      const std::lock_guard<std::mutex> lock(mutex);
+      if (i == 0) benchmark::DoNotOptimize(std::chrono::system_clock::now());
+    }
+  }
+}
+
 #ifdef TARSIO_BENCH_BOOST
 
 namespace asio = boost::asio;
@@ -281,6 +292,10 @@ void RegisterAll() {
 #ifdef TARSIO_BENCH_BOOST
     AddSized("timer_start_stop", "peer:Asio", AsioStartStop, queued)->UseRealTime();
 #endif
+    Add(Sized("timer_start_stop", "queued", queued), "limit:clock+locks",
+        [](benchmark::State& state) { ClockUnderMutex(state, 2); });
+    Add(Sized("timer_none_due", "queued", queued), "limit:clock+lock",
+        [](benchmark::State& state) { ClockUnderMutex(state, 1); });
     AddSized("timer_none_due", "ours", OursNoneDue, queued)->UseManualTime()->Iterations(1);
   }
 }
