@@ -1,7 +1,10 @@
 // Items through a bounded queue, from producers to consumers.
 
+<<<<<<< HEAD
+=======
+#include <algorithm>
+>>>>>>> bench
 #include <chrono>
-#include <condition_variable>
 #include <deque>
 #include <memory>
 #include <mutex>
@@ -11,6 +14,7 @@
 
 #include "common/blocking_queue.h"
 #include "support/bench.h"
+#include "support/gate.h"
 #include "support/one_processor.h"
 
 #ifdef TARSIO_BENCH_ABSEIL
@@ -114,25 +118,6 @@ class DequeUnderMutex {
   std::deque<int> items;
 };
 
-// Holds threads back until all are there.
-class Gate {
- public:
-  void Open() {
-    const std::lock_guard<std::mutex> lock(mutex);
-    open = true;
-    changed.notify_all();
-  }
-  void Wait() {
-    std::unique_lock<std::mutex> lock(mutex);
-    changed.wait(lock, [this] { return open; });
-  }
-
- private:
-  std::mutex mutex;
-  std::condition_variable changed;
-  bool open = false;
-};
-
 // The seconds that `pairs` producers and as many consumers need for `items` each, on one processor.
 template <typename Queue>
 double TransferSeconds(size_t capacity, size_t pairs, int items) {
@@ -156,17 +141,30 @@ double TransferSeconds(size_t capacity, size_t pairs, int items) {
   return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
 }
 
+// The same without any waiting: one thread fills the queue and empties it.
 template <typename Queue>
-void AddTransfer(const std::string& who) {
+double OneThreadSeconds(size_t capacity, int items) {
+  Queue queue(capacity);
+  const auto begin = std::chrono::steady_clock::now();
+  for (int done = 0; done < items;) {
+    const int round = std::min(static_cast<int>(capacity), items - done);
+    for (int i = 0; i < round; ++i) queue.Push(i);
+    for (int i = 0; i < round; ++i) benchmark::DoNotOptimize(queue.Pop());
+    done += round;
+  }
+  return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
+}
+
+// `seconds` is called with the capacity, the pairs and the items of each.
+template <typename Seconds>
+void AddTransfer(const std::string& who, Seconds seconds) {
   constexpr int kItems = 60000;
   for (const size_t capacity : {16, 1024}) {
     for (const size_t pairs : {1, 2, 4}) {
       Add(Sized(Sized("queue_transfer", "capacity", capacity), "pairs", pairs), who,
-          [capacity, pairs](benchmark::State& state) {
+          [capacity, pairs, seconds](benchmark::State& state) {
             const int each = kItems / static_cast<int>(pairs);
-            for (auto _ : state) {
-              state.SetIterationTime(TransferSeconds<Queue>(capacity, pairs, each));
-            }
+            for (auto _ : state) state.SetIterationTime(seconds(capacity, pairs, each));
             state.SetItemsProcessed(state.iterations() * kItems);
           })
           ->UseManualTime();
@@ -186,7 +184,7 @@ void AddPushPop(const std::string& who) {
 template <typename Queue>
 void AddQueue(const std::string& who) {
   AddPushPop<Queue>(who);
-  AddTransfer<Queue>(who);
+  AddTransfer(who, TransferSeconds<Queue>);
 }
 
 }  // namespace
@@ -203,6 +201,9 @@ void RegisterAll() {
   AddQueue<TbbQueue>("peer:oneTBB");
 #endif
   AddPushPop<DequeUnderMutex>("limit:mutex");
+  AddTransfer("limit:mutex", [](size_t capacity, size_t pairs, int items) {
+    return OneThreadSeconds<DequeUnderMutex>(capacity, static_cast<int>(pairs) * items);
+  });
 }
 
 }  // namespace tarsio_bench

@@ -48,6 +48,9 @@ void AddSize(size_t components) {
   const std::string join = Sized("path_join", "components", components);
   const std::string parent = Sized("path_parent", "components", components);
   const std::string copy = Sized("path_copy", "components", components);
+  for (const std::string& workload : {join, parent, copy}) {
+    AddCall(workload, "limit:copy", [windowsText] { return std::string(windowsText); });
+  }
   {
     const tarsio::Path path(windowsText);
     const tarsio::Path file(more);

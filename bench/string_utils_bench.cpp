@@ -242,10 +242,15 @@ void AddReplacing(size_t bytes) {
   AddCall(replace, "limit:copy", [line] { return std::string(line); });
 }
 
-std::string OpenSslDigestText(const std::string& text) {
-  constexpr char kDigits[] = "0123456789abcdef";
+std::array<unsigned char, SHA256_DIGEST_LENGTH> Digest(const std::string& text) {
   std::array<unsigned char, SHA256_DIGEST_LENGTH> digest{};
   SHA256(reinterpret_cast<const unsigned char*>(text.data()), text.size(), digest.data());
+  return digest;
+}
+
+std::string OpenSslDigestText(const std::string& text) {
+  constexpr char kDigits[] = "0123456789abcdef";
+  const auto digest = Digest(text);
   std::string digits(2 * digest.size(), '\0');
   for (size_t i = 0; i < digest.size(); ++i) {
     digits[2 * i] = kDigits[digest[i] >> 4];

@@ -1,19 +1,19 @@
 // Empty tasks through a pool, from the first submission until the last has run.
 
 #include <atomic>
-#include <chrono>
 #include <condition_variable>
 #include <deque>
 #include <functional>
-#include <future>
 #include <memory>
 #include <mutex>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "common/thread_pool.h"
 #include "support/bench.h"
+#include "support/gate.h"
 #include "support/one_processor.h"
 
 #ifdef TARSIO_BENCH_BOOST
@@ -120,6 +120,27 @@ class TbbPool {
 };
 #endif
 
+// No pool: each task goes through a queue under a lock, and is run by who put it there.
+class NoThreads {
+ public:
+  explicit NoThreads(size_t /*workers*/) {}
+  void Submit(const std::function<void()>& task) {
+    {
+      const std::lock_guard<std::mutex> lock(mutex);
+      tasks.push_back(task);
+    }
+    std::unique_lock<std::mutex> lock(mutex);
+    const std::function<void()> taken = std::move(tasks.front());
+    tasks.pop_front();
+    lock.unlock();
+    taken();
+  }
+
+ private:
+  std::mutex mutex;
+  std::deque<std::function<void()>> tasks;
+};
+
 template <typename Pool>
 void RunTasks(benchmark::State& state, size_t workers) {
   constexpr int kTasks = 100000;
@@ -127,13 +148,13 @@ void RunTasks(benchmark::State& state, size_t workers) {
   Pool pool(workers);
   for (auto _ : state) {
     std::atomic<int> left{kTasks};
-    std::promise<void> done;
+    Gate done;
     for (int i = 0; i < kTasks; ++i) {
       pool.Submit([&left, &done] {
-        if (left.fetch_sub(1, std::memory_order_relaxed) == 1) done.set_value();
+        if (left.fetch_sub(1, std::memory_order_relaxed) == 1) done.Open();
       });
     }
-    done.get_future().wait();
+    done.Wait();
   }
   state.SetItemsProcessed(state.iterations() * kTasks);
 }
@@ -152,6 +173,7 @@ void AddPool(const std::string& who) {
 void RegisterAll() {
   AddPool<Ours>("ours");
   AddPool<StdPool>("peer:std");
+  AddPool<NoThreads>("limit:mutex");
 #ifdef TARSIO_BENCH_BOOST
   AddPool<AsioPool>("peer:Asio");
 #endif

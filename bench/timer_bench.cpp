@@ -1,13 +1,13 @@
 // Timers: started and stopped while many are queued, looked over while none is due, and fired.
 
-#include <pthread.h>
-
+#include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <cstdlib>
 #include <ctime>
-#include <future>
 #include <memory>
+#include <mutex>
 #include <random>
 #include <string>
 #include <thread>
@@ -16,10 +16,12 @@
 
 #include "common/timer.h"
 #include "support/bench.h"
+#include "support/gate.h"
 
 #ifdef TARSIO_BENCH_BOOST
 #include <boost/asio/executor_work_guard.hpp>
 #include <boost/asio/io_context.hpp>
+#include <boost/asio/post.hpp>
 #include <boost/asio/steady_timer.hpp>
 #endif
 
@@ -37,8 +39,6 @@ unsigned long long FarTimeoutMs() {
   static std::mt19937 random(1);
   return kHourMs + random() % kHourMs;
 }
-
-double Seconds(Clock::duration duration) { return std::chrono::duration<double>(duration).count(); }
 
 // Queues timers until there are `count`. They stay queued, so benchmarks go from few to many.
 void QueueOurs(size_t count) {
@@ -60,92 +60,139 @@ void OursStartStop(benchmark::State& state, size_t queued) {
   }
 }
 
-// The time from the first callback to the last of timers that are all due at once.
-class FiringTime {
- public:
-  explicit FiringTime(size_t expected) : left(expected) {}
+double ProcessorSeconds() {
+  std::timespec time{};
+  if (clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time) != 0) std::abort();
+  return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
+}
 
-  // The callback of each timer, all called by one thread.
+// What the thread that fires timers needs of the processor from when all are queued, and none is
+// due yet, until the last has been fired.
+class Firing {
+ public:
+  explicit Firing(size_t expected) : left(expected) {}
+
+  // On that thread, before any is fired.
+  void AllQueued() { begin = ProcessorSeconds(); }
+  // The callback of each timer.
   void Fired() {
-    if (!begun) {
-      begun = true;
-      first = Clock::now();
-    }
-    if (--left == 0) done.set_value(Clock::now() - first);
+    if (--left > 0) return;
+    seconds = ProcessorSeconds() - begin;
+    done.Open();
   }
-  Clock::duration Wait() { return done.get_future().get(); }
+  double WaitForSeconds() {
+    done.Wait();
+    return seconds;
+  }
 
  private:
   size_t left;
-  bool begun = false;
-  Clock::time_point first;
-  std::promise<Clock::duration> done;
+  double begin = 0;
+  double seconds = 0;
+  Gate done;
 };
 
 void OursDueAtOnce(benchmark::State& state, size_t count) {
   for (auto _ : state) {
-    FiringTime firing(count);
+    Firing firing(count);
     std::vector<std::shared_ptr<TsTimer>> timers;
     for (size_t i = 0; i < count; ++i) {
       timers.push_back(std::make_shared<TsTimer>(1, false));
       timers.back()->Init([&firing] { firing.Fired(); });
     }
-    // Started on the timer thread itself, which goes on to the next pass when all are due.
+    // Started by the callback of one, which returns when all are due in the next pass.
     const auto starter = std::make_shared<TsTimer>(1, false);
-    starter->Init([&timers] {
+    starter->Init([&timers, &firing] {
       for (const auto& timer : timers) timer->Start();
       std::this_thread::sleep_for(std::chrono::milliseconds(3));
+      firing.AllQueued();
     });
     starter->Start();
-    state.SetIterationTime(Seconds(firing.Wait()));
+    state.SetIterationTime(firing.WaitForSeconds());
   }
   state.SetItemsProcessed(state.iterations() * static_cast<int64_t>(count));
 }
 
-double ProcessorSeconds(clockid_t clock) {
-  std::timespec time{};
-  if (clock_gettime(clock, &time) != 0) std::abort();
-  return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
-}
-
-// What a thread that sleeps for 5 ms at a time needs of the processor per period, whatever it does
-// in between.
-void MeasureSleeper(benchmark::State& state, clockid_t thread) {
-  constexpr auto kPeriod = std::chrono::milliseconds(5);
-  constexpr int kPeriods = 100;
-  for (auto _ : state) {
-    const double before = ProcessorSeconds(thread);
-    std::this_thread::sleep_for(kPeriods * kPeriod);
-    state.SetIterationTime(ProcessorSeconds(thread) - before);
+// The passes of the timer thread, seen from outside: each lies between two of its sleeps. They are
+// cut short meanwhile, for it is the pass that is measured, and not how a processor that has been
+// idle for 5 ms finds its caches.
+class Passes {
+ public:
+  // On the timer thread.
+  void Watch() { watched = true; }
+  // In place of a sleep of `duration`.
+  int Sleep(std::timespec duration, std::timespec* rest) {
+    const bool measured = watched && recording;
+    if (measured) {
+      PassEnds();
+      duration = {0, 50000};
+    }
+    const int error = clock_nanosleep(CLOCK_MONOTONIC, 0, &duration, rest);
+    passBegin = measured ? Clock::now() : Clock::time_point();
+    return error;
   }
-  state.SetItemsProcessed(state.iterations() * kPeriods);
-}
 
-clockid_t ClockOfThisThread() {
-  clockid_t clock{};
-  if (pthread_getcpuclockid(pthread_self(), &clock) != 0) std::abort();
-  return clock;
+  // The median time of those within a while; 0 if there were none.
+  double MedianSeconds() {
+    recording = true;
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    recording = false;
+    const std::lock_guard<std::mutex> lock(mutex);
+    std::sort(seconds.begin(), seconds.end());
+    const double median = seconds.empty() ? 0 : seconds[seconds.size() / 2];
+    seconds.clear();
+    return median;
+  }
+
+ private:
+  void PassEnds() {
+    const auto end = Clock::now();
+    if (passBegin == Clock::time_point()) return;
+    const std::lock_guard<std::mutex> lock(mutex);
+    seconds.push_back(std::chrono::duration<double>(end - passBegin).count());
+  }
+
+  static thread_local bool watched;
+  static thread_local Clock::time_point passBegin;  // none if the sleep before was not cut short
+  std::atomic<bool> recording{false};
+  std::mutex mutex;  // guards seconds
+  std::vector<double> seconds;
+};
+
+thread_local bool Passes::watched = false;
+thread_local Clock::time_point Passes::passBegin;
+
+Passes& TimerPasses() {
+  static auto& passes = *new Passes;  // the timer thread may outlive what is static
+  return passes;
 }
 
 void OursNoneDue(benchmark::State& state, size_t queued) {
   QueueOurs(queued);
-  std::promise<clockid_t> clock;
+  Gate watched;
   const auto probe = std::make_shared<TsTimer>(1, false);
-  probe->Init([&clock] { clock.set_value(ClockOfThisThread()); });
+  probe->Init([&watched] {
+    TimerPasses().Watch();
+    watched.Open();
+  });
   probe->Start();
-  MeasureSleeper(state, clock.get_future().get());
+  watched.Wait();
+  for (auto _ : state) {
+    const double seconds = TimerPasses().MedianSeconds();
+    if (seconds == 0) state.SkipWithError("no pass was seen");
+    state.SetIterationTime(seconds);
+  }
 }
 
-void BareSleeper(benchmark::State& state, size_t /*queued*/) {
-  std::promise<clockid_t> clock;
-  std::atomic<bool> running{true};
-  std::thread sleeper([&] {
-    clock.set_value(ClockOfThisThread());
-    while (running) std::this_thread::sleep_for(std::chrono::milliseconds(5));
-  });
-  MeasureSleeper(state, clock.get_future().get());
-  running = false;
-  sleeper.join();
+// The least of a start, a stop or a pass: to read the clock under a lock.
+void ClockUnderMutex(benchmark::State& state, size_t locks) {
+  std::mutex mutex;
+  for (auto _ : state) {
+    for (size_t i = 0; i < locks; ++i) {
+      const std::lock_guard<std::mutex> lock(mutex);
+      if (i == 0) benchmark::DoNotOptimize(std::chrono::system_clock::now());
+    }
+  }
 }
 
 #ifdef TARSIO_BENCH_BOOST
@@ -203,7 +250,7 @@ void AsioStartStop(benchmark::State& state, size_t queued) {
 
 void AsioDueAtOnce(benchmark::State& state, size_t count) {
   for (auto _ : state) {
-    FiringTime firing(count);
+    Firing firing(count);
     std::vector<asio::steady_timer> timers;
     const auto due = Clock::now() + std::chrono::milliseconds(20);
     for (size_t i = 0; i < count; ++i) {
@@ -211,7 +258,8 @@ void AsioDueAtOnce(benchmark::State& state, size_t count) {
       timers.back().async_wait(
           [&firing](const boost::system::error_code& /*error*/) { firing.Fired(); });
     }
-    state.SetIterationTime(Seconds(firing.Wait()));
+    asio::post(AsioRunner().context, [&firing] { firing.AllQueued(); });
+    state.SetIterationTime(firing.WaitForSeconds());
   }
   state.SetItemsProcessed(state.iterations() * static_cast<int64_t>(count));
 }
@@ -228,10 +276,15 @@ benchmark::internal::Benchmark* AddSized(const char* name, const char* who, Func
 }  // namespace
 
 void RegisterAll() {
+  constexpr int kFirings = 10;  // most of their time goes by in waiting, and is not measured
   for (const size_t count : {100, 1000, 10000}) {
-    AddSized("timer_due_at_once", "ours", OursDueAtOnce, count)->UseManualTime();
+    AddSized("timer_due_at_once", "ours", OursDueAtOnce, count)
+        ->UseManualTime()
+        ->Iterations(kFirings);
 #ifdef TARSIO_BENCH_BOOST
-    AddSized("timer_due_at_once", "peer:Asio", AsioDueAtOnce, count)->UseManualTime();
+    AddSized("timer_due_at_once", "peer:Asio", AsioDueAtOnce, count)
+        ->UseManualTime()
+        ->Iterations(kFirings);
 #endif
   }
   for (const size_t queued : {10, 1000, 10000, 100000}) {
@@ -239,9 +292,18 @@ void RegisterAll() {
 #ifdef TARSIO_BENCH_BOOST
     AddSized("timer_start_stop", "peer:Asio", AsioStartStop, queued)->UseRealTime();
 #endif
-    AddSized("timer_none_due", "ours", OursNoneDue, queued)->UseManualTime()->Iterations(2);
-    AddSized("timer_none_due", "limit:sleep", BareSleeper, queued)->UseManualTime()->Iterations(2);
+    Add(Sized("timer_start_stop", "queued", queued), "limit:clock+locks",
+        [](benchmark::State& state) { ClockUnderMutex(state, 2); });
+    Add(Sized("timer_none_due", "queued", queued), "limit:clock+lock",
+        [](benchmark::State& state) { ClockUnderMutex(state, 1); });
+    AddSized("timer_none_due", "ours", OursNoneDue, queued)->UseManualTime()->Iterations(1);
   }
 }
 
 }  // namespace tarsio_bench
+
+// In front of the C library's, for the shared library's timer thread as well.
+extern "C" int nanosleep(const std::timespec* duration, std::timespec* rest) {
+  errno = tarsio_bench::TimerPasses().Sleep(*duration, rest);
+  return errno == 0 ? 0 : -1;
+}

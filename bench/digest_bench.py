@@ -1,0 +1,56 @@
+#!/usr/bin/env python3
+"""Digests every file under a directory with tarsio-digest and with sha256sum, and prints the times
+of one run of each in the form of Google Benchmark's JSON.
+
+usage: digest_bench.py TARSIO_DIGEST [DIR]
+"""
+
+import json
+import os
+import subprocess
+import sys
+import time
+
+
+def names_under(directory):
+    names = []
+    for folder, _, files in os.walk(directory):
+        for name in files:
+            path = os.path.join(folder, name)
+            # Names go to the program one per line and hold Windows separators.
+            if os.path.isfile(path) and not os.path.islink(path) and not set(path) & set("\\\n"):
+                names.append(path)
+    return sorted(names)
+
+
+def seconds(command, names, separator):
+    text = "".join(name + separator for name in names).encode()
+    begin = time.monotonic()
+    subprocess.run(command, input=text, stdout=subprocess.DEVNULL, check=True)
+    return time.monotonic() - begin
+
+
+def main():
+    program = sys.argv[1]
+    names = names_under(sys.argv[2] if len(sys.argv) > 2 else "/usr/include")
+    sides = {
+        "ours": lambda jobs: seconds([program, "--quiet", "--jobs", jobs, "-"], names, "\n"),
+        "peer:sha256sum": lambda jobs: seconds(["xargs", "-0", "-P", jobs, "sha256sum"], names, "\0"),
+        "limit:cat": lambda jobs: seconds(["xargs", "-0", "-P", jobs, "cat"], names, "\0"),
+    }
+    sides["ours"]("1")  # the files are in the system's cache from now on
+    benchmarks = []
+    for jobs in ("1", "2"):
+        for who, run in sides.items():
+            elapsed = run(jobs)
+            benchmarks.append({
+                "name": f"digest_headers/jobs:{jobs}/{who}/real_time",
+                "run_type": "iteration",
+                "real_time": elapsed * 1e9,
+                "time_unit": "ns",
+                "items_per_second": len(names) / elapsed,
+            })
+    json.dump({"context": {}, "benchmarks": benchmarks}, sys.stdout, indent=1)
+
+
+main()

@@ -1,0 +1,52 @@
+#!/bin/sh
+# tools/bench.sh BUILD [--quick] [--docs] [FAMILY]...: runs the benchmarks of the families, or all,
+# and prints the table. What was measured stays in BUILD/results, the picture beside it. --docs
+# writes both into docs/performance.*.
+set -eu
+
+root=$(cd "$(dirname "$0")/.." && pwd)
+build=$1
+shift
+runs=7 seconds=0.05 docs=
+families=
+for argument; do
+  case "$argument" in
+    --quick) runs=3 seconds=0.01 ;;
+    --docs) docs="--docs $root/docs" ;;
+    -*) echo "bench: what is $argument?" >&2; exit 2 ;;
+    *) families="$families $argument" ;;
+  esac
+done
+
+if [ -z "$families" ]; then
+  for source in "$root"/bench/*_bench.*; do
+    family=${source##*/}
+    families="$families ${family%_bench.*}"
+  done
+fi
+
+rm -rf "$build/results"
+mkdir -p "$build/results"
+# Each run is a process of its own, and the report takes medians: neither a slow moment of the
+# machine nor where the memory of one process happens to lie decides.
+run=1
+while [ "$run" -le "$runs" ]; do
+  for family in $families; do
+    [ ! -t 2 ] || printf '\r\033[Krun %d of %d: %s' "$run" "$runs" "$family" >&2
+    result=$build/results/$family.$run.json
+    if [ -f "$root/bench/${family}_bench.py" ]; then
+      python3 "$root/bench/${family}_bench.py" "$build/bin/tarsio-digest" > "$result"
+    elif [ -x "$build/bin/${family}_bench" ]; then
+      "$build/bin/${family}_bench" --benchmark_min_time=$seconds --benchmark_out="$result" \
+        > "$build/results/$family.log" 2>&1 || { cat "$build/results/$family.log" >&2; exit 1; }
+    else
+      echo "bench: no family $family; there are:" "$(cd "$root/bench" && echo *_bench.*)" >&2
+      exit 2
+    fi
+  done
+  run=$((run + 1))
+done
+[ ! -t 2 ] || printf '\r\033[K' >&2
+
+# shellcheck disable=SC2086 # none, or an option and its value
+python3 "$root/tools/bench_report.py" "$build/results" --svg "$build/ratios.svg" $docs

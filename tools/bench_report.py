@@ -1,0 +1,390 @@
+#!/usr/bin/env python3
+"""The report on the benchmarks: a table, and a picture of the ratios.
+
+usage: bench_report.py RESULTS [--svg FILE] [--docs DIR]
+
+RESULTS holds Google Benchmark's JSON as FAMILY.RUN.json, from any number of runs; every figure is
+the median of the runs. A benchmark is named WORKLOAD/WHO, where WHO is "ours", "peer:NAME" or
+"limit:NAME". --docs rewrites the figures in DIR/performance.md, between the marks
+"<!-- figures: FAMILY -->" and "<!-- end -->", and DIR/performance.svg.
+"""
+
+import argparse
+import collections
+import fnmatch
+import glob
+import json
+import math
+import os
+import re
+import statistics
+import xml.sax.saxutils
+
+# What has to hold: the workload, what is looked at, and its bound. A side ("peer:...") or "best peer"
+# stands for the ratio of our time to that one's.
+KIB, MIB = 1 << 10, 1 << 20
+BARS = [
+    ("log_line/*", "peer:spdlog", 1.0),
+    ("log_filtered", "time", 2e-9),
+    ("path_parse_print/components:8", "peer:std", 0.8),
+    ("path_join/components:8", "peer:POCO", 1.0),
+    ("path_parent/components:8", "peer:POCO", 1.0),
+    ("path_copy/components:8", "peer:POCO", 1.0),
+    (f"is_u8_mixed/bytes:{MIB}", "rate", 7e9),
+    (f"is_u8_ascii/bytes:{MIB}", "rate", 20e9),
+    (f"*_to_*/bytes:{4 * KIB}", "peer:range", 1.1),
+    (f"*_to_*/bytes:{MIB}", "peer:range", 1.1),
+    (f"split*/bytes:{KIB}", "peer:Abseil", 1.0),
+    (f"trim/bytes:{KIB}", "peer:Abseil", 1.0),
+    (f"to_*er/bytes:{KIB}", "peer:Abseil", 1.0),
+    (f"contains/bytes:{KIB}", "peer:Abseil", 1.0),
+    (f"starts_with/bytes:{KIB}", "peer:Abseil", 1.0),
+    (f"replace_set/bytes:{KIB}", "peer:Abseil", 1.0),
+    ("digest_text/bytes:64", "peer:OpenSSL", 1.05),
+    (f"digest_text/bytes:{MIB}", "peer:OpenSSL", 1.05),
+    (f"read_file/bytes:{4 * KIB}", "peer:GLib", 1.5),
+    ("read_file/*", "peer:GLib", 1.1),
+    ("read_file_memory/*", "memory", 257 * MIB),
+    ("write_file/*", "peer:std", 1.1),
+    ("queue_transfer/capacity:1024/*", "peer:Boost", 1.0),
+    ("queue_transfer/capacity:16/*", "peer:Abseil", 1.5),
+    ("pool_empty_tasks/*", "best peer", 1.0),
+    ("timer_start_stop/*", "peer:Asio", 1.0),
+    ("timer_none_due/queued:100000", "time", 1e-6),
+    ("timer_due_at_once/queued:10000", "time", 1e-6),
+    ("ts_string_*/characters:12", "limit:malloc+memcpy", 1.3),
+    ("ts_string_*/characters:200", "limit:malloc+memcpy", 1.3),
+    ("digest_headers/*", "peer:sha256sum", 1 / 0.95),
+]
+
+# The parameters that are sizes: a workload with several values of one is named with its growth.
+SIZES = ("bytes", "components", "characters", "queued")
+
+UNITS_OF_TIME = {"ns": 1e-9, "us": 1e-6, "ms": 1e-3, "s": 1.0}
+WHO = re.compile(r"ours|peer:.*|limit:.*")
+DROPPED = re.compile(r"real_time|manual_time|iterations:\d+")
+
+
+# ---- what was measured ----
+
+
+class Side:
+    """One side of a workload: the medians of its runs."""
+
+    def __init__(self):
+        self.values = collections.defaultdict(list)
+
+    def add(self, entry):
+        # Where other threads or the files of the system take part, the clock counts; else what the
+        # processor did for the one thread.
+        by_clock = re.search(r"/(real|manual)_time", entry["name"])
+        time = entry["real_time" if by_clock else "cpu_time"] * UNITS_OF_TIME[entry["time_unit"]]
+        if "items_per_second" in entry:
+            time = 1 / entry["items_per_second"]
+        self.values["time"].append(time)
+        if "memory_bytes" in entry:
+            self.values["memory"].append(entry["memory_bytes"])
+        if "bytes_per_second" in entry:
+            self.values["rate"].append(entry["bytes_per_second"])
+
+    def median(self, what):
+        return statistics.median(self.values[what]) if self.values[what] else None
+
+    def cost(self):
+        """What is compared: the memory where that was measured, else the time."""
+        return self.median("memory") or self.median("time")
+
+    def text(self):
+        memory, rate = self.median("memory"), self.median("rate")
+        if memory:
+            return f"{memory / MIB:.1f} MiB"
+        return time_text(self.median("time")) + (f" ({rate / 1e9:.3g} GB/s)" if rate else "")
+
+
+class Workload:
+    def __init__(self, name):
+        self.name = name
+        self.sides = collections.defaultdict(Side)
+
+    def best(self, kind):
+        """The name and the side of the cheapest peer, or limit."""
+        sides = [(who, side) for who, side in self.sides.items() if who.startswith(kind)]
+        return min(sides, key=lambda pair: pair[1].cost(), default=(None, None))
+
+    def ratio(self, who):
+        other = self.best("peer")[1] if who == "best peer" else self.sides.get(who)
+        return self.sides["ours"].cost() / other.cost() if other else None
+
+    def bar(self):
+        """What has to hold here, and whether it does; None where nothing has to or can be told."""
+        for pattern, what, bound in BARS:
+            if fnmatch.fnmatchcase(self.name, pattern):
+                break
+        else:
+            return None
+        if what in ("time", "rate", "memory"):
+            value = self.sides["ours"].median(what)
+            if what == "rate":
+                return f"≥ {bound / 1e9:g} GB/s", value >= bound
+            limit = time_text(bound) if what == "time" else f"{bound / MIB:.0f} MiB"
+            return f"≤ {limit}", value <= bound
+        ratio = self.ratio(what)
+        if ratio is None:
+            return None
+        other = what.split(":")[-1]
+        return f"≤ {bound:.3g} × {other}: {ratio_text(ratio)}", ratio <= bound
+
+    def title(self):
+        first, *parameters = self.name.split("/")
+        return ", ".join([first.replace("_", " ")] + [parameter_text(p) for p in parameters])
+
+
+def time_text(seconds):
+    for unit, scale in (("s", 1), ("ms", 1e-3), ("µs", 1e-6)):
+        if seconds >= scale:
+            return f"{seconds / scale:.3g} {unit}"
+    return f"{seconds * 1e9:.3g} ns"
+
+
+def ratio_text(ratio):
+    return f"{ratio:.2f}" if ratio < 100 else f"{ratio:.0f}"
+
+
+def parameter_text(parameter):
+    key, _, value = parameter.partition(":")
+    if key == "bytes":
+        number = int(value)
+        for unit, scale in (("MiB", MIB), ("KiB", KIB)):
+            if number >= scale:
+                return f"{number // scale} {unit}"
+        return f"{number} B"
+    if key == "capacity":
+        return f"capacity {value}"
+    if key == "queued":
+        return f"{int(value):,} queued"
+    return f"{value} {key if value != '1' else key.rstrip('s')}"
+
+
+def read_results(folder):
+    """The machine, and the workloads of each family in the order in which they were measured."""
+    families = {}
+    context = {}
+    for path in sorted(glob.glob(os.path.join(folder, "*.json"))):
+        family = os.path.basename(path).split(".")[0]
+        with open(path, encoding="utf-8") as file:
+            results = json.load(file)
+        context = results["context"] or context
+        workloads = families.setdefault(family, {})
+        for entry in results["benchmarks"]:
+            if entry.get("error_occurred"):
+                raise SystemExit(f"{entry['name']}: {entry['error_message']}")
+            parts = [part for part in entry["name"].split("/") if not DROPPED.fullmatch(part)]
+            who = next(part for part in parts if WHO.fullmatch(part))
+            parts.remove(who)
+            name = "/".join(parts)
+            workloads.setdefault(name, Workload(name)).sides[who].add(entry)
+    return context, {
+        family: sort_by_size(workloads.values()) for family, workloads in sorted(families.items())
+    }
+
+
+def sort_by_size(workloads):
+    """Those that differ in their parameters only stand together."""
+    first = {}
+    for workload in workloads:
+        first.setdefault(workload.name.split("/")[0], len(first))
+    return sorted(workloads, key=lambda w: (
+        first[w.name.split("/")[0]], [int(n) for n in re.findall(r":(\d+)", w.name)]))
+
+
+def growth(workloads):
+    """(title, smallest size, largest size, exponent) for each workload of three sizes or more."""
+    series = collections.defaultdict(list)
+    for workload in workloads:
+        for parameter in workload.name.split("/")[1:]:
+            key, _, value = parameter.partition(":")
+            if key in SIZES:
+                name = workload.name.replace("/" + parameter, "")
+                series[name, key].append((int(value), parameter, workload))
+    for (name, _), points in series.items():
+        if len(points) < 3:
+            continue
+        points.sort(key=lambda point: point[0])
+        (small, _, before), (large, _, last) = points[-2:]
+        ours = [w.sides["ours"].median("time") for w in (before, last)]
+        exponent = math.log(ours[1] / ours[0]) / math.log(large / small)
+        yield (name.replace("_", " "), parameter_text(points[0][1]), parameter_text(points[-1][1]),
+               exponent)
+
+
+# ---- tables ----
+
+HEADINGS = ("workload", "ours", "best peer", "limit", "ours / best peer", "bar", "")
+
+
+def rows(workloads):
+    for workload in workloads:
+        peer, peer_side = workload.best("peer")
+        limit, limit_side = workload.best("limit")
+        ratio = workload.ratio("best peer")
+        bar = workload.bar()
+        yield (
+            workload.title(),
+            workload.sides["ours"].text(),
+            f"{peer_side.text()} {peer.split(':')[1]}" if peer else "",
+            f"{limit_side.text()} {limit.split(':')[1]}" if limit else "",
+            ratio_text(ratio) if ratio else "",
+            bar[0] if bar else "",
+            ("met" if bar[1] else "MISSED") if bar else "",
+        )
+
+
+def growth_text(workloads):
+    named = [f"{title} n^{exponent:.2f} ({small} to {large})"
+             for title, small, large, exponent in growth(workloads)]
+    return "Growth: " + "; ".join(named) + "." if named else ""
+
+
+def plain_table(lines):
+    lines = [HEADINGS, *lines]
+    widths = [max(len(line[i]) for line in lines) for i in range(len(HEADINGS))]
+    return "\n".join(
+        "  ".join(cell.ljust(width) for cell, width in zip(line, widths)).rstrip() for line in lines)
+
+
+def markdown_table(lines):
+    lines = [HEADINGS, ("---", *["--:"] * 4, "---", "---"), *lines]
+    return "\n".join("| " + " | ".join(line) + " |" for line in lines)
+
+
+def machine_text(context):
+    model = "an unnamed processor"
+    with open("/proc/cpuinfo", encoding="utf-8") as file:
+        for line in file:
+            if line.startswith("model name"):
+                model = line.split(":", 1)[1].strip()
+                break
+    return (f"{model}, {os.cpu_count()} cores; {context.get('compiler', '')}, "
+            f"{context.get('build_type', '')}; beside {context.get('peers', '')}.")
+
+
+# ---- the picture ----
+
+STYLE = """
+  text { font: 12px sans-serif; fill: #24292f; }
+  .family { font-weight: bold; }
+  .note { fill: #57606a; }
+  .grid { stroke: #d0d7de; }
+  .even { stroke: #57606a; stroke-width: 1.5; }
+  .faster { fill: #2a9d8f; }
+  .slower { fill: #d9763c; }
+  @media (prefers-color-scheme: dark) {
+    text { fill: #e6edf3; }
+    .note { fill: #9da7b3; }
+    .grid { stroke: #3d444d; }
+    .even { stroke: #9da7b3; }
+  }
+"""
+LEFT, WIDTH, RIGHT, ROW, TOP = 290, 460, 190, 18, 64
+LEAST, MOST = 0.1, 10.0
+
+
+def x_of(ratio):
+    """Where a ratio lies, on a logarithmic scale that ends at LEAST and MOST."""
+    part = math.log(min(max(ratio, LEAST), MOST) / LEAST) / math.log(MOST / LEAST)
+    return LEFT + part * WIDTH
+
+
+def picture(families):
+    """The ratio to the best peer of each workload that has a bar and a peer."""
+    body = []
+
+    def text(x, y, content, kind="", anchor="start"):
+        body.append(f'<text x="{x:.1f}" y="{y:.1f}" class="{kind}" text-anchor="{anchor}">'
+                    f"{xml.sax.saxutils.escape(content)}</text>")
+
+    def line(x, kind, bottom):
+        body.append(f'<line x1="{x:.1f}" x2="{x:.1f}" y1="{TOP}" y2="{bottom}" class="{kind}"/>')
+
+    drawn = {family: [w for w in workloads if w.bar() and w.ratio("best peer")]
+             for family, workloads in families.items()}
+    drawn = {family: workloads for family, workloads in drawn.items() if workloads}
+    height = TOP + ROW * sum(len(workloads) + 1 for workloads in drawn.values()) + 16
+    text(16, 24, "What the library takes, over what the best peer takes (left of 1 is better)", "family")
+    for ratio in (0.1, 0.2, 0.5, 1, 2, 5, 10):
+        line(x_of(ratio), "even" if ratio == 1 else "grid", height - 12)
+        text(x_of(ratio), TOP - 8, f"{ratio:g}", "note", "middle")
+
+    y = TOP
+    for family, workloads in drawn.items():
+        y += ROW
+        text(16, y - 5, family.replace("_", " "), "family")
+        for workload in workloads:
+            y += ROW
+            ratio = workload.ratio("best peer")
+            peer = workload.best("peer")[0].split(":")[1]
+            kind = "faster" if ratio <= 1 else "slower"
+            text(LEFT - 10, y - 5, workload.title(), "", "end")
+            left, right = sorted((x_of(1), x_of(ratio)))
+            body.append(f'<rect x="{left:.1f}" y="{y - ROW + 4}" width="{right - left:.1f}" '
+                        f'height="{ROW - 7}" class="{kind}"/>')
+            text(LEFT + WIDTH + 10, y - 5, f"{ratio_text(ratio)} × {peer}")
+    width = LEFT + WIDTH + RIGHT
+    return (f'<svg xmlns="http://www.w3.org/2000/svg" viewBox="0 0 {width} {height}" '
+            f'width="{width}" height="{height}">\n<title>Ratios to the best peer</title>\n'
+            f"<style>{STYLE}</style>\n" + "\n".join(body) + "\n</svg>\n")
+
+
+# ---- where it goes ----
+
+
+def write_docs(folder, context, families):
+    path = os.path.join(folder, "performance.md")
+    with open(path, encoding="utf-8") as file:
+        page = file.read()
+
+    def figures(match):
+        family = match[1]
+        if family == "machine":
+            content = machine_text(context)
+        elif family in families:
+            workloads = families[family]
+            content = "\n\n".join(
+                part for part in (markdown_table(rows(workloads)), growth_text(workloads)) if part)
+        else:
+            return match[0]  # not measured this time
+        return f"<!-- figures: {family} -->\n{content}\n<!-- end -->"
+
+    page = re.sub(r"<!-- figures: (\w+) -->\n.*?<!-- end -->", figures, page, flags=re.DOTALL)
+    with open(path, "w", encoding="utf-8") as file:
+        file.write(page)
+
+
+def write(path, content):
+    with open(path, "w", encoding="utf-8") as file:
+        file.write(content)
+
+
+def main():
+    parser = argparse.ArgumentParser(usage=__doc__)
+    parser.add_argument("results")
+    parser.add_argument("--svg")
+    parser.add_argument("--docs")
+    options = parser.parse_args()
+
+    context, families = read_results(options.results)
+    everything = [workload for workloads in families.values() for workload in workloads]
+    print(machine_text(context) + "\n")
+    print(plain_table(rows(everything)) + "\n")
+    print(growth_text(everything))
+    bars = [bar for bar in (workload.bar() for workload in everything) if bar]
+    print(f"\n{sum(met for _, met in bars)} of {len(bars)} bars met.")
+    if options.svg:
+        write(options.svg, picture(families))
+        print(f"The ratios as a picture: {options.svg}")
+    if options.docs:
+        write_docs(options.docs, context, families)
+        write(os.path.join(options.docs, "performance.svg"), picture(families))
+
+
+main()
