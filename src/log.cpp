@@ -79,6 +79,7 @@ void AppendMessage(std::string& out, const char* format, va_list args) {
   if (format == nullptr) return;
   // NOLINTNEXTLINE(*-member-init): clearing it costs as much as formatting a short message
   std::array<char, kMessageBufferSize> buffer;
+  // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): started by whoever calls
   const int length = std::vsnprintf(buffer.data(), buffer.size(), format, args);
   if (length < 0 || static_cast<size_t>(length) >= buffer.size()) return;
   out += buffer.data();
