@@ -150,7 +150,7 @@ void UnitsToBytes(FuzzedDataProvider& input, std::string (*convert)(const Units&
 }
 
 void Environment(const std::string& value) {
-  const std::string text = value.c_str();
+  const std::string text = value.substr(0, value.find('\0'));
   Require(::setenv("TARSIO_FUZZ", text.c_str(), 1) == 0, "setenv");
   const std::wstring units = ReferenceWiden(text);
   const std::string utf8 = ReferenceNarrow(units);

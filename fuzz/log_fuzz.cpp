@@ -79,10 +79,13 @@ void CheckMessage(const Message& message, Args... args) {
   CheckLine(callbackLine, message, text);
 }
 
+// What a C string can hold of a text.
+std::string UpToNul(const std::string& text) { return text.substr(0, text.find('\0')); }
+
 std::string Literal(const std::string& text) {
   std::string literal;
   for (const char c : text) literal += c == '%' ? "%%" : std::string(1, c);
-  return literal.c_str();
+  return UpToNul(literal);
 }
 
 // A conversion less the letters at its end.
@@ -105,9 +108,11 @@ std::string Precision(FuzzedDataProvider& input) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   FuzzedDataProvider input(data, size);
   threshold = static_cast<LOG_LEVEL>(input.ConsumeIntegralInRange(-2, 7));
-  Message message{static_cast<LOG_LEVEL>(input.ConsumeIntegralInRange(-3, 8)),
-                  TakeText(input, 100).c_str(), input.ConsumeIntegral<int>(),
-                  Literal(TakeText(input, 2100))};
+  Message message;
+  message.level = static_cast<LOG_LEVEL>(input.ConsumeIntegralInRange(-3, 8));
+  message.file = UpToNul(TakeText(input, 100));
+  message.line = input.ConsumeIntegral<int>();
+  message.format = Literal(TakeText(input, 2100));
   std::string& format = message.format;
   switch (input.ConsumeIntegralInRange(0, 5)) {
     case 0:

@@ -1,6 +1,7 @@
 // Paths that are parsed, joined, cut and printed, against a second implementation of the rules; and
 // what the file system says about them.
 
+#include <algorithm>
 #include <array>
 #include <cctype>
 #include <filesystem>
@@ -89,8 +90,8 @@ void AskTheSystem(const Path& path) {
           "Absolute() is absolute, or refused");
   if (!path.IsAbsolute() && !path.Empty()) {
     std::string native = ReferenceNarrow(path.Wstr());
-    native = native.substr(0, native.find('\0'));
-    for (char& c : native) c = c == '\\' ? '/' : c;
+    native.resize(std::min(native.size(), native.find('\0')));
+    std::replace(native.begin(), native.end(), '\\', '/');
     const bool plain = native[0] != '/' && native.find(':') == std::string::npos;
     std::error_code ignored;
     Require(!plain || exists == std::filesystem::exists(native, ignored),

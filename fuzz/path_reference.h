@@ -3,6 +3,7 @@
 #ifndef TARSIO_COMMON_FUZZ_PATH_REFERENCE_H_
 #define TARSIO_COMMON_FUZZ_PATH_REFERENCE_H_
 
+#include <cstddef>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -74,14 +75,13 @@ struct ReferencePath {
   std::string Filename() const { return components.empty() ? "" : components.back(); }
 
   std::string Extension() const {
-    std::string extension;
-    bool found = false;
-    for (const char c : Filename()) {
-      if (c == '.') extension.clear();
-      if (c == '.') found = true;
-      if (c != '.' && found) extension += c;
+    std::string reversed;
+    const std::string filename = Filename();
+    for (size_t i = filename.size(); i > 0; --i) {
+      if (filename[i - 1] == '.') return {reversed.rbegin(), reversed.rend()};
+      reversed += filename[i - 1];
     }
-    return extension;
+    return {};
   }
 
  private:

@@ -110,12 +110,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
           "EndsWith()");
 
   std::string replaced = s;
-  for (char& c : replaced) {
-    for (const char one : part) {
-      if (c == one) {
-        c = replacement;
-        break;
-      }
+  for (const char one : part) {
+    // What has been replaced already may be in the set as well.
+    for (size_t i = 0; i < s.size(); ++i) {
+      if (s[i] == one) replaced[i] = replacement;
     }
   }
   Require(StringUtils::SpaceToUnderscore(s, part, replacement) == replaced, "SpaceToUnderscore()");

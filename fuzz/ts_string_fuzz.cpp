@@ -53,7 +53,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
       case 0: {
         const std::string text = TakeText(input, 200);
         target = text.c_str();
-        model = text.c_str();
+        model = text.substr(0, text.find('\0'));
         break;
       }
       case 1:

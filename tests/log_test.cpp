@@ -367,6 +367,26 @@ TEST_F(LogTest, EmptyOwnerDeletesTheSinkAndDropsLinesUntilTheNextOne) {
   EXPECT_EQ(next->calls.size(), 2u);
 }
 
+// A host's sink may be a value: copying the part that is the library's changes nothing.
+TEST_F(LogTest, CopiedSinkFormatsLikeTheOther) {
+  class Formatter : public Logger {
+   public:
+    std::string Line(const char* format, ...) {
+      std::string line;
+      va_list args;
+      va_start(args, format);
+      VFormat(LOG_LEVEL_WARN, line, "a.cpp", 7, "ignored", format, args);
+      va_end(args);
+      return MaskTime(line);
+    }
+  };
+  Formatter original;
+  Formatter copy(original);
+  EXPECT_EQ(copy.Line("%d", 1), original.Line("%d", 1));
+  copy = original;
+  EXPECT_EQ(copy.Line("%d", 1), original.Line("%d", 1));
+}
+
 class ThrowingSink : public Logger {
  public:
   explicit ThrowingSink(bool whenFormatting) : inFormat(whenFormatting) {}

@@ -1584,6 +1584,20 @@ TEST(PathAbsolute, OtherDrivesStandOnTheirRoots) {
   EXPECT_EQ(drive.Str(), "Q:");
 }
 
+// Of what the POSIX rules parse, a component may hold backslashes, which the system sees as
+// separators.
+TEST(PathAbsolute, SeparatorsWithinAComponentSeparate) {
+  const ScopedDirectory directory;
+  const auto full = [](const char* text) {
+    return Parsed(text, Path::POSIX_PATH).Absolute().Str();
+  };
+  const std::string current = Path::Getcwd().Str();
+  EXPECT_EQ(full(R"(a\\b)"), current + R"(\a\b)");
+  EXPECT_EQ(full(R"(a\b\)"), current + R"(\a\b)");
+  EXPECT_EQ(full(R"(a\)"), current + R"(\a)");
+  EXPECT_EQ(full(R"(\\srv)"), "srv");  // a share needs a name behind its server
+}
+
 TEST(PathAbsolute, SharesKeepTheirServerAndShare) {
   ExpectFullPaths({{R"(\\srv\share\x)", R"(\\srv\share\x)"},
                    {R"(\\srv\share)", R"(\\srv\share)"},

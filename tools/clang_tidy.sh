@@ -1,0 +1,15 @@
+#!/bin/sh
+# tools/clang_tidy.sh BUILD JOBS: clang-tidy over the library and its programs, with BUILD's compile
+# commands; and over what is Windows only, as the cross compiler sees it.
+set -eu
+
+tidy() { xargs -P "$jobs" -I{} clang-tidy --quiet --warnings-as-errors='*' "$@"; }
+
+jobs=$2
+git ls-files 'src/*.cpp' 'examples/*.cpp' | grep -v /windows/ | tidy -p "$1" {}
+
+# In this order, Clang looks into them as the cross compiler does.
+system=$(x86_64-w64-mingw32-g++-posix -E -x c++ -v /dev/null 2>&1 |
+  sed -n 's/^ \(\/.*\(c++\|x86_64-w64-mingw32\/include\|c++\/x86_64-w64-mingw32\)\)$/-isystem \1/p')
+git ls-files 'src/platform/windows/*.cpp' |
+  tidy {} -- --target=x86_64-w64-mingw32 -std=c++17 -DTARSIO_COMMON_BUILDING -Iinclude -Isrc $system
