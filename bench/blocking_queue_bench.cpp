@@ -159,8 +159,8 @@ double OneThreadSeconds(size_t capacity, int items) {
 template <typename Seconds>
 void AddTransfer(const std::string& who, Seconds seconds) {
   constexpr int kItems = 60000;
-  for (const size_t capacity : {16, 1024}) {
-    for (const size_t pairs : {1, 2, 4}) {
+  for (const size_t capacity : Sizes{16, 1024}) {
+    for (const size_t pairs : Sizes{1, 2, 4}) {
       Add(Sized(Sized("queue_transfer", "capacity", capacity), "pairs", pairs), who,
           [capacity, pairs, seconds](benchmark::State& state) {
             const int each = kItems / static_cast<int>(pairs);

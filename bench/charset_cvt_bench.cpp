@@ -82,7 +82,9 @@ void AddChecks(size_t bytes) {
 #ifdef TARSIO_BENCH_ABSEIL
   AddCall(
       isAscii, "peer:Abseil",
-      [text] { return absl::c_all_of(text, [](char c) { return absl::ascii_isascii(c); }); },
+      [text] {
+        return absl::c_all_of(text, [](unsigned char c) { return absl::ascii_isascii(c); });
+      },
       bytes);
 #endif
 #ifdef TARSIO_BENCH_GLIB
@@ -119,7 +121,7 @@ void AddConversions(size_t bytes) {
 }  // namespace
 
 void RegisterAll() {
-  for (const size_t bytes : {64, 4096, 1 << 20}) {
+  for (const size_t bytes : Sizes{64, 4096, 1 << 20}) {
     AddChecks(bytes);
     AddConversions(bytes);
   }

@@ -198,14 +198,14 @@ void AddWrites(size_t bytes) {
 
 void RegisterAll() {
   constexpr size_t kLargest = size_t{256} << 20;
-  for (const size_t bytes : {size_t{4} << 10, size_t{1} << 20, kLargest}) AddReads(bytes);
+  for (const size_t bytes : Sizes{4 << 10, 1 << 20, kLargest}) AddReads(bytes);
   AddReadMemory(kLargest, "ours", OursRead);
 #ifdef TARSIO_BENCH_GLIB
   AddReadMemory(kLargest, "peer:GLib", GlibRead);
 #endif
   AddReadMemory(kLargest, "peer:std", StdRead);
   AddReadMemory(kLargest, "limit:read", SystemRead);
-  for (const size_t bytes : {size_t{4} << 10, size_t{1} << 20, kLargest}) AddWrites(bytes);
+  for (const size_t bytes : Sizes{4 << 10, 1 << 20, kLargest}) AddWrites(bytes);
 }
 
 }  // namespace tarsio_bench

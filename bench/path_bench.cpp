@@ -97,7 +97,7 @@ void AddSize(size_t components) {
 }  // namespace
 
 void RegisterAll() {
-  for (const size_t components : {2, 8, 32}) AddSize(components);
+  for (const size_t components : Sizes{2, 8, 32}) AddSize(components);
 }
 
 }  // namespace tarsio_bench

@@ -280,14 +280,14 @@ void AddDigest(size_t bytes) {
 }  // namespace
 
 void RegisterAll() {
-  for (const size_t bytes : {64, 1024, 65536}) {
+  for (const size_t bytes : Sizes{64, 1024, 65536}) {
     AddSplitting(bytes);
     AddTrimming(bytes);
     AddCase(bytes);
     AddSearching(bytes);
     AddReplacing(bytes);
   }
-  for (const size_t bytes : {64, 4096, 1 << 20}) AddDigest(bytes);
+  for (const size_t bytes : Sizes{64, 4096, 1 << 20}) AddDigest(bytes);
 }
 
 }  // namespace tarsio_bench

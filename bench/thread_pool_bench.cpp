@@ -161,7 +161,7 @@ void RunTasks(benchmark::State& state, size_t workers) {
 
 template <typename Pool>
 void AddPool(const std::string& who) {
-  for (const size_t workers : {1, 2, 4}) {
+  for (const size_t workers : Sizes{1, 2, 4}) {
     Add(Sized("pool_empty_tasks", "workers", workers), who, [workers](benchmark::State& state) {
       RunTasks<Pool>(state, workers);
     })->UseRealTime();

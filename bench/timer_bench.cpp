@@ -277,7 +277,7 @@ benchmark::internal::Benchmark* AddSized(const char* name, const char* who, Func
 
 void RegisterAll() {
   constexpr int kFirings = 10;  // most of their time goes by in waiting, and is not measured
-  for (const size_t count : {100, 1000, 10000}) {
+  for (const size_t count : Sizes{100, 1000, 10000}) {
     AddSized("timer_due_at_once", "ours", OursDueAtOnce, count)
         ->UseManualTime()
         ->Iterations(kFirings);
@@ -287,7 +287,7 @@ void RegisterAll() {
         ->Iterations(kFirings);
 #endif
   }
-  for (const size_t queued : {10, 1000, 10000, 100000}) {
+  for (const size_t queued : Sizes{10, 1000, 10000, 100000}) {
     AddSized("timer_start_stop", "ours", OursStartStop, queued)->UseRealTime();
 #ifdef TARSIO_BENCH_BOOST
     AddSized("timer_start_stop", "peer:Asio", AsioStartStop, queued)->UseRealTime();

@@ -45,7 +45,7 @@ void AddSize(size_t characters) {
 }  // namespace
 
 void RegisterAll() {
-  for (const size_t characters : {12, 200, 4096}) AddSize(characters);
+  for (const size_t characters : Sizes{12, 200, 4096}) AddSize(characters);
 }
 
 }  // namespace tarsio_bench

@@ -147,7 +147,8 @@ bool CharsetCvt::IsU8(const std::string& s) {
   std::array<unsigned char, 2 * kReach> end{};
   std::copy_n(bytes, edge, begin.begin() + kReach);
   std::copy_n(bytes + s.size() - edge, edge, end.begin() + (kReach - edge));
-  if (!IsU8Block(&begin[kReach], kReach) || !IsU8Block(&end[kReach], kReach)) return false;
+  if (!IsU8Block(begin.data() + kReach, kReach) || !IsU8Block(end.data() + kReach, kReach))
+    return false;
 
   size_t done = edge;
   for (; s.size() - done >= kBlockSize; done += kBlockSize) {

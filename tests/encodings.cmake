@@ -30,7 +30,7 @@ function(tarsio_test_encodings program)
   foreach(encoding IN LISTS encodings)
     string(REGEX MATCH "^(.+)=(.+)$" parts ${encoding})
     add_test(NAME ${program}.${CMAKE_MATCH_1} COMMAND ${program} "--gtest_filter=Environment/*")
-    set_tests_properties(${program}.${CMAKE_MATCH_1} PROPERTIES TIMEOUT 120
+    set_tests_properties(${program}.${CMAKE_MATCH_1} PROPERTIES TIMEOUT 120 LABELS ${program}
       ENVIRONMENT "LC_ALL=${CMAKE_MATCH_2};TARSIO_TEST_ENCODING=${CMAKE_MATCH_1};${environment}"
       FAIL_REGULAR_EXPRESSION "Running 0 tests")
   endforeach()

@@ -264,8 +264,9 @@ def machine_text(context):
             if line.startswith("model name"):
                 model = line.split(":", 1)[1].strip()
                 break
-    return (f"{model}, {os.cpu_count()} cores; {context.get('compiler', '')}, "
-            f"{context.get('build_type', '')}; beside {context.get('peers', '')}.")
+    parts = [f"{model}, {os.cpu_count()} cores", context.get("compiler"), context.get("build_type")]
+    peers = context.get("peers")
+    return ", ".join(filter(None, parts)) + (f"; beside {peers}." if peers else ".")
 
 
 # ---- the picture ----

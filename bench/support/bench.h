@@ -5,11 +5,15 @@
 
 #include <benchmark/benchmark.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <utility>
+#include <vector>
 
 namespace tarsio_bench {
+
+using Sizes = std::vector<size_t>;
 
 // Registers the benchmarks of a family; each program defines it.
 void RegisterAll();

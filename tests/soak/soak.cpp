@@ -188,6 +188,12 @@ void UseTexts(uint64_t round) {
   REQUIRE(pair.second == number.c_str());
 }
 
+// Once the workers of the pools that were dropped have left.
+uint64_t MemoryAtRest() {
+  std::this_thread::sleep_for(milliseconds(1500));
+  return tarsio_test::ProcessMemory();
+}
+
 int Soak(seconds duration) {
   Totals totals;
   tarsio::Log::GetInstance().SetLogger(std::make_unique<CountingLogger>(totals.lines));
@@ -211,7 +217,7 @@ int Soak(seconds duration) {
     ++rounds;
     const auto now = steady_clock::now();
     if (now >= nextReport) {
-      after = tarsio_test::ProcessMemory();
+      after = MemoryAtRest();
       if (before == 0) before = after;
       std::printf("%5lld s  %llu rounds  %llu KiB\n",
                   static_cast<long long>(duration_cast<seconds>(now - start).count()),
@@ -225,7 +231,7 @@ int Soak(seconds duration) {
 
   Await([&] { return *totals.lines >= totals.expectedLines; }, "lines are missing");
   REQUIRE(*totals.lines == totals.expectedLines);
-  after = tarsio_test::ProcessMemory();
+  after = MemoryAtRest();
   std::printf(
       "%llu rounds, %llu elements, %llu tasks, %llu timers, %llu files, %llu lines\n",
       static_cast<unsigned long long>(rounds), static_cast<unsigned long long>(totals.elements),

@@ -1,0 +1,297 @@
+#!/usr/bin/env python3
+"""Changes the library in one place at a time and asks whether a test notices.
+
+usage: mutate.py [--most N] [FILE...]
+
+Works on a copy of the tree under build/mutate, where only the tests of the changed file's family are
+built and run, one program after the other, until one fails. A mutant that no test notices survives;
+docs/testing.md says of each survivor why it cannot be noticed. At most N mutants of each file
+(default: 30) are drawn, the same ones each time.
+"""
+
+import argparse
+import os
+import pathlib
+import random
+import re
+import shutil
+import signal
+import subprocess
+import sys
+import tempfile
+import time
+
+ROOT = pathlib.Path(__file__).resolve().parent.parent
+WORK = ROOT / "build" / "mutate"
+TREE = WORK / "tree"
+BUILD = WORK / "build"
+
+# The test programs that a file's behaviour shows in, the quickest to notice first.
+TESTS = {
+    "include/common/blocking_queue.h": ["blocking_queue_test", "memory_faults_test", "races_test"],
+    "src/charset_cvt.cpp": ["charset_cvt_test"],
+    "src/file_utils.cpp": ["file_utils_test", "file_utils_platform_test", "file_faults_test",
+                           "memory_faults_test"],
+    "src/latch.cpp": ["latch_test", "races_test"],
+    "src/log.cpp": ["log_test", "memory_faults_test"],
+    "src/misc.cpp": ["misc_test"],
+    "src/path.cpp": ["path_test", "path_platform_test", "memory_faults_test"],
+    "src/path_resolver.cpp": ["path_resolver_test", "path_resolver_platform_test"],
+    "src/string_utils.cpp": ["string_utils_test"],
+    "src/sys_info.cpp": ["sys_info_test", "sys_info_platform_test"],
+    "src/thread_pool.cpp": ["thread_pool_test", "memory_faults_test", "races_test"],
+    "src/timer.cpp": ["timer_manager_test", "timer_test", "memory_faults_test", "races_test"],
+    "src/ts_string.cpp": ["ts_string_test", "ts_string_allocation_test"],
+    "src/platform/posix/clock.cpp": ["log_test", "timer_test"],
+    "src/platform/posix/environment.cpp": ["charset_cvt_test", "sys_info_test"],
+    "src/platform/posix/file.cpp": ["file_utils_test", "file_faults_test"],
+    "src/platform/posix/library.cpp": ["library_unload_test", "timer_test"],
+    "src/platform/posix/locale.cpp": ["charset_cvt_test", "string_utils_test"],
+    "src/platform/posix/native_path.cpp": ["path_test", "file_utils_test"],
+    "src/platform/posix/objects.cpp": ["path_test", "file_utils_test", "file_faults_test"],
+    "src/platform/posix/paths.cpp": ["path_test"],
+    "src/platform/posix/text.cpp": ["path_test", "charset_cvt_test"],
+}
+
+# Run only for mutants that the others let pass.
+SLOW = "Enormous|Million|UpToThreeBytes"
+
+CONFIGURE = ["cmake", "-G", "Ninja", "-S", str(TREE), "-B", str(BUILD), "-DCMAKE_BUILD_TYPE=Debug",
+             "-DCMAKE_CXX_FLAGS=-O0 -g0 -w", "-DCMAKE_LINK_DEPENDS_NO_SHARED=ON",
+             "-DTARSIO_BUILD_TESTS=ON"]
+
+
+# ---- mutants ----
+
+def blank_out(text):
+    """The text with comments, literals and preprocessor lines blank, so that code is left."""
+    pattern = re.compile(
+        r'//[^\n]*|/\*.*?\*/|L?R"\((?:.*?)\)"|L?"(?:\\.|[^"\\\n])*"|L?\'(?:\\.|[^\'\\\n])+\''
+        r'|^[ \t]*#(?:\\\n|[^\n])*', re.S | re.M)
+    return pattern.sub(lambda m: re.sub(r"[^\n]", " ", m.group()), text)
+
+
+REPLACEMENTS = [
+    # What is matched, and what the first group may become.
+    (r" (==) ", ["!="]),
+    (r" (!=) ", ["=="]),
+    (r" (<) ", [">=", "<="]),
+    (r" (>) ", ["<=", ">="]),
+    (r" (<=) ", [">", "<"]),
+    (r" (>=) ", ["<", ">"]),
+    (r" (&&) ", ["||"]),
+    (r" (\|\|) ", ["&&"]),
+    (r" (\+) ", ["-"]),
+    (r" (-) ", ["+"]),
+    (r" (\+=) ", ["-="]),
+    (r" (-=) ", ["+="]),
+    (r" (&) ", ["|"]),
+    (r"(\+\+)\*?\w", ["--"]),
+    (r"(--)\*?\w", ["++"]),
+    (r"\b(true)\b", ["false"]),
+    (r"\b(false)\b", ["true"]),
+    (r"(!)[\w(:]", [""]),
+    (r"[(=,?:] (-)\w", [""]),
+    (r"([\w.>-]*\bnotify_(?:one|all)\(\))", ["static_cast<void>(0)"]),
+    (r"^ *((?:const )?std::(?:lock_guard|unique_lock)<[^;]*;)", [";"]),
+    (r"^ *(throw\b[^;]*;)", [";"]),
+    (r"\b((?:break|continue);)", [";"]),
+    (r"\breturn ([^;{}]+);", ["{}"]),
+]
+
+NUMBER = r"(?<![\w.'])(0x[0-9A-Fa-f]+|\d+)(?=[uUlL]*(?![\w.']))"
+NO_CALL = r"(?:return|if|while|for|switch|throw|else|delete|case|catch|do|static_assert)\b"
+CALL = re.compile(r"^ +(?!" + NO_CALL + r")((?:[\w:*]+|\(\))(?:(?:\.|->)[\w]+(?:\(\))?)*\([^;{}]*\);)", re.M)
+CONDITION = re.compile(r"\b(?:if|while) \(")
+
+
+def closing(code, start):
+    """The index of the parenthesis that closes the one before `start`."""
+    depth = 1
+    for index in range(start, len(code)):
+        depth += {"(": 1, ")": -1}.get(code[index], 0)
+        if depth == 0:
+            return index
+    return -1
+
+
+def mutants_of(text):
+    """All (begin, end, replacement) of a source."""
+    code = blank_out(text)
+    found = set()
+    for pattern, replacements in REPLACEMENTS:
+        for match in re.finditer(pattern, code, re.M):
+            begin, end = match.span(1)
+            for replacement in replacements:
+                found.add((begin, end, replacement))
+    for match in re.finditer(NUMBER, code):
+        octal = match.group().startswith("0") and match.group().isdigit()
+        value = int(match.group(), 8 if octal else 0)
+        found.add((match.start(), match.end(), str(value + 1)))
+        if value > 0:
+            found.add((match.start(), match.end(), str(value - 1)))
+    for match in CALL.finditer(code):
+        before = code[:match.start()].rstrip()
+        if before and before[-1] in ";{}":
+            found.add((match.start(1), match.end(1), ";"))
+    for match in CONDITION.finditer(code):
+        begin, end = match.end(), closing(code, match.end())
+        # Not one that declares something.
+        if end > 0 and ";" not in code[begin:end] and " = " not in code[begin:end]:
+            found.add((begin, end, "!(" + text[begin:end] + ")"))
+    return sorted(found)
+
+
+def describe(text, mutant):
+    begin, end, replacement = mutant
+    line = text.count("\n", 0, begin) + 1
+    before = " ".join(text[begin:end].split()) or "nothing"
+    after = " ".join(replacement.split()) or "nothing"
+    return line, f"{before[:60]} => {after[:66]}"
+
+
+# ---- building and running ----
+
+def run(command, limit, **options):
+    """Whether the command succeeded; None if it had to be stopped. Its whole session is, then."""
+    process = subprocess.Popen(command, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
+                               start_new_session=True, **options)
+    try:
+        output = process.communicate(timeout=limit)[0]
+        return process.returncode == 0, output.decode(errors="replace")
+    except subprocess.TimeoutExpired:
+        for entry in pathlib.Path("/proc").iterdir():
+            try:
+                pid = int(entry.name)
+                if os.getsid(pid) == process.pid:
+                    os.kill(pid, signal.SIGKILL)
+            except (ValueError, ProcessLookupError):
+                pass
+        process.wait()
+        return None, ""
+
+
+def build(target):
+    return run(["cmake", "--build", str(BUILD), "--target", target, "--", "-j2", "--quiet"], 600)
+
+
+def test(program, selection, limit):
+    """Runs a program's tests, with the temporary files in a folder that is removed."""
+    with tempfile.TemporaryDirectory(ignore_cleanup_errors=True) as folder:
+        command = ["ctest", "--test-dir", str(BUILD), "-L", f"^{program}$", "-j", "4",
+                   "--stop-on-failure", "--no-tests=error", *selection]
+        return run(command, limit, env={**os.environ, "TMPDIR": folder}, cwd=folder)
+
+
+def first_failure(output):
+    match = re.search(r"(\S+) [.]*\**(?:Failed|Exception|Timeout|Subprocess aborted)", output)
+    return match.group(1) if match else "no test can run"
+
+
+def notices(program, limits):
+    """What noticed the present mutant, or None."""
+    for selection in (["-E", SLOW], ["-R", SLOW]):
+        if (program, selection[0]) not in limits:
+            continue
+        passed, output = test(program, selection, limits[program, selection[0]])
+        if passed is None:
+            return f"{program}: time limit"
+        if not passed:
+            return first_failure(output)
+    return None
+
+
+def try_mutant(programs, limits):
+    """'killed' with the reason, 'survived', or 'invalid' if it does not compile."""
+    for program in programs:
+        built, _ = build(program)
+        if not built:
+            return "invalid", ""
+        noticed = notices(program, limits)
+        if noticed:
+            return "killed", noticed
+    return "survived", ""
+
+
+# ---- the whole ----
+
+def prepare(programs):
+    """Copies the tree, builds it, and measures how long each program takes. Returns the limits."""
+    names = subprocess.run(["git", "ls-files", "-z"], cwd=ROOT, check=True, capture_output=True)
+    for name in names.stdout.decode().split("\0"):
+        if not name:
+            continue
+        source, copy = ROOT / name, TREE / name
+        copy.parent.mkdir(parents=True, exist_ok=True)
+        if not copy.exists() or copy.read_bytes() != source.read_bytes():
+            shutil.copyfile(source, copy)
+    subprocess.run(CONFIGURE, check=True, stdout=subprocess.DEVNULL)
+    limits = {}
+    for program in programs:
+        built, output = build(program)
+        if not built:
+            sys.exit(f"{program} does not build:\n{output}")
+        for option in ("-E", "-R"):
+            start = time.monotonic()
+            passed, output = test(program, [option, SLOW], 600)
+            if option == "-R" and "No tests were found" in output:
+                continue
+            if not passed:
+                sys.exit(f"{program} fails without a mutant:\n{output}")
+            limits[program, option] = 15 + 4 * (time.monotonic() - start)
+    return limits
+
+
+def mutate_file(name, most, limits):
+    """Tries the mutants of one file. Returns how many were killed, and the survivors."""
+    path = TREE / name
+    text = path.read_text()
+    candidates = mutants_of(text)
+    random.Random(name).shuffle(candidates)
+    killed, survivors = 0, []
+    try:
+        for mutant in candidates:
+            if killed + len(survivors) == most:
+                break
+            begin, end, replacement = mutant
+            path.write_text(text[:begin] + replacement + text[end:])
+            outcome, reason = try_mutant(TESTS[name], limits)
+            if outcome == "invalid":
+                continue
+            line, change = describe(text, mutant)
+            print(f"{outcome:8}  {name}:{line}: {change}" + (f"   [{reason}]" if reason else ""),
+                  flush=True)
+            if outcome == "killed":
+                killed += 1
+            else:
+                survivors.append(f"{name}:{line}: {change}")
+    finally:
+        path.write_text(text)
+    return killed, survivors
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
+    parser.add_argument("--most", type=int, default=30, help="mutants of each file")
+    parser.add_argument("files", nargs="*", metavar="FILE")
+    arguments = parser.parse_args()
+    unknown = [name for name in arguments.files if name not in TESTS]
+    if unknown:
+        parser.error("no tests are known for " + " ".join(unknown))
+    files = arguments.files or list(TESTS)
+    limits = prepare(sorted({program for name in files for program in TESTS[name]}))
+
+    killed, survivors = 0, []
+    for name in files:
+        of_file, alive = mutate_file(name, arguments.most, limits)
+        print(f"-- {name}: {of_file} of {of_file + len(alive)} killed", flush=True)
+        killed += of_file
+        survivors += alive
+    total = killed + len(survivors)
+    print(f"\n{killed} of {total} mutants killed ({100 * killed / max(total, 1):.1f} %)")
+    for survivor in survivors:
+        print("survived", survivor)
+
+
+if __name__ == "__main__":
+    main()
