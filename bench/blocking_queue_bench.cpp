@@ -1,9 +1,6 @@
 // Items through a bounded queue, from producers to consumers.
 
-<<<<<<< HEAD
-=======
 #include <algorithm>
->>>>>>> bench
 #include <chrono>
 #include <deque>
 #include <memory>
