@@ -42,14 +42,10 @@ void Timer::Stop() {
 }
 
 void Timer::SetExpire(unsigned long long newExpire) {
-  const std::lock_guard<std::recursive_mutex> lock(mutex);
-  expire = newExpire;
+  expire.store(newExpire, std::memory_order_relaxed);
 }
 
-unsigned long long Timer::GetExpire() {
-  const std::lock_guard<std::recursive_mutex> lock(mutex);
-  return expire;
-}
+unsigned long long Timer::GetExpire() { return expire.load(std::memory_order_relaxed); }
 
 unsigned long long Timer::GetTimeout() const { return timeout; }
 bool Timer::GetLoop() const { return loop; }
@@ -108,7 +104,7 @@ void TimerManager::AddTimer(std::shared_ptr<Timer> timer) {
     Arm(timer.get(), GetCurrentMillisecs());
     Push(std::move(timer));
   }
-  if (!queue.empty()) StartThread();
+  if (!queue.empty() && thread == nullptr) StartThread();
 }
 
 // NOLINTNEXTLINE(performance-unnecessary-value-param): by value, as the interface has it
@@ -199,8 +195,6 @@ void TimerManager::RestoreOrder() {
 }
 
 void TimerManager::StartThread() {
-  const std::lock_guard<std::recursive_mutex> lock(mutex);
-  if (thread != nullptr) return;
   platform::PinLibrary();
   running = true;
   thread = std::make_shared<std::thread>(&TimerManager::Run, this);

@@ -70,11 +70,12 @@ class TARSIO_COMMON_API Timer : public std::enable_shared_from_this<Timer> {
 
   const unsigned long long timeout;
   const bool loop;
-  std::recursive_mutex mutex;     // guards expire; taken after the manager's mutex
-  unsigned long long expire = 0;  // no meaning before the first Start()
-  std::atomic<bool> state;        // relaxed: read and written without a lock
-  size_t entries = 0;             // in the manager's queue; guarded by its mutex, as is the next
-  size_t position = 0;            // of the entry that was moved last
+  // Relaxed, both: read and written without a lock.
+  std::atomic<unsigned long long> expire{0};  // no meaning before the first Start()
+  std::atomic<bool> state;
+  // Guarded by the manager's mutex, both.
+  size_t entries = 0;   // in the manager's queue
+  size_t position = 0;  // of the entry that was moved last
 };
 
 /// A timer that calls a function.
@@ -143,9 +144,8 @@ class TimerManager {
   void Shutdown();
 
   std::vector<std::shared_ptr<Timer>> queue;  // a heap: the earliest expiry at the front
-  bool upset =
-      false;  // a timer's expiry was changed while it was queued, so the order may be wrong
-  std::recursive_mutex mutex;  // guards queue and thread; held while timers fire; taken first
+  bool upset = false;          // an expiry was changed while queued, so the order may be wrong
+  std::recursive_mutex mutex;  // guards queue and thread; held while timers fire
   std::atomic<bool> running{false};
   std::shared_ptr<std::thread> thread;
   bool ended = false;  // guarded by mutex; the process is ending, so nothing is queued any more
