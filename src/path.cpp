@@ -1,6 +1,7 @@
 #include "common/path.h"
 
 #include <algorithm>
+#include <array>
 #include <cctype>
 #include <stdexcept>
 #include <string_view>
@@ -21,37 +22,37 @@ bool IsWindowsSeparator(char c) { return c == '/' || c == '\\'; }
 
 // Removes `prefix` from the front of `text`, and returns whether it was there.
 bool ConsumePrefix(std::string_view& text, std::string_view prefix) {
+  if (text.empty() || text.front() != prefix.front()) return false;
   if (text.substr(0, prefix.size()) != prefix) return false;
   text.remove_prefix(prefix.size());
   return true;
 }
 
-// Calls `found(begin, end)` for each component of `text`.
-template <typename IsSeparator, typename Found>
-void ForEachComponent(std::string_view text, IsSeparator isSeparator, Found found) {
+// The components of `text`, as Tokenize() has it.
+template <typename IsSeparator>
+std::vector<std::string> Components(std::string_view text, IsSeparator isSeparator) {
+  std::vector<std::string> components;
+  // Found in batches, so that each batch asks for memory once.
+  std::array<std::string_view, 8> found;
+  size_t count = 0;
+  const auto keep = [&] {
+    components.insert(components.end(), found.begin(), found.begin() + count);
+    count = 0;
+  };
+  const std::string_view upToNul = text.substr(0, text.find('\0'));
   for (size_t begin = 0; begin < text.size();) {
     size_t end = begin;
     while (end < text.size() && !isSeparator(text[end])) ++end;
-    if (end > begin) found(begin, end);
+    if (end > begin) {
+      // Settles one text for what the standard libraries word differently.
+      if (begin > upToNul.size()) throw std::out_of_range("invalid string position");
+      if (count == found.size()) keep();
+      found[count++] = upToNul.substr(begin, end - begin);
+    }
     begin = end + 1;
   }
-}
-
-// Appends the components of `text`, as Tokenize() has it.
-template <typename IsSeparator>
-void AppendComponents(std::string_view text, IsSeparator isSeparator,
-                      std::vector<std::string>& components) {
-  const std::string_view upToNul = text.substr(0, text.find('\0'));
-  size_t count = 0;
-  ForEachComponent(text, isSeparator, [&](size_t begin, size_t /*end*/) {
-    // Settles one text for what the standard libraries word differently.
-    if (begin > upToNul.size()) throw std::out_of_range("invalid string position");
-    ++count;
-  });
-  components.reserve(components.size() + count);
-  ForEachComponent(text, isSeparator, [&](size_t begin, size_t end) {
-    components.emplace_back(upToNul.substr(begin, end - begin));
-  });
+  keep();
+  return components;
 }
 
 // The runtime sees a signed char: bytes from 0x80 up are negative, and no letters.
@@ -96,8 +97,7 @@ void Path::Set(const std::string& text, PathType pathType) {
   tokens.clear();
   // Not WINDOWS_PATH, rather than POSIX_PATH: any other value parses by the POSIX rules.
   if (type != WINDOWS_PATH) {
-    AppendComponents(
-        text, [](char c) { return c == '/'; }, tokens);
+    tokens = Components(text, [](char c) { return c == '/'; });
     absolute = !text.empty() && text.front() == '/';
     return;  // the share flag stays as it was, deliberately
   }
@@ -115,7 +115,7 @@ void Path::Set(const std::string& text, PathType pathType) {
   } else {
     absolute = smb = false;
   }
-  AppendComponents(rest, IsWindowsSeparator, tokens);
+  tokens = Components(rest, IsWindowsSeparator);
 }
 
 void Path::Set(const std::wstring& text, PathType pathType) {
@@ -136,13 +136,10 @@ std::string Path::Str(PathType style) const {
       prefix = kSharePrefix;
     }
   }
-  const char separator = style == POSIX_PATH ? '/' : '\\';
-  std::string text;
-  text.reserve(prefix.size() + size);
-  text += prefix;
+  std::string text(prefix.size() + size, style == POSIX_PATH ? '/' : '\\');
+  char* place = std::copy(prefix.begin(), prefix.end(), text.data());
   for (const std::string& component : tokens) {
-    text += component;
-    text += separator;
+    place = std::copy(component.begin(), component.end(), place) + 1;  // a separator is there
   }
   if (!tokens.empty()) text.pop_back();
   return text;
@@ -215,10 +212,7 @@ uint64_t Path::FileSize() const {
 }
 
 std::vector<std::string> Path::Tokenize(const std::string& text, const std::string& delimiters) {
-  std::vector<std::string> components;
-  const auto isDelimiter = [&](char c) { return delimiters.find(c) != std::string::npos; };
-  AppendComponents(text, isDelimiter, components);
-  return components;
+  return Components(text, [&](char c) { return delimiters.find(c) != std::string::npos; });
 }
 
 bool MakeDir(const Path& path) {
