@@ -111,6 +111,14 @@ class EndArguments {
   va_list& args;
 };
 
+// Out of line, so that a message above the threshold does not pay for this frame.
+[[gnu::noinline]] void Deliver(Logger& logger, LOG_LEVEL level, const char* file, int line,
+                               const char* function, const char* format, va_list args) {
+  std::string text;
+  logger.VFormat(level, text, file, line, function, format, args);
+  logger.DoOutput(text.c_str());
+}
+
 }  // namespace
 
 Logger::Logger() = default;
@@ -124,7 +132,10 @@ void Logger::VFormat(LOG_LEVEL level, std::string& out, const char* file, int li
 }
 
 void Logger::DoOutput(const char* line) {
-  std::string text = line;
+  const std::string_view message = line;
+  std::string text;
+  text.reserve(message.size() + 1);
+  text += message;
   text += '\n';  // in the same insertion, or lines of several threads would mix
   std::cout << text << std::flush;
 }
@@ -145,12 +156,10 @@ void Log::DoLog(LOG_LEVEL messageLevel, const char* file, int line, const char* 
                 const char* format, ...) {
   if (messageLevel > level.load(std::memory_order_relaxed)) return;
   if (logger == nullptr) return;
-  std::string text;
   va_list args;
   va_start(args, format);
   const EndArguments end(args);
-  logger->VFormat(messageLevel, text, file, line, function, format, args);
-  logger->DoOutput(text.c_str());
+  Deliver(*logger, messageLevel, file, line, function, format, args);
 }
 
 void TsLog(LOG_LEVEL level, void (*output)(const char* line), LOG_LEVEL (*getLevel)(),
