@@ -56,11 +56,12 @@ bool IsSeparator(char c) { return c == '\\' || c == '/'; }
 // By value, as the interface has it: the text may be a part of `content`.
 // NOLINTNEXTLINE(performance-unnecessary-value-param)
 FileOptRet FileUtils::GetFileContent(std::string path, std::string& content) {
-  const Path p(path);
-  if (!p.IsFile()) return FILE_OPT_NOT_FILE;
-  const uint64_t size = p.FileSize();
+  const std::wstring name = Path(path).Wstr(Path::WINDOWS_PATH);
+  uint64_t size = 0;
+  if (platform::KindAndSizeOf(name, &size) != platform::ObjectKind::kOther)
+    return FILE_OPT_NOT_FILE;
   if (size == 0) return FILE_OPT_EMPTY_OR_UNREADABLE;
-  platform::File file = platform::File::OpenForReading(p.Wstr(Path::WINDOWS_PATH));
+  platform::File file = platform::File::OpenForReading(name);
   if (!file.IsOpen()) return FILE_OPT_EMPTY_OR_UNREADABLE;
 
   std::string bytes;

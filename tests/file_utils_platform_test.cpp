@@ -98,6 +98,11 @@ std::wstring FullPath(const std::wstring& path, size_t /*capacity*/) { return pa
 std::wstring CurrentDirectory(size_t /*capacity*/) { return L"C:\\"; }
 
 ObjectKind KindOf(const std::wstring& path) { return Ask(path); }
+ObjectKind KindAndSizeOf(const std::wstring& path, uint64_t* size) {
+  const ObjectKind kind = Ask(path);
+  SizeFromStat(path, size);
+  return kind;
+}
 bool SizeFromStat(const std::wstring& path, uint64_t* size) { return AskSize(path, size); }
 bool SizeFromAttributes(const std::wstring& path, uint64_t* size) { return AskSize(path, size); }
 

@@ -63,6 +63,8 @@ enum class ObjectKind { kNone, kDirectory, kOther };
 
 // What `path` names; kNone whenever the system does not say.
 ObjectKind KindOf(const std::wstring& path);
+// The same, with the size of a file in bytes; 0 if it cannot be told.
+ObjectKind KindAndSizeOf(const std::wstring& path, uint64_t* size);
 
 // Two ways to a size in bytes, for the runtime's stat refuses some paths on some systems. False if
 // this way does not tell.

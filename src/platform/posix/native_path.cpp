@@ -1,6 +1,7 @@
 #include "platform/posix/native_path.h"
 
 #include <algorithm>
+#include <string_view>
 
 #include "platform/platform.h"
 
@@ -12,19 +13,20 @@ bool IsSeparator(char c) { return c == '\\' || c == '/'; }
 
 }  // namespace
 
-std::string NativePath(const std::string& path) {
-  const std::string longPrefix = R"(\\?\)";
-  std::string native =
-      path.compare(0, longPrefix.size(), longPrefix) == 0 ? path.substr(longPrefix.size()) : path;
-  if (native.size() != path.size() && native.compare(0, 4, R"(UNC\)") == 0) return {};
-  if (native.size() >= 2 && IsSeparator(native[0]) && IsSeparator(native[1])) return {};
-  if (native.size() >= 2 && native[1] == ':') {
-    if (native[0] != 'C' && native[0] != 'c') return {};
-    native.erase(0, 2);
-    if (native.empty()) return ".";  // the drive alone is its current directory
+std::string NativePath(std::string path) {
+  constexpr std::string_view kLongPrefix = R"(\\?\)";
+  if (std::string_view(path).substr(0, kLongPrefix.size()) == kLongPrefix) {
+    path.erase(0, kLongPrefix.size());
+    if (path.compare(0, 4, R"(UNC\)") == 0) return {};
   }
-  std::replace(native.begin(), native.end(), '\\', '/');
-  return native;
+  if (path.size() >= 2 && IsSeparator(path[0]) && IsSeparator(path[1])) return {};
+  if (path.size() >= 2 && path[1] == ':') {
+    if (path[0] != 'C' && path[0] != 'c') return {};
+    path.erase(0, 2);
+    if (path.empty()) return ".";  // the drive alone is its current directory
+  }
+  std::replace(path.begin(), path.end(), '\\', '/');
+  return path;
 }
 
 std::string NativePath(const std::wstring& path) { return NativePath(Narrow(path)); }

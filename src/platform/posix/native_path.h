@@ -9,7 +9,7 @@ namespace tarsio::platform {
 
 // The native name of `path`, a Windows path. Empty if it names nothing here: an empty text, another
 // drive than C:, a share.
-std::string NativePath(const std::string& path);
+std::string NativePath(std::string path);
 std::string NativePath(const std::wstring& path);
 
 // The native path of a directory as a Windows path: /home/u => C:\home\u.

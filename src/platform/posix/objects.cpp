@@ -20,8 +20,14 @@ bool MakeNativeDirectory(const std::string& native) { return ::mkdir(native.c_st
 }  // namespace
 
 ObjectKind KindOf(const std::wstring& path) {
+  uint64_t size = 0;
+  return KindAndSizeOf(path, &size);
+}
+
+ObjectKind KindAndSizeOf(const std::wstring& path, uint64_t* size) {
   struct stat status {};
   if (!Stat(path, &status)) return ObjectKind::kNone;
+  *size = static_cast<uint64_t>(status.st_size);
   return S_ISDIR(status.st_mode) ? ObjectKind::kDirectory : ObjectKind::kOther;
 }
 

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <climits>
 #include <cstddef>
 #include <cstdint>
@@ -69,6 +70,8 @@ void AppendUtf8(std::string& text, uint32_t character) {
   }
 }
 
+bool IsAscii(wchar_t unit) { return unit >= 0 && unit < 0x80; }
+
 uint32_t UnitAt(const std::wstring& text, size_t index) {
   return static_cast<std::make_unsigned_t<wchar_t>>(text[index]);
 }
@@ -79,20 +82,20 @@ bool IsLowSurrogate(uint32_t unit) { return unit >= 0xDC00 && unit < 0xE000; }
 }  // namespace
 
 std::wstring Widen(const std::string& utf8) {
-  std::wstring text;
-  if (utf8.size() >= INT_MAX) return text;
-  text.reserve(utf8.size());
-  const auto* next = reinterpret_cast<const unsigned char*>(utf8.data());
-  const unsigned char* const end = next + utf8.size();
+  if (utf8.size() >= INT_MAX) return {};
+  const auto* const begin = reinterpret_cast<const unsigned char*>(utf8.data());
+  const unsigned char* const end = begin + utf8.size();
+  const unsigned char* next = std::find_if(begin, end, [](unsigned char c) { return c >= 0x80; });
+  std::wstring text(begin, next);  // most texts are ASCII altogether
   while (next != end) AppendUtf16(text, DecodeOne(next, end));
   return text;
 }
 
 std::string Narrow(const std::wstring& utf16) {
-  std::string text;
-  if (utf16.size() >= INT_MAX) return text;
-  text.reserve(utf16.size());
-  for (size_t i = 0; i < utf16.size(); ++i) {
+  if (utf16.size() >= INT_MAX) return {};
+  const auto ascii = std::find_if_not(utf16.begin(), utf16.end(), IsAscii);
+  std::string text(utf16.begin(), ascii);  // most texts are ASCII altogether
+  for (size_t i = text.size(); i < utf16.size(); ++i) {
     uint32_t character = UnitAt(utf16, i);
     if (IsHighSurrogate(character) && i + 1 < utf16.size() &&
         IsLowSurrogate(UnitAt(utf16, i + 1))) {

@@ -17,6 +17,12 @@ ObjectKind KindOf(const std::wstring& path) {
   return (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0 ? ObjectKind::kDirectory : ObjectKind::kOther;
 }
 
+ObjectKind KindAndSizeOf(const std::wstring& path, uint64_t* size) {
+  const ObjectKind kind = KindOf(path);
+  if (!SizeFromStat(path, size) && !SizeFromAttributes(path, size)) *size = 0;
+  return kind;
+}
+
 bool SizeFromStat(const std::wstring& path, uint64_t* size) {
   struct _stat64 status {};
   if (::_wstat64(path.c_str(), &status) != 0) return false;
