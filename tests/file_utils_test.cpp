@@ -23,6 +23,7 @@
 #include "common/path.h"
 #include "support/file_obstacles.h"
 #include "support/file_reading.h"
+#include "support/recording_logger.h"
 #include "support/scoped_directory.h"
 
 namespace {
@@ -696,6 +697,29 @@ TEST_F(MakeDir, DoesNotFindWhatIsBelowADirectoryNamedUnc) {
   EXPECT_TRUE(FileUtils::MakeDir("UNC/x/"));
   EXPECT_TRUE(IsDirectory("UNC/x"));
   EXPECT_FALSE(FileUtils::MakeDir("UNC/x/"));
+}
+
+// ---- failures ----
+
+TEST_F(FileUtilsTest, FailuresAreNeitherThrownNorLogged) {
+  CreateDirectories("d");
+  directory.Write("empty", "");
+  const auto records = tarsio_test::LogRecords::Install(tarsio::LOG_LEVEL_DEBUG);
+  for (const std::string& path :
+       {std::string(), std::string("missing/x/"), std::string("d"), std::string("empty"),
+        std::string("1:/x/"), std::string("\\\\tarsio.invalid\\share\\x\\"), std::string("/x/"),
+        "./" + std::string(1000, 'n'), std::string("\xFF/\xE2")}) {
+    SCOPED_TRACE(path);
+    EXPECT_NO_THROW({
+      EXPECT_NE(ReadFile(path).result, FILE_OPT_SUCCESS);
+      EXPECT_NE(FileUtils::WriteFile("x", path, kAppend | kTruncate), FILE_OPT_SUCCESS);
+      FileUtils::CheckDirOrFileExists(path);
+      FileUtils::MakeDir(path + "/empty/x/");
+      EXPECT_FALSE(FileUtils::RemoveDir(path + "/missing"));
+      EXPECT_FALSE(FileUtils::RemoveFile(path + "/missing"));
+    });
+  }
+  EXPECT_THAT(records->All(), testing::IsEmpty());
 }
 
 // ---- threads ----
