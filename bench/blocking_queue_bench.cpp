@@ -120,7 +120,7 @@ template <typename Queue>
 double TransferSeconds(size_t capacity, size_t pairs, int items) {
   const OneProcessor tied;
   Queue queue(capacity);
-  Gate gate;
+  tarsio_test::Gate gate;
   std::vector<std::thread> threads;
   for (size_t pair = 0; pair < pairs; ++pair) {
     threads.emplace_back([&] {

@@ -148,7 +148,7 @@ void RunTasks(benchmark::State& state, size_t workers) {
   Pool pool(workers);
   for (auto _ : state) {
     std::atomic<int> left{kTasks};
-    Gate done;
+    tarsio_test::Gate done;
     for (int i = 0; i < kTasks; ++i) {
       pool.Submit([&left, &done] {
         if (left.fetch_sub(1, std::memory_order_relaxed) == 1) done.Open();

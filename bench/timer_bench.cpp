@@ -89,7 +89,7 @@ class Firing {
   size_t left;
   double begin = 0;
   double seconds = 0;
-  Gate done;
+  tarsio_test::Gate done;
 };
 
 void OursDueAtOnce(benchmark::State& state, size_t count) {
@@ -169,7 +169,7 @@ Passes& TimerPasses() {
 
 void OursNoneDue(benchmark::State& state, size_t queued) {
   QueueOurs(queued);
-  Gate watched;
+  tarsio_test::Gate watched;
   const auto probe = std::make_shared<TsTimer>(1, false);
   probe->Init([&watched] {
     TimerPasses().Watch();

@@ -907,6 +907,27 @@ TEST(BlockingQueue, TheDestructorDestroysWhatIsLeftAndRunsNothing) {
   EXPECT_EQ(runs, 0);
 }
 
+// A host's class that has members of the same names takes nothing from those who know the base.
+TEST(BlockingQueue, NothingButTheDestructorIsVirtual) {
+  class Derived : public BlockingQueue<int> {
+   public:
+    Derived() : BlockingQueue<int>(1) {}
+    bool Push(const int& /*item*/, int /*timeoutMs*/) { return false; }
+    bool Pop(int& /*item*/, int /*timeoutMs*/) { return false; }
+    void Close() {}
+    uint64_t Size() { return 99; }
+  };
+  Derived derived;
+  BlockingQueue<int>& queue = derived;
+  int item = 0;
+  EXPECT_TRUE(queue.Push(5, -1));
+  EXPECT_EQ(queue.Size(), 1U);
+  EXPECT_TRUE(queue.Pop(item, -1));
+  EXPECT_EQ(item, 5);
+  queue.Close();
+  EXPECT_FALSE(queue.Push(5, -1));
+}
+
 // ---- closing ----
 
 TEST(BlockingQueue, CloseDiscardsTheElementsAndRunsNone) {

@@ -13,6 +13,7 @@
 
 #include "common/file_utils.h"
 #include "platform/platform.h"
+#include "support/file_reading.h"
 
 namespace {
 
@@ -25,8 +26,10 @@ using tarsio::FILE_OPT_WRITE_OPEN_FAILED;
 using tarsio::FileOptRet;
 using tarsio::FileUtils;
 using tarsio::platform::ObjectKind;
-
-constexpr char kBefore[] = "as it was";
+using tarsio_test::Content;
+using tarsio_test::Failure;
+using tarsio_test::ReadFile;
+using tarsio_test::Reading;
 
 // One file below directories that all exist. Each question and each two bytes that are read or
 // written are a step, and something may happen before any of them.
@@ -164,11 +167,6 @@ class FileUtilsPlatform : public testing::Test {
   FakeSystem system;
 };
 
-struct Reading {
-  FileOptRet result;
-  std::string content;
-};
-
 // Reads the file again and again; with each reading, `event` happens a step later, until it does
 // not happen any more.
 std::vector<Reading> ReadWithEventAtEachStep(const std::string& stored,
@@ -186,10 +184,8 @@ std::vector<Reading> ReadWithEventAtEachStep(const std::string& stored,
       happened = true;
       event(system);
     };
-    Reading reading{FILE_OPT_SUCCESS, kBefore};
-    reading.result = FileUtils::GetFileContent("C:\\file.bin", reading.content);
+    readings.push_back(ReadFile("C:\\file.bin"));
     EXPECT_EQ(system.openFiles, 0) << "left open, step " << step;
-    readings.push_back(reading);
   }
   current = outer;
   return readings;
@@ -206,7 +202,7 @@ void ExpectOutputs(const std::vector<Reading>& readings, const std::vector<std::
     if (reading.result == FILE_OPT_SUCCESS) {
       EXPECT_THAT(whole, testing::Contains(reading.content));
     } else {
-      EXPECT_EQ(reading.content, reading.result == FILE_OPT_SIZE_MISMATCH ? "" : kBefore);
+      EXPECT_EQ(reading, Failure(reading.result));
     }
   }
 }
@@ -251,9 +247,7 @@ TEST_F(FileUtilsPlatform, FileThatVanishesAtAnyMomentIsReadWholeOrReportedAsMiss
 TEST_F(FileUtilsPlatform, FileWithoutPermissionIsUnreadableAndCannotBeWritten) {
   system.content = "stored";
   system.opens = false;
-  std::string content = kBefore;
-  EXPECT_EQ(FileUtils::GetFileContent("C:\\file.bin", content), FILE_OPT_EMPTY_OR_UNREADABLE);
-  EXPECT_EQ(content, kBefore);
+  EXPECT_EQ(ReadFile("C:\\file.bin"), Failure(FILE_OPT_EMPTY_OR_UNREADABLE));
   EXPECT_EQ(FileUtils::WriteFile("new", "C:\\file.bin", 0), FILE_OPT_WRITE_OPEN_FAILED);
   EXPECT_EQ(system.content, "stored");
 }
@@ -304,9 +298,8 @@ TEST_F(FileUtilsPlatform, EveryTextHasTheLongPrefixFrom260BytesOn) {
       const std::wstring printed =
           length < 260 ? Wide(text) : Wide(row.printedPrefix + text.substr(share ? 2 : 0));
       system.texts.clear();
-      std::string content;
       EXPECT_EQ(FileUtils::WriteFile("x", text, 0), FILE_OPT_SUCCESS);
-      EXPECT_EQ(FileUtils::GetFileContent(text, content), FILE_OPT_SUCCESS);
+      EXPECT_EQ(ReadFile(text), Content("x"));
       EXPECT_TRUE(FileUtils::CheckDirOrFileExists(text));
       for (const std::wstring& handed : system.texts) {
         const bool prefixed = handed.compare(0, 4, LR"(\\?\)") == 0;

@@ -22,6 +22,8 @@
 
 #include "common/path.h"
 #include "support/file_obstacles.h"
+#include "support/file_reading.h"
+#include "support/recording_logger.h"
 #include "support/scoped_directory.h"
 
 namespace {
@@ -35,8 +37,13 @@ using tarsio::FILE_OPT_SUCCESS;
 using tarsio::FILE_OPT_WRITE_OPEN_FAILED;
 using tarsio::FileOptRet;
 using tarsio::FileUtils;
+using tarsio_test::Content;
+using tarsio_test::Failure;
 using tarsio_test::FileThatTakesNothing;
+using tarsio_test::kBefore;
 using tarsio_test::NoFreeFileHandles;
+using tarsio_test::ReadFile;
+using tarsio_test::Reading;
 using tarsio_test::ScopedDirectory;
 using testing::ElementsAre;
 
@@ -129,9 +136,7 @@ TEST_F(GetFileContent, GivesTheBytesAsTheyAreStored) {
   };
   for (const std::string& stored : contents) {
     directory.Write("f", stored);
-    std::string content = "something longer that was there before";
-    EXPECT_EQ(FileUtils::GetFileContent("f", content), FILE_OPT_SUCCESS);
-    EXPECT_EQ(content, stored);
+    EXPECT_EQ(ReadFile("f"), Content(stored));
   }
 }
 
@@ -140,9 +145,7 @@ TEST_F(GetFileContent, ReadsFilesOfAnySize) {
     SCOPED_TRACE(size);
     const std::string stored = RandomBytes(size, size);
     directory.Write("f", stored);
-    std::string content;
-    EXPECT_EQ(FileUtils::GetFileContent("f", content), FILE_OPT_SUCCESS);
-    EXPECT_TRUE(content == stored);
+    EXPECT_EQ(ReadFile("f"), Content(stored));
   }
 }
 
@@ -154,33 +157,27 @@ TEST_F(GetFileContent, WhatIsMissingOrADirectoryIsNoFileAndLeavesTheOutput) {
         std::string("d/"), std::string("."), std::string(".."), std::string("f/below"),
         std::string("C:"), directory.Text("d"), directory.Text("missing")}) {
     SCOPED_TRACE(path);
-    std::string content = "as it was";
-    EXPECT_EQ(FileUtils::GetFileContent(path, content), FILE_OPT_NOT_FILE);
-    EXPECT_EQ(content, "as it was");
+    EXPECT_EQ(ReadFile(path), Failure(FILE_OPT_NOT_FILE));
   }
 }
 
 TEST_F(GetFileContent, EmptyFileIsReportedAndLeavesTheOutput) {
   directory.Write("f", "");
-  std::string content = "as it was";
-  EXPECT_EQ(FileUtils::GetFileContent("f", content), FILE_OPT_EMPTY_OR_UNREADABLE);
-  EXPECT_EQ(content, "as it was");
+  EXPECT_EQ(ReadFile("f"), Failure(FILE_OPT_EMPTY_OR_UNREADABLE));
 }
 
 TEST_F(GetFileContent, FileThatCannotBeOpenedIsReportedAndLeavesTheOutput) {
   directory.Write("f", "content");
-  std::string content = "as it was";
-  FileOptRet result = FILE_OPT_SUCCESS;
-  FileOptRet ofMissing = FILE_OPT_SUCCESS;
+  Reading reading;
+  Reading ofMissing;
   {
     const NoFreeFileHandles none;
-    result = FileUtils::GetFileContent("f", content);
-    ofMissing = FileUtils::GetFileContent("missing", content);
+    reading = ReadFile("f");
+    ofMissing = ReadFile("missing");
   }
-  EXPECT_EQ(result, FILE_OPT_EMPTY_OR_UNREADABLE);
-  EXPECT_EQ(ofMissing, FILE_OPT_NOT_FILE);  // asked before
-  EXPECT_EQ(content, "as it was");
-  EXPECT_EQ(FileUtils::GetFileContent("f", content), FILE_OPT_SUCCESS);
+  EXPECT_EQ(reading, Failure(FILE_OPT_EMPTY_OR_UNREADABLE));
+  EXPECT_EQ(ofMissing, Failure(FILE_OPT_NOT_FILE));  // asked before
+  EXPECT_EQ(ReadFile("f"), Content("content"));
 }
 
 // Reads until a read is reported as a mismatch, while `change` changes the file over and over.
@@ -190,19 +187,15 @@ void ExpectMismatchWhile(const std::function<void()>& change, size_t smallest, s
     while (!stop) change();
   });
   const auto giveUp = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-  FileOptRet result = FILE_OPT_SUCCESS;
-  std::string content;
-  while (result == FILE_OPT_SUCCESS && std::chrono::steady_clock::now() < giveUp) {
-    content = "as it was";
-    result = FileUtils::GetFileContent("f", content);
-    if (result != FILE_OPT_SUCCESS) break;
-    EXPECT_GE(content.size(), smallest);
-    EXPECT_LE(content.size(), largest);
+  Reading reading = ReadFile("f");
+  while (reading.result == FILE_OPT_SUCCESS && std::chrono::steady_clock::now() < giveUp) {
+    EXPECT_GE(reading.content.size(), smallest);
+    EXPECT_LE(reading.content.size(), largest);
+    reading = ReadFile("f");
   }
   stop = true;
   writer.join();
-  EXPECT_EQ(result, FILE_OPT_SIZE_MISMATCH);
-  EXPECT_EQ(content, "");
+  EXPECT_EQ(reading, Failure(FILE_OPT_SIZE_MISMATCH));
 }
 
 TEST_F(GetFileContent, FileThatGrowsMeanwhileIsAMismatchAndClearsTheOutput) {
@@ -244,21 +237,19 @@ TEST_F(GetFileContent, TakesThePathInEveryForm) {
         directory.Text("d/f"), backslashes, "\\\\?\\" + backslashes, "\\\\?\\" + std::string("d/f"),
         std::string("d/f\0ignored", 11)}) {
     SCOPED_TRACE(path);
-    std::string content;
-    EXPECT_EQ(FileUtils::GetFileContent(path, content), FILE_OPT_SUCCESS);
-    EXPECT_EQ(content, "content");
+    EXPECT_EQ(ReadFile(path), Content("content"));
   }
 }
 
 TEST_F(GetFileContent, ThrowsForAComponentBehindANul) {
-  std::string content = "as it was";
+  std::string content = kBefore;
   try {
     FileUtils::GetFileContent(std::string("d\0/f", 4), content);
     ADD_FAILURE() << "nothing thrown";
   } catch (const std::out_of_range& e) {
     EXPECT_STREQ(e.what(), "invalid string position");
   }
-  EXPECT_EQ(content, "as it was");
+  EXPECT_EQ(content, kBefore);
 }
 
 // ---- writing ----
@@ -303,9 +294,7 @@ TEST_F(WriteFile, TextModeWritesLineEndsAsTheSystemsTextFilesHaveThem) {
 TEST_F(WriteFile, WhatIsReadBackIsWhatWasWritten) {
   const std::string content = RandomBytes(200000, 4);
   EXPECT_EQ(FileUtils::WriteFile(content, "./f", kBinary), FILE_OPT_SUCCESS);
-  std::string back;
-  EXPECT_EQ(FileUtils::GetFileContent("./f", back), FILE_OPT_SUCCESS);
-  EXPECT_TRUE(back == content);
+  EXPECT_EQ(ReadFile("./f"), Content(content));
 }
 
 TEST_F(WriteFile, EmptyContentIsWrittenToo) {
@@ -496,9 +485,7 @@ TEST_F(FileUtilsTest, OtherReadersAndWritersOfAFileAreNotLockedOut) {
   std::ofstream writer(directory.Native("f"), std::ios::binary | std::ios::app);
   ASSERT_TRUE(reader.is_open() && writer.is_open());
   EXPECT_EQ(FileUtils::WriteFile(" and more", "./f", kAppend | kBinary), FILE_OPT_SUCCESS);
-  std::string content;
-  EXPECT_EQ(FileUtils::GetFileContent("./f", content), FILE_OPT_SUCCESS);
-  EXPECT_EQ(content, "content and more");
+  EXPECT_EQ(ReadFile("./f"), Content("content and more"));
 }
 
 // ---- names that are not ASCII ----
@@ -521,9 +508,7 @@ TEST_F(FileUtilsTest, ReadingWritingAndTestingTakeNamesAsUtf8) {
     EXPECT_EQ(FileUtils::WriteFile("content", row.given, kBinary), FILE_OPT_SUCCESS);
     EXPECT_EQ(directory.Read(row.stored), "content");
     EXPECT_TRUE(FileUtils::CheckDirOrFileExists(row.given));
-    std::string content;
-    EXPECT_EQ(FileUtils::GetFileContent(row.given, content), FILE_OPT_SUCCESS);
-    EXPECT_EQ(content, "content");
+    EXPECT_EQ(ReadFile(row.given), Content("content"));
   }
 }
 
@@ -542,8 +527,7 @@ TEST_F(FileUtilsTest, CreatingAndRemovingHandTheNameToTheRuntimesNarrowCalls) {
 // ---- long paths ----
 
 TEST_F(FileUtilsTest, AbsolutePathsOf260BytesAndMoreWork) {
-  std::string path = directory.Text("");
-  while (path.back() == '/') path.pop_back();
+  std::string path = directory.Text();
   while (path.size() < 500) {
     path += '/' + std::string(60, 'd');
     ASSERT_TRUE(tarsio::MakeDir(tarsio::Path(path)));
@@ -552,9 +536,7 @@ TEST_F(FileUtilsTest, AbsolutePathsOf260BytesAndMoreWork) {
   EXPECT_EQ(FileUtils::WriteFile("x", path, 0), FILE_OPT_IS_DIRECTORY);
   EXPECT_EQ(FileUtils::WriteFile("content", path + "/f", kBinary), FILE_OPT_SUCCESS);
   EXPECT_TRUE(FileUtils::CheckDirOrFileExists(path + "/f"));
-  std::string content;
-  EXPECT_EQ(FileUtils::GetFileContent(path + "/f", content), FILE_OPT_SUCCESS);
-  EXPECT_EQ(content, "content");
+  EXPECT_EQ(ReadFile(path + "/f"), Content("content"));
 }
 
 // ---- directories ----
@@ -702,13 +684,11 @@ TEST_F(CheckDirOrFileExists, TakesAFirstComponentNamedUncForAShareAsReadingAndWr
   EXPECT_TRUE(FileUtils::CheckDirOrFileExists("unc2/f"));
   EXPECT_TRUE(FileUtils::CheckDirOrFileExists(directory.Text("UNC/f")));
 
-  std::string content;
-  EXPECT_EQ(FileUtils::GetFileContent("UNC/f", content), FILE_OPT_SUCCESS);
-  EXPECT_EQ(content, "content");
+  EXPECT_EQ(ReadFile("UNC/f"), Content("content"));
   EXPECT_EQ(FileUtils::WriteFile("new", "UNC/g", kBinary), FILE_OPT_SUCCESS);
   EXPECT_EQ(directory.Read("UNC/g"), "new");
   // With a backslash the text itself is one of a share, for all of them.
-  EXPECT_EQ(FileUtils::GetFileContent("UNC\\f", content), FILE_OPT_NOT_FILE);
+  EXPECT_EQ(ReadFile("UNC\\f"), Failure(FILE_OPT_NOT_FILE));
   EXPECT_FALSE(FileUtils::CheckDirOrFileExists("UNC\\f"));
 }
 
@@ -717,6 +697,29 @@ TEST_F(MakeDir, DoesNotFindWhatIsBelowADirectoryNamedUnc) {
   EXPECT_TRUE(FileUtils::MakeDir("UNC/x/"));
   EXPECT_TRUE(IsDirectory("UNC/x"));
   EXPECT_FALSE(FileUtils::MakeDir("UNC/x/"));
+}
+
+// ---- failures ----
+
+TEST_F(FileUtilsTest, FailuresAreNeitherThrownNorLogged) {
+  CreateDirectories("d");
+  directory.Write("empty", "");
+  const auto records = tarsio_test::LogRecords::Install(tarsio::LOG_LEVEL_DEBUG);
+  for (const std::string& path :
+       {std::string(), std::string("missing/x/"), std::string("d"), std::string("empty"),
+        std::string("1:/x/"), std::string("\\\\tarsio.invalid\\share\\x\\"), std::string("/x/"),
+        "./" + std::string(1000, 'n'), std::string("\xFF/\xE2")}) {
+    SCOPED_TRACE(path);
+    EXPECT_NO_THROW({
+      EXPECT_NE(ReadFile(path).result, FILE_OPT_SUCCESS);
+      EXPECT_NE(FileUtils::WriteFile("x", path, kAppend | kTruncate), FILE_OPT_SUCCESS);
+      FileUtils::CheckDirOrFileExists(path);
+      FileUtils::MakeDir(path + "/empty/x/");
+      EXPECT_FALSE(FileUtils::RemoveDir(path + "/missing"));
+      EXPECT_FALSE(FileUtils::RemoveFile(path + "/missing"));
+    });
+  }
+  EXPECT_THAT(records->All(), testing::IsEmpty());
 }
 
 // ---- threads ----
@@ -729,12 +732,11 @@ TEST_F(FileUtilsTest, FunctionsMayRunOnAnyThread) {
       const std::string name = "d" + std::to_string(thread);
       for (int i = 0; i < 20; ++i) {
         const std::string written(static_cast<size_t>(i + 1) * 1000, static_cast<char>('a' + i));
-        std::string content;
         const bool right =
             FileUtils::MakeDir(name + "/") &&
             FileUtils::WriteFile(written, name + "/f", kBinary) == FILE_OPT_SUCCESS &&
-            FileUtils::GetFileContent(name + "/f", content) == FILE_OPT_SUCCESS &&
-            content == written && FileUtils::RemoveFile(name + "/f") && FileUtils::RemoveDir(name);
+            ReadFile(name + "/f") == Content(written) && FileUtils::RemoveFile(name + "/f") &&
+            FileUtils::RemoveDir(name);
         if (!right) ++wrong[thread];
       }
     });

@@ -6,13 +6,13 @@
 #include <thread>
 
 #include "support/gate.h"
-#include "support/loaded_library.h"
+#include "support/shared_library.h"
 
 namespace {
 
 using tarsio_test::Gate;
 using tarsio_test::IsLibraryLoaded;
-using tarsio_test::LoadedLibrary;
+using tarsio_test::SharedLibrary;
 
 // Opens a gate when the thread that calls this ends.
 void OpenWhenThisThreadEnds(const std::shared_ptr<Gate>& gate) {
@@ -29,24 +29,23 @@ void OpenWhenThisThreadEnds(const std::shared_ptr<Gate>& gate) {
 // The worker sleeps in the library's code when the module that brought the library goes, and works
 // on in it afterwards.
 TEST(LibraryUnload, ALibraryWithALivingWorkerStaysLoaded) {
-  using Submit = std::shared_ptr<void>* (*)(std::function<void()>*);
+  using Submit = std::shared_ptr<void>*(std::function<void()>*);
   ASSERT_FALSE(IsLibraryLoaded(TARSIO_TEST_LIBRARY)) << "this program must not need it";
   static std::shared_ptr<void>* pool = nullptr;
   const auto ran = std::make_shared<Gate>();
   const auto ended = std::make_shared<Gate>();
-  {
-    const LoadedLibrary plugin(TARSIO_TEST_PLUGIN);
-    ASSERT_TRUE(plugin.IsOpen());
-    EXPECT_TRUE(IsLibraryLoaded(TARSIO_TEST_LIBRARY));
-    const auto submit = reinterpret_cast<Submit>(plugin.Find("SubmitToNewPool"));
-    ASSERT_NE(submit, nullptr);
-    std::function<void()> task = [=] {
-      OpenWhenThisThreadEnds(ended);
-      ran->Open();
-    };
-    pool = submit(&task);
-    ASSERT_TRUE(ran->WaitFor());
-  }
+  SharedLibrary plugin(TARSIO_TEST_PLUGIN);
+  ASSERT_TRUE(plugin.IsLoaded());
+  EXPECT_TRUE(IsLibraryLoaded(TARSIO_TEST_LIBRARY));
+  Submit* const submit = plugin.Function<Submit>("SubmitToNewPool");
+  ASSERT_NE(submit, nullptr);
+  std::function<void()> task = [=] {
+    OpenWhenThisThreadEnds(ended);
+    ran->Open();
+  };
+  pool = submit(&task);
+  ASSERT_TRUE(ran->WaitFor());
+  plugin.Unload();
   EXPECT_TRUE(IsLibraryLoaded(TARSIO_TEST_LIBRARY));
   EXPECT_EQ(pool->use_count(), 2) << "the worker is idle now";
   ASSERT_TRUE(ended->WaitFor());

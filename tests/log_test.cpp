@@ -32,6 +32,7 @@
 #include "support/file_obstacles.h"
 #include "support/recording_logger.h"
 #include "support/scoped_time_zone.h"
+#include "support/virtual_slot.h"
 
 // The log's one field that no member hands out: the rules name its owner as an argument. An
 // explicit instantiation may name private members.
@@ -59,6 +60,7 @@ using tarsio_test::kAllocationsOfTheLibraryAreSeen;
 using tarsio_test::LogRecord;
 using tarsio_test::LogRecords;
 using tarsio_test::ScopedTimeZone;
+using tarsio_test::VirtualSlot;
 using testing::ElementsAre;
 
 constexpr int kAllLevels[] = {INT_MIN, -1, 0, 1, 2, 3, 4, 5, 7, INT_MAX};
@@ -573,6 +575,11 @@ TEST_F(LogTest, SinkIsDeletedAtTheEndOfTheProcessAfterStaticsThatAreYoungerThanT
 }
 
 // ---- the default sink ----
+
+TEST_F(LoggerTest, OperationsKeepTheirPlacesBehindTheDestructor) {
+  EXPECT_EQ(VirtualSlot(&Logger::VFormat), 2);
+  EXPECT_EQ(VirtualSlot(&Logger::DoOutput), 3);
+}
 
 TEST_F(LoggerTest, WritesLineAndNewlineInOneInsertionAndFlushes) {
   std::vector<std::string> events;

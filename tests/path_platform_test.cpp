@@ -11,6 +11,47 @@
 
 #include "common/path.h"
 #include "platform/platform.h"
+#include "support/private_member.h"
+
+namespace tarsio_test {
+
+struct PathType {
+  using Type = tarsio::Path::PathType tarsio::Path::*;
+  friend Type Reach(PathType);
+};
+struct PathTokens {
+  using Type = std::vector<std::string> tarsio::Path::*;
+  friend Type Reach(PathTokens);
+};
+struct PathAbsolute {
+  using Type = bool tarsio::Path::*;
+  friend Type Reach(PathAbsolute);
+};
+struct PathSmb {
+  using Type = bool tarsio::Path::*;
+  friend Type Reach(PathSmb);
+};
+struct MaxPath {
+  using Type = const uint64_t*;
+  friend Type Reach(MaxPath);
+};
+struct MaxPathLegacy {
+  using Type = const uint64_t*;
+  friend Type Reach(MaxPathLegacy);
+};
+struct SmbOffset {
+  using Type = const uint64_t*;
+  friend Type Reach(SmbOffset);
+};
+template struct ExposePrivate<PathType, &tarsio::Path::type>;
+template struct ExposePrivate<PathTokens, &tarsio::Path::tokens>;
+template struct ExposePrivate<PathAbsolute, &tarsio::Path::absolute>;
+template struct ExposePrivate<PathSmb, &tarsio::Path::smb>;
+template struct ExposePrivate<MaxPath, &tarsio::Path::MAX_PATH_WINDOWS>;
+template struct ExposePrivate<MaxPathLegacy, &tarsio::Path::MAX_PATH_WINDOWS_LEGACY>;
+template struct ExposePrivate<SmbOffset, &tarsio::Path::WIN_SMB_PATH_OFFSET>;
+
+}  // namespace tarsio_test
 
 namespace {
 
@@ -355,6 +396,36 @@ TEST_F(PathPlatform, MakersHandOverTheEmptyTextWithoutAFullPath) {
     maker.expect(platform, "", false);
     EXPECT_FALSE(maker.make("a"));
   }
+}
+
+// ---- layout and constants ----
+
+TEST_F(PathPlatform, FieldsKeepTheirOrder) {
+  const Path path;
+  const void* const type = &(path.*Reach(tarsio_test::PathType()));
+  const void* const tokens = &(path.*Reach(tarsio_test::PathTokens()));
+  const void* const absolute = &(path.*Reach(tarsio_test::PathAbsolute()));
+  const void* const smb = &(path.*Reach(tarsio_test::PathSmb()));
+  EXPECT_LT(type, tokens);
+  EXPECT_LT(tokens, absolute);
+  EXPECT_LT(absolute, smb);
+}
+
+TEST_F(PathPlatform, ConstantsKeepTheirValues) {
+  EXPECT_EQ(*Reach(tarsio_test::MaxPath()), 32767u);
+  EXPECT_EQ(*Reach(tarsio_test::MaxPathLegacy()), 260u);
+  EXPECT_EQ(*Reach(tarsio_test::SmbOffset()), 2u);
+}
+
+// Each call asks anew: nothing is kept from the one before.
+TEST_F(PathPlatform, FullPathAndCurrentDirectoryAreAskedForEachTime) {
+  const Path path("x");
+  EXPECT_CALL(platform, FullPath(_, _)).WillOnce(Return(LR"(C:\a)")).WillOnce(Return(LR"(C:\b)"));
+  EXPECT_EQ(path.Absolute().Str(), R"(C:\a)");
+  EXPECT_EQ(path.Absolute().Str(), R"(C:\b)");
+  EXPECT_CALL(platform, CurrentDirectory(_)).WillOnce(Return(L"C:\\a")).WillOnce(Return(L"C:\\b"));
+  EXPECT_EQ(Path::Getcwd().Str(), R"(C:\a)");
+  EXPECT_EQ(Path::Getcwd().Str(), R"(C:\b)");
 }
 
 // ---- what needs no system ----

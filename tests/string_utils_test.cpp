@@ -16,6 +16,7 @@
 #include <utility>
 #include <vector>
 
+#include "support/recording_logger.h"
 #include "support/sha256.h"
 #include "support/thread_locale.h"
 
@@ -466,6 +467,29 @@ TEST(StringUtils, HashTextOfAnyInputIsItsDigestIn64Characters) {
 TEST(StringUtils, HashTextWithZerosForBlanksIsTheUsualForm) {
   EXPECT_EQ(StringUtils::SpaceToUnderscore(HashOf("abc"), " ", '0'),
             "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
+}
+
+// ---- reports ----
+
+TEST(StringUtils, FunctionsReportNothing) {
+  const auto records = tarsio_test::LogRecords::Install(tarsio::LOG_LEVEL_DEBUG);
+  for (const char* text : {"", "a", " a,b\xFF "}) {
+    for (const char* other : {"", ",", "\xFF"}) {
+      StringUtils::SplitString(text, other);
+      StringUtils::SplitAllByString(text, other);
+      StringUtils::SplitFristByString(text, other);
+      StringUtils::StartsWith(text, other);
+      StringUtils::EndsWith(text, other);
+      StringUtils::Contains(text, other);
+      StringUtils::SpaceToUnderscore(text, other, '_');
+    }
+    Trimmed(text);
+    StringUtils::ToUpper(text);
+    StringUtils::ToLower(text);
+    HashOf(text);
+  }
+  StringUtils::GetHashText(nullptr, 1);
+  EXPECT_THAT(records->All(), testing::IsEmpty());
 }
 
 // ---- threads ----

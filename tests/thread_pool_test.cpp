@@ -18,8 +18,49 @@
 #include "support/allocations.h"
 #include "support/background_call.h"
 #include "support/gate.h"
+#include "support/private_member.h"
 #include "support/recording_logger.h"
 #include "support/thread_starts.h"
+
+namespace tarsio_test {
+
+struct PoolName {
+  using Type = std::string tarsio::ThreadPool::*;
+  friend Type Reach(PoolName);
+};
+struct PoolLimit {
+  using Type = const uint64_t tarsio::ThreadPool::*;
+  friend Type Reach(PoolLimit);
+};
+struct PoolRunning {
+  using Type = std::atomic<uint64_t> tarsio::ThreadPool::*;
+  friend Type Reach(PoolRunning);
+};
+struct PoolReserved {
+  using Type = const uint64_t tarsio::ThreadPool::*;
+  friend Type Reach(PoolReserved);
+};
+struct PoolCapacity {
+  using Type = const uint64_t tarsio::ThreadPool::*;
+  friend Type Reach(PoolCapacity);
+};
+struct PoolWorkersMutex {
+  using Type = std::mutex tarsio::ThreadPool::*;
+  friend Type Reach(PoolWorkersMutex);
+};
+struct PoolWaitMutex {
+  using Type = std::mutex tarsio::ThreadPool::*;
+  friend Type Reach(PoolWaitMutex);
+};
+template struct ExposePrivate<PoolName, &tarsio::ThreadPool::name>;
+template struct ExposePrivate<PoolLimit, &tarsio::ThreadPool::maxThreadNumber>;
+template struct ExposePrivate<PoolRunning, &tarsio::ThreadPool::runningThreadNumber>;
+template struct ExposePrivate<PoolReserved, &tarsio::ThreadPool::reservedNumber>;
+template struct ExposePrivate<PoolCapacity, &tarsio::ThreadPool::queueCapacity>;
+template struct ExposePrivate<PoolWorkersMutex, &tarsio::ThreadPool::workersMutex>;
+template struct ExposePrivate<PoolWaitMutex, &tarsio::ThreadPool::waitMutex>;
+
+}  // namespace tarsio_test
 
 namespace {
 
@@ -202,7 +243,7 @@ TEST(ThreadPool, NameCanBeChanged) {
   ASSERT_TRUE(RunOne(pool));
   pool->SetName("writers, with a name too long for any small buffer");
   EXPECT_EQ(pool->GetName(), "writers, with a name too long for any small buffer");
-  pool->SetName(pool->GetName());
+  pool->SetName((*pool).*Reach(tarsio_test::PoolName()));  // the very object
   EXPECT_EQ(pool->GetName(), "writers, with a name too long for any small buffer");
   ASSERT_TRUE(RunOne(pool)) << "a worker with the old name goes on";
   pool->SetName("");
@@ -221,6 +262,24 @@ TEST(ThreadPool, TheReservedNumberHasNoEffect) {
     EXPECT_EQ(pool->GetRunningThreadNumber(), 2U);
     EXPECT_EQ(pool->GetPendingTaskNumber(), 1U);
   }
+}
+
+TEST(ThreadPool, FieldsKeepTheirOrderAndTheArguments) {
+  const auto pool = std::make_shared<ThreadPool>("n", 2, 3, 4);
+  const uint64_t& limit = (*pool).*Reach(tarsio_test::PoolLimit());
+  const uint64_t& reserved = (*pool).*Reach(tarsio_test::PoolReserved());
+  const uint64_t& capacity = (*pool).*Reach(tarsio_test::PoolCapacity());
+  EXPECT_EQ(limit, 2U);
+  EXPECT_EQ(reserved, 3U) << "kept, though nothing reads it";
+  EXPECT_EQ(capacity, 4U);
+  const std::vector<const void*> places = {&((*pool).*Reach(tarsio_test::PoolName())),
+                                           &limit,
+                                           &((*pool).*Reach(tarsio_test::PoolRunning())),
+                                           &reserved,
+                                           &capacity,
+                                           &((*pool).*Reach(tarsio_test::PoolWorkersMutex())),
+                                           &((*pool).*Reach(tarsio_test::PoolWaitMutex()))};
+  EXPECT_TRUE(std::is_sorted(places.begin(), places.end()));
 }
 
 // ---- submitting ----
@@ -433,6 +492,47 @@ TEST(ThreadPool, EveryWorkerRetires) {
   EXPECT_EQ(pool->GetRunningThreadNumber(), 0U);
 }
 
+// ---- locks ----
+
+// While the test holds the lock of the workers' list: who needs it waits, and nobody else.
+TEST(ThreadPool, TheListOfWorkersIsLockedWhereItIsUsedAndNowhereElse) {
+  const PoolPtr full = MakePool(0);
+  const PoolPtr pool = MakePool(1);
+  const auto ran = std::make_shared<Gate>();
+  std::vector<BackgroundCall> waiting;
+  std::vector<BackgroundCall> others;
+  {
+    const std::lock_guard<std::mutex> lock((*pool).*Reach(tarsio_test::PoolWorkersMutex()));
+    const std::lock_guard<std::mutex> fullLock((*full).*Reach(tarsio_test::PoolWorkersMutex()));
+    waiting.emplace_back([pool] { pool->GetPendingTaskNumber(); });
+    waiting.emplace_back([pool] { pool->GetRunningThreadNumber(); });
+    waiting.emplace_back([pool] { pool->Shutdown(kMethodWithoutName); });
+    others.emplace_back([pool] { pool->GetName(); });
+    others.emplace_back([pool] { pool->Wait(); });
+    // At its limit a pool starts nobody, which it sees without the lock.
+    others.emplace_back([full] { full->SubmitTask([] {}); });
+    for (BackgroundCall& call : others) EXPECT_TRUE(call.ReturnsWithin());
+    waiting.emplace_back([pool, ran] { pool->SubmitTask([ran] { ran->Open(); }); });
+    for (BackgroundCall& call : waiting) EXPECT_TRUE(call.StaysBlocked(milliseconds(60)));
+    EXPECT_FALSE(ran->IsOpen());
+  }
+  for (BackgroundCall& call : waiting) EXPECT_TRUE(call.ReturnsWithin());
+  EXPECT_TRUE(ran->WaitFor());
+}
+
+// Deliberately: tasks are taken, and the waiters woken, without their lock.
+TEST(ThreadPool, OnlyWaitTakesTheLockOfTheWaiters) {
+  const PoolPtr pool = MakePool(1);
+  const std::lock_guard<std::mutex> lock((*pool).*Reach(tarsio_test::PoolWaitMutex()));
+  BackgroundCall wait([pool] { pool->Wait(); });
+  EXPECT_TRUE(wait.StaysBlocked());
+  EXPECT_TRUE(RunOne(pool));
+  EXPECT_EQ(pool->GetPendingTaskNumber(), 0U);
+  EXPECT_EQ(pool->GetRunningThreadNumber(), 1U);
+  BackgroundCall shutdown([pool] { pool->Shutdown(kMethodWithoutName); });
+  EXPECT_TRUE(shutdown.ReturnsWithin());
+}
+
 // ---- exceptions of tasks ----
 
 struct HostError : std::exception {
@@ -586,10 +686,11 @@ TEST(ThreadPool, WithCapacityZeroEverySubmissionBlocksForEver) {
 // ---- Wait ----
 
 TEST(ThreadPool, WaitReturnsAtOnceWhenNothingIsPending) {
-  const PoolPtr fresh = MakePool(1);
-  fresh->Wait();
   const PoolPtr withoutWorkers = MakePool(0, 0);
-  withoutWorkers->Wait();
+  for (const PoolPtr& pool : {MakePool(1), withoutWorkers}) {
+    BackgroundCall wait([pool] { pool->Wait(); });
+    EXPECT_TRUE(wait.ReturnsWithin());
+  }
 }
 
 TEST(ThreadPool, WaitReturnsWhenTheQueueIsEmptyThoughTasksStillRun) {

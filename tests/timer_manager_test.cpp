@@ -354,6 +354,31 @@ TEST_F(TimerManagerProcess, ThreadThatCannotBeStartedIsToldAndTheNextStartTriesA
   });
 }
 
+// A call that adds nothing, too, as long as something is queued.
+TEST_F(TimerManagerProcess, AnyAddingStartsTheThreadIfATimerIsQueued) {
+  for (const bool null : {true, false}) {
+    SCOPED_TRACE(null);
+    EXPECT_EXIT(
+        {
+          StartWatchdog();
+          Events fired;
+          const TestTimer queued(10, kOnce, [&fired] { fired.Add(); });
+          const TestTimer zero(0, kOnce);
+          try {
+            const tarsio_test::RefuseThreadStarts refuse;
+            queued->Start();
+            std::exit(1);
+          } catch (const std::system_error&) {
+            if (Platform().Passes() != 0) std::exit(2);
+          }
+          TimerManager::GetInstance()->AddTimer(null ? nullptr : zero.Get());
+          Platform().SetClock(static_cast<int64_t>(kStart + 10) * 10000);
+          std::exit(fired.Await() && Platform().PassThreads() == 1 ? 0 : 3);
+        },
+        testing::ExitedWithCode(0), "");
+  }
+}
+
 TEST_F(TimerManagerProcess, TimersOfManyThreadsStartOneThread) {
   EXPECT_IN_A_FRESH_PROCESS([] {
     std::vector<std::unique_ptr<TestTimer>> timers;
@@ -394,6 +419,23 @@ TEST_F(TimerManagerTest, PassesGoOnWhateverTheWallClockSays) {
     const int last = SetClock(now);
     EXPECT_TRUE(Platform().AwaitPassAfter(last + 3));
   }
+}
+
+// The thread sleeps its five milliseconds whatever is added meanwhile, and however soon it is due.
+TEST_F(TimerManagerTest, NewTimersDoNotWakeTheThreadEarly) {
+  StartTheThread();
+  const auto begin = std::chrono::steady_clock::now();
+  const int before = Platform().Passes();
+  std::vector<std::unique_ptr<TestTimer>> timers;
+  do {
+    timers.push_back(std::make_unique<TestTimer>(1, kOnce));
+    timers.back()->Get()->Start();
+    std::this_thread::sleep_for(std::chrono::microseconds(300));
+  } while (std::chrono::steady_clock::now() - begin < std::chrono::milliseconds(200));
+  const int passes = Platform().Passes() - before;
+  const auto lasted = std::chrono::steady_clock::now() - begin;
+  EXPECT_LE(passes, lasted / std::chrono::milliseconds(5) + 2);
+  EXPECT_GT(timers.size(), 2 * static_cast<size_t>(passes)) << "or this would show nothing";
 }
 
 // ---- adding ----

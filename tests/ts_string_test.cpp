@@ -22,6 +22,12 @@ struct TsStringData {
 };
 template struct ExposePrivate<TsStringData, &tarsio::TsString::data>;
 
+struct TsStringInline {
+  using Type = char tarsio::TsString::*;
+  friend Type Reach(TsStringInline);
+};
+template struct ExposePrivate<TsStringInline, &tarsio::TsString::inlineBuffer>;
+
 struct TsStringCapacity {
   using Type = uint64_t tarsio::TsString::*;
   friend Type Reach(TsStringCapacity);
@@ -431,6 +437,23 @@ TEST(TsString, ComparesTheTextsWhateverTheBuffers) {
   const TsString empty;
   EXPECT_TRUE(large == empty);
   EXPECT_TRUE(empty == large);
+}
+
+// ---- layout ----
+
+TEST(TsString, FieldsKeepTheirOrder) {
+  const TsString string;
+  const void* const data = &(string.*Reach(tarsio_test::TsStringData()));
+  const void* const inlineBuffer = &(string.*Reach(tarsio_test::TsStringInline()));
+  const void* const capacity = &(string.*Reach(tarsio_test::TsStringCapacity()));
+  EXPECT_LT(data, inlineBuffer);
+  EXPECT_LT(inlineBuffer, capacity);
+  EXPECT_EQ(string.Cstr(), inlineBuffer) << "which is the empty string's text";
+}
+
+TEST(TsStringPair, FirstStandsBeforeSecond) {
+  const TsStringPair pair;
+  EXPECT_LT(static_cast<const void*>(&pair.first), static_cast<const void*>(&pair.second));
 }
 
 // ---- destruction ----

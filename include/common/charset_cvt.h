@@ -82,9 +82,10 @@ class TARSIO_COMMON_API CharsetCvt {
   static std::string U32ToU8(const std::u32string& s);
   static std::u32string U8ToU32(const std::string& s);
 
-  /// An environment variable as UTF-8. Empty if there is none, or if its value has 256 UTF-16 units
-  /// or more, or more than 254 bytes in UTF-8. `defaultValue` is accepted and never used,
-  /// deliberately.
+  /// An environment variable as UTF-8, read anew at each call; what is no character in it becomes
+  /// U+FFFD. Empty if there is none, or if its value has 256 UTF-16 units or more, or more than 254
+  /// bytes in UTF-8. `defaultValue` is accepted and never used, deliberately. `name` ends at its
+  /// first zero.
   static std::string GetEnv(const std::wstring& name, const std::string& defaultValue);
 };
 

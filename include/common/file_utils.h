@@ -31,6 +31,8 @@ enum FileOptRet : int32_t {
 /// On Linux the texts are Windows paths as well (`C:\a` or `C:/a` is /a). Mind that the first three
 /// take a text such as "/tmp/x" for a relative path, as Path does.
 ///
+/// A failure is told by the result alone; nothing says why, and nothing is logged.
+///
 /// Threads: every function may be called from any thread. Other readers and writers of a file are
 /// not locked out.
 ///
@@ -54,7 +56,7 @@ class TARSIO_COMMON_API FileUtils {
   ///
   /// Append with truncate, and any other bit, is refused with result 4, the file untouched. A bare
   /// file name is refused with 5, since its parent is an empty path: write ".\name". Errors while
-  /// writing are not detected.
+  /// writing are not detected, and may leave a file that is cut short.
   static FileOptRet WriteFile(std::string content, std::string path, int mode);
 
   /// Creates every directory whose name in `path` ends in a separator: "a/b/c" creates a and a/b,
@@ -62,10 +64,10 @@ class TARSIO_COMMON_API FileUtils {
   /// before stay. Whatever exists is passed over, a file too.
   static bool MakeDir(const std::string& path);
 
-  /// Removes an empty directory.
+  /// Removes an empty directory, and returns whether it did.
   static bool RemoveDir(const std::string& path);
 
-  /// Removes a file; a directory is refused.
+  /// Removes a file, and returns whether it did; a directory is refused.
   static bool RemoveFile(const std::string& path);
 
   /// Whether anything of that name exists. The text is parsed, printed and parsed again, so a

@@ -32,6 +32,9 @@ namespace tarsio {
 /// Threads: a plain value. Distinct objects may be used from any thread; the const members of one
 /// object may run concurrently.
 ///
+/// What the system refuses gives an empty result, false or 0, without a cause and without a report.
+/// Answers about the file system are those of the moment.
+///
 /// Throws: nothing but memory exhaustion, and `std::out_of_range` with the text
 /// "invalid string position" from whatever parses a text, when a component would start behind the
 /// text's first NUL (see Tokenize()).
@@ -132,7 +135,8 @@ class TARSIO_COMMON_API Path {
   /// Whether it exists and is no directory: devices and the like count as files.
   bool IsFile() const;
   bool IsDirectory() const;
-  /// The size in bytes; 0 if it cannot be told. What a directory gives is the system's choice.
+  /// The size in bytes; 0 if it cannot be told, so that Exists() and IsFile() tell a missing file
+  /// from an empty one. What a directory gives is the system's choice.
   uint64_t FileSize() const;
 
  protected:
@@ -174,6 +178,9 @@ TARSIO_COMMON_API bool MakeDirs(const Path& path);
 ///     PathResolver resolver;
 ///     resolver.Prepend("C:\\overrides");
 ///     Path found = resolver.Resolve("images/logo.png");
+///
+/// Copies are deep. Append(), Prepend() and Erase() invalidate positions in the list and references
+/// to its entries.
 ///
 /// Threads: a plain value. Resolve() calls may run concurrently while nobody changes the list.
 /// Throws:  nothing but memory exhaustion.

@@ -23,6 +23,7 @@ struct ClientDeviceInfo {
 /// Describes the system that the process runs on.
 ///
 /// Threads: may be called from any thread at once, each with a record of its own.
+/// Throws:  nothing but memory exhaustion.
 class TARSIO_COMMON_API SysInfo {
  public:
   /// Fills `info`, which must not be empty, and returns whether all could be told. At the first

@@ -69,7 +69,8 @@ class TARSIO_COMMON_API ThreadPool : public std::enable_shared_from_this<ThreadP
   /// task the same way; any other exception ends the process.
   ///
   /// Throws: `std::bad_weak_ptr` if no shared pointer owns the pool, `std::system_error` if a
-  /// thread cannot be started. Either way the task stays queued and the pool remains usable.
+  /// thread cannot be started. Either way the task stays queued and the pool remains usable. And
+  /// what copying the task throws; nothing is then queued.
   bool SubmitTask(std::function<void()>& task);
   bool SubmitTask(std::function<void()>&& task) { return SubmitTask(task); }
 
@@ -82,7 +83,7 @@ class TARSIO_COMMON_API ThreadPool : public std::enable_shared_from_this<ThreadP
   /// Returns when the queue is empty; the last tasks may still be running. A wake-up that falls
   /// between the look at the queue and the sleep is missed, deliberately: Wait() then lasts until
   /// the next task is taken, for ever if none comes. To wait for all tasks without that, call
-  /// Shutdown() with a value that has no name.
+  /// Shutdown() with a value that has no name. Called from a task, it waits for the other workers.
   void Wait();
 
  private:

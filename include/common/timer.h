@@ -59,7 +59,8 @@ class TARSIO_COMMON_API Timer : public std::enable_shared_from_this<Timer> {
   void SetState(bool started);
 
   /// What the timer does when it fires: runs on the timer thread, which fires no other timer
-  /// meanwhile. It may start and stop timers, itself included.
+  /// meanwhile. It may start and stop timers, itself included. An exception that leaves it ends the
+  /// process.
   virtual void OnTimeout() = 0;
 
  protected:

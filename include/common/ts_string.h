@@ -50,7 +50,11 @@ class TARSIO_COMMON_API TsString {
   uint64_t capacity = 1;       // bytes at data, the terminator included
 };
 
-/// Two strings. Moving copies: the source keeps its strings, deliberately.
+/// Two strings, copied and assigned in the order of their names. Moving copies: the source keeps
+/// its strings, deliberately.
+///
+/// Threads: as TsString.
+/// Throws:  as TsString; an assignment whose second string fails has assigned the first.
 struct TARSIO_COMMON_API TsStringPair {
   TsStringPair();
   TsStringPair(const TsStringPair& other);

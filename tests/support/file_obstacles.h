@@ -68,11 +68,8 @@ class ForbiddenFile {
   const std::unique_ptr<State> state;
 };
 
-// Whether the system keeps a process out of a directory here.
-extern const bool kDirectoriesCanBeForbidden;
-
 // While it lives, the process has no right to the existing directory `name` of the current
-// directory but, if `readable`, to read it.
+// directory, nor to what is below, but to read it if `readable`. Not every system enforces that.
 class ForbiddenDirectory {
  public:
   ForbiddenDirectory(const std::string& name, bool readable);

@@ -18,6 +18,7 @@ constexpr std::chrono::seconds kPatience{40};
 // How long a call that must not return is watched.
 constexpr std::chrono::milliseconds kWatch{300};
 
+// Whoever has waited for its opening may destroy it.
 class Gate {
  public:
   void Open() {

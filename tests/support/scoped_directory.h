@@ -34,8 +34,10 @@ class ScopedDirectory {
   }
 
   // The same as an absolute path text for the library under test: C:/tmp/x/name.
-  std::string Text(const std::string& name) const {
-    const std::string text = Native(name).generic_u8string();
+  std::string Text(const std::string& name) const { return Text() + '/' + name; }
+  // The directory itself: C:/tmp/x.
+  std::string Text() const {
+    const std::string text = root.generic_u8string();
     return text.front() == '/' ? "C:" + text : text;
   }
 

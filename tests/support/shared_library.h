@@ -1,4 +1,4 @@
-// A shared library that is loaded and unloaded at run time.
+// Shared libraries that are loaded and unloaded at run time.
 
 #ifndef TARSIO_COMMON_TESTS_SUPPORT_SHARED_LIBRARY_H_
 #define TARSIO_COMMON_TESTS_SUPPORT_SHARED_LIBRARY_H_
@@ -7,16 +7,19 @@
 
 namespace tarsio_test {
 
+// Whether the process has the library loaded, whoever brought it.
+bool IsLibraryLoaded(const std::string& file);
+
+// A library and those that it needs.
 class SharedLibrary {
  public:
   // Check IsLoaded() for success.
-  explicit SharedLibrary(std::string file);  // by its path
+  explicit SharedLibrary(std::string file);
   SharedLibrary(const SharedLibrary&) = delete;
   SharedLibrary& operator=(const SharedLibrary&) = delete;
   ~SharedLibrary();
 
-  // Whether the process has the file loaded, by this object or otherwise.
-  bool IsLoaded() const;
+  bool IsLoaded() const { return IsLibraryLoaded(path); }
 
   // An export, as a pointer to a function of type F. Null if there is none of that name.
   template <typename F>

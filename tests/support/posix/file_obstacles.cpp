@@ -93,8 +93,6 @@ struct ForbiddenFile::State {
 ForbiddenFile::ForbiddenFile(const std::string& name) : state(new State{{name, 0}}) {}
 ForbiddenFile::~ForbiddenFile() = default;
 
-const bool kDirectoriesCanBeForbidden = true;
-
 struct ForbiddenDirectory::State {
   Rights rights;
 };

@@ -6,16 +6,17 @@
 
 namespace tarsio_test {
 
+bool IsLibraryLoaded(const std::string& file) {
+  void* const handle = ::dlopen(file.c_str(), RTLD_NOW | RTLD_NOLOAD);
+  if (handle == nullptr) return false;
+  ::dlclose(handle);
+  return true;
+}
+
 SharedLibrary::SharedLibrary(std::string file)
     : path(std::move(file)), handle(::dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL)) {}
 
 SharedLibrary::~SharedLibrary() = default;
-
-bool SharedLibrary::IsLoaded() const {
-  void* const again = ::dlopen(path.c_str(), RTLD_NOW | RTLD_NOLOAD);
-  if (again != nullptr) ::dlclose(again);
-  return again != nullptr;
-}
 
 void SharedLibrary::Unload() { ::dlclose(handle); }
 

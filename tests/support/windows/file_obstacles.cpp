@@ -1,7 +1,9 @@
 #include "support/file_obstacles.h"
 
-#include <io.h>
 #include <windows.h>
+// Behind the header that they need.
+#include <aclapi.h>
+#include <io.h>
 
 #include <fstream>
 #include <vector>
@@ -58,13 +60,40 @@ ForbiddenFile::ForbiddenFile(const std::string& name) : state(std::make_unique<S
 
 ForbiddenFile::~ForbiddenFile() { ::CloseHandle(state->file); }
 
-// Wine leaves it to the rights of its own user, whom nothing may be kept from.
-const bool kDirectoriesCanBeForbidden = false;
+// What is denied is passed on to all that is below. (Wine leaves it to the rights of its own user,
+// whom nothing may be kept from.)
+struct ForbiddenDirectory::State {
+  void Set(ACL* list) {
+    ::SetNamedSecurityInfoA(name.data(), SE_FILE_OBJECT, DACL_SECURITY_INFORMATION, nullptr,
+                            nullptr, list, nullptr);
+  }
 
-struct ForbiddenDirectory::State {};
+  std::string name;
+  ACL* before = nullptr;  // a part of the descriptor
+  PSECURITY_DESCRIPTOR descriptor = nullptr;
+};
 
-ForbiddenDirectory::ForbiddenDirectory(const std::string& /*name*/, bool /*readable*/) {}
-ForbiddenDirectory::~ForbiddenDirectory() = default;
+ForbiddenDirectory::ForbiddenDirectory(const std::string& name, bool readable)
+    : state(std::make_unique<State>()) {
+  state->name = name;
+  ::GetNamedSecurityInfoA(name.c_str(), SE_FILE_OBJECT, DACL_SECURITY_INFORMATION, nullptr, nullptr,
+                          &state->before, nullptr, &state->descriptor);
+  std::string user = "CURRENT_USER";
+  EXPLICIT_ACCESSA denied{};
+  ::BuildExplicitAccessWithNameA(
+      &denied, user.data(),
+      readable ? FILE_WRITE_DATA | FILE_APPEND_DATA | FILE_DELETE_CHILD | DELETE : FILE_ALL_ACCESS,
+      DENY_ACCESS, SUB_CONTAINERS_AND_OBJECTS_INHERIT);
+  ACL* list = nullptr;
+  ::SetEntriesInAclA(1, &denied, state->before, &list);
+  state->Set(list);
+  ::LocalFree(list);
+}
+
+ForbiddenDirectory::~ForbiddenDirectory() {
+  state->Set(state->before);
+  ::LocalFree(state->descriptor);
+}
 
 void CloseStandardOutput() { ::_close(1); }
 

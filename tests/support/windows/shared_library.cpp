@@ -6,12 +6,14 @@
 
 namespace tarsio_test {
 
+bool IsLibraryLoaded(const std::string& file) {
+  return ::GetModuleHandleA(file.c_str()) != nullptr;
+}
+
 SharedLibrary::SharedLibrary(std::string file)
     : path(std::move(file)), handle(::LoadLibraryA(path.c_str())) {}
 
 SharedLibrary::~SharedLibrary() = default;
-
-bool SharedLibrary::IsLoaded() const { return ::GetModuleHandleA(path.c_str()) != nullptr; }
 
 void SharedLibrary::Unload() { ::FreeLibrary(static_cast<HMODULE>(handle)); }
 

@@ -1,0 +1,203 @@
+// Every lock of queue, pool, latches and timers fails in its turn: the caller gets the system's
+// error, whatever else was locked is free again, and the object is as it was. And what waits with a
+// timeout waits for a time on the system clock. The library is compiled into this program, and so
+// are the locks' wrappers.
+
+#include "support/lock_faults.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstddef>
+#include <functional>
+#include <memory>
+#include <system_error>
+
+#include "common/blocking_queue.h"
+#include "common/latch.h"
+#include "common/thread_pool.h"
+#include "common/timer.h"
+#include "support/events.h"
+
+namespace {
+
+using component::TsTimer;
+using std::chrono::system_clock;
+using tarsio::BlockingQueue;
+using tarsio::CountDownLatch;
+using tarsio::CountOutWake;
+using tarsio::ThreadPool;
+using tarsio_test::DeadlineWatch;
+using tarsio_test::Events;
+using tarsio_test::LockFault;
+
+// ---- deadlines ----
+
+TEST(Deadlines, AreTheSystemClocksTimeOfTheCallAndTheTimeout) {
+  BlockingQueue<int> queue(0);
+  CountDownLatch latch(1);
+  CountOutWake wake;
+  const struct {
+    const char* name;
+    std::function<void()> wait;
+    std::chrono::nanoseconds timeout;
+  } rows[] = {
+      {"Push", [&] { queue.Push(1, 30); }, std::chrono::milliseconds(30)},
+      {"Pop",
+       [&] {
+         int item = 0;
+         queue.Pop(item, 40);
+       },
+       std::chrono::milliseconds(40)},
+      {"CountDownLatch", [&] { latch.Wait(50); }, std::chrono::milliseconds(50)},
+      {"CountOutWake", [&] { wake.Wait(20000000); }, std::chrono::milliseconds(20)},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
+    const auto timeout = std::chrono::duration_cast<system_clock::duration>(row.timeout);
+    const DeadlineWatch watch;
+    const auto before = system_clock::now();
+    row.wait();
+    const auto after = system_clock::now();
+    // A spurious wake-up aside, the wait has lasted until its deadline.
+    EXPECT_GE(DeadlineWatch::Last(), before + timeout);
+    EXPECT_LE(DeadlineWatch::Last(), after + timeout / 2);
+  }
+}
+
+// ---- locks ----
+
+// Whether the call, whose lock behind `allowed` others fails, throws what the standard throws then.
+testing::AssertionResult FailsAtLock(size_t allowed, const std::function<void()>& call) {
+  const LockFault fault(allowed);
+  try {
+    call();
+  } catch (const std::system_error& error) {
+    if (error.code() == std::errc::resource_unavailable_try_again) {
+      return testing::AssertionSuccess();
+    }
+    return testing::AssertionFailure() << error.what();
+  }
+  return testing::AssertionFailure() << "nothing is thrown";
+}
+
+TEST(LockFaults, QueueIsAsItWas) {
+  BlockingQueue<int> queue(2);
+  ASSERT_TRUE(queue.Push(1, -1));
+  int item = 7;
+  for (const int timeoutMs : {-1, 0, 1}) {
+    EXPECT_TRUE(FailsAtLock(0, [&] { queue.Push(2, timeoutMs); }));
+    EXPECT_TRUE(FailsAtLock(0, [&] { queue.Pop(item, timeoutMs); }));
+  }
+  EXPECT_TRUE(FailsAtLock(0, [&] { queue.Close(); }));
+  EXPECT_TRUE(FailsAtLock(0, [&] { queue.Size(); }));
+  EXPECT_EQ(item, 7);
+  EXPECT_EQ(queue.Size(), 1U);
+  EXPECT_TRUE(queue.Push(2, -1));
+  EXPECT_TRUE(queue.Pop(item, -1));
+  EXPECT_EQ(item, 1);
+}
+
+TEST(LockFaults, LatchesKeepTheirCounts) {
+  CountDownLatch latch(2);
+  EXPECT_TRUE(FailsAtLock(0, [&] { latch.CountDown(); }));
+  EXPECT_TRUE(FailsAtLock(0, [&] { latch.Wait(1); }));
+  EXPECT_TRUE(FailsAtLock(0, [&] { latch.GetCount(); }));
+  EXPECT_EQ(latch.GetCount(), 2U);
+  latch.CountDown();
+  EXPECT_EQ(latch.GetCount(), 1U);
+
+  CountOutWake wake(5);
+  EXPECT_TRUE(FailsAtLock(0, [&] { wake.CountOut(); }));
+  EXPECT_TRUE(FailsAtLock(0, [&] { wake.CountAll(); }));
+  EXPECT_TRUE(FailsAtLock(0, [&] { wake.Wait(1); }));
+  EXPECT_TRUE(FailsAtLock(0, [&] { wake.GetCount(); }));
+  EXPECT_EQ(wake.GetCount(), 5U);
+}
+
+std::shared_ptr<ThreadPool> MakePool(uint64_t limit) {
+  return std::make_shared<ThreadPool>("lock faults", limit, 0U, 10U);
+}
+
+// In the order of its locks: one that fails behind another leaves that one free.
+TEST(LockFaults, PoolReleasesWhatItHasLocked) {
+  const auto pool = MakePool(0);
+  const struct {
+    const char* name;
+    size_t locks;
+    std::function<void()> call;
+  } rows[] = {
+      {"SubmitTask", 1, [&] { pool->SubmitTask([] {}); }},
+      {"GetPendingTaskNumber", 2, [&] { pool->GetPendingTaskNumber(); }},
+      {"GetRunningThreadNumber", 1, [&] { pool->GetRunningThreadNumber(); }},
+      {"Wait", 2, [&] { pool->Wait(); }},
+      {"Shutdown by a method without name", 1,
+       [&] { pool->Shutdown(static_cast<ThreadPool::SHUTDOWN_METHOD>(7)); }},
+      {"Shutdown, waiting", 3, [&] { pool->Shutdown(ThreadPool::SHUTDOWN_WAIT); }},
+      {"Shutdown at once", 1, [&] { pool->Shutdown(ThreadPool::SHUTDOWN_NOW); }},
+  };
+  for (const auto& row : rows) {
+    for (size_t lock = 0; lock < row.locks; ++lock) {
+      SCOPED_TRACE(row.name + (" " + std::to_string(lock)));
+      EXPECT_TRUE(FailsAtLock(lock, row.call));
+      EXPECT_EQ(pool->GetPendingTaskNumber(), 0U);
+      EXPECT_EQ(pool->GetRunningThreadNumber(), 0U);
+      pool->Wait();
+    }
+  }
+  EXPECT_TRUE(pool->SubmitTask([] {})) << "nothing has closed it";
+}
+
+TEST(LockFaults, TaskStaysQueuedIfItsWorkerCannotBeStarted) {
+  const auto ran = std::make_shared<Events>();
+  std::function<void()> task = [ran] { ran->Add(); };
+  const auto first = MakePool(1);
+  first->SubmitTask(task);  // what is made once in a process is made now
+  ASSERT_TRUE(ran->Await(1));
+
+  const auto pool = MakePool(1);
+  EXPECT_TRUE(FailsAtLock(0, [&] { pool->SubmitTask(task); }));
+  EXPECT_EQ(pool->GetPendingTaskNumber(), 0U);
+  EXPECT_TRUE(FailsAtLock(1, [&] { pool->SubmitTask(task); })) << "the list of workers";
+  EXPECT_EQ(pool->GetPendingTaskNumber(), 1U);
+  EXPECT_TRUE(FailsAtLock(2, [&] { pool->SubmitTask(task); })) << "the worker";
+  EXPECT_EQ(pool->GetPendingTaskNumber(), 2U);
+  EXPECT_EQ(pool->GetRunningThreadNumber(), 0U);
+  EXPECT_TRUE(pool->SubmitTask(task));
+  EXPECT_TRUE(ran->Await(4));
+}
+
+TEST(LockFaults, TimerIsMarkedAndNothingElse) {
+  constexpr unsigned long long kLong = 3600000;
+  const auto warm = std::make_shared<TsTimer>(kLong, false);
+  warm->Start();  // what is made once in a process is made now
+  warm->Stop();
+
+  const auto timer = std::make_shared<TsTimer>(kLong, false);
+  timer->SetExpire(77);
+  EXPECT_TRUE(FailsAtLock(0, [&] { timer->SetExpire(1); }));
+  EXPECT_TRUE(FailsAtLock(0, [&] { timer->GetExpire(); }));
+  EXPECT_EQ(timer->GetExpire(), 77U);
+
+  EXPECT_TRUE(FailsAtLock(0, [&] { timer->Start(); })) << "the manager";
+  EXPECT_EQ(timer.use_count(), 1);
+  timer->Start();  // marked, so that nothing is tried
+  EXPECT_EQ(timer.use_count(), 1);
+  EXPECT_TRUE(FailsAtLock(0, [&] { timer->Stop(); }));
+  timer->Stop();  // not marked any more
+  EXPECT_TRUE(FailsAtLock(1, [&] { timer->Start(); })) << "its expiry";
+  EXPECT_EQ(timer->GetExpire(), 77U);
+  EXPECT_EQ(timer.use_count(), 1);
+  timer->SetState(false);
+
+  timer->Start();
+  EXPECT_EQ(timer.use_count(), 2);
+  EXPECT_TRUE(FailsAtLock(0, [&] { timer->Stop(); }));
+  EXPECT_EQ(timer.use_count(), 2) << "still queued";
+  timer->SetState(true);
+  timer->Stop();
+  EXPECT_EQ(timer.use_count(), 1);
+}
+
+}  // namespace
