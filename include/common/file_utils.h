@@ -54,7 +54,7 @@ class TARSIO_COMMON_API FileUtils {
   ///
   /// Append with truncate, and any other bit, is refused with result 4, the file untouched. A bare
   /// file name is refused with 5, since its parent is an empty path: write `.\name`. Errors while
-  /// writing are not detected.
+  /// writing are not detected, and may leave a file that is cut short.
   static FileOptRet WriteFile(std::string content, std::string path, int mode);
 
   /// Creates every directory whose name in `path` ends in a separator: "a/b/c" creates a and a/b,

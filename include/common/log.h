@@ -44,9 +44,10 @@ class TARSIO_COMMON_API Logger {
   Logger& operator=(const Logger& other);
   virtual ~Logger();
 
-  /// Replaces `out` with one line, without a newline at its end. `file` is reduced to its last
-  /// component (both `/` and `\` separate). `function` is not printed. A message of more than 2047
-  /// bytes, or one that cannot be formatted, is left out as a whole: the line then ends in "] ".
+  /// Replaces `out` with one line, without a newline at its end. The time is the local time of the
+  /// call. `file` is reduced to its last component (both `/` and `\` separate). `function` is not
+  /// printed. A message of more than 2047 bytes, or one that cannot be formatted, is left out as a
+  /// whole: the line then ends in "] ". A null `file` or `format` stands for an empty one.
   ///
   /// Throws: memory exhaustion; `out` is then unchanged.
   virtual void VFormat(LOG_LEVEL level, std::string& out, const char* file, int line,
