@@ -93,6 +93,9 @@ class TARSIO_COMMON_API Path {
   ///     WINDOWS_PATH   C:\a\b   \\srv\share\f   /usr\lib
   ///     POSIX_PATH     C:/a/b   \\srv/share/f   /usr/lib
   ///
+  /// No separator ends it: `C:\` prints as `C:`, which names the drive's current directory. For the
+  /// root of the drive, parse `C:\.`.
+  ///
   /// An absolute path of Windows type whose printed form would have 260 bytes or more is printed
   /// with the long-path prefix `\\?\`, or `\\?\UNC\` for a share.
   std::string Str(PathType style = WINDOWS_PATH) const;
@@ -104,7 +107,7 @@ class TARSIO_COMMON_API Path {
   Path operator/(const Path& other) const;
 
   /// All components but the last; the flags are kept and the type is WINDOWS_PATH, whatever this
-  /// path's is.
+  /// path's is. So the parent of "/usr/lib", parsed by the POSIX rules, prints as usr.
   ///
   ///     C:\a\b => C:\a     C:\x => C:     C:\ => (absolute, no components)
   ///     a\b    => a        a    => (empty, relative)     (empty, relative) => ..
