@@ -6,10 +6,13 @@
 #include <thread>
 
 int main() {
+  //! [timeouts]
   constexpr int kForEver = 0;  // waits without limit
   constexpr int kDoNotWait = -1;
   tarsio::BlockingQueue<int> queue(2);
+  //! [timeouts]
 
+  //! [both sides]
   std::thread producer([&queue] {
     for (int i = 1; i <= 5; ++i) queue.Push(i, kForEver);  // waits while two are queued
   });
@@ -20,12 +23,15 @@ int main() {
     sum += item;
   }
   producer.join();
+  //! [both sides]
   std::cout << "sum: " << sum << '\n';
 
+  //! [closing]
   std::cout << std::boolalpha << "first:  " << queue.Push(1, kDoNotWait) << '\n'
             << "second: " << queue.Push(2, kDoNotWait) << '\n'
             << "third:  " << queue.Push(3, kDoNotWait) << '\n';
   queue.Close();  // discards what is left; nothing enters any more
   std::cout << "after closing: " << queue.Size() << ", " << queue.Push(4, kDoNotWait) << '\n';
+  //! [closing]
   return 0;
 }

@@ -10,12 +10,15 @@ using tarsio::CharsetCvt;
 
 int main() {
   std::cout << std::boolalpha;
+  //! [telling]
   const std::string cafe = "caf\xC3\xA9";
   std::cout << "ASCII:    " << CharsetCvt::IsASCII(cafe) << '\n'
             << "UTF-8:    " << CharsetCvt::IsU8(cafe) << '\n'
             << "BOM:      " << CharsetCvt::StartsWithBom("\xEF\xBB\xBF" + cafe) << '\n'
             << "cut off:  " << CharsetCvt::IsU8(cafe.substr(0, 4)) << '\n';
+  //! [telling]
 
+  //! [bytes]
   // The wide conversions map bytes, not characters.
   std::cout << "as wide:  " << CharsetCvt::U8ToW(cafe).size() << " units for " << cafe.size()
             << " bytes\n";
@@ -25,7 +28,15 @@ int main() {
     std::cout << "above FF: " << error.what() << '\n';
   }
 
+  std::cout << "16 bits:  " << std::hex << static_cast<int>(CharsetCvt::U8ToU16(cafe)[3]) << '\n';
+  //! [bytes]
+
+  //! [user]
   // A text that is UTF-8 already comes back as it is, whatever the user's locale.
   std::cout << "kept:     " << (CharsetCvt::MbToU8(cafe) == cafe) << '\n';
+
+  // The second argument is never used: no variable, no text.
+  std::cout << "unset:    [" << CharsetCvt::GetEnv(L"TARSIO_NOT_SET", "fallback") << "]\n";
+  //! [user]
   return 0;
 }

@@ -12,18 +12,26 @@ int main() {
   constexpr int kAppend = 0x08;
   const std::string name = "files-example/note.txt";
 
+  //! [making]
   // The names that end in a separator are created.
   std::cout << std::boolalpha << "directory made: " << FileUtils::MakeDir(name) << '\n';
+  //! [making]
+  //! [writing]
   // The content comes first.
   std::cout << "written:  " << FileUtils::WriteFile("first\n", name, kBinary) << '\n'
             << "appended: " << FileUtils::WriteFile("second\n", name, kBinary | kAppend) << '\n';
+  //! [writing]
 
+  //! [reading]
   std::string content;
   std::cout << "read:     " << FileUtils::GetFileContent(name, content) << '\n' << content;
   std::cout << "missing:  " << FileUtils::GetFileContent("files-example/none.txt", content) << '\n'
             << "bare:     " << FileUtils::WriteFile("", "bare-name.txt", 0) << '\n';
+  //! [reading]
 
+  //! [removing]
   std::cout << "removed:  " << FileUtils::RemoveFile(name) << ", "
             << FileUtils::RemoveDir("files-example") << '\n';
+  //! [removing]
   return 0;
 }

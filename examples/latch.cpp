@@ -7,6 +7,7 @@
 #include <vector>
 
 int main() {
+  //! [latch]
   tarsio::CountDownLatch done(3);
   std::vector<std::thread> threads;
   threads.reserve(3);
@@ -14,16 +15,21 @@ int main() {
   // A wait may end early; the count tells.
   while (done.GetCount() > 0) done.Wait(1000);  // milliseconds
   for (std::thread& thread : threads) thread.join();
+  //! [latch]
   std::cout << "left: " << done.GetCount() << '\n';
 
+  //! [point]
   tarsio::CountOutWake point;
   std::thread sleeper([&point] { point.Wait(0); });  // without limit
   while (point.GetCount() == 0) std::this_thread::yield();
   std::cout << "waiting: " << point.GetCount() << '\n';
   point.CountOut();
   sleeper.join();
+  //! [point]
   std::cout << "waiting: " << point.GetCount() << '\n';
 
+  //! [units]
   point.Wait(1000000);  // nanoseconds here: one millisecond, with nobody to wake it
+  //! [units]
   return 0;
 }

@@ -7,11 +7,15 @@
 #include <thread>
 
 int main() {
+  //! [ciphers]
   std::cout << tarsio::GetSupportedCiphersList() << '\n';
+  //! [ciphers]
 
+  //! [clock]
   const long long before = tarsio::GetTimeNowMsSinceEpoch();
   std::this_thread::sleep_for(std::chrono::milliseconds(20));
   const long long elapsed = tarsio::GetTimeNowMsSinceEpoch() - before;
   std::cout << std::boolalpha << "20 ms have passed: " << (elapsed >= 19) << '\n';
+  //! [clock]
   return 0;
 }

@@ -7,6 +7,7 @@
 using tarsio::Path;
 
 int main() {
+  //! [taking apart]
   const Path work("C:\\data");
   const Path file = work / "reports/2024/summary.tar.gz";
   std::cout << "joined:    " << file << '\n'
@@ -15,16 +16,23 @@ int main() {
             << "name:      " << file.Filename() << '\n'
             << "extension: " << file.Extension() << '\n'
             << "length:    " << file.Length() << " components\n";
+  //! [taking apart]
 
+  //! [share]
   const Path share(R"(\\?\UNC\server\share\f)");
   std::cout << "share:     " << share << '\n';
+  //! [share]
 
+  //! [join]
   // Joining an absolute path changes nothing.
   std::cout << "unchanged: " << work / "C:\\other" << '\n';
+  //! [join]
 
+  //! [posix]
   Path posix;
   posix.Set("/usr/lib", Path::POSIX_PATH);
   std::cout << "POSIX:     " << posix.Str(Path::POSIX_PATH) << '\n'
             << "here:      " << std::boolalpha << Path::Getcwd().IsDirectory() << '\n';
+  //! [posix]
   return 0;
 }

@@ -15,6 +15,7 @@ int main() {
   FileUtils::WriteFile("x", "resolver-example/defaults/sizes.txt", 0);
   FileUtils::WriteFile("x", "resolver-example/overrides/sizes.txt", 0);
 
+  //! [resolver]
   PathResolver resolver;
   resolver.Erase(resolver.begin());  // the current directory
   resolver.Append("resolver-example/defaults");
@@ -23,6 +24,7 @@ int main() {
             << resolver.Resolve("sizes.txt") << '\n'
             << resolver.Resolve("colours.txt") << '\n'
             << resolver.Resolve("nowhere.txt") << '\n';
+  //! [resolver]
 
   FileUtils::RemoveFile("resolver-example/overrides/sizes.txt");
   FileUtils::RemoveFile("resolver-example/defaults/sizes.txt");

@@ -19,18 +19,24 @@ void Print(const char* name, const std::vector<std::string>& pieces) {
 }  // namespace
 
 int main() {
+  //! [splitting]
   Print("every piece", StringUtils::SplitString("a,,b,", ","));
   Print("without an empty last one", StringUtils::SplitAllByString("a,,b,", ","));
   Print("at the first only", StringUtils::SplitFristByString("key=value=x", "="));
+  //! [splitting]
 
+  //! [trimming]
   std::string line = "\t two words \r\n";
   StringUtils::Trim(line);
   std::cout << "trimmed: [" << line << "]\n"
             << "upper: " << StringUtils::ToUpper(line) << '\n'
             << "replaced: " << StringUtils::SpaceToUnderscore(line, " ", '_') << '\n';
+  //! [trimming]
 
+  //! [digest]
   // A blank stands where one expects a leading zero; this turns the text into the usual form.
   const std::string digest = StringUtils::GetHashText("abc", 3);
   std::cout << "SHA-256: " << StringUtils::SpaceToUnderscore(digest, " ", '0') << '\n';
+  //! [digest]
   return 0;
 }

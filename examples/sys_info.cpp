@@ -6,9 +6,11 @@
 #include <memory>
 
 int main() {
+  //! [system]
   auto info = std::make_shared<tarsio::ClientDeviceInfo>();
   if (!tarsio::SysInfo::GetClientOsInfo(info)) return 1;
   std::cout << info->osArch << ' ' << info->osManufacturingModel << ", version "
             << (info->osVersion.find('.') != std::string::npos ? "major.minor" : "unknown") << '\n';
+  //! [system]
   return 0;
 }

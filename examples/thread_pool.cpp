@@ -26,14 +26,18 @@ class MessageLogger : public tarsio::Logger {
 int main() {
   tarsio::Log::GetInstance().SetLogger(std::make_unique<MessageLogger>());
   std::atomic<int> sum{0};
+  //! [submitting]
   // Owned by a shared pointer, as it must be: up to four workers, up to 64 tasks that wait.
   const auto pool = std::make_shared<tarsio::ThreadPool>("adders", 4, 0, 64);
   for (int i = 1; i <= 100; ++i) pool->SubmitTask([i, &sum] { sum += i; });
   pool->SubmitTask([] { throw std::runtime_error("boom"); });
+  //! [submitting]
 
+  //! [waiting]
   // A value without a name waits for the workers alone, who run every task first. That lasts a
   // second longer than the last task: they leave when they have been idle that long.
   pool->Shutdown(static_cast<tarsio::ThreadPool::SHUTDOWN_METHOD>(2));
   std::cout << "sum: " << sum << ", workers: " << pool->GetRunningThreadNumber() << '\n';
+  //! [waiting]
   return 0;
 }

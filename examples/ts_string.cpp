@@ -9,6 +9,7 @@ using tarsio::TsString;
 using tarsio::TsStringPair;
 
 int main() {
+  //! [pair]
   TsStringPair header;
   header.first = "Content-Type";
   header.second = "text/plain";
@@ -17,10 +18,13 @@ int main() {
   std::cout << "moved:  " << moved.first.Cstr() << ": " << moved.second.Cstr() << '\n';
   // NOLINTNEXTLINE(bugprone-use-after-move): a pair may be used, since moving copies
   std::cout << "source: " << header.first.Cstr() << ": " << header.second.Cstr() << '\n';
+  //! [pair]
 
+  //! [text]
   TsString name(nullptr);
   std::cout << std::boolalpha << "null is empty: " << name.IsEmpty() << '\n';
   name = "plain";
   std::cout << name.Length() << " bytes, equal to a copy: " << (name == TsString(name)) << '\n';
+  //! [text]
   return 0;
 }

@@ -16,6 +16,7 @@ namespace tarsio {
 template <typename Facet>
 class deletable_facet : public Facet {
  public:
+  /// Hands `args` on to the facet.
   template <typename... Args>
   explicit deletable_facet(Args&&... args) : Facet(std::forward<Args>(args)...) {}
   ~deletable_facet() override = default;
@@ -68,18 +69,21 @@ class TARSIO_COMMON_API CharsetCvt {
   /// Throws: `std::runtime_error` ("bad locale name") if the user's locale does not exist.
   static std::string U8ToMb(const std::string& s);
 
-  /// Each unit as the byte of its value, and each byte as the unit of its value. An empty text is
-  /// reported and gives an empty text.
+  /// Each unit as the byte of its value. An empty text is reported and gives an empty text, here
+  /// and in the five that follow.
   ///
-  /// Throws: WToU8() throws `std::range_error` ("bad conversion") for a unit above 0xFF.
+  /// Throws: `std::range_error` ("bad conversion") for a unit above 0xFF.
   static std::string WToU8(const std::wstring& s);
+  /// Each byte as the unit of its value.
   static std::wstring U8ToW(const std::string& s);
 
-  /// Each unit as the byte of its low 8 bits, and each byte as the unit of its value,
-  /// sign-extended. An empty text is reported and gives an empty text.
+  /// Each unit as the byte of its low 8 bits.
   static std::string U16ToU8(const std::u16string& s);
+  /// Each byte as the unit of its value, sign-extended: 80 to FF become FF80 to FFFF.
   static std::u16string U8ToU16(const std::string& s);
+  /// Each unit as the byte of its low 8 bits.
   static std::string U32ToU8(const std::u32string& s);
+  /// Each byte as the unit of its value, sign-extended: 80 to FF become FFFFFF80 to FFFFFFFF.
   static std::u32string U8ToU32(const std::string& s);
 
   /// An environment variable as UTF-8, read anew at each call; what is no character in it becomes

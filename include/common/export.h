@@ -2,8 +2,11 @@
 #define TARSIO_COMMON_EXPORT_H_
 
 /// \file
-/// Marks what the shared library exports. A host that links the static library defines
-/// TARSIO_COMMON_STATIC; the CMake target `tarsio::common` does so by itself.
+/// Marks what the shared library exports.
+
+/// \def TARSIO_COMMON_API
+/// Stands before whatever the shared library exports. A host that links the static library defines
+/// `TARSIO_COMMON_STATIC`, which empties it; the CMake target `tarsio::common` does so by itself.
 
 #if defined(TARSIO_COMMON_STATIC)
 #define TARSIO_COMMON_API

@@ -55,7 +55,7 @@ class TARSIO_COMMON_API FileUtils {
   ///     0x20 binary     write the bytes unchanged; else Windows turns LF into CR LF
   ///
   /// Append with truncate, and any other bit, is refused with result 4, the file untouched. A bare
-  /// file name is refused with 5, since its parent is an empty path: write ".\name". Errors while
+  /// file name is refused with 5, since its parent is an empty path: write `.\name`. Errors while
   /// writing are not detected, and may leave a file that is cut short.
   static FileOptRet WriteFile(std::string content, std::string path, int mode);
 

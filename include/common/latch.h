@@ -19,6 +19,7 @@ namespace tarsio {
 /// Throws:  `std::system_error` when the system's locks fail.
 class TARSIO_COMMON_API CountDownLatch {
  public:
+  /// A latch to be counted down `initialCount` times; with 0 it is open from the start.
   explicit CountDownLatch(unsigned int initialCount);
   CountDownLatch(const CountDownLatch&) = delete;
   CountDownLatch& operator=(const CountDownLatch&) = delete;
@@ -35,6 +36,7 @@ class TARSIO_COMMON_API CountDownLatch {
   /// that needs to know reads GetCount() afterwards.
   void Wait(unsigned long long timeoutMs);
 
+  /// How many steps are left; 0 means that the latch is open.
   unsigned int GetCount();
 
  private:
@@ -51,7 +53,9 @@ class TARSIO_COMMON_API CountDownLatch {
 /// Throws:  `std::system_error` when the system's locks fail.
 class TARSIO_COMMON_API CountOutWake {
  public:
+  /// A count that begins at `initialCount`, which has no other meaning.
   explicit CountOutWake(unsigned int initialCount);
+  /// A count that begins at 0, so that it is the number of threads that wait.
   CountOutWake();
   CountOutWake(const CountOutWake&) = delete;
   CountOutWake& operator=(const CountOutWake&) = delete;
@@ -68,6 +72,7 @@ class TARSIO_COMMON_API CountOutWake {
   /// spurious wake-up ends the wait early.
   void Wait(unsigned long long timeoutNs);
 
+  /// The initial count plus the number of threads inside Wait(). Wraps at 2^32.
   unsigned int GetCount();
 
  private:

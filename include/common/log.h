@@ -36,13 +36,16 @@ enum LOG_LEVEL : int32_t {
 /// must bear that. The default sink hands each line over whole, so lines never mix.
 class TARSIO_COMMON_API Logger {
  public:
+  /// A sink holds nothing, so copies and assignments have nothing to do.
   Logger();
+  /// As the default constructor.
   Logger(const Logger& other);
+  /// Changes nothing.
   Logger& operator=(const Logger& other);
   virtual ~Logger();
 
   /// Replaces `out` with one line, without a newline at its end. The time is the local time of the
-  /// call. `file` is reduced to its last component (both "/" and "\" separate). `function` is not
+  /// call. `file` is reduced to its last component (both `/` and `\` separate). `function` is not
   /// printed. A message of more than 2047 bytes, or one that cannot be formatted, is left out as a
   /// whole: the line then ends in "] ". A null `file` or `format` stands for an empty one.
   ///

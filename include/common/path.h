@@ -43,27 +43,33 @@ class TARSIO_COMMON_API Path {
   /// The rules by which a text is parsed and printed. Any other value is accepted: it parses as
   /// POSIX_PATH and prints as WINDOWS_PATH, deliberately.
   enum PathType : int32_t {
-    WINDOWS_PATH = 0,  ///< `\\?\` prefixes, shares, drive letters; "/" and "\" separate.
-    POSIX_PATH = 1,    ///< Only "/" separates; a leading "/" makes the path absolute.
+    WINDOWS_PATH = 0,  ///< `\\?\` prefixes, shares, drive letters; `/` and `\` separate.
+    POSIX_PATH = 1,    ///< Only `/` separates; a leading `/` makes the path absolute.
   };
 
   /// The empty relative path, of Windows type.
   Path();
   /// Parses `text` (UTF-8) by the Windows rules. A null pointer is an empty text.
   Path(const char* text);  // NOLINT(google-explicit-constructor): a text is a path to callers
+  /// Parses `text` (UTF-8) by the Windows rules.
   Path(const std::string& text);  // NOLINT(google-explicit-constructor): as above
   /// Parses `text` (UTF-16) by the Windows rules. A null pointer is an empty text.
-  Path(const wchar_t* text);       // NOLINT(google-explicit-constructor): as above
+  Path(const wchar_t* text);  // NOLINT(google-explicit-constructor): as above
+  /// Parses `text` (UTF-16) by the Windows rules.
   Path(const std::wstring& text);  // NOLINT(google-explicit-constructor): as above
+  /// Copies the components, the type and the flags.
   Path(const Path& other);
   /// The moved-from path keeps its type and flags and has no components.
   Path(Path&& other) noexcept;
   ~Path();
 
+  /// Copies the components, the type and the flags.
   Path& operator=(const Path& other);
+  /// The moved-from path keeps its type and flags and has no components.
   Path& operator=(Path&& other) noexcept;
-  /// Parses `text` by the Windows rules.
+  /// Parses `text` (UTF-16) by the Windows rules.
   Path& operator=(const std::wstring& text);
+  /// Parses `text` (UTF-16) by the Windows rules. A null pointer is an empty text.
   Path& operator=(const wchar_t* text);
 
   /// Parses `text` by the rules of `pathType` and replaces what the path held.
@@ -77,17 +83,21 @@ class TARSIO_COMMON_API Path {
   ///     C:\a  C:/a         => absolute: C:, a
   ///     C:  C:a  \a  /a    => relative: C: | C:a | a | a
   ///
-  /// POSIX rules: "/usr/lib" is absolute with the components usr and lib; a "\" stays inside its
+  /// POSIX rules: "/usr/lib" is absolute with the components usr and lib; a `\` stays inside its
   /// component. A POSIX parse leaves the share flag as it was, deliberately.
   void Set(const std::string& text, PathType pathType = WINDOWS_PATH);
+  /// As above, from UTF-16.
   void Set(const std::wstring& text, PathType pathType = WINDOWS_PATH);
 
   /// The printed form. The prefix follows the type that the path was parsed with; the separator
-  /// follows `style`: "/" for POSIX_PATH, "\" for anything else. The asymmetry is deliberate.
+  /// follows `style`: `/` for POSIX_PATH, `\` for anything else. The asymmetry is deliberate.
   ///
   ///     parsed as      C:\a\b   \\srv\share\f   /usr/lib (POSIX)
   ///     WINDOWS_PATH   C:\a\b   \\srv\share\f   /usr\lib
   ///     POSIX_PATH     C:/a/b   \\srv/share/f   /usr/lib
+  ///
+  /// No separator ends it: `C:\` prints as `C:`, which names the drive's current directory. For the
+  /// root of the drive, parse `C:\.`.
   ///
   /// An absolute path of Windows type whose printed form would have 260 bytes or more is printed
   /// with the long-path prefix `\\?\`, or `\\?\UNC\` for a share.
@@ -100,7 +110,7 @@ class TARSIO_COMMON_API Path {
   Path operator/(const Path& other) const;
 
   /// All components but the last; the flags are kept and the type is WINDOWS_PATH, whatever this
-  /// path's is.
+  /// path's is. So the parent of "/usr/lib", parsed by the POSIX rules, prints as usr.
   ///
   ///     C:\a\b => C:\a     C:\x => C:     C:\ => (absolute, no components)
   ///     a\b    => a        a    => (empty, relative)     (empty, relative) => ..
@@ -111,9 +121,10 @@ class TARSIO_COMMON_API Path {
   /// "name" => an empty text.
   std::string Extension() const;
 
+  /// Whether the text named a place from a root on: of a drive, of a share, or "/" by POSIX rules.
   bool IsAbsolute() const;
-  /// True when there are no components, also for an absolute path such as "/" or the parent of
-  /// "C:\".
+  /// True when there are no components, also for an absolute path such as `/` or the parent of
+  /// `C:\`.
   bool Empty() const;
   /// The number of components (not of characters).
   uint64_t Length() const;
@@ -121,6 +132,7 @@ class TARSIO_COMMON_API Path {
   /// Compares the components byte for byte. Type and flags are ignored, deliberately: "/a" parsed
   /// by the POSIX rules equals the relative "a".
   bool operator==(const Path& other) const;
+  /// Whether the components differ.
   bool operator!=(const Path& other) const;
 
   /// The full path as the operating system sees it: built on the current directory, "." and ".."
@@ -134,6 +146,7 @@ class TARSIO_COMMON_API Path {
   bool Exists() const;
   /// Whether it exists and is no directory: devices and the like count as files.
   bool IsFile() const;
+  /// Whether it exists and is a directory.
   bool IsDirectory() const;
   /// The size in bytes; 0 if it cannot be told, so that Exists() and IsFile() tell a missing file
   /// from an empty one. What a directory gives is the system's choice.
@@ -166,6 +179,8 @@ inline std::ostream& operator<<(std::ostream& out, const Path& path) {
 
 /// Creates the directory that `path` names, its last component only. False if that fails for
 /// whatever reason: a missing parent, or anything of that name that exists already.
+///
+/// Threads: may be called from any thread, as may MakeDirs(). Throws what Path throws.
 TARSIO_COMMON_API bool MakeDir(const Path& path);
 
 /// Creates the directory that `path` names with every missing directory on the way. False if that
@@ -186,27 +201,38 @@ TARSIO_COMMON_API bool MakeDirs(const Path& path);
 /// Throws:  nothing but memory exhaustion.
 class TARSIO_COMMON_API PathResolver {
  public:
-  /// Positions in the list, for Erase() and for going through the entries.
+  /// A position in the list, for going through the entries and for Erase().
   using iterator = std::vector<Path>::iterator;
+  /// A position in a list that is not to be changed.
   using const_iterator = std::vector<Path>::const_iterator;
 
+  /// One entry: Path::Getcwd(), so an empty path if the current directory cannot be told.
   PathResolver();
+  /// Copies the list.
   PathResolver(const PathResolver& other);
+  /// Copies the list.
   PathResolver& operator=(const PathResolver& other);
   ~PathResolver();
 
+  /// The first entry. Positions hold until the list is changed.
   iterator begin() { return paths.begin(); }
+  /// Behind the last entry.
   iterator end() { return paths.end(); }
+  /// The first entry.
   const_iterator begin() const { return paths.begin(); }
+  /// Behind the last entry.
   const_iterator end() const { return paths.end(); }
 
+  /// The number of entries.
   uint64_t Size() const;
   /// The entry at `index`, which must be below Size(); it is not checked.
   Path& operator[](uint64_t index);
+  /// The entry at `index`, which must be below Size(); it is not checked.
   const Path& operator[](uint64_t index) const;
 
-  /// Adds a directory to be searched last, or first. Duplicates are allowed.
+  /// Adds a directory to be searched last. Duplicates are allowed.
   void Append(const Path& path);
+  /// Adds a directory to be searched first. Duplicates are allowed.
   void Prepend(const Path& path);
   /// Removes the entry at `position`, which must be one; those behind it move up.
   void Erase(const_iterator position);
@@ -221,8 +247,12 @@ class TARSIO_COMMON_API PathResolver {
   std::vector<Path> paths;
 };
 
-/// Writes "resolver[", a line for each entry ("  \"C:\work\"," and without the comma for the last)
-/// and "]", which has no line end.
+/// Writes the entries, each on a line of its own; nothing ends the last line.
+///
+///     resolver[
+///       "C:\work",
+///       "C:\other"
+///     ]
 inline std::ostream& operator<<(std::ostream& out, const PathResolver& resolver) {
   out << "resolver[" << std::endl;
   for (auto entry = resolver.begin(); entry != resolver.end(); ++entry) {

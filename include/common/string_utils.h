@@ -49,14 +49,17 @@ class TARSIO_COMMON_API StringUtils {
   /// Removes white space, as the runtime's isspace() classifies it, from both ends of `s`.
   static void Trim(std::string& s);
 
-  /// `s` with each byte mapped by the runtime's toupper() or tolower(). Bytes above 0x7F are mapped
-  /// only as the runtime's locale allows; the byte 0xFF is handed over as the runtime's EOF.
+  /// `s` with each byte mapped by the runtime's toupper(). Bytes above 0x7F are mapped only as the
+  /// runtime's locale allows; the byte 0xFF is handed over as the runtime's EOF.
   static std::string ToUpper(const std::string& s);
+  /// `s` with each byte mapped by the runtime's tolower(), as ToUpper() maps by toupper().
   static std::string ToLower(const std::string& s);
 
-  /// Whether `s` begins with, ends with or holds the other text. An empty one always fits.
+  /// Whether `s` begins with `prefix`. Every text begins with the empty one.
   static bool StartsWith(const std::string& s, const std::string& prefix);
+  /// Whether `s` ends with `suffix`. Every text ends with the empty one.
   static bool EndsWith(const std::string& s, const std::string& suffix);
+  /// Whether `part` occurs in `s`. The empty text occurs in every one.
   static bool Contains(const std::string& s, const std::string& part);
 
   /// `s` with every byte that occurs in `characters` replaced by `replacement`. Neither the blank

@@ -53,6 +53,7 @@ class TARSIO_COMMON_API ThreadPool : public std::enable_shared_from_this<ThreadP
   /// Shutdown(SHUTDOWN_NOW).
   virtual ~ThreadPool();
 
+  /// The name that the constructor or the last SetName() was given. The pool makes no use of it.
   std::string GetName() const;
   /// Workers that live already keep the name that they were started with.
   void SetName(const std::string& newName);
@@ -72,6 +73,7 @@ class TARSIO_COMMON_API ThreadPool : public std::enable_shared_from_this<ThreadP
   /// thread cannot be started. Either way the task stays queued and the pool remains usable. And
   /// what copying the task throws; nothing is then queued.
   bool SubmitTask(std::function<void()>& task);
+  /// As above, for a function that was made for the call.
   bool SubmitTask(std::function<void()>&& task) { return SubmitTask(task); }
 
   /// Acts on `method`, then waits until every worker has left. Workers leave only by having been

@@ -47,12 +47,14 @@ class TARSIO_COMMON_API Timer : public std::enable_shared_from_this<Timer> {
   /// Throws: `std::bad_weak_ptr` if no shared pointer owns the timer, which stays marked stopped.
   void Stop();
 
-  /// The expiry; undefined before the first Start(). For the manager: changing that of a queued
-  /// timer upsets its order.
+  /// Sets the expiry. For the manager: changing that of a queued timer upsets its order.
   void SetExpire(unsigned long long newExpire);
+  /// When the timer fires next, or was due last. Without meaning before the first Start().
   unsigned long long GetExpire();
 
+  /// The milliseconds from Start() to the firing. Never changes.
   unsigned long long GetTimeout() const;
+  /// Whether the timer fires again and again. Never changes.
   bool GetLoop() const;
 
   /// Sets the mark alone: nothing is queued or taken out.
@@ -64,6 +66,7 @@ class TARSIO_COMMON_API Timer : public std::enable_shared_from_this<Timer> {
   virtual void OnTimeout() = 0;
 
  protected:
+  /// A timer that is not started.
   Timer(unsigned long long timeoutMs, bool repeating);
 
  private:
@@ -119,10 +122,13 @@ class TimerManager {
   /// set back by an hour, every pending timer comes an hour late.
   TARSIO_COMMON_API unsigned long long GetCurrentMillisecs() const;
 
-  // For Timer, and not exported. A null timer is ignored.
+  /// Queues `timer` to fire after its timeout. For Timer, and not exported, as are the next two. A
+  /// null timer and one with timeout 0 are ignored.
   void AddTimer(std::shared_ptr<Timer> timer);
-  void RemoveTimer(std::shared_ptr<Timer> timer);  // every entry of it
-  void ResetTimer(std::shared_ptr<Timer> timer);   // counts its timeout from now, if it is queued
+  /// Takes every entry of `timer` out of the queue.
+  void RemoveTimer(std::shared_ptr<Timer> timer);
+  /// Counts the timeout of `timer` from now, if it is queued.
+  void ResetTimer(std::shared_ptr<Timer> timer);
 
  private:
   class EndOfProcess;

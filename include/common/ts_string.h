@@ -27,6 +27,7 @@ class TARSIO_COMMON_API TsString {
   TsString(const TsString& other);
   virtual ~TsString();
 
+  /// Copies without a limit. Assigning a string to itself leaves it as it is.
   TsString& operator=(const TsString& other);
   /// As the constructor from a text. `text` may lie in this string's own buffer.
   TsString& operator=(const char* text);
@@ -35,10 +36,12 @@ class TARSIO_COMMON_API TsString {
   const char* Cstr() const;
   /// The number of bytes before the terminator, counted at every call.
   size_t Length() const;
+  /// Whether Length() is 0.
   bool IsEmpty() const;
 
   /// Compares the texts byte for byte, whatever the sizes of their buffers.
   bool operator==(const TsString& other) const;
+  /// Whether the texts differ.
   bool operator!=(const TsString& other) const;
 
  private:
@@ -56,17 +59,22 @@ class TARSIO_COMMON_API TsString {
 /// Threads: as TsString.
 /// Throws:  as TsString; an assignment whose second string fails has assigned the first.
 struct TARSIO_COMMON_API TsStringPair {
+  /// Two empty strings.
   TsStringPair();
+  /// Copies the first, then the second.
   TsStringPair(const TsStringPair& other);
+  /// Copies: `other` keeps its strings.
   // NOLINTNEXTLINE(performance-noexcept-move-constructor): copies, so it may throw
   TsStringPair(TsStringPair&& other);
+  /// Copies the first, then the second.
   TsStringPair& operator=(const TsStringPair& other);
+  /// Copies: `other` keeps its strings.
   // NOLINTNEXTLINE(performance-noexcept-move-constructor): copies, so it may throw
   TsStringPair& operator=(TsStringPair&& other);
   ~TsStringPair();
 
-  TsString first;
-  TsString second;
+  TsString first;   ///< The one, a name for instance.
+  TsString second;  ///< The other, its value.
 };
 
 }  // namespace tarsio
