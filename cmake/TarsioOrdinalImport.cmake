@@ -1,5 +1,5 @@
 # Links `target` with an import library made from a module definition file, so that a function is
-# imported by the ordinal that stands there and not by its name.
+# imported by the ordinal that stands there and not by its name. A static library is installed with it.
 
 function(tarsio_import_by_ordinal target definition)
   get_filename_component(name "${definition}" NAME_WE)
@@ -10,5 +10,9 @@ function(tarsio_import_by_ordinal target definition)
     DEPENDS "${definition}" VERBATIM)
   add_custom_target(${target}-${name}-ordinals DEPENDS "${import_library}")
   add_dependencies(${target} ${target}-${name}-ordinals)
-  target_link_libraries(${target} PRIVATE "$<BUILD_INTERFACE:${import_library}>")
+  target_link_libraries(${target} PRIVATE "$<BUILD_INTERFACE:${import_library}>"
+    "$<INSTALL_INTERFACE:$<INSTALL_PREFIX>/${CMAKE_INSTALL_LIBDIR}/lib${name}-ordinals.a>")
+  if(PROJECT_IS_TOP_LEVEL AND NOT BUILD_SHARED_LIBS)
+    install(FILES "${import_library}" DESTINATION "${CMAKE_INSTALL_LIBDIR}" COMPONENT development)
+  endif()
 endfunction()

@@ -1,4 +1,4 @@
-# The DLLs that the library needs at run time, and their place beside it.
+# The DLLs that the library needs at run time: their place beside it, and their licences.
 
 # Sets `result` to the paths of the C++ runtime's DLLs and libcrypto's.
 function(tarsio_runtime_dlls result)
@@ -17,4 +17,16 @@ function(tarsio_copy_runtime_dlls target)
   add_custom_command(TARGET ${target} POST_BUILD
     COMMAND "${CMAKE_COMMAND}" -E copy_if_different ${dlls} "$<TARGET_FILE_DIR:${target}>"
     VERBATIM)
+endfunction()
+
+# Installs the terms on which they are handed on. The first text holds the exception that lets a
+# program of any licence use the compiler's runtime.
+function(tarsio_install_runtime_licences folder)
+  macro(install_text text name)
+    install(FILES "${text}" RENAME "${name}" DESTINATION "${folder}" COMPONENT documents)
+  endmacro()
+  install_text(/usr/share/doc/gcc-mingw-w64-x86-64-posix-runtime/copyright gcc-runtime.txt)
+  install_text(/usr/share/common-licenses/GPL-3 GPL-3.txt)
+  install_text(/usr/share/doc/mingw-w64-x86-64-dev/copyright mingw-w64.txt)
+  install_text("${OPENSSL_INCLUDE_DIR}/../LICENSE" openssl.txt)
 endfunction()

@@ -42,12 +42,8 @@ struct TimerLoop {
   using Type = const bool component::Timer::*;
   friend Type Reach(TimerLoop);
 };
-struct TimerMutex {
-  using Type = std::recursive_mutex component::Timer::*;
-  friend Type Reach(TimerMutex);
-};
 struct TimerExpire {
-  using Type = unsigned long long component::Timer::*;
+  using Type = std::atomic<unsigned long long> component::Timer::*;
   friend Type Reach(TimerExpire);
 };
 struct TimerState {
@@ -56,7 +52,6 @@ struct TimerState {
 };
 template struct ExposePrivate<TimerTimeout, &component::Timer::timeout>;
 template struct ExposePrivate<TimerLoop, &component::Timer::loop>;
-template struct ExposePrivate<TimerMutex, &component::Timer::mutex>;
 template struct ExposePrivate<TimerExpire, &component::Timer::expire>;
 template struct ExposePrivate<TimerState, &component::Timer::state>;
 
@@ -229,37 +224,11 @@ TEST(Timer, ExpiryMayBeReadAndWrittenByManyThreadsAtOnce) {
   EXPECT_FALSE(torn);
 }
 
-// While somebody else holds a timer's lock. Its own thread gets it any number of times.
-TEST(Timer, LockGuardsTheExpiryAndNothingElse) {
-  const auto timer = std::make_shared<TsTimer>(0, kOnce);
-  timer->SetExpire(5);
-  std::vector<BackgroundCall> waiting;
-  std::vector<BackgroundCall> others;
-  {
-    const std::lock_guard<std::recursive_mutex> lock((*timer).*Reach(tarsio_test::TimerMutex()));
-    EXPECT_EQ(timer->GetExpire(), 5U);
-    timer->SetExpire(6);
-    waiting.emplace_back([timer] { timer->SetExpire(7); });
-    waiting.emplace_back([timer] { timer->GetExpire(); });
-    others.emplace_back([timer] { timer->GetTimeout(); });
-    others.emplace_back([timer] { timer->GetLoop(); });
-    others.emplace_back([timer] { timer->SetState(false); });
-    others.emplace_back([timer] { timer->Init([] {}); });
-    others.emplace_back([timer] { timer->OnTimeout(); });
-    for (BackgroundCall& call : waiting) EXPECT_TRUE(call.StaysBlocked(kSeveralPasses));
-    for (BackgroundCall& call : others) EXPECT_TRUE(call.ReturnsWithin());
-    EXPECT_EQ(timer->GetExpire(), 6U);
-  }
-  for (BackgroundCall& call : waiting) EXPECT_TRUE(call.ReturnsWithin());
-  EXPECT_EQ(timer->GetExpire(), 7U);
-}
-
 TEST(Timer, FieldsAndOperationsKeepTheirOrder) {
   const TsTimer timer(10, kOnce);
   const std::vector<const void*> places = {
       &(timer.*Reach(tarsio_test::TimerTimeout())), &(timer.*Reach(tarsio_test::TimerLoop())),
-      &(timer.*Reach(tarsio_test::TimerMutex())), &(timer.*Reach(tarsio_test::TimerExpire())),
-      &(timer.*Reach(tarsio_test::TimerState()))};
+      &(timer.*Reach(tarsio_test::TimerExpire())), &(timer.*Reach(tarsio_test::TimerState()))};
   EXPECT_TRUE(std::is_sorted(places.begin(), places.end()));
   EXPECT_EQ(tarsio_test::VirtualSlot(&Timer::OnTimeout), 2);  // behind the destructor
 }

@@ -1,0 +1,89 @@
+# Writes `bill`: what the library is made of and links with, in SPDX 3.0.1. The library's own licence
+# is its owner's to state, so nothing is asserted about it.
+
+string(TIMESTAMP now "%Y-%m-%dT%H:%M:%SZ" UTC)  # SOURCE_DATE_EPOCH, where that is set
+if(windows)
+  set(namespace "https://spdx.org/spdxdocs/${name}-${version}-windows-x86_64")
+else()
+  set(namespace "https://spdx.org/spdxdocs/${name}-${version}-linux-x86_64")
+endif()
+set(elements "")
+set(ids "")
+
+# Adds an element with the fields that `fields` lists in JSON.
+macro(add_element type id fields)
+  string(APPEND elements ",
+    {\"type\": \"${type}\", \"spdxId\": \"${namespace}#${id}\",
+     \"creationInfo\": \"_:creation\", ${fields}}")
+  list(APPEND ids "\"${namespace}#${id}\"")
+endmacro()
+
+macro(add_relation type from to)
+  add_element(Relationship "${from}-${type}" "\"relationshipType\": \"${type}\",
+     \"from\": \"${namespace}#${from}\", \"to\": [\"${to}\"]")
+endmacro()
+
+# Adds a package. `file` is where it is installed; "" where it is not handed on.
+macro(add_package id package_version file)
+  set(fields "\"name\": \"${id}\", \"software_primaryPurpose\": \"library\"")
+  if(NOT "${package_version}" STREQUAL "")
+    string(APPEND fields ",\n     \"software_packageVersion\": \"${package_version}\"")
+  endif()
+  if(EXISTS "${prefix}/${file}" AND NOT "${file}" STREQUAL "")
+    file(SHA256 "${prefix}/${file}" checksum)
+    string(APPEND fields ",\n     \"comment\": \"${file}\", \"verifiedUsing\": [
+       {\"type\": \"Hash\", \"algorithm\": \"sha256\", \"hashValue\": \"${checksum}\"}]")
+  endif()
+  add_element(software_Package ${id} "${fields}")
+endmacro()
+
+# The same, of something that the library links with.
+macro(add_part id package_version licence file)
+  add_package(${id} "${package_version}" "${file}")
+  add_element(simplelicensing_LicenseExpression ${id}-licence
+    "\"simplelicensing_licenseExpression\": \"${licence}\"")
+  add_relation(hasDeclaredLicense ${id} "${namespace}#${id}-licence")
+  add_element(Relationship ${name}-hasDynamicLink-${id} "\"relationshipType\": \"hasDynamicLink\",
+     \"from\": \"${namespace}#${name}\", \"to\": [\"${namespace}#${id}\"]")
+endmacro()
+
+set(gcc_licence "GPL-3.0-or-later WITH GCC-exception-3.1")
+if(openssl_version VERSION_LESS 3)
+  set(openssl_licence OpenSSL)
+else()
+  set(openssl_licence Apache-2.0)
+endif()
+
+add_package(${name} ${version} "${library}")
+add_relation(hasDeclaredLicense ${name} expandedlicensing_NoAssertionLicense)
+if(windows)
+  file(GLOB crypto RELATIVE "${prefix}" "${prefix}/bin/libcrypto-*.dll")
+  add_part(libstdc++ "${gcc_version}" "${gcc_licence}" bin/libstdc++-6.dll)
+  add_part(libgcc "${gcc_version}" "${gcc_licence}" bin/libgcc_s_seh-1.dll)
+  add_part(winpthreads "${mingw_version}" "MIT AND BSD-3-Clause" bin/libwinpthread-1.dll)
+  add_part(libcrypto "${openssl_version}" ${openssl_licence} "${crypto}")
+else()  # the system's, of whatever version it has
+  add_part(libstdc++ "" "${gcc_licence}" "")
+  add_part(libgcc "" "${gcc_licence}" "")
+  add_part(glibc "" LGPL-2.1-or-later "")
+  add_part(libcrypto "" ${openssl_licence} "")
+endif()
+
+list(JOIN ids ",\n       " ids)
+file(WRITE "${bill}" "{
+  \"@context\": \"https://spdx.org/rdf/3.0.1/spdx-context.jsonld\",
+  \"@graph\": [
+    {\"type\": \"CreationInfo\", \"@id\": \"_:creation\", \"specVersion\": \"3.0.1\",
+     \"created\": \"${now}\", \"createdBy\": [\"${namespace}#build\"]},
+    {\"type\": \"SoftwareAgent\", \"spdxId\": \"${namespace}#build\",
+     \"creationInfo\": \"_:creation\", \"name\": \"the build of ${name}\"},
+    {\"type\": \"SpdxDocument\", \"spdxId\": \"${namespace}#document\",
+     \"creationInfo\": \"_:creation\", \"rootElement\": [\"${namespace}#bill\"],
+     \"profileConformance\": [\"core\", \"software\", \"simpleLicensing\"]},
+    {\"type\": \"software_Sbom\", \"spdxId\": \"${namespace}#bill\",
+     \"creationInfo\": \"_:creation\", \"software_sbomType\": [\"build\"],
+     \"rootElement\": [\"${namespace}#${name}\"], \"element\": [
+       ${ids}]}${elements}
+  ]
+}
+")
