@@ -176,9 +176,6 @@ TEST(LockFaults, TimerIsMarkedAndNothingElse) {
 
   const auto timer = std::make_shared<TsTimer>(kLong, false);
   timer->SetExpire(77);
-  EXPECT_TRUE(FailsAtLock(0, [&] { timer->SetExpire(1); }));
-  EXPECT_TRUE(FailsAtLock(0, [&] { timer->GetExpire(); }));
-  EXPECT_EQ(timer->GetExpire(), 77U);
 
   EXPECT_TRUE(FailsAtLock(0, [&] { timer->Start(); })) << "the manager";
   EXPECT_EQ(timer.use_count(), 1);
@@ -186,10 +183,7 @@ TEST(LockFaults, TimerIsMarkedAndNothingElse) {
   EXPECT_EQ(timer.use_count(), 1);
   EXPECT_TRUE(FailsAtLock(0, [&] { timer->Stop(); }));
   timer->Stop();  // not marked any more
-  EXPECT_TRUE(FailsAtLock(1, [&] { timer->Start(); })) << "its expiry";
   EXPECT_EQ(timer->GetExpire(), 77U);
-  EXPECT_EQ(timer.use_count(), 1);
-  timer->SetState(false);
 
   timer->Start();
   EXPECT_EQ(timer.use_count(), 2);
