@@ -43,7 +43,7 @@ const std::string pathText = R"(C:\Program Files\Vendor\Product\modules\x64\rele
 const Path path(pathText);
 const Path file("more.txt");
 const std::string ascii = Repeat("The quick brown fox. ", kText);
-const std::string mixed = Repeat("Gr\xC3\xB6\xC3\x9F\x65 \xE2\x82\xAC\xF0\x9F\x98\x80 ", kText - 4);
+const std::string mixed = Repeat("Gr\xC3\xB6\xC3\x9F\x65 \xE2\x82\xAC\xF0\x9F\x98\x80 ", kText);
 const std::u16string units16(kText, u'x');
 const std::u32string units32(kText, U'x');
 const std::wstring wide(kText, L'x');

@@ -1,0 +1,160 @@
+// How often an operation asks for memory once everything that is made once in a process is there.
+// The library's sources are compiled into this program, so that it sees every allocation.
+
+#include <gtest/gtest.h>
+
+#include <cstddef>
+#include <functional>
+#include <memory>
+#include <string>
+#include <utility>
+
+#include "common/blocking_queue.h"
+#include "common/charset_cvt.h"
+#include "common/file_utils.h"
+#include "common/log.h"
+#include "common/path.h"
+#include "common/string_utils.h"
+#include "common/thread_pool.h"
+#include "common/timer.h"
+#include "common/ts_string.h"
+#include "support/allocations.h"
+#include "support/gate.h"
+
+namespace {
+
+using tarsio::CharsetCvt;
+using tarsio::FileUtils;
+using tarsio::Path;
+using tarsio::StringUtils;
+using tarsio::TsString;
+using tarsio_test::AllocationWatch;
+
+// A sink that takes what it is given.
+struct SilentLogger : tarsio::Logger {
+  void DoOutput(const char* /*line*/) override {}
+};
+
+size_t AllocationsOf(const std::function<void()>& call) {
+  call();  // what is made once is made now
+  const AllocationWatch watch;
+  call();
+  return watch.Count();
+}
+
+struct Row {
+  const char* name;
+  size_t count;
+  std::function<void()> call;
+};
+
+class AllocationCounts : public testing::TestWithParam<Row> {};
+
+const std::string kLong(100, 'x');  // too long for a string to hold by itself
+const std::string kShort = "short";
+
+TEST_P(AllocationCounts, AreAsListed) {
+  tarsio::Log::GetInstance().SetLogger(std::make_unique<SilentLogger>());
+  EXPECT_EQ(AllocationsOf(GetParam().call), GetParam().count);
+  tarsio::Log::GetInstance().SetLogger(nullptr);
+}
+
+// The list of tasks grows by pieces of several.
+TEST(AllocationCountsOfThePool, SubmissionOfASmallTaskIsOneAtMost) {
+  constexpr size_t kTasks = 100;
+  const auto pool = std::make_shared<tarsio::ThreadPool>("pool", 1, 0, 2 * kTasks);
+  tarsio_test::Gate busy;
+  tarsio_test::Gate goOn;
+  pool->SubmitTask([&] {
+    busy.Open();
+    goOn.Wait();
+  });
+  busy.Wait();
+  size_t done = 0;
+  std::function<void()> task = [&done] { ++done; };
+  size_t allocations = 0;
+  {
+    const AllocationWatch watch;
+    for (size_t i = 0; i < kTasks; ++i) pool->SubmitTask(task);
+    allocations = watch.Count();
+  }
+  goOn.Open();
+  pool->Shutdown(static_cast<tarsio::ThreadPool::SHUTDOWN_METHOD>(2));
+  EXPECT_LE(allocations, kTasks);
+  EXPECT_EQ(done, kTasks);
+}
+
+const Path kThree(R"(C:\one\two)");
+const std::string kFields = "a,b,c,d";
+const TsString kText("twelve chars");
+
+INSTANTIATE_TEST_SUITE_P(
+    Each, AllocationCounts,
+    testing::Values(Row{"FilteredLine", 0, [] { TARSIO_LOG(tarsio::LOG_LEVEL_DEBUG, "%d", 1); }},
+                    Row{"Line", 1, [] { TARSIO_LOG(tarsio::LOG_LEVEL_ERROR, "%d", 1); }},
+                    Row{"PathOfShortComponents", 1, [] { Path(R"(C:\one\two)"); }},  // their list
+                    Row{"PathOfALongComponent", 2, [] { Path{kLong}; }},
+                    Row{"PrintedShortPath", 0, [] { kThree.Str(); }},
+                    Row{"PrintedLongPath", 1,
+                        [] {
+                          static const Path path(kLong);
+                          path.Str();
+                        }},
+                    Row{"CopiedPath", 1, [] { Path copy(kThree); }},
+                    Row{"MovedPath", 1,
+                        [] {
+                          Path copy(kThree);
+                          Path moved(std::move(copy));
+                        }},
+                    Row{"JoinedPath", 1,
+                        [] {
+                          static const Path more("more");
+                          kThree / more;
+                        }},
+                    Row{"ParentPath", 1, [] { kThree.ParentPath(); }},
+                    Row{"IsU8", 0, [] { CharsetCvt::IsU8(kLong); }},
+                    Row{"IsAscii", 0, [] { CharsetCvt::IsASCII(kLong); }},
+                    Row{"U8ToU16", 1, [] { CharsetCvt::U8ToU16(kLong); }},
+                    Row{"U16ToU8", 1,
+                        [] {
+                          static const std::u16string text(100, u'x');
+                          CharsetCvt::U16ToU8(text);
+                        }},
+                    Row{"SplitOfFourShortPieces", 3,
+                        [] { StringUtils::SplitString(kFields, ","); }},  // doubling
+                    Row{"Trim", 0,
+                        [] {
+                          std::string text = " a ";
+                          StringUtils::Trim(text);
+                        }},
+                    Row{"ToUpper", 1, [] { StringUtils::ToUpper(kLong); }},
+                    Row{"Contains", 0, [] { StringUtils::Contains(kLong, kShort); }},
+                    Row{"StartsWith", 0, [] { StringUtils::StartsWith(kLong, kShort); }},
+                    Row{"DigestText", 1,
+                        [] { StringUtils::GetHashText(kLong.data(), kLong.size()); }},
+                    Row{"EmptyTsString", 0, [] { TsString text(""); }},
+                    Row{"TsString", 1, [] { TsString text("twelve chars"); }},
+                    Row{"CopiedTsString", 1, [] { TsString copy(kText); }},
+                    Row{"ReusedTsString", 1,
+                        [] {
+                          TsString text("twelve chars");
+                          text = "twelve more!";
+                        }},
+                    Row{"TimerStartAndStop", 0,
+                        [] {
+                          static const auto timer =
+                              std::make_shared<component::TsTimer>(3600000, false);
+                          timer->Start();
+                          timer->Stop();
+                        }},
+                    Row{"QueuePushAndPop", 0,
+                        [] {
+                          static tarsio::BlockingQueue<int> queue(4);
+                          int element = 1;
+                          queue.Push(element, 0);
+                          queue.Pop(element, 0);
+                        }},
+                    Row{"CheckOfAFile", 2, [] { FileUtils::CheckDirOrFileExists("C:\\"); }}),
+    [](const auto& row) { return std::string(row.param.name); });
+
+}  // namespace
