@@ -1,5 +1,6 @@
 #include "common/log.h"
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <cstdio>
@@ -34,13 +35,14 @@ const char* LevelName(LOG_LEVEL level) {
   return "";
 }
 
-// Appends `value` in decimal, with zeros in front up to `width` digits.
-void AppendNumber(std::string& out, int64_t value, size_t width = 1) {
+void AppendNumber(std::string& out, int64_t value) {
   std::array<char, std::numeric_limits<int64_t>::digits10 + 2> digits{};
-  const char* const end = std::to_chars(digits.begin(), digits.end(), value).ptr;
-  const auto length = static_cast<size_t>(end - digits.data());
-  if (length < width) out.append(width - length, '0');
-  out.append(digits.data(), length);
+  out.append(digits.data(), std::to_chars(digits.begin(), digits.end(), value).ptr);
+}
+
+void AppendTwoDigits(std::string& out, int value) {
+  out += static_cast<char>('0' + value / 10);
+  out += static_cast<char>('0' + value % 10);
 }
 
 // "2024-03-05 14:07:09.38": the milliseconds without leading zeros, deliberately.
@@ -48,23 +50,23 @@ void AppendLocalTime(std::string& out) {
   const int64_t ticks = platform::WallClockTicks();
   std::tm local{};
   if (platform::LocalTime(ticks / 10000000, &local)) {
-    AppendNumber(out, local.tm_year + 1900, 4);
-    AppendNumber(out += '-', local.tm_mon + 1, 2);
-    AppendNumber(out += '-', local.tm_mday, 2);
-    AppendNumber(out += ' ', local.tm_hour, 2);
-    AppendNumber(out += ':', local.tm_min, 2);
-    AppendNumber(out += ':', local.tm_sec, 2);
+    AppendNumber(out, local.tm_year + 1900);
+    AppendTwoDigits(out += '-', local.tm_mon + 1);
+    AppendTwoDigits(out += '-', local.tm_mday);
+    AppendTwoDigits(out += ' ', local.tm_hour);
+    AppendTwoDigits(out += ':', local.tm_min);
+    AppendTwoDigits(out += ':', local.tm_sec);
   }
   AppendNumber(out += '.', ticks / 10000 % 1000);
 }
 
 // The last component of `file`, as Path has it.
 void AppendFilename(std::string& out, std::string_view file) {
-  constexpr char kSeparators[] = "/\\";
-  const size_t end = file.find_last_not_of(kSeparators) + 1;
-  if (end == 0) return;
-  const size_t begin = file.find_last_of(kSeparators, end - 1) + 1;
-  const std::string_view name = file.substr(begin, end - begin);
+  const auto isSeparator = [](char c) { return c == '/' || c == '\\'; };
+  const auto last = std::find_if_not(file.rbegin(), file.rend(), isSeparator);
+  const auto first = std::find_if(last, file.rend(), isSeparator);
+  const std::string_view name =
+      file.substr(static_cast<size_t>(file.rend() - first), static_cast<size_t>(first - last));
   // What may belong to a prefix is left to the one who knows.
   const bool maybePrefix = name == "?" || name == "UNC";
   if (maybePrefix) {
