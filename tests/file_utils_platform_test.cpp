@@ -31,14 +31,16 @@ using tarsio_test::Failure;
 using tarsio_test::ReadFile;
 using tarsio_test::Reading;
 
-// One file below directories that all exist. Each question and each two bytes that are read or
-// written are a step, and something may happen before any of them.
+// One file below directories that all exist, or else all but those that are made. Each question and
+// each two bytes that are read or written are a step, and something may happen before any of them.
 struct FakeSystem {
   void Step() {
     if (steps++ == eventAt) event();
   }
 
   bool exists = true;
+  bool directoriesExist = true;
+  size_t directoriesToMake = SIZE_MAX;  // before one cannot be made
   bool opens = true;
   std::string content;
   size_t room = SIZE_MAX;  // how many bytes may still be written
@@ -69,7 +71,9 @@ bool IsFileName(const std::wstring& text) {
 ObjectKind Ask(const std::wstring& text) {
   current->texts.push_back(text);
   current->Step();
-  if (!IsFileName(text)) return ObjectKind::kDirectory;
+  if (!IsFileName(text)) {
+    return current->directoriesExist ? ObjectKind::kDirectory : ObjectKind::kNone;
+  }
   return current->exists ? ObjectKind::kOther : ObjectKind::kNone;
 }
 
@@ -113,10 +117,13 @@ bool CreateOneDirectory(const std::wstring& /*path*/) { return false; }
 bool CreateDirectoryChain(const std::wstring& /*path*/) { return false; }
 bool CreateDirectoryNarrow(const std::string& path) {
   current->narrowTexts.push_back(path);
+  return current->narrowTexts.size() <= current->directoriesToMake;
+}
+bool RemoveDirectoryNarrow(const std::string& path) {
+  current->narrowTexts.push_back(path);
   return true;
 }
-bool RemoveDirectoryNarrow(const std::string& path) { return CreateDirectoryNarrow(path); }
-bool RemoveFileNarrow(const std::string& path) { return CreateDirectoryNarrow(path); }
+bool RemoveFileNarrow(const std::string& path) { return RemoveDirectoryNarrow(path); }
 
 File File::OpenForReading(const std::wstring& path) { return File(Opens(path) ? 0 : -1); }
 
@@ -266,6 +273,32 @@ TEST_F(FileUtilsPlatform, FullDiskIsNotDetected) {
     EXPECT_EQ(system.content, std::string("0123456789").substr(0, room));
     EXPECT_EQ(system.openFiles, 0);
   }
+}
+
+// ---- directories ----
+
+TEST_F(FileUtilsPlatform, EachPrefixIsAskedForByItsPathAndMadeByItsTextWithTheSeparator) {
+  system.directoriesExist = false;
+  EXPECT_TRUE(FileUtils::MakeDir(R"(C:/a\\b//c\d)"));
+  EXPECT_THAT(system.texts, testing::ElementsAre(L"C:", LR"(C:\a)", LR"(C:\a)", LR"(C:\a\b)",
+                                                 LR"(C:\a\b)", LR"(C:\a\b\c)"));
+  EXPECT_THAT(system.narrowTexts,
+              testing::ElementsAre("C:/", R"(C:/a\)", R"(C:/a\\)", R"(C:/a\\b/)", R"(C:/a\\b//)",
+                                   R"(C:/a\\b//c\)"));
+}
+
+TEST_F(FileUtilsPlatform, NothingIsMadeOfWhatExists) {
+  EXPECT_TRUE(FileUtils::MakeDir("a/b/file.bin/c"));
+  EXPECT_THAT(system.texts, testing::ElementsAre(L"a", LR"(a\b)", LR"(a\b\file.bin)"));
+  EXPECT_THAT(system.narrowTexts, testing::IsEmpty());
+}
+
+TEST_F(FileUtilsPlatform, NothingIsAskedOrMadeBehindADirectoryThatCannotBeMade) {
+  system.directoriesExist = false;
+  system.directoriesToMake = 1;
+  EXPECT_FALSE(FileUtils::MakeDir("a/b/c/d/"));
+  EXPECT_THAT(system.texts, testing::ElementsAre(L"a", LR"(a\b)"));
+  EXPECT_THAT(system.narrowTexts, testing::ElementsAre("a/", "a/b/"));
 }
 
 // ---- long paths ----
