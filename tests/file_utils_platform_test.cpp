@@ -38,7 +38,8 @@ struct FakeSystem {
   bool exists = true;
   bool opens = true;
   std::string content;
-  size_t room = SIZE_MAX;  // how many bytes may still be written
+  size_t room = SIZE_MAX;              // how many bytes may still be written
+  tarsio::platform::WriteMode mode{};  // that a file was last opened with
 
   size_t eventAt = SIZE_MAX;
   std::function<void()> event;
@@ -114,6 +115,7 @@ File File::OpenForReading(const std::wstring& path) { return File(Opens(path) ? 
 
 File File::OpenForWriting(const std::wstring& path, const WriteMode& mode) {
   const bool open = Opens(path);
+  current->mode = mode;
   if (open && mode.truncate) current->content.clear();
   return File(open ? 0 : -1);
 }
@@ -267,6 +269,18 @@ TEST_F(FileUtilsPlatform, FullDiskIsNotDetected) {
     EXPECT_EQ(system.content, std::string("0123456789").substr(0, room));
     EXPECT_EQ(system.openFiles, 0);
   }
+}
+
+// On some systems nothing shows of it.
+TEST_F(FileUtilsPlatform, EveryModeWithoutTheBinaryBitIsATextMode) {
+  int opened = 0;
+  for (int mode = 0; mode < 0x40; ++mode) {
+    SCOPED_TRACE(mode);
+    if (FileUtils::WriteFile("x", "C:\\file.bin", mode) != FILE_OPT_SUCCESS) continue;
+    ++opened;
+    EXPECT_EQ(system.mode.text, mode < 0x20);
+  }
+  EXPECT_EQ(opened, 48);
 }
 
 // ---- long paths ----
