@@ -43,7 +43,8 @@ struct FakeSystem {
   size_t directoriesToMake = SIZE_MAX;  // before one cannot be made
   bool opens = true;
   std::string content;
-  size_t room = SIZE_MAX;  // how many bytes may still be written
+  size_t room = SIZE_MAX;              // how many bytes may still be written
+  tarsio::platform::WriteMode mode{};  // that a file was last opened with
 
   size_t eventAt = SIZE_MAX;
   std::function<void()> event;
@@ -129,6 +130,7 @@ File File::OpenForReading(const std::wstring& path) { return File(Opens(path) ? 
 
 File File::OpenForWriting(const std::wstring& path, const WriteMode& mode) {
   const bool open = Opens(path);
+  current->mode = mode;
   if (open && mode.truncate) current->content.clear();
   return File(open ? 0 : -1);
 }
@@ -299,6 +301,17 @@ TEST_F(FileUtilsPlatform, NothingIsAskedOrMadeBehindADirectoryThatCannotBeMade) 
   EXPECT_FALSE(FileUtils::MakeDir("a/b/c/d/"));
   EXPECT_THAT(system.texts, testing::ElementsAre(L"a", LR"(a\b)"));
   EXPECT_THAT(system.narrowTexts, testing::ElementsAre("a/", "a/b/"));
+
+// On some systems nothing shows of it.
+TEST_F(FileUtilsPlatform, EveryModeWithoutTheBinaryBitIsATextMode) {
+  int opened = 0;
+  for (int mode = 0; mode < 0x40; ++mode) {
+    SCOPED_TRACE(mode);
+    if (FileUtils::WriteFile("x", "C:\\file.bin", mode) != FILE_OPT_SUCCESS) continue;
+    ++opened;
+    EXPECT_EQ(system.mode.text, mode < 0x20);
+  }
+  EXPECT_EQ(opened, 48);
 }
 
 // ---- long paths ----

@@ -1613,6 +1613,15 @@ TEST(PathAbsolute, SharesKeepTheirServerAndShare) {
   EXPECT_TRUE(IsShare(Path(R"(\\srv\share\..\x)").Absolute()));
 }
 
+// Its printed form begins like a long path: "\\?\UNC\?\x\y".
+TEST(PathAbsolute, ShareBehindAServerNamedLikeThePrefixStaysAShare) {
+  const Path full = Path(R"(UNC\?\UNC\?\x\.\y)").Absolute();
+  EXPECT_TRUE(full.IsAbsolute());
+  EXPECT_TRUE(IsShare(full));
+  EXPECT_EQ(full.Str(), R"(\\?\x\y)");
+  EXPECT_EQ(full.Length(), 3u);
+}
+
 TEST(PathAbsolute, LongPathsAreResolvedToo) {
   const std::string name(300, 'x');
   ExpectFullPaths({{R"(C:\a\..\)" + name, R"(\\?\C:\)" + name},

@@ -56,6 +56,13 @@ std::wstring WithoutLongPrefix(const std::wstring& text) {
   return StartsWith(text, LR"(\\?\)") ? text.substr(4) : text;
 }
 
+// `full` with the long-path prefix that `text` has, as Windows returns it. Without, a share whose
+// server is "?" would read as a prefix.
+std::wstring WithPrefixOf(const std::wstring& text, const std::wstring& full) {
+  if (StartsWith(text, LR"(\\?\UNC\)")) return LR"(\\?\UNC\)" + full.substr(2);
+  return StartsWith(text, LR"(\\?\)") ? LR"(\\?\)" + full : full;
+}
+
 RootedPath FindRoot(const std::wstring& text, size_t capacity) {
   if (StartsWith(text, LR"(\\)")) return OnShare(text);
   if (StartsWith(text, LR"(\)")) return {LR"(C:\)", {}, text.substr(1)};
@@ -100,16 +107,15 @@ std::wstring FullPath(const std::wstring& path, size_t capacity) {
   std::wstring text = path;
   std::replace(text.begin(), text.end(), L'/', kBackslash);
   if (text.find_first_not_of(L' ') == std::wstring::npos) return {};
-  const std::wstring unprefixed = WithoutLongPrefix(text);
-  const RootedPath rooted = FindRoot(unprefixed, capacity);
+  const RootedPath rooted = FindRoot(WithoutLongPrefix(text), capacity);
   std::wstring full = rooted.root;
   for (const std::wstring& component : Resolve(rooted)) {
     if (full.back() != kBackslash) full += kBackslash;
     full += component;
   }
-  // The prefix is not needed here, but counts: it is a part of the result on Windows.
-  const size_t prefix = text.size() - unprefixed.size();
-  return full.size() + prefix < capacity ? full : std::wstring();
+  if (full.empty()) return {};
+  full = WithPrefixOf(text, full);
+  return full.size() < capacity ? full : std::wstring();
 }
 
 std::wstring CurrentDirectory(size_t capacity) {
