@@ -1,0 +1,122 @@
+// A host of the library's, outside its tree and in plain C++11: it includes every public header, behind
+// headers that define macros with common names, and calls into each family once.
+
+#if __has_include(<windows.h>)
+#include <windows.h>
+#endif
+#if __has_include(<syslog.h>)
+#include <syslog.h>
+#endif
+
+#include "common/blocking_queue.h"
+#include "common/charset_cvt.h"
+#include "common/export.h"
+#include "common/file_utils.h"
+#include "common/latch.h"
+#include "common/log.h"
+#include "common/misc.h"
+#include "common/path.h"
+#include "common/string_utils.h"
+#include "common/sys_info.h"
+#include "common/thread_pool.h"
+#include "common/timer.h"
+#include "common/ts_string.h"
+
+#include <atomic>
+#include <cstdio>
+#include <memory>
+#include <string>
+
+namespace {
+
+int checks = 0;
+int failures = 0;
+
+void Check(bool right, const char* what) {
+  ++checks;
+  if (right) return;
+  ++failures;
+  std::printf("wrong: %s\n", what);
+}
+
+// Called by the library, with memory of the library's.
+class LastLine : public tarsio::Logger {
+ public:
+  explicit LastLine(std::string& place) : last(place) {}
+  void DoOutput(const char* line) override { last = line; }
+
+ private:
+  std::string& last;
+};
+
+std::string lastLine;
+
+void CheckLog() {
+  tarsio::Log::GetInstance().SetLogger(std::unique_ptr<tarsio::Logger>(new LastLine(lastLine)));
+  TARSIO_LOG(tarsio::LOG_LEVEL_ERROR, "%d of %s", 1, "two");
+  Check(tarsio::StringUtils::EndsWith(lastLine, "1 of two"), "the log");
+}
+
+void CheckTexts() {
+  Check(tarsio::CharsetCvt::U8ToW("abc") == L"abc", "the conversion of a text");
+  Check(tarsio::StringUtils::GetHashText("abc", 3).size() == 64, "the digest of a text");
+  const tarsio::TsString text("abc");
+  Check(text.Length() == 3 && text == tarsio::TsString("abc"), "the plain string");
+}
+
+void CheckFiles() {
+  const tarsio::Path path = tarsio::Path::Getcwd() / tarsio::Path("host.txt");
+  std::string content;
+  Check(tarsio::FileUtils::WriteFile("written", path.Str(), 0x10) == tarsio::FILE_OPT_SUCCESS,
+        "the writing of a file");
+  Check(tarsio::FileUtils::GetFileContent(path.Str(), content) == tarsio::FILE_OPT_SUCCESS &&
+            content == "written",
+        "the reading of a file");
+  Check(path.IsFile() && tarsio::FileUtils::RemoveFile(path.Str()), "the removal of a file");
+}
+
+void CheckQueue() {
+  tarsio::BlockingQueue<std::string> queue(1);
+  std::string item;
+  Check(queue.Push("item", 0) && !queue.Push("surplus", -1), "the queue's capacity");
+  Check(queue.Pop(item, 0) && item == "item", "the queue");
+}
+
+void CheckPool() {
+  std::atomic<int> done(0);
+  const auto pool = std::make_shared<tarsio::ThreadPool>("pool", 2U, 0U, 8U);
+  for (int i = 0; i < 8; ++i) {
+    pool->SubmitTask([&done] { ++done; });
+  }
+  pool->Shutdown(static_cast<tarsio::ThreadPool::SHUTDOWN_METHOD>(2));
+  Check(done == 8, "the pool");
+}
+
+void CheckTimer() {
+  tarsio::CountDownLatch fired(1);
+  const auto timer = std::make_shared<component::TsTimer>(1U, false);
+  timer->Init([&fired] { fired.CountDown(); });
+  timer->Start();
+  fired.Wait(10000);
+  Check(fired.GetCount() == 0, "the timer");
+}
+
+void CheckSystem() {
+  auto info = std::make_shared<tarsio::ClientDeviceInfo>();
+  Check(tarsio::SysInfo::GetClientOsInfo(info) && !info->osVersion.empty(), "the system");
+  Check(tarsio::GetTimeNowMsSinceEpoch() >= 0, "the clock");
+}
+
+}  // namespace
+
+int main() {
+  CheckLog();
+  CheckTexts();
+  CheckFiles();
+  CheckQueue();
+  CheckPool();
+  CheckTimer();
+  CheckSystem();
+  std::printf("%d checks, %d wrong\n", checks, failures);
+  return failures == 0 && checks == 13 ? 0 : 1;
+}
