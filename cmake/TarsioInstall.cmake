@@ -24,6 +24,11 @@ install(TARGETS tarsio-common EXPORT tarsio-common
     COMPONENT runtime NAMELINK_COMPONENT development
   ARCHIVE DESTINATION "${CMAKE_INSTALL_LIBDIR}" COMPONENT development)
 
+if(WIN32 AND NOT BUILD_SHARED_LIBS)
+  install(FILES "${PROJECT_BINARY_DIR}/libshell32-ordinals.a"
+    DESTINATION "${CMAKE_INSTALL_LIBDIR}" COMPONENT development)
+endif()
+
 # The CMake package.
 install(EXPORT tarsio-common FILE ${PROJECT_NAME}-${kind}.cmake NAMESPACE tarsio::
   DESTINATION "${package_folder}" COMPONENT development)

@@ -12,7 +12,4 @@ function(tarsio_import_by_ordinal target definition)
   add_dependencies(${target} ${target}-${name}-ordinals)
   target_link_libraries(${target} PRIVATE "$<BUILD_INTERFACE:${import_library}>"
     "$<INSTALL_INTERFACE:$<INSTALL_PREFIX>/${CMAKE_INSTALL_LIBDIR}/lib${name}-ordinals.a>")
-  if(PROJECT_IS_TOP_LEVEL AND NOT BUILD_SHARED_LIBS)
-    install(FILES "${import_library}" DESTINATION "${CMAKE_INSTALL_LIBDIR}" COMPONENT development)
-  endif()
 endfunction()

@@ -3,6 +3,7 @@
 # than the program that it is linked into.
 
 get_target_property(library_sources tarsio-common SOURCES)
+list(FILTER library_sources EXCLUDE REGEX "\\.rc$")  # the DLL's alone
 list(TRANSFORM library_sources PREPEND "${PROJECT_SOURCE_DIR}/")
 add_library(tarsio-common-inside STATIC EXCLUDE_FROM_ALL ${library_sources})
 target_compile_features(tarsio-common-inside PUBLIC cxx_std_17)

@@ -13,11 +13,28 @@ for package in "$packages"/*.deb; do dpkg-deb --extract "$package" "$work/linux"
 unzip -q "$packages"/*.zip -d "$work"
 mv "$work"/tarsio-common-*-windows-x86_64 "$work/windows"
 
+fail() { echo "packages: $*" >&2; exit 1; }
+
+# Nothing in them tells where they were made.
+! grep -rlF "$root" "$work/linux" "$work/windows" || fail "these files name the folder of the build"
+for text in gcc-runtime GPL-3 mingw-w64 openssl; do
+  [ -s "$work/windows/share/doc/tarsio-common/licences/$text.txt" ] || fail "no licence text: $text"
+done
 # Debian's own Python has the module that this needs.
 /usr/bin/python3 "$root/tests/packages/validate_bill.py" \
   "$work/linux/usr/share/doc/libtarsio-common1/tarsio-common.spdx.json" "$work/linux/usr"
 /usr/bin/python3 "$root/tests/packages/validate_bill.py" \
   "$work/windows/share/doc/tarsio-common/tarsio-common.spdx.json" "$work/windows"
+
+# The debugger finds the debug information: on Linux by the build id, in the folder that it always
+# looks into; on Windows from the DLL.
+finds_a_line() {
+  "$@" -nx -batch -ex 'info line tarsio::MakeDirs' 2>&1 | grep -q 'of "src/path.cpp" starts' ||
+    fail "no debug information: $*"
+}
+finds_a_line gdb -iex "set debug-file-directory $work/linux/usr/lib/debug" \
+  "$work"/linux/usr/lib/*/libtarsio-common.so.1
+finds_a_line x86_64-w64-mingw32-gdb "$work/windows/bin/tarsio-common.dll"
 
 {
   # The slowest first.
