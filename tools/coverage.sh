@@ -5,14 +5,16 @@ set -eu
 build=$1
 jobs=$2
 
+# The sources are compiled several times over, into the library and into tests. Unless no function
+# counts as replaceable by another, the branches that lead to exceptions differ between these.
 cmake --preset linux -B "$build" -DCMAKE_BUILD_TYPE=Debug \
-  "-DCMAKE_CXX_FLAGS=--coverage -fprofile-update=atomic" > "$build.configure.log" 2>&1 ||
+  "-DCMAKE_CXX_FLAGS=--coverage -fprofile-update=atomic -fno-semantic-interposition" > "$build.configure.log" 2>&1 ||
   { cat "$build.configure.log" >&2; exit 1; }
 cmake --build "$build" -- --quiet
 find "$build" -name '*.gcda' -delete
-# Without what takes minutes in a build that is not optimised.
+# Without what takes minutes in a build that is not optimised, and reaches nothing that others do not.
 ctest --test-dir "$build" -j $((jobs * 3)) --no-label-summary --progress --output-on-failure \
-  -E AnEnormousText
+  -E 'AnEnormousText|Million|UpToThreeBytes'
 
 # The standard library throws from nearly every line, so branches to its exceptions are left out.
 mkdir -p "$build/report"

@@ -4,13 +4,14 @@
 usage: mutate.py [--most N] [FILE...]
 
 Works on a copy of the tree under build/mutate, where only the tests of the changed file's family are
-built and run, one program after the other, until one fails. A mutant that no test notices survives;
-docs/testing.md says of each survivor why it cannot be noticed. At most N mutants of each file
-(default: 15) are drawn, the same ones each time.
+built and run, one program after the other, until one fails or takes too long. A mutant that no test
+notices survives; docs/testing.md says of each survivor why it cannot be noticed. At most N mutants of
+each file (default: 15) are drawn, the same ones each time.
 """
 
 import argparse
 import functools
+import json
 import os
 import pathlib
 import random
@@ -61,9 +62,6 @@ TESTS = {
     "src/platform/posix/text.cpp": ["path_test", "charset_cvt_test"],
 }
 
-# Run only for mutants that the others let pass.
-SLOW = "Enormous|Million|UpToThreeBytes"
-
 CONFIGURE = ["cmake", "-G", "Ninja", "-S", str(TREE), "-B", str(BUILD), "-DCMAKE_BUILD_TYPE=Debug",
              "-DCMAKE_CXX_FLAGS=-O0 -g0 -w", "-DCMAKE_LINK_DEPENDS_NO_SHARED=ON",
              "-DTARSIO_BUILD_TESTS=ON"]
@@ -75,7 +73,8 @@ def blank_out(text):
     """The text with comments, literals, preprocessor lines and what is for other compilers blank,
     so that code is left."""
     pattern = re.compile(
-        r'^#if defined\(_MSC_VER\).*?^#(?:else|endif)|//[^\n]*|/\*.*?\*/|L?R"\((?:.*?)\)"|L?"(?:\\.|[^"\\\n])*"|L?\'(?:\\.|[^\'\\\n])+\''
+        r'^#if defined\(_MSC_VER\).*?^#(?:else|endif)'
+        r'|//[^\n]*|/\*.*?\*/|L?R"\((?:.*?)\)"|L?"(?:\\.|[^"\\\n])*"|L?\'(?:\\.|[^\'\\\n])+\''
         r'|^[ \t]*#(?:\\\n|[^\n])*', re.S | re.M)
     return pattern.sub(lambda m: re.sub(r"[^\n]", " ", m.group()), text)
 
@@ -161,64 +160,90 @@ def describe(text, mutant):
 
 # ---- building and running ----
 
-def run(command, limit, **options):
-    """Whether the command succeeded; None if it had to be stopped. Its whole session is, then."""
-    process = subprocess.Popen(command, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
-                               start_new_session=True, **options)
-    try:
-        output = process.communicate(timeout=limit)[0]
-        return process.returncode == 0, output.decode(errors="replace")
-    except subprocess.TimeoutExpired:
-        for entry in pathlib.Path("/proc").iterdir():
-            try:
-                pid = int(entry.name)
-                if os.getsid(pid) == process.pid:
-                    os.kill(pid, signal.SIGKILL)
-            except (ValueError, ProcessLookupError):
-                pass
-        process.wait()
-        return None, ""
+def kill_session(process):
+    """Ends a process that leads a session, and all that it has started."""
+    for entry in pathlib.Path("/proc").iterdir():
+        try:
+            if os.getsid(int(entry.name)) == process.pid:
+                os.kill(int(entry.name), signal.SIGKILL)
+        except (ValueError, ProcessLookupError):
+            pass
+    process.wait()
 
 
-def build(target):
-    return run(["cmake", "--build", str(BUILD), "--target", target, "--", "-j2", "--quiet"], 600)
+def build(program):
+    """Returns whether it can be built, and what the compiler says."""
+    command = ["cmake", "--build", str(BUILD), "--target", program, "--", "-j2", "--quiet"]
+    done = subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
+    return done.returncode == 0, done.stdout
 
 
-def test(program, selection, limit):
-    """Runs a program's tests, with the temporary files in a folder that is removed."""
+class Test:
+    """One case of a program, in a process of its own."""
+
+    def __init__(self, entry):
+        properties = {each["name"]: each["value"] for each in entry["properties"]}
+        self.name = entry["name"]
+        self.command = entry["command"]
+        self.folder = properties["WORKING_DIRECTORY"]
+        self.environment = dict(each.split("=", 1) for each in properties.get("ENVIRONMENT", []))
+        self.limit = 600  # seconds; less once it is known how long the test takes
+
+    def start(self, temporary):
+        return subprocess.Popen(self.command, cwd=self.folder, start_new_session=True,
+                                env={**os.environ, **self.environment, "TMPDIR": temporary},
+                                stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+
+
+def run_tests(tests):
+    """Runs four at a time until one fails. Returns what failed, or None, and the time of each."""
+    waiting, running, times = list(tests), {}, {}
     with tempfile.TemporaryDirectory(ignore_cleanup_errors=True) as folder:
-        command = ["ctest", "--test-dir", str(BUILD), "-L", f"^{program}$", "-j", "4",
-                   "--stop-on-failure", "--no-tests=error", *selection]
-        return run(command, limit, env={**os.environ, "TMPDIR": folder}, cwd=folder)
+        try:
+            while waiting or running:
+                while waiting and len(running) < 4:
+                    test = waiting.pop(0)
+                    running[test.start(folder)] = (test, time.monotonic())
+                for process, (test, start) in list(running.items()):
+                    elapsed = time.monotonic() - start
+                    if process.poll() is None and elapsed < test.limit:
+                        continue
+                    if process.returncode != 0:
+                        late = " (time limit)" if process.returncode is None else ""
+                        return test.name + late, times
+                    times[test] = elapsed
+                    del running[process]
+                time.sleep(0.005)
+        finally:
+            for process in running:
+                kill_session(process)
+    return None, times
 
 
-def first_failure(output):
-    match = re.search(r"(\S+) [.]*\**(?:Failed|Exception|Timeout|Subprocess aborted)", output)
-    return match.group(1) if match else "no test can run"
+@functools.lru_cache(maxsize=None)
+def tests_of(program):
+    """Builds a program and runs its tests without a mutant. Returns them, the quickest first."""
+    built, output = build(program)
+    if not built:
+        sys.exit(f"{program} does not build:\n{output}")
+    listed = subprocess.run(["ctest", "--test-dir", str(BUILD), "--show-only=json-v1",
+                             "-L", f"^{program}$"], check=True, capture_output=True)
+    failed, times = run_tests([Test(entry) for entry in json.loads(listed.stdout)["tests"]])
+    if failed or not times:
+        sys.exit(f"{program} fails without a mutant: {failed}")
+    for test, seconds in times.items():
+        test.limit = 5 + 5 * seconds
+    return sorted(times, key=times.get)
 
 
-def notices(program, limits):
-    """What noticed the present mutant, or None."""
-    for selection in (["-E", SLOW], ["-R", SLOW]):
-        if (program, selection[0]) not in limits:
-            continue
-        passed, output = test(program, selection, limits[program, selection[0]])
-        if passed is None:
-            return f"{program}: time limit"
-        if not passed:
-            return first_failure(output)
-    return None
-
-
-def try_mutant(programs, limits):
-    """'killed' with the reason, 'survived', or 'invalid' if it does not compile."""
+def try_mutant(programs):
+    """'killed' with the test that noticed, 'survived', or 'invalid' if it does not compile."""
     for program in programs:
-        built, _ = build(program)
-        if not built:
+        if not build(program)[0]:
             return "invalid", ""
-        noticed = notices(program, limits)
-        if noticed:
-            return "killed", noticed
+        failed = run_tests(tests_of(program))[0]
+        if failed:
+            return "killed", failed
     return "survived", ""
 
 
@@ -237,34 +262,10 @@ def prepare():
     subprocess.run(CONFIGURE, check=True, stdout=subprocess.DEVNULL)
 
 
-@functools.lru_cache(maxsize=None)
-def limits_of_program(program):
-    """Builds a program and measures how long its tests take without a mutant."""
-    built, output = build(program)
-    if not built:
-        sys.exit(f"{program} does not build:\n{output}")
-    limits = {}
-    for option in ("-E", "-R"):
-        start = time.monotonic()
-        passed, output = test(program, [option, SLOW], 600)
-        if option == "-R" and "No tests were found" in output:
-            continue
-        if not passed:
-            sys.exit(f"{program} fails without a mutant:\n{output}")
-        limits[program, option] = 10 + 3 * (time.monotonic() - start)
-    return limits
-
-
-def limits_of(programs):
-    limits = {}
-    for program in programs:
-        limits |= limits_of_program(program)
-    return limits
-
-
 def mutate_file(name, most):
     """Tries the mutants of one file. Returns how many were killed, and the survivors."""
-    limits = limits_of(TESTS[name])
+    for program in TESTS[name]:
+        tests_of(program)
     path = TREE / name
     text = path.read_text()
     candidates = mutants_of(text)
@@ -276,7 +277,7 @@ def mutate_file(name, most):
                 break
             begin, end, replacement = mutant
             path.write_text(text[:begin] + replacement + text[end:])
-            outcome, reason = try_mutant(TESTS[name], limits)
+            outcome, reason = try_mutant(TESTS[name])
             if outcome == "invalid":
                 continue
             line, change = describe(text, mutant)
