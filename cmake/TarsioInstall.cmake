@@ -57,6 +57,13 @@ install(FILES "${generated}/${PROJECT_NAME}.pc"
 if(WIN32)
   tarsio_runtime_dlls(runtime_dlls)
   install(PROGRAMS ${runtime_dlls} DESTINATION "${CMAKE_INSTALL_BINDIR}" COMPONENT runtime)
+  list(TRANSFORM runtime_dlls REPLACE "^.*/"
+    "\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_BINDIR}/")
+  install(CODE "
+    foreach(dll IN ITEMS ${runtime_dlls})
+      execute_process(COMMAND \"${CMAKE_OBJCOPY}\" --strip-unneeded \"\${dll}\"
+        COMMAND_ERROR_IS_FATAL ANY)
+    endforeach()" COMPONENT runtime)
   tarsio_install_runtime_licences("${CMAKE_INSTALL_DOCDIR}/licences")
 endif()
 
@@ -75,12 +82,9 @@ if(BUILD_SHARED_LIBS)
   install(FILES "${debug_file}" DESTINATION "${library_folder}/.debug" COMPONENT debug)
 endif()
 set(installed_library "${library_folder}/$<TARGET_FILE_NAME:tarsio-common>")
-list(TRANSFORM runtime_dlls REPLACE "^.*/" "${library_folder}/" OUTPUT_VARIABLE installed_dlls)
 install(CODE "
-  set(prefix \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}\")
-  set(library \"${installed_library}\")
+  set(library \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${installed_library}\")
   set(debug_file \"${debug_file}\")
-  set(others \"${installed_dlls}\")
   set(objcopy \"${CMAKE_OBJCOPY}\")
   include(\"${PROJECT_SOURCE_DIR}/cmake/install/strip.cmake\")"
   COMPONENT ${library_component})

@@ -1,5 +1,5 @@
-# What CPack makes: Debian packages on Linux, a ZIP for Windows. `./dev package` runs it over a build of
-# the shared library and, for the Debian packages, one of the static library too.
+# What CPack makes: Debian packages on Linux, a ZIP for Windows. `./dev package` runs it over a build
+# of the shared library and, for the Debian packages, one of the static library too.
 
 set(CPACK_PACKAGE_NAME ${PROJECT_NAME})
 set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})

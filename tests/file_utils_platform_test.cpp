@@ -301,6 +301,7 @@ TEST_F(FileUtilsPlatform, NothingIsAskedOrMadeBehindADirectoryThatCannotBeMade) 
   EXPECT_FALSE(FileUtils::MakeDir("a/b/c/d/"));
   EXPECT_THAT(system.texts, testing::ElementsAre(L"a", LR"(a\b)"));
   EXPECT_THAT(system.narrowTexts, testing::ElementsAre("a/", "a/b/"));
+}
 
 // On some systems nothing shows of it.
 TEST_F(FileUtilsPlatform, EveryModeWithoutTheBinaryBitIsATextMode) {

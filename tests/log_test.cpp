@@ -346,6 +346,22 @@ TEST_F(LogTest, NewSinkDeletesTheOldOneOnceAndAtThatMoment) {
   EXPECT_EQ(second->destroyed, 1);
 }
 
+TEST_F(LogTest, NewSinkIsInPlaceWhenTheOldOneIsDeleted) {
+  class LogsAtTheEnd : public Logger {
+   public:
+    LogsAtTheEnd() = default;
+    LogsAtTheEnd(const LogsAtTheEnd&) = delete;
+    LogsAtTheEnd& operator=(const LogsAtTheEnd&) = delete;
+    ~LogsAtTheEnd() override {
+      Log::GetInstance().DoLog(LOG_LEVEL_ERROR, "a.cpp", 1, "f", "last words");
+    }
+  };
+  Log::GetInstance().SetLogger(std::make_unique<LogsAtTheEnd>());
+  const auto history = InstallNotingSink();
+  EXPECT_THAT(history->calls,
+              ElementsAre("VFormat(1, '', a.cpp, 1, f, last words)", "DoOutput(own layout)"));
+}
+
 TEST_F(LogTest, OwnOwnerAsTheNewSinkChangesNothing) {
   const auto history = InstallNotingSink();
   Log::GetInstance().SetLogger(std::move(OwnerOf(Log::GetInstance())));

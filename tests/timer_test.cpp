@@ -628,6 +628,16 @@ TEST(Timer, StartAndStopOfOtherThreadsWaitWhileTimersFire) {
   BackgroundCall stop([queued] { queued->Stop(); });
   EXPECT_TRUE(start.StaysBlocked());
   EXPECT_TRUE(stop.StaysBlocked());
+  // What has no business with the queue does not wait.
+  const auto other = std::make_shared<TsTimer>(0, kOnce);
+  BackgroundCall unrelated([other] {
+    other->Init([] {});
+    other->SetState(true);
+    other->SetExpire(other->GetExpire() + other->GetTimeout());
+    other->SetState(other->GetLoop());
+    TimerManager::GetInstance()->GetCurrentMillisecs();
+  });
+  EXPECT_TRUE(unrelated.ReturnsWithin(kPatience / 4));  // before the action gives up
   release->Open();
   EXPECT_TRUE(start.ReturnsWithin());
   EXPECT_TRUE(stop.ReturnsWithin());

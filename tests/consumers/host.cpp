@@ -1,5 +1,5 @@
-// A host of the library's, outside its tree and in plain C++11: it includes every public header, behind
-// headers that define macros with common names, and calls into each family once.
+// A host of the library's, outside its tree and in plain C++11: it includes every public header,
+// behind headers that define macros with common names, and calls into each family once.
 
 #if __has_include(<windows.h>)
 #include <windows.h>
@@ -7,6 +7,11 @@
 #if __has_include(<syslog.h>)
 #include <syslog.h>
 #endif
+
+#include <atomic>
+#include <cstdio>
+#include <memory>
+#include <string>
 
 #include "common/blocking_queue.h"
 #include "common/charset_cvt.h"
@@ -21,11 +26,6 @@
 #include "common/thread_pool.h"
 #include "common/timer.h"
 #include "common/ts_string.h"
-
-#include <atomic>
-#include <cstdio>
-#include <memory>
-#include <string>
 
 namespace {
 
