@@ -21,6 +21,7 @@
 #include "support/private_member.h"
 #include "support/recording_logger.h"
 #include "support/thread_starts.h"
+#include "support/thread_traits.h"
 
 namespace tarsio_test {
 
@@ -473,6 +474,17 @@ TEST(ThreadPool, AWorkerRetiresOnceItHasBeenIdleForASecond) {
 
   ASSERT_TRUE(RunOne(pool)) << "the pool grows again";
   EXPECT_EQ(pool->GetRunningThreadNumber(), 1U);
+}
+
+// Neither a name, not even the pool's, nor a priority of their own.
+TEST(ThreadPool, WorkersAreThreadsLikeAnyOther) {
+  tarsio_test::ThreadTraits any;
+  std::thread([&any] { any = tarsio_test::TraitsOfThisThread(); }).join();
+  const auto worker = std::make_shared<tarsio_test::ThreadTraits>();
+  worker->name = "not asked";
+  ASSERT_TRUE(RunOne(MakePool(1), [worker] { *worker = tarsio_test::TraitsOfThisThread(); }));
+  EXPECT_EQ(worker->name, any.name);
+  EXPECT_TRUE(*worker == any);
 }
 
 TEST(ThreadPool, EveryWorkerRetires) {
