@@ -37,4 +37,11 @@ pack shared "$build/static;tarsio-common;ALL;/;$build/shared;tarsio-common;ALL;/
 $build/shared/cmake/debian;Debian;ALL;/"
 pack windows "$build/windows;tarsio-common;ALL;/"
 mkdir "$build/packages"
-mv "$build"/cpack/*.deb "$build"/cpack/*.zip "$build/packages"
+mv "$build"/cpack/*.deb "$build/packages"
+
+# CPack's own ZIP has the files in the order in which the file system happens to list them.
+cd "$build"/cpack/_CPack_Packages/*/ZIP
+for name in tarsio-common-*-windows-x86_64; do
+  find "$name" -exec touch --date="@$SOURCE_DATE_EPOCH" {} +
+  find "$name" -type f | sort | zip -q -X -9 -@ "$build/packages/$name.zip"
+done
