@@ -111,7 +111,8 @@ REPLACEMENTS = [
 ]
 
 NUMBER = r"(?<![\w.'])(0x[0-9A-Fa-f]+|\d+)(?=[uUlL]*(?![\w.']))"
-NO_CALL = r"(?:return|if|while|for|switch|throw|else|delete|case|catch|do|static_assert)\b"
+# Nor what only saves time.
+NO_CALL = r"(?:[\w.]+\.reserve\(|(?:return|if|while|for|switch|throw|else|delete|case|catch|do|static_assert)\b)"
 CALL = re.compile(r"^ +(?!" + NO_CALL + r")((?:[\w:*]+|\(\))(?:(?:\.|->)[\w]+(?:\(\))?)*\([^;{}]*\);)", re.M)
 CONDITION = re.compile(r"\b(?:if|while) \(")
 
