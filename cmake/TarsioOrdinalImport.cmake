@@ -5,8 +5,10 @@ function(tarsio_import_by_ordinal target definition)
   get_filename_component(name "${definition}" NAME_WE)
   get_filename_component(definition "${definition}" ABSOLUTE)
   set(import_library "${CMAKE_CURRENT_BINARY_DIR}/lib${name}-ordinals.a")
+  # In its folder, for the text that follows -l becomes a part of symbols.
   add_custom_command(OUTPUT "${import_library}"
-    COMMAND "${CMAKE_DLLTOOL}" -d "${definition}" -l "${import_library}"
+    COMMAND "${CMAKE_DLLTOOL}" -d "${definition}" -l "lib${name}-ordinals.a"
+    WORKING_DIRECTORY "${CMAKE_CURRENT_BINARY_DIR}"
     DEPENDS "${definition}" VERBATIM)
   add_custom_target(${target}-${name}-ordinals DEPENDS "${import_library}")
   add_dependencies(${target} ${target}-${name}-ordinals)

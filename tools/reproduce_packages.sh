@@ -10,7 +10,7 @@ mkdir -p "$copy"
 copy=$(cd "$copy" && pwd)
 
 git ls-files -z | xargs -0 cp --parents --target-directory="$copy"
-ln -s "$PWD/.deps" "$copy/.deps"
+cp -RL .deps "$copy"
 SOURCE_DATE_EPOCH=$(git log -1 --format=%ct)
 (
   umask 077
