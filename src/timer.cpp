@@ -23,6 +23,10 @@ unsigned long long AddSaturating(unsigned long long now, unsigned long long time
   return timeout > kNever - now ? kNever : now + timeout;
 }
 
+// A host has set an expiry, perhaps that of a queued timer: the next stop puts the queue in order.
+// NOLINTNEXTLINE(*-non-const-global-variables): a timer does not make the manager to say so
+std::atomic<bool> hostSetAnExpiry{false};
+
 }  // namespace
 
 Timer::Timer(unsigned long long timeoutMs, bool repeating)
@@ -43,6 +47,7 @@ void Timer::Stop() {
 
 void Timer::SetExpire(unsigned long long newExpire) {
   expire.store(newExpire, std::memory_order_relaxed);
+  hostSetAnExpiry = true;
 }
 
 unsigned long long Timer::GetExpire() { return expire.load(std::memory_order_relaxed); }
@@ -110,9 +115,9 @@ void TimerManager::AddTimer(std::shared_ptr<Timer> timer) {
 // NOLINTNEXTLINE(performance-unnecessary-value-param): by value, as the interface has it
 void TimerManager::RemoveTimer(std::shared_ptr<Timer> timer) {
   const std::lock_guard<std::recursive_mutex> lock(mutex);
-  if (timer == nullptr || timer->entries == 0) return;
+  if (timer == nullptr) return;
   while (timer->entries > 0) TakeOut(PositionOf(timer));
-  if (upset) RestoreOrder();
+  if (upset || hostSetAnExpiry) RestoreOrder();
 }
 
 // NOLINTNEXTLINE(performance-unnecessary-value-param): by value, as the interface has it
@@ -125,7 +130,7 @@ void TimerManager::ResetTimer(std::shared_ptr<Timer> timer) {
 
 // Sets the expiry, which all entries of a timer share.
 void TimerManager::Arm(Timer* timer, unsigned long long now) {
-  timer->SetExpire(AddSaturating(now, timer->GetTimeout()));
+  timer->expire.store(AddSaturating(now, timer->GetTimeout()), std::memory_order_relaxed);
   if (timer->entries > 0) upset = true;
 }
 
@@ -190,6 +195,7 @@ size_t TimerManager::PositionOf(const std::shared_ptr<Timer>& timer) const {
 }
 
 void TimerManager::RestoreOrder() {
+  hostSetAnExpiry = false;  // first: one that is set meanwhile counts for the next stop
   for (size_t position = queue.size() / 2; position > 0; --position) SiftDown(position - 1);
   upset = false;
 }

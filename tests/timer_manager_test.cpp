@@ -488,6 +488,26 @@ TEST_F(TimerManagerTest, RepeatingExpirySaturatesWhenItIsSetAgain) {
   EXPECT_EQ(timer->GetExpire(), kNever);
 }
 
+// Of any timer, even one that is not queued.
+TEST_F(TimerManagerTest, StopPutsAQueueInOrderWhoseExpiriesTheHostHasSet) {
+  for (const bool queued : {true, false}) {
+    SCOPED_TRACE(queued);
+    const TestTimer early(10, kOnce, Noting("early"));
+    const TestTimer late(20, kOnce, Noting("late"));
+    const TestTimer other(kHour, kOnce);
+    early->Start();
+    late->Start();
+    if (queued) other->Start();
+    late->SetExpire(kStart + 5);
+    other->SetState(true);
+    other->Stop();
+    PassAt(kStart + 5);
+    EXPECT_THAT(Fired(), ElementsAre("late"));
+    early->Stop();
+    PassAt(kStart);
+  }
+}
+
 TEST_F(TimerManagerTest, ResetSaturatesAsWell) {
   const TestTimer timer(kNever, kOnce);
   timer->Start();
