@@ -18,7 +18,8 @@ endif()
 
 function(tarsio_inside_test name)
   tarsio_test_program(${name} ${name}.cpp ${ARGN})
-  target_include_directories(${name} PRIVATE "${CMAKE_CURRENT_SOURCE_DIR}")
+  target_include_directories(${name} PRIVATE
+    "${CMAKE_CURRENT_SOURCE_DIR}" "${PROJECT_SOURCE_DIR}/src")
   target_link_libraries(${name} PRIVATE tarsio-common-inside)
   target_link_options(${name} PRIVATE $<IF:$<BOOL:${WIN32}>,-static,-static-libstdc++>)
   add_dependencies(${name} tarsio-common)  # which puts the runtime DLLs beside it

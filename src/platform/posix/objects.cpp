@@ -1,8 +1,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cerrno>
-
 #include "platform/platform.h"
 #include "platform/posix/native_path.h"
 
@@ -45,10 +43,10 @@ bool CreateOneDirectory(const std::wstring& path) { return MakeNativeDirectory(N
 
 bool CreateDirectoryChain(const std::wstring& path) {
   const std::string native = NativePath(path);
+  // Those that exist stay, and if one cannot be made, the last cannot either.
   for (size_t end = native.find('/', 1); end != std::string::npos;
        end = native.find('/', end + 1)) {
-    // Somebody else may have made it just now.
-    if (!MakeNativeDirectory(native.substr(0, end)) && errno != EEXIST) return false;
+    MakeNativeDirectory(native.substr(0, end));
   }
   return MakeNativeDirectory(native);
 }

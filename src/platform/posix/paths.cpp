@@ -91,7 +91,7 @@ Components Resolve(const RootedPath& path) {
     }
     const bool inner = i + 1 < given.size() || endsInSeparator;
     if (inner && component.back() == L'.') component.pop_back();
-    if (!component.empty()) resolved.push_back(component);
+    resolved.push_back(component);
   }
   if (!endsInSeparator && resolved.size() > real) {
     std::wstring& last = resolved.back();

@@ -1,0 +1,169 @@
+// What the library asks of a system, asked directly: where the interface never comes so close to a
+// limit, or the system seldom answers so. The library is compiled into this program, and so are
+// wrappers around the calls that transfer the bytes of files.
+
+#include "platform/platform.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <array>
+#include <climits>
+#include <cstddef>
+#include <cstdint>
+#include <filesystem>
+#include <future>
+#include <string>
+#include <vector>
+
+#include "support/environment.h"
+#include "support/scoped_directory.h"
+#include "support/transfers.h"
+
+namespace {
+
+namespace platform = tarsio::platform;
+using platform::File;
+using platform::WriteMode;
+using tarsio_test::ClaimedTransfers;
+using tarsio_test::ScopedDirectory;
+using tarsio_test::ScopedVariable;
+using tarsio_test::SmallTransfers;
+
+constexpr size_t kLarge = 1000;
+
+// ---- texts of limited length ----
+
+TEST(PlatformEnvironment, AValueFitsWithItsTerminator) {
+  const ScopedVariable ascii("TARSIO_TEST_FITS", "abc");
+  EXPECT_EQ(platform::Environment(L"TARSIO_TEST_FITS", 4), L"abc");
+  EXPECT_EQ(platform::Environment(L"TARSIO_TEST_FITS", 3), L"");
+  const ScopedVariable pair("TARSIO_TEST_PAIR", "\xF0\x9F\x98\x80");
+  EXPECT_EQ(platform::Environment(L"TARSIO_TEST_PAIR", 3).size(), 2U);
+  EXPECT_EQ(platform::Environment(L"TARSIO_TEST_PAIR", 2), L"");
+}
+
+TEST(PlatformPaths, AFullPathFitsWithItsTerminator) {
+  const std::wstring full = platform::FullPath(L"name", kLarge);
+  ASSERT_FALSE(full.empty());
+  EXPECT_EQ(platform::FullPath(L"name", full.size() + 1), full);
+  EXPECT_EQ(platform::FullPath(L"name", full.size()), L"");
+}
+
+TEST(PlatformPaths, TheCurrentDirectoryFitsWithItsTerminator) {
+  const std::wstring directory = platform::CurrentDirectory(kLarge);
+  ASSERT_FALSE(directory.empty());
+  EXPECT_EQ(platform::CurrentDirectory(directory.size() + 1), directory);
+  EXPECT_EQ(platform::CurrentDirectory(directory.size()), L"");
+}
+
+// ---- directories ----
+
+class PlatformObjects : public testing::Test {
+ protected:
+  std::wstring Full(const std::string& name) const {
+    return platform::FullPath(platform::Widen(directory.Text(name)), kLarge);
+  }
+  std::filesystem::perms Permissions(const std::string& name) const {
+    return std::filesystem::status(directory.Native(name)).permissions();
+  }
+
+  const ScopedDirectory directory;
+};
+
+TEST_F(PlatformObjects, AChainOfDirectoriesIsMadeOnce) {
+  EXPECT_TRUE(platform::CreateDirectoryChain(Full("a/b/c")));
+  EXPECT_TRUE(std::filesystem::is_directory(directory.Native("a/b/c")));
+  EXPECT_FALSE(platform::CreateDirectoryChain(Full("a/b/c")));
+  EXPECT_FALSE(platform::CreateDirectoryChain(Full("a")));
+  EXPECT_TRUE(platform::CreateDirectoryChain(Full("a/d")));
+}
+
+TEST_F(PlatformObjects, AChainThroughAFileIsNotMade) {
+  directory.Write("file", "content");
+  EXPECT_FALSE(platform::CreateDirectoryChain(Full("file/a/b")));
+  EXPECT_FALSE(platform::CreateDirectoryChain(Full("file")));
+  EXPECT_EQ(directory.Read("file"), "content");
+}
+
+TEST_F(PlatformObjects, ManyMayMakeTheirChainsBelowTheSameDirectoriesAtOnce) {
+  for (int round = 0; round < 50; ++round) {
+    const std::string common = "round" + std::to_string(round) + "/a/b/c/";
+    std::vector<std::future<bool>> made;
+    for (const char* name : {"1", "2", "3", "4"}) {
+      made.push_back(std::async(std::launch::async, [chain = Full(common + name)] {
+        return platform::CreateDirectoryChain(chain);
+      }));
+    }
+    for (auto& each : made) EXPECT_TRUE(each.get()) << common;
+  }
+}
+
+TEST_F(PlatformObjects, WhatIsMadeIsForWhomTheUserMakesThings) {
+  std::filesystem::create_directory(directory.Native("a directory"));
+  ASSERT_TRUE(platform::CreateOneDirectory(Full("one")));
+  ASSERT_TRUE(platform::CreateDirectoryChain(Full("chain/link")));
+  EXPECT_EQ(Permissions("one"), Permissions("a directory"));
+  EXPECT_EQ(Permissions("chain"), Permissions("a directory"));
+  EXPECT_EQ(Permissions("chain/link"), Permissions("a directory"));
+
+  directory.Write("a file", "");
+  ASSERT_TRUE(File::OpenForWriting(Full("new"), WriteMode{}).IsOpen());
+  EXPECT_EQ(Permissions("new"), Permissions("a file"));
+}
+
+// ---- transfers ----
+
+// `size` bytes, of which no two pieces are alike.
+std::string Bytes(size_t size) {
+  std::string bytes;
+  for (size_t i = 0; bytes.size() < size; ++i) bytes += std::to_string(i) + ' ';
+  bytes.resize(size);
+  return bytes;
+}
+
+using PlatformFile = PlatformObjects;
+
+TEST_F(PlatformFile, WhatIsTransferredInPiecesIsWhole) {
+  const std::string content = Bytes(1000);
+  for (const size_t most : {1U, 7U, 999U, 1000U, 1001U}) {
+    SCOPED_TRACE(most);
+    std::string copy(content.size() + 10, '?');
+    {
+      const SmallTransfers small(most);
+      File output = File::OpenForWriting(Full("file"), WriteMode{});
+      ASSERT_TRUE(output.IsOpen());
+      output.Write(content.data(), content.size());
+      File input = File::OpenForReading(Full("file"));
+      ASSERT_TRUE(input.IsOpen());
+      copy.resize(input.Read(&copy[0], copy.size()));
+    }
+    EXPECT_EQ(directory.Read("file"), content);
+    EXPECT_EQ(copy, content);
+  }
+}
+
+TEST_F(PlatformFile, APieceIsOfWholePagesThatEverySystemCanCount) {
+  constexpr uint64_t kSize = 5000000000;
+  constexpr size_t kPage = 4096;
+  File output = File::OpenForWriting(Full("file"), WriteMode{});
+  File input = File::OpenForReading(Full("file"));
+  ASSERT_TRUE(output.IsOpen() && input.IsOpen());
+  std::array<char, 1> untouched{};
+  {
+    const ClaimedTransfers claimed;
+    output.Write(untouched.data(), kSize);
+    EXPECT_EQ(claimed.Bytes(), kSize);
+    EXPECT_LE(claimed.Largest(), size_t{INT_MAX});
+    EXPECT_EQ(claimed.Largest() % kPage, 0U);
+  }
+  {
+    const ClaimedTransfers claimed;
+    EXPECT_EQ(input.Read(untouched.data(), kSize), kSize);
+    EXPECT_EQ(claimed.Bytes(), kSize);
+    EXPECT_LE(claimed.Largest(), size_t{INT_MAX});
+    EXPECT_EQ(claimed.Largest() % kPage, 0U);
+  }
+}
+
+}  // namespace

@@ -1,0 +1,51 @@
+// The version of the system as this system tells it: the numbers that a kernel's release begins
+// with. The library is compiled into this program, and so is a uname() that answers as a test says.
+
+#include <gtest/gtest.h>
+#include <sys/utsname.h>
+
+#include <cstdint>
+#include <cstring>
+#include <string>
+
+#include "platform/platform.h"
+
+namespace {
+
+const char* release = nullptr;  // null: the call fails
+
+}  // namespace
+
+extern "C" int __wrap_uname(struct utsname* system) {
+  if (release == nullptr) return -1;
+  std::memset(system, 0, sizeof *system);
+  std::memcpy(system->release, release, std::strlen(release));
+  return 0;
+}
+
+namespace {
+
+std::string Version(const char* ofRelease) {
+  release = ofRelease;
+  uint32_t major = 0;
+  uint32_t minor = 0;
+  if (!tarsio::platform::SystemVersion(&major, &minor)) return "none";
+  return std::to_string(major) + '.' + std::to_string(minor);
+}
+
+TEST(KernelRelease, BeginsWithTheTwoNumbersOfTheVersion) {
+  EXPECT_EQ(Version("6.1.0-13-amd64"), "6.1");
+  EXPECT_EQ(Version("5.10"), "5.10");
+  EXPECT_EQ(Version("10.0.22631"), "10.0");
+  EXPECT_EQ(Version("4.19-custom"), "4.19");
+}
+
+TEST(KernelRelease, WithoutTwoNumbersHasNoVersion) {
+  for (const char* text : {"", "x", "6", "6.", "6.x", "6-1", ".1", "x6.1"}) {
+    EXPECT_EQ(Version(text), "none") << text;
+  }
+}
+
+TEST(KernelRelease, ThatCannotBeToldHasNoVersion) { EXPECT_EQ(Version(nullptr), "none"); }
+
+}  // namespace
