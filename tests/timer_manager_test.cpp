@@ -508,6 +508,23 @@ TEST_F(TimerManagerTest, StopPutsAQueueInOrderWhoseExpiriesTheHostHasSet) {
   }
 }
 
+// The entries of a timer share one expiry, so a second start moves the first entry along.
+TEST_F(TimerManagerTest, StopPutsAQueueInOrderInWhichATimerWasQueuedTwice) {
+  const TestTimer twice(10, kOnce, Noting("twice"));
+  const TestTimer once(11, kOnce, Noting("once"));
+  const TestTimer others[] = {{kHour, kOnce}, {kHour, kOnce}};
+  twice->Start();
+  once->Start();
+  for (const TestTimer& other : others) other->Start();
+  others[0]->Stop();
+  SetClock(kStart + 5);
+  twice->SetState(false);
+  twice->Start();
+  others[1]->Stop();
+  PassAt(kStart + 11);
+  EXPECT_THAT(Fired(), ElementsAre("once"));
+}
+
 TEST_F(TimerManagerTest, ResetSaturatesAsWell) {
   const TestTimer timer(kNever, kOnce);
   timer->Start();
