@@ -31,6 +31,11 @@ class ClaimedTransfers {
   size_t Largest() const;  // in one call
 };
 
+// For the wrappers: the most that a call transfers now, SIZE_MAX without a limit.
+size_t MostOfATransfer();
+// And whether a call for `size` bytes only claims to have been made. If so, it is counted.
+bool ClaimTransfer(size_t size);
+
 }  // namespace tarsio_test
 
 #endif  // TARSIO_COMMON_TESTS_SUPPORT_TRANSFERS_H_

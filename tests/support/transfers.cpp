@@ -1,0 +1,38 @@
+#include "support/transfers.h"
+
+#include <algorithm>
+
+namespace tarsio_test {
+
+namespace {
+
+thread_local size_t mostOfATransfer = SIZE_MAX;
+thread_local bool claiming = false;
+thread_local uint64_t claimedBytes = 0;
+thread_local size_t largestClaim = 0;
+
+}  // namespace
+
+SmallTransfers::SmallTransfers(size_t most) { mostOfATransfer = most; }
+SmallTransfers::~SmallTransfers() { mostOfATransfer = SIZE_MAX; }
+
+ClaimedTransfers::ClaimedTransfers() {
+  claimedBytes = 0;
+  largestClaim = 0;
+  claiming = true;
+}
+ClaimedTransfers::~ClaimedTransfers() { claiming = false; }
+
+uint64_t ClaimedTransfers::Bytes() const { return claimedBytes; }
+size_t ClaimedTransfers::Largest() const { return largestClaim; }
+
+size_t MostOfATransfer() { return mostOfATransfer; }
+
+bool ClaimTransfer(size_t size) {
+  if (!claiming) return false;
+  claimedBytes += size;
+  largestClaim = std::max(largestClaim, size);
+  return true;
+}
+
+}  // namespace tarsio_test
