@@ -27,6 +27,7 @@ bool ToWriteMode(int mode, platform::WriteMode* writeMode) {
   const bool truncate = (mode & kTruncate) != 0;
   if ((append && truncate) || (mode & ~kKnownBits) != 0) return false;
   const bool keep = input || atEnd || append;
+  writeMode->alsoRead = input;
   writeMode->mustExist = input && !append && !truncate;
   writeMode->truncate = truncate || !keep;
   writeMode->atEnd = atEnd;

@@ -79,7 +79,7 @@ TEST_F(FileFaults, FileThatOutgrowsTheDiskIsWrittenAsFarAsItGoes) {
 TEST_F(FileFaults, FileWithoutPermissionIsUnreadableAndStaysAsItIs) {
   directory.Write("f", "stored");
   {
-    const ForbiddenFile forbidden("f");
+    const ForbiddenFile forbidden("f", false);
     EXPECT_EQ(ReadFile("f"), Failure(FILE_OPT_EMPTY_OR_UNREADABLE));
     for (const int mode : {0x00, 0x01, 0x04, 0x08, 0x10, 0x21}) {
       EXPECT_EQ(FileUtils::WriteFile("new", "./f", mode), FILE_OPT_WRITE_OPEN_FAILED);
@@ -89,6 +89,20 @@ TEST_F(FileFaults, FileWithoutPermissionIsUnreadableAndStaysAsItIs) {
     EXPECT_EQ(Path("f").FileSize(), 6U);
   }
   EXPECT_EQ(ReadFile("f"), Content("stored"));
+}
+
+// The input bit asks for the right to read, as it does of a stream.
+TEST_F(FileFaults, FileThatMayOnlyBeWrittenRefusesTheInputBit) {
+  directory.Write("f", "stored");
+  {
+    const ForbiddenFile unreadable("f", true);
+    EXPECT_EQ(ReadFile("f"), Failure(FILE_OPT_EMPTY_OR_UNREADABLE));
+    for (const int mode : {0x01, 0x05, 0x09, 0x11, 0x21}) {
+      EXPECT_EQ(FileUtils::WriteFile("new", "./f", mode), FILE_OPT_WRITE_OPEN_FAILED) << mode;
+    }
+    EXPECT_EQ(FileUtils::WriteFile(" more", "./f", kAppend | kBinary), FILE_OPT_SUCCESS);
+  }
+  EXPECT_EQ(ReadFile("f"), Content("stored more"));
 }
 
 // Whether the system keeps this process out: some let a user like ours do everything.

@@ -85,6 +85,7 @@ bool RemoveFileNarrow(const std::string& path);       // refuses a directory
 
 // How to open a file for writing.
 struct WriteMode {
+  bool alsoRead;   // ask for the right to read it as well
   bool mustExist;  // else a missing file is created
   bool truncate;   // empty an existing file
   bool atEnd;      // begin behind what the file holds

@@ -54,11 +54,11 @@ class FileSizeLimit {
   const std::unique_ptr<State> state;
 };
 
-// While it lives, the process may neither read nor write the existing file `name` of the current
-// directory.
+// While it lives, the process may not read the existing file `name` of the current directory, and
+// write it only if `writable`.
 class ForbiddenFile {
  public:
-  explicit ForbiddenFile(const std::string& name);
+  ForbiddenFile(const std::string& name, bool writable);
   ForbiddenFile(const ForbiddenFile&) = delete;
   ForbiddenFile& operator=(const ForbiddenFile&) = delete;
   ~ForbiddenFile();

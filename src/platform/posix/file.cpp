@@ -29,7 +29,7 @@ File File::OpenForReading(const std::wstring& path) { return File(OpenNative(pat
 
 // Text and binary files are the same here.
 File File::OpenForWriting(const std::wstring& path, const WriteMode& mode) {
-  int flags = O_WRONLY;
+  int flags = mode.alsoRead ? O_RDWR : O_WRONLY;
   if (!mode.mustExist) flags |= O_CREAT;
   if (mode.truncate) flags |= O_TRUNC;
   if (mode.append) flags |= O_APPEND;

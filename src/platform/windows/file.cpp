@@ -25,7 +25,8 @@ File File::OpenForReading(const std::wstring& path) {
 }
 
 File File::OpenForWriting(const std::wstring& path, const WriteMode& mode) {
-  int flags = _O_WRONLY | (mode.text ? _O_TEXT : _O_BINARY);
+  int flags = mode.alsoRead ? _O_RDWR : _O_WRONLY;
+  flags |= mode.text ? _O_TEXT : _O_BINARY;
   if (!mode.mustExist) flags |= _O_CREAT;
   if (mode.truncate) flags |= _O_TRUNC;
   if (mode.append) flags |= _O_APPEND;

@@ -90,7 +90,8 @@ struct ForbiddenFile::State {
   Rights rights;
 };
 
-ForbiddenFile::ForbiddenFile(const std::string& name) : state(new State{{name, 0}}) {}
+ForbiddenFile::ForbiddenFile(const std::string& name, bool writable)
+    : state(new State{{name, static_cast<mode_t>(writable ? 0222 : 0)}}) {}
 ForbiddenFile::~ForbiddenFile() = default;
 
 struct ForbiddenDirectory::State {

@@ -48,14 +48,15 @@ FileSizeLimit::FileSizeLimit(uint64_t /*bytes*/) {}
 FileSizeLimit::~FileSizeLimit() = default;
 uint64_t FileSizeLimit::Bytes() const { return UINT64_MAX; }
 
-// Open, and shared with nobody.
+// Open, and shared with nobody, or with writers alone.
 struct ForbiddenFile::State {
   HANDLE file = INVALID_HANDLE_VALUE;
 };
 
-ForbiddenFile::ForbiddenFile(const std::string& name) : state(std::make_unique<State>()) {
-  state->file = ::CreateFileA(name.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING,
-                              0, nullptr);
+ForbiddenFile::ForbiddenFile(const std::string& name, bool writable)
+    : state(std::make_unique<State>()) {
+  state->file = ::CreateFileA(name.c_str(), GENERIC_READ, writable ? FILE_SHARE_WRITE : 0, nullptr,
+                              OPEN_EXISTING, 0, nullptr);
 }
 
 ForbiddenFile::~ForbiddenFile() { ::CloseHandle(state->file); }
