@@ -47,7 +47,7 @@ class TARSIO_COMMON_API FileUtils {
   ///
   /// `mode` is a sum of these bits; 0 replaces what the file held, in text mode:
   ///
-  ///     0x01 input      update an existing file in place; one must exist
+  ///     0x01 input      update an existing file in place; it must exist and be readable
   ///     0x02 output     always set
   ///     0x04 at end     keep an existing file and write behind it
   ///     0x08 append     the same, each write going to the end
