@@ -1,5 +1,6 @@
 #include "common/latch.h"
 
+#include <algorithm>
 #include <chrono>
 
 namespace tarsio {
@@ -21,7 +22,7 @@ void WaitOnce(std::condition_variable& cv, std::unique_lock<std::mutex>& lock,
   }
   const auto now = Clock::now();
   const auto most = std::chrono::duration_cast<Unit>(Clock::time_point::max() - now).count();
-  cv.wait_until(lock, count < most ? now + Unit(count) : Clock::time_point::max());
+  cv.wait_until(lock, now + Unit(std::min<long long>(count, most)));
 }
 
 }  // namespace

@@ -195,6 +195,21 @@ TEST(CharsetCvt, IsASCIIRefusesEveryByteAbove7F) {
   }
 }
 
+TEST(CharsetCvt, ASingleByteAbove7FIsFoundWhereverItStands) {
+  const std::string ascii = EveryByte().substr(0, 0x80);
+  const std::string text = ascii + ascii + ascii + ascii + ascii;
+  for (const size_t place : {0U, 1U, 127U, 254U, 255U, 256U, 511U, 512U, 513U, 638U, 639U}) {
+    for (int byte = 0x80; byte <= 0xFF; ++byte) {
+      std::string other = text;
+      other[place] = static_cast<char>(byte);
+      EXPECT_FALSE(CharsetCvt::IsASCII(other)) << byte << " at " << place;
+      EXPECT_FALSE(CharsetCvt::IsU8(other)) << byte << " at " << place;
+    }
+  }
+  EXPECT_TRUE(CharsetCvt::IsASCII(text));
+  EXPECT_TRUE(CharsetCvt::IsU8(text));
+}
+
 TEST(CharsetCvt, StartsWithBomWantsTheMarkAndAValidRest) {
   const CheckRow rows[] = {
       {"empty", "", false},

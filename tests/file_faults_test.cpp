@@ -105,6 +105,12 @@ TEST_F(FileFaults, FileThatMayOnlyBeWrittenRefusesTheInputBit) {
   EXPECT_EQ(ReadFile("f"), Content("stored more"));
 }
 
+TEST_F(FileFaults, FileMayTakeThePlaceOfTheStandardInput) {
+  tarsio_test::CloseStandardInput();
+  EXPECT_EQ(FileUtils::WriteFile("content", "./f", kBinary), FILE_OPT_SUCCESS);
+  EXPECT_EQ(ReadFile("f"), Content("content"));
+}
+
 // Whether the system keeps this process out: some let a user like ours do everything.
 bool MayCreateIn(const std::string& name) {
   const std::filesystem::path probe = std::filesystem::path(name) / "probe";

@@ -75,12 +75,16 @@ CONFIGURE = ["cmake", "-G", "Ninja", "-S", str(TREE), "-B", str(BUILD), "-DCMAKE
 # ---- mutants ----
 
 def blank_out(text):
-    """The text with comments, literals, preprocessor lines and what is for other compilers blank,
-    so that code is left."""
+    """The text with comments, literals, preprocessor lines, what is for other compilers and what no
+    test can notice blank, so that code is left."""
     pattern = re.compile(
         r'^#if defined\(_MSC_VER\).*?^#(?:else|endif)'
         r'|//[^\n]*|/\*.*?\*/|L?R"\((?:.*?)\)"|L?"(?:\\.|[^"\\\n])*"|L?\'(?:\\.|[^\'\\\n])+\''
-        r'|^[ \t]*#(?:\\\n|[^\n])*', re.S | re.M)
+        r'|^[ \t]*#(?:\\\n|[^\n])*'
+        r'|\.reserve\([^;]*'  # only saves time
+        # What cannot fail, and what a thread does that never comes to it: see docs/testing.md.
+        r'|constexpr int k(?:Arch|Model)FailedLine[^;]*|ReportFailure\(k(?:Arch|Model)FailedLine[^;]*'
+        r'|^void Worker::Stop\(\) \{.*?^\}', re.S | re.M)
     return pattern.sub(lambda m: re.sub(r"[^\n]", " ", m.group()), text)
 
 
@@ -113,8 +117,7 @@ REPLACEMENTS = [
 ]
 
 NUMBER = r"(?<![\w.'])(0x[0-9A-Fa-f]+|\d+)(?=[uUlL]*(?![\w.']))"
-# Nor what only saves time.
-NO_CALL = r"(?:[\w.]+\.reserve\(|(?:return|if|while|for|switch|throw|else|delete|case|catch|do|static_assert)\b)"
+NO_CALL = r"(?:return|if|while|for|switch|throw|else|delete|case|catch|do|static_assert)\b"
 CALL = re.compile(r"^ +(?!" + NO_CALL + r")((?:[\w:*]+|\(\))(?:(?:\.|->)[\w]+(?:\(\))?)*\([^;{}]*\);)", re.M)
 CONDITION = re.compile(r"\b(?:if|while) \(")
 
@@ -136,7 +139,7 @@ def mutants_of(text):
     for pattern, replacements in REPLACEMENTS:
         for match in re.finditer(pattern, code, re.M):
             begin, end = match.span(1)
-            for replacement in replacements:
+            for replacement in replacements if match.group(1).strip() else []:
                 found.add((begin, end, replacement))
     for match in re.finditer(NUMBER, code):
         octal = match.group().startswith("0") and match.group().isdigit()

@@ -83,6 +83,7 @@ class ForbiddenDirectory {
 };
 
 // For good.
+void CloseStandardInput();
 void CloseStandardOutput();
 
 }  // namespace tarsio_test

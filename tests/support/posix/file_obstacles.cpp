@@ -102,6 +102,7 @@ ForbiddenDirectory::ForbiddenDirectory(const std::string& name, bool readable)
     : state(new State{{name, static_cast<mode_t>(readable ? 0555 : 0)}}) {}
 ForbiddenDirectory::~ForbiddenDirectory() = default;
 
+void CloseStandardInput() { Check(::close(STDIN_FILENO)); }
 void CloseStandardOutput() { Check(::close(STDOUT_FILENO)); }
 
 }  // namespace tarsio_test

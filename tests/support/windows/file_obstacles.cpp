@@ -96,6 +96,7 @@ ForbiddenDirectory::~ForbiddenDirectory() {
   ::LocalFree(state->descriptor);
 }
 
+void CloseStandardInput() { ::_close(0); }
 void CloseStandardOutput() { ::_close(1); }
 
 }  // namespace tarsio_test
