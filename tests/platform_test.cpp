@@ -112,6 +112,16 @@ TEST_F(PlatformObjects, WhatIsMadeIsForWhomTheUserMakesThings) {
   EXPECT_EQ(Permissions("new"), Permissions("a file"));
 }
 
+TEST_F(PlatformObjects, ASizeThatCannotBeToldStaysAsItWas) {
+  uint64_t size = 5;
+  EXPECT_FALSE(platform::SizeFromStat(Full("missing"), &size));
+  EXPECT_FALSE(platform::SizeFromAttributes(Full("missing"), &size));
+  EXPECT_EQ(size, 5U);
+  directory.Write("file", "seven b");
+  EXPECT_TRUE(platform::SizeFromStat(Full("file"), &size));
+  EXPECT_EQ(size, 7U);
+}
+
 // ---- transfers ----
 
 // `size` bytes, of which no two pieces are alike.
@@ -141,6 +151,21 @@ TEST_F(PlatformFile, WhatIsTransferredInPiecesIsWhole) {
     EXPECT_EQ(directory.Read("file"), content);
     EXPECT_EQ(copy, content);
   }
+}
+
+TEST_F(PlatformFile, ASystemThatTransfersNothingIsNotAskedForEver) {
+  const std::string content = Bytes(10);
+  directory.Write("file", content);
+  std::string copy(content.size(), '?');
+  {
+    const SmallTransfers none(0);
+    File output = File::OpenForWriting(Full("other"), WriteMode{});
+    output.Write(content.data(), content.size());
+    File input = File::OpenForReading(Full("file"));
+    copy.resize(input.Read(&copy[0], copy.size()));
+  }
+  EXPECT_EQ(directory.Read("other"), "");
+  EXPECT_EQ(copy, "");
 }
 
 TEST_F(PlatformFile, APieceIsOfWholePagesThatEverySystemCanCount) {

@@ -275,6 +275,7 @@ class ScopedRuntimeLocale {
 
 // In every locale of these that the system has: "C" everywhere, the others on some systems.
 TEST(StringUtils, TrimAndCaseMappingFollowTheRuntimesLocale) {
+  tarsio_test::FindTestLocales();
   int known = 0;
   for (const char* name : {"C", "", "C.UTF-8", "en_US.ISO-8859-1", "de_DE.ISO-8859-1",
                            "English_United States.1252", "Russian_Russia.1251"}) {
@@ -290,7 +291,7 @@ TEST(StringUtils, TrimAndCaseMappingFollowTheRuntimesLocale) {
       EXPECT_EQ(StringUtils::ToLower(byte), std::string(1, static_cast<char>(std::tolower(value))));
     }
   }
-  EXPECT_GE(known, 1);
+  EXPECT_GE(known, 2);
 }
 
 TEST(StringUtils, CaseMappingFollowsTheThreadsOwnLocale) {

@@ -1,11 +1,15 @@
-// A locale of this thread's own for character classes, that of the Western European code page,
-// until the object ends.
+// Locales for tests of what depends on them.
 
 #ifndef TARSIO_COMMON_TESTS_SUPPORT_THREAD_LOCALE_H_
 #define TARSIO_COMMON_TESTS_SUPPORT_THREAD_LOCALE_H_
 
 namespace tarsio_test {
 
+// Has the C library find the locales that are made for the tests, where there are any.
+void FindTestLocales();
+
+// A locale of this thread's own for character classes, that of the Western European code page,
+// until the object ends.
 class ThreadLocale {
  public:
   ThreadLocale();

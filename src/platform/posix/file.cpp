@@ -16,11 +16,10 @@ constexpr size_t kLargestTransfer = 0x7ffff000;
 
 int OpenNative(const std::wstring& path, int flags) {
   const std::string native = NativePath(path);
-  int descriptor = -1;
-  do {
-    descriptor = ::open(native.c_str(), flags | O_CLOEXEC, 0666);
-  } while (descriptor < 0 && errno == EINTR);
-  return descriptor;
+  for (;;) {
+    const int descriptor = ::open(native.c_str(), flags | O_CLOEXEC, 0666);
+    if (descriptor >= 0 || errno != EINTR) return descriptor;
+  }
 }
 
 }  // namespace

@@ -9,8 +9,10 @@ extern "C" const char* __lsan_default_suppressions() { return "leak:argz_add_sep
 
 namespace tarsio_test {
 
+void FindTestLocales() { ::setenv("LOCPATH", TARSIO_TEST_LOCALES, 1); }
+
 ThreadLocale::ThreadLocale() {
-  ::setenv("LOCPATH", TARSIO_TEST_LOCALES, 1);
+  FindTestLocales();
   const locale_t western = ::newlocale(LC_CTYPE_MASK, "en_US.ISO-8859-1", nullptr);
   set = western != nullptr && ::uselocale(western) != nullptr;
   state = western;
