@@ -20,7 +20,7 @@ constexpr int64_t kTicksPerMillisecond = 10000;
 // The largest time if the sum would wrap: a timer that expires then never fires.
 unsigned long long AddSaturating(unsigned long long now, unsigned long long timeout) {
   constexpr unsigned long long kNever = std::numeric_limits<unsigned long long>::max();
-  return timeout > kNever - now ? kNever : now + timeout;
+  return now + std::min(timeout, kNever - now);
 }
 
 // A host has set an expiry, perhaps that of a queued timer: the next stop puts the queue in order.

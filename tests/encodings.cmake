@@ -7,7 +7,7 @@ find_program(TARSIO_LOCALEDEF localedef REQUIRED)
 # The locales are made here, not asked of the machine. Wine takes the code page from them as well.
 set(locale_folder "${CMAKE_CURRENT_BINARY_DIR}/locales")
 set(locales "")
-foreach(locale en_US.ISO-8859-1 ja_JP.EUC-JP ja_JP.UTF-8 ru_RU.UTF-8)
+foreach(locale en_US.ISO-8859-1 ja_JP.EUC-JP ja_JP.UTF-8 ru_RU.CP1251 ru_RU.UTF-8)
   string(REGEX MATCH "^([^.]+)\\.(.+)$" parts ${locale})
   add_custom_command(OUTPUT "${locale_folder}/${locale}/LC_CTYPE"
     COMMAND "${CMAKE_COMMAND}" -E make_directory "${locale_folder}"
