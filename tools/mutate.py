@@ -53,7 +53,7 @@ TESTS = {
     "src/timer.cpp": ["timer_manager_test", "timer_test", "lock_faults_test",
                       "memory_faults_test", "races_test"],
     "src/ts_string.cpp": ["ts_string_test", "ts_string_allocation_test"],
-    "src/platform/platform.h": ["file_utils_test"],
+    "src/platform/platform.h": ["file_faults_test"],
     "src/platform/posix/clock.cpp": ["log_test", "timer_test"],
     "src/platform/posix/environment.cpp": ["platform_test", "kernel_release_test", "charset_cvt_test",
                                            "sys_info_test"],
