@@ -35,6 +35,12 @@ struct SilentLogger : tarsio::Logger {
   void DoOutput(const char* /*line*/) override {}
 };
 
+void LogToNobody(tarsio::LOG_LEVEL level) {
+  const auto ignore = [](const char*) {};
+  const auto threshold = [] { return tarsio::LOG_LEVEL_ERROR; };
+  tarsio::TsLog(level, ignore, threshold, __FILE__, __LINE__, __func__, "%d", 1);
+}
+
 size_t AllocationsOf(const std::function<void()>& call) {
   call();  // what is made once is made now
   const AllocationWatch watch;
@@ -92,6 +98,8 @@ INSTANTIATE_TEST_SUITE_P(
     Each, AllocationCounts,
     testing::Values(Row{"FilteredLine", 0, [] { TARSIO_LOG(tarsio::LOG_LEVEL_DEBUG, "%d", 1); }},
                     Row{"Line", 1, [] { TARSIO_LOG(tarsio::LOG_LEVEL_ERROR, "%d", 1); }},
+                    Row{"FilteredTsLog", 0, [] { LogToNobody(tarsio::LOG_LEVEL_WARN); }},
+                    Row{"TsLog", 1, [] { LogToNobody(tarsio::LOG_LEVEL_ERROR); }},
                     Row{"PathOfShortComponents", 1, [] { Path(R"(C:\one\two)"); }},  // their list
                     Row{"PathOfALongComponent", 2, [] { Path{kLong}; }},
                     Row{"PrintedShortPath", 0, [] { kThree.Str(); }},

@@ -12,6 +12,7 @@
 #include <memory>
 #include <ostream>
 #include <random>
+#include <set>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -380,6 +381,20 @@ TEST(CharsetCvt, WToU8ThrowsWhereverTheUnitStandsAndReportsNothing) {
   EXPECT_TRUE(records->All().empty());
 }
 
+TEST(CharsetCvt, WToU8ThrowsHoweverFarBehindTheUnitStands) {
+  for (const size_t size : {255U, 256U, 257U, 511U, 512U, 513U, 1000U}) {
+    const std::wstring units(size, L'\x00FF');
+    EXPECT_EQ(CharsetCvt::WToU8(units), std::string(size, '\xFF'));
+    for (size_t place = 0; place < size; ++place) {
+      std::wstring text = units;
+      text[place] = L'\x0100';
+      ASSERT_EQ(TextThrownBy<std::range_error>([&text] { CharsetCvt::WToU8(text); }),
+                "bad conversion")
+          << place << " of " << size;
+    }
+  }
+}
+
 // ---- 16-bit and 32-bit units ----
 
 TEST(CharsetCvt, U8ToU16ExtendsTheSignOfEachByte) {
@@ -464,6 +479,18 @@ TEST(CharsetCvt, EmptyInputIsReportedAndGivesAnEmptyResult) {
     EXPECT_TRUE(row.isEmptyFor());
     ExpectOneReport(*records, row.function, "Parameter is empty!");
   }
+}
+
+TEST(CharsetCvt, EachReportHasALineOfItsOwn) {
+  const auto records = LogRecords::Install(tarsio::LOG_LEVEL_INFO);
+  for (const EmptyRow& row : kEmptyRows) row.isEmptyFor();
+  CharsetCvt::U8ToMb("");
+  std::set<int> lines;
+  for (const LogRecord& record : records->All()) {
+    EXPECT_GT(record.line, 0);
+    lines.insert(record.line);
+  }
+  EXPECT_EQ(lines.size(), std::size(kEmptyRows) + 1);
 }
 
 TEST(CharsetCvt, ReportsAreDroppedBelowTheLevelInfo) {
@@ -903,6 +930,31 @@ TEST_P(CharsetCvtWithoutLocale, ConversionsThrowAndLeaveTheLocaleAlone) {
   EXPECT_TRUE(records->All().empty());
 }
 
+// Neither a locale nor that there is none is kept for the next conversion.
+TEST_P(CharsetCvtWithoutLocale, TheUsersLocaleIsAskedForEachTime) {
+  const auto expectNone = [] {
+    EXPECT_EQ(TextThrownBy<std::runtime_error>([] { CharsetCvt::MbToU8("\xA1\xF8"); }),
+              "bad locale name");
+    EXPECT_EQ(TextThrownBy<std::runtime_error>([] { CharsetCvt::U8ToMb("\xC2\xA7"); }),
+              "bad locale name");
+  };
+  expectNone();
+  for (int round = 0; round < 2; ++round) {
+    {
+      const ScopedVariable user("LC_ALL", "ja_JP.EUC-JP");
+      EXPECT_EQ(CharsetCvt::MbToU8("\xA1\xF8"), "\xA7");
+      EXPECT_EQ(CharsetCvt::U8ToMb("\xC2\xA7"), "\x8F\xAA\xA4\xA1\xF8");
+      EXPECT_STREQ(std::setlocale(LC_CTYPE, nullptr), "ja_JP.EUC-JP");
+    }
+    expectNone();
+    const ScopedVariable user("LC_ALL", "en_US.ISO-8859-1");
+    EXPECT_EQ(CharsetCvt::MbToU8("\xA1\xF8"), "\xA1\xF8");
+    EXPECT_EQ(CharsetCvt::U8ToMb("\xC2\xA7"), "\xC2\xA7");
+    EXPECT_STREQ(std::setlocale(LC_CTYPE, nullptr), "en_US.ISO-8859-1");
+  }
+  std::locale::global(std::locale::classic());
+}
+
 TEST_P(CharsetCvtWithoutLocale, WhatNeedsNoLocaleStillWorks) {
   EXPECT_EQ(CharsetCvt::MbToU8("\xC3\xA9"), "\xC3\xA9");
   EXPECT_EQ(CharsetCvt::U8ToMb(""), "");
@@ -921,11 +973,13 @@ std::string Repeat(const std::string& text, size_t count) {
 }
 
 // The default is accepted and never used, deliberately.
-TEST(GetEnv, UnsetVariableIsEmptyWhateverTheDefault) {
+TEST(GetEnv, UnsetVariableIsEmptyWhateverTheDefaultAndNotReported) {
+  const auto records = LogRecords::Install(tarsio::LOG_LEVEL_DEBUG);
   const ScopedVariable variable(kVariable, std::nullopt);
   EXPECT_EQ(CharsetCvt::GetEnv(kWideVariable, ""), "");
   EXPECT_EQ(CharsetCvt::GetEnv(kWideVariable, "default"), "");
   EXPECT_EQ(CharsetCvt::GetEnv(L"", "default"), "");
+  EXPECT_TRUE(records->All().empty());
 }
 
 TEST(GetEnv, EmptyVariableIsEmptyWhateverTheDefault) {
@@ -948,7 +1002,8 @@ TEST(GetEnv, ValuesComeAsUtf8) {
   }
 }
 
-TEST(GetEnv, ValuesBeyond255UnitsOr254BytesAreEmpty) {
+TEST(GetEnv, ValuesBeyond255UnitsOr254BytesAreEmptyAndNotReported) {
+  const auto records = LogRecords::Install(tarsio::LOG_LEVEL_DEBUG);
   const std::string two = "\xC3\xA9";           // one unit
   const std::string three = "\xE4\xB8\xAD";     // one unit
   const std::string four = "\xF0\x9F\x98\x80";  // two units
@@ -979,6 +1034,7 @@ TEST(GetEnv, ValuesBeyond255UnitsOr254BytesAreEmpty) {
     const ScopedVariable variable(kVariable, row.value);
     EXPECT_EQ(CharsetCvt::GetEnv(kWideVariable, "default"), row.fits ? row.value : "");
   }
+  EXPECT_TRUE(records->All().empty());
 }
 
 TEST(GetEnv, WhatIsNoCharacterIsReplaced) {

@@ -166,6 +166,17 @@ TEST_F(GetFileContent, EmptyFileIsReportedAndLeavesTheOutput) {
   EXPECT_EQ(ReadFile("f"), Failure(FILE_OPT_EMPTY_OR_UNREADABLE));
 }
 
+// Deliberate: there is no test for a regular file.
+TEST_F(GetFileContent, DeviceIsAFileOfSizeZero) {
+  int devices = 0;
+  for (const char* const text : {"NUL", "C:/dev/null"}) {  // each exists on one system
+    if (!FileUtils::CheckDirOrFileExists(text)) continue;
+    ++devices;
+    EXPECT_EQ(ReadFile(text), Failure(FILE_OPT_EMPTY_OR_UNREADABLE));
+  }
+  EXPECT_EQ(devices, 1);
+}
+
 TEST_F(GetFileContent, FileThatCannotBeOpenedIsReportedAndLeavesTheOutput) {
   directory.Write("f", "content");
   Reading reading;
@@ -522,6 +533,35 @@ TEST_F(FileUtilsTest, CreatingAndRemovingHandTheNameToTheRuntimesNarrowCalls) {
   EXPECT_TRUE(FileUtils::RemoveFile("d\xC3\xA9/f\xC3\xA9"));
   EXPECT_TRUE(FileUtils::RemoveDir("d\xC3\xA9"));
   EXPECT_THAT(Tree(), ElementsAre());
+}
+
+TEST_F(FileUtilsTest, RuntimesNarrowCallsReadANameUpToItsNul) {
+  CreateDirectories("d");
+  directory.Write("f", "content");
+  EXPECT_TRUE(FileUtils::CheckDirOrFileExists(std::string("f\0x", 3)));
+  EXPECT_TRUE(FileUtils::RemoveFile(std::string("f\0x", 3)));
+  EXPECT_TRUE(FileUtils::RemoveDir(std::string("d\0x", 3)));
+  EXPECT_THAT(Tree(), ElementsAre());
+  EXPECT_TRUE(FileUtils::MakeDir(std::string("a\0b/", 4)));
+  EXPECT_THAT(Tree(), ElementsAre("a"));
+  EXPECT_TRUE(FileUtils::MakeDir(std::string("a\0b/", 4)));  // what exists is passed over
+}
+
+TEST_F(FileUtilsTest, ComponentBehindANulIsOutOfRange) {
+  const std::function<void()> calls[] = {
+      [] { FileUtils::CheckDirOrFileExists(std::string("a\0/b", 4)); },
+      [] { FileUtils::WriteFile("x", std::string("a\0/b", 4), 0); },
+      [] { FileUtils::MakeDir(std::string("a\0/b/", 5)); },  // its second prefix
+  };
+  for (const std::function<void()>& call : calls) {
+    try {
+      call();
+      ADD_FAILURE() << "nothing thrown";
+    } catch (const std::out_of_range& e) {
+      EXPECT_STREQ(e.what(), "invalid string position");
+    }
+  }
+  EXPECT_THAT(Tree(), ElementsAre("a"));
 }
 
 // ---- long paths ----

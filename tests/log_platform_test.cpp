@@ -209,4 +209,21 @@ TEST_F(LogPlatform, LogIsDestroyedInReverseOrderOfConstructionAmongOtherStatics)
               "the younger static.*\n.*the sink.*\n.*the older static");
 }
 
+void EndTheProcessAfterCallbacks() {
+  const auto error = [] { return LOG_LEVEL_ERROR; };
+  const auto ignore = [](const char*) {};
+  tarsio::TsLog(LOG_LEVEL_ERROR, ignore, error, "a.cpp", 1, "f", "passes");
+  tarsio::TsLog(LOG_LEVEL_WARN, ignore, error, "a.cpp", 1, "f", "filtered");
+  static const Reporting afterThem("the static after them\n");
+  Log::GetInstance().SetLogger(std::make_unique<ReportingSink>());
+  std::exit(0);
+}
+
+// One that it built would be older than the static, and destroyed behind it.
+TEST_F(LogPlatform, CallbackFormDoesNotBuildTheLog) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(EndTheProcessAfterCallbacks(), testing::ExitedWithCode(0),
+              "the sink.*\n.*the static after them");
+}
+
 }  // namespace

@@ -28,8 +28,10 @@
 #include <vector>
 
 #include "support/allocations.h"
+#include "support/background_call.h"
 #include "support/cout_recorder.h"
 #include "support/file_obstacles.h"
+#include "support/gate.h"
 #include "support/recording_logger.h"
 #include "support/scoped_time_zone.h"
 #include "support/virtual_slot.h"
@@ -55,7 +57,9 @@ using tarsio::LOG_LEVEL_WARN;
 using tarsio::Logger;
 using tarsio::TsLog;
 using tarsio_test::AllocationWatch;
+using tarsio_test::BackgroundCall;
 using tarsio_test::CoutRecorder;
+using tarsio_test::Gate;
 using tarsio_test::kAllocationsOfTheLibraryAreSeen;
 using tarsio_test::LogRecord;
 using tarsio_test::LogRecords;
@@ -208,14 +212,19 @@ struct Callbacks {
   LOG_LEVEL level = LOG_LEVEL_ERROR;
   int asked = 0;
   std::vector<std::string> lines;
+  std::vector<std::thread::id> threads;  // on which they have run, in their order
 };
 Callbacks callbacks;
 
 LOG_LEVEL GetLevel() {
   ++callbacks.asked;
+  callbacks.threads.push_back(std::this_thread::get_id());
   return callbacks.level;
 }
-void Output(const char* line) { callbacks.lines.emplace_back(line); }
+void Output(const char* line) {
+  callbacks.lines.emplace_back(line);
+  callbacks.threads.push_back(std::this_thread::get_id());
+}
 
 // Builds one line each way that there is, and expects the same of all.
 template <typename... Args>
@@ -562,6 +571,73 @@ TEST_F(LogTest, ThresholdMayChangeWhileOthersLog) {
   for (const LogRecord& record : all) EXPECT_EQ(record.level, LOG_LEVEL_FATAL);
 }
 
+// Where the first one to pass waits until it is let on.
+struct Halt {
+  void Pass() {
+    if (passed++ > 0) return;
+    occupied.Open();
+    letOn.Wait();
+  }
+
+  Gate occupied;
+  Gate letOn;
+  std::atomic<int> passed{0};
+};
+
+class HaltingSink : public Logger {
+ public:
+  HaltingSink(std::shared_ptr<Halt> place, bool whenFormatting)
+      : halt(std::move(place)), inFormat(whenFormatting) {}
+  void VFormat(LOG_LEVEL /*level*/, std::string& /*out*/, const char* /*file*/, int /*line*/,
+               const char* /*function*/, const char* /*format*/, va_list /*args*/) override {
+    if (inFormat) halt->Pass();
+  }
+  void DoOutput(const char* /*line*/) override {
+    if (!inFormat) halt->Pass();
+  }
+
+ private:
+  const std::shared_ptr<Halt> halt;
+  const bool inFormat;
+};
+
+TEST_F(LogTest, BusySinkKeepsNobodyFromLoggingNorFromChangingTheThreshold) {
+  for (const bool inFormat : {true, false}) {
+    SCOPED_TRACE(inFormat ? "VFormat" : "DoOutput");
+    const auto halt = std::make_shared<Halt>();
+    Log::GetInstance().SetLogger(std::make_unique<HaltingSink>(halt, inFormat));
+    const auto log = [] { Log::GetInstance().DoLog(LOG_LEVEL_FATAL, "a.cpp", 1, "f", "x"); };
+    BackgroundCall busy(log);
+    const bool isBusy = halt->occupied.WaitFor();
+    BackgroundCall other(log);
+    const bool othersLog = other.ReturnsWithin();
+    BackgroundCall threshold([] { Log::GetInstance().SetLevel(LOG_LEVEL_FATAL); });
+    const bool thresholdChanges = threshold.ReturnsWithin();
+    halt->letOn.Open();
+    EXPECT_TRUE(busy.ReturnsWithin() && other.ReturnsWithin() && threshold.ReturnsWithin());
+    ASSERT_TRUE(isBusy);
+    ASSERT_TRUE(othersLog);
+    ASSERT_TRUE(thresholdChanges);
+    EXPECT_EQ(halt->passed, 2);
+  }
+}
+
+TEST_F(LogTest, SinkMayLog) {
+  const auto events = std::make_shared<std::vector<std::string>>();
+  InstallOutput([events](const char* line) {
+    const bool isOuter = events->empty();
+    events->push_back(MaskTime(line));
+    if (!isOuter) return;
+    Log::GetInstance().DoLog(LOG_LEVEL_ERROR, "a.cpp", 2, "f", "of the sink");
+    events->emplace_back("outer ends");
+  });
+  BackgroundCall call(
+      [] { Log::GetInstance().DoLog(LOG_LEVEL_ERROR, "a.cpp", 1, "f", "of the caller"); });
+  ASSERT_TRUE(call.ReturnsWithin());
+  EXPECT_THAT(*events, ElementsAre("[<TIME>][ERROR][a.cpp:1] of the caller",
+                                   "[<TIME>][ERROR][a.cpp:2] of the sink", "outer ends"));
+}
+
 // ---- the end of the process ----
 
 class SinkWithLastWords : public Logger {
@@ -727,6 +803,14 @@ TEST_F(LogLine, PrintsTheLastComponentOfTheFile) {
     ExpectLine(std::string("[<TIME>][ERROR][") + row.printed + ":1] x", LOG_LEVEL_ERROR, row.file,
                1, "x");
   }
+}
+
+// Nothing of one line is kept for the next, be it at the same address.
+TEST_F(LogLine, FileIsReducedAnewEachTime) {
+  char file[] = "/src/one.cpp";
+  ExpectLine("[<TIME>][ERROR][one.cpp:1] x", LOG_LEVEL_ERROR, file, 1, "x");
+  std::copy_n("two", 3, file + 5);
+  ExpectLine("[<TIME>][ERROR][two.cpp:1] x", LOG_LEVEL_ERROR, file, 1, "x");
 }
 
 TEST_F(LogLine, PrintsAnyLineNumber) {
@@ -1001,7 +1085,18 @@ TEST_F(TsLogTest, LeavesTheProcessesLogAlone) {
   EXPECT_EQ(callbacks.lines.size(), 3u);
 }
 
-TEST_F(TsLogTest, OutputRunsOnTheCallingThreadAndItsExceptionReachesTheCaller) {
+TEST_F(TsLogTest, GetLevelAndOutputRunOnTheCallingThread) {
+  callbacks = Callbacks{};
+  std::thread::id callingThread;
+  std::thread([&callingThread] {
+    callingThread = std::this_thread::get_id();
+    TsLog(LOG_LEVEL_FATAL, &Output, &GetLevel, "a.cpp", 1, "f", "x");
+  }).join();
+  EXPECT_NE(callingThread, std::thread::id());
+  EXPECT_THAT(callbacks.threads, ElementsAre(callingThread, callingThread));
+}
+
+TEST_F(TsLogTest, ExceptionOfOutputReachesTheCaller) {
   callbacks = Callbacks{};
   const auto throwing = [](const char*) { throw std::runtime_error("from output"); };
   EXPECT_EQ(WhatIsThrownBy(

@@ -13,6 +13,7 @@
 #include <memory>
 #include <new>
 #include <ostream>
+#include <stdexcept>
 #include <streambuf>
 #include <string>
 #include <thread>
@@ -31,6 +32,7 @@
 #include "common/timer.h"
 #include "common/ts_string.h"
 #include "support/allocations.h"
+#include "support/environment.h"
 #include "support/events.h"
 #include "support/gate.h"
 #include "support/scoped_directory.h"
@@ -54,6 +56,7 @@ using tarsio_test::Events;
 using tarsio_test::kPatience;
 using tarsio_test::LiveAllocations;
 using tarsio_test::ScopedDirectory;
+using tarsio_test::ScopedVariable;
 
 // One try of a call: the call itself, and what is looked at when it has failed. Both own what they
 // use.
@@ -159,10 +162,20 @@ TEST(MemoryFaults, Strings) {
 }
 
 TEST(MemoryFaults, Encodings) {
+  const ScopedVariable user("LC_ALL", "C");  // a locale that there is
   const std::string text = Long("a");
   const std::string broken = Long("a") + '\xFF';
   FailEachAllocationOf({
       Plain("MbToU8 of UTF-8", [=] { CharsetCvt::MbToU8(text); }),
+      Plain("MbToU8 of the user's encoding",
+            [=] {
+              try {
+                CharsetCvt::MbToU8(broken);
+              } catch (const std::range_error&) {
+                // FF is a character above FF in some encodings.
+              }
+            }),
+      Plain("U8ToMb", [=] { CharsetCvt::U8ToMb(text); }),
       Plain("WToU8", [] { CharsetCvt::WToU8(LongWide(L"a")); }),
       Plain("U8ToW", [=] { CharsetCvt::U8ToW(text); }),
       Plain("U16ToU8", [] { CharsetCvt::U16ToU8(std::u16string(100, u'a')); }),

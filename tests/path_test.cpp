@@ -51,6 +51,29 @@ static_assert(std::is_nothrow_move_constructible<Path>::value &&
                   std::is_nothrow_move_assignable<Path>::value,
               "containers move paths instead of copying them");
 
+// Whether anyone may name a member of Path's, not only the class and those that derive from it.
+template <template <typename> class Member, typename = void>
+struct AllReach : std::false_type {};
+template <template <typename> class Member>
+struct AllReach<Member, std::void_t<Member<Path>>> : std::true_type {};
+
+template <typename T>
+using Length = decltype(&T::Length);
+template <typename T>
+using Splitter = decltype(&T::Tokenize);
+template <typename T>
+using Limit = decltype(&T::MAX_PATH_WINDOWS);
+template <typename T>
+using LegacyLimit = decltype(&T::MAX_PATH_WINDOWS_LEGACY);
+template <typename T>
+using ShareOffset = decltype(&T::WIN_SMB_PATH_OFFSET);
+
+static_assert(AllReach<Length>::value, "or the others would tell nothing");
+static_assert(!AllReach<Splitter>::value, "for derived classes only");
+static_assert(!AllReach<Limit>::value && !AllReach<LegacyLimit>::value &&
+                  !AllReach<ShareOffset>::value,
+              "for the class only");
+
 Path Parsed(const std::string& text, Path::PathType type) {
   Path path;
   path.Set(text, type);

@@ -3,15 +3,18 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstdint>
 #include <cstring>
 #include <memory>
 #include <random>
 #include <string>
+#include <thread>
 #include <type_traits>
 #include <utility>
 #include <vector>
 
+#include "support/allocations.h"
 #include "support/private_member.h"
 
 namespace tarsio_test {
@@ -40,6 +43,9 @@ namespace {
 
 using tarsio::TsString;
 using tarsio::TsStringPair;
+using tarsio_test::AllocationWatch;
+using tarsio_test::kAllocationsOfTheLibraryAreSeen;
+using tarsio_test::LiveAllocations;
 
 constexpr size_t kLongestText = 16777214;
 
@@ -437,6 +443,62 @@ TEST(TsString, ComparesTheTextsWhateverTheBuffers) {
   const TsString empty;
   EXPECT_TRUE(large == empty);
   EXPECT_TRUE(empty == large);
+}
+
+// ---- buffers ----
+
+// A host with another allocator than the library's may pass strings to it and take some from it.
+TEST(TsString, BuffersComeFromTheLibrarysAllocatorAndReturnToIt) {
+  const size_t before = LiveAllocations();
+  size_t allocations = 0;
+  {
+    const AllocationWatch watch;
+    TsString string("a text that needs a buffer");
+    string = "and one that needs a larger buffer than the first";
+    TsString copy(string);
+    copy = TsString("the largest of all, which takes the place of a smaller text");
+    TsStringPair pair;
+    pair.first = string;
+    const TsStringPair copiedPair(pair);
+    allocations = watch.Count();
+  }
+  EXPECT_EQ(allocations > 0, kAllocationsOfTheLibraryAreSeen);
+  EXPECT_EQ(LiveAllocations(), before);
+}
+
+// ---- threads ----
+
+TEST(TsString, DistinctStringsMayBeUsedOnManyThreads) {
+  constexpr size_t kThreads = 4;
+  constexpr size_t kRounds = 20000;
+  size_t mismatches[kThreads] = {};
+  std::atomic<size_t> ready{0};
+  std::vector<std::thread> threads;
+  for (size_t thread = 0; thread < kThreads; ++thread) {
+    threads.emplace_back([&ready, &mismatch = mismatches[thread], thread] {
+      ++ready;
+      while (ready < kThreads) std::this_thread::yield();
+      for (size_t round = 0; round < kRounds; ++round) {
+        const std::string text(round % 3000, static_cast<char>('a' + thread));
+        const std::string longer = text + text + 'x';
+        const TsString string(text.c_str());
+        TsString copy(string);
+        TsString assigned(longer.c_str());
+        const bool differ = assigned != string;
+        assigned = string;
+        copy = longer.c_str();
+        TsStringPair pair;
+        pair.first = copy;
+        const TsStringPair copiedPair(pair);
+        const bool right = string.Cstr() == text && differ && assigned == string &&
+                           copy.Cstr() == longer && copiedPair.first.Length() == longer.size() &&
+                           copiedPair.first == copy && copiedPair.second.IsEmpty();
+        if (!right) ++mismatch;
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  for (const size_t mismatch : mismatches) EXPECT_EQ(mismatch, 0U);
 }
 
 // ---- layout ----
