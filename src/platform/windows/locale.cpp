@@ -2,6 +2,7 @@
 #include <clocale>
 #include <cstring>
 #include <locale>
+#include <memory>
 #include <stdexcept>
 
 #include "platform/platform.h"
@@ -109,7 +110,10 @@ class AnsiFacet : public std::codecvt<wchar_t, char, std::mbstate_t> {
 
 std::locale MakeUserLocaleGlobal() {
   if (std::setlocale(LC_ALL, "") == nullptr) throw std::runtime_error("bad locale name");
-  const std::locale user(std::locale::classic(), new AnsiFacet);
+  // A locale that cannot be made has not taken the facet yet.
+  auto facet = std::make_unique<AnsiFacet>();
+  const std::locale user(std::locale::classic(), facet.get());
+  static_cast<void>(facet.release());
   std::locale::global(user);
   return user;
 }
