@@ -9,6 +9,7 @@
 #include <string>
 #include <thread>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "support/recording_logger.h"
@@ -19,6 +20,7 @@ namespace {
 using tarsio::ClientDeviceInfo;
 using tarsio::SysInfo;
 using tarsio_test::LogRecords;
+using tarsio_test::PretendSystemVersion;
 using tarsio_test::RefuseSystemVersion;
 using tarsio_test::SystemVersion;
 using testing::EndsWith;
@@ -32,6 +34,17 @@ using InfoPtr = std::shared_ptr<ClientDeviceInfo>;
 static_assert(std::is_same<decltype(&SysInfo::GetClientOsInfo), bool (*)(InfoPtr&)>::value,
               "no instance is needed");
 static_assert(std::is_aggregate<ClientDeviceInfo>::value, "a plain record");
+
+// Whether code outside of the class may make `call`, which writes to an argument of that type.
+template <typename Argument = std::string, typename Call>
+constexpr bool IsOpen(Call /*call*/) {
+  return std::is_invocable_v<Call, SysInfo, Argument&>;
+}
+
+static_assert(IsOpen<InfoPtr>([](auto s, auto& out) -> decltype(s.GetClientOsInfo(out)) {}));
+static_assert(!IsOpen([](auto s, auto& out) -> decltype(s.GetOSArch(out)) {}));
+static_assert(!IsOpen([](auto s, auto& out) -> decltype(s.GetOSVersion(out)) {}));
+static_assert(!IsOpen([](auto s, auto& out) -> decltype(s.GetOSManufacturingModel(out)) {}));
 
 // ---- helpers ----
 
@@ -86,6 +99,15 @@ TEST(SysInfo, VersionIsTwoNumbersWithAPointBetween) {
   EXPECT_TRUE(IsNumber(info->osVersion.substr(point + 1))) << info->osVersion;
 }
 
+TEST(SysInfo, VersionIsTheFirstTwoNumbersThatTheSystemTells) {
+  for (const auto& [major, minor] : {std::pair(10u, 12u), std::pair(6u, 3u)}) {
+    const PretendSystemVersion pretend(major, minor);
+    auto info = std::make_shared<ClientDeviceInfo>();
+    EXPECT_TRUE(SysInfo::GetClientOsInfo(info));
+    EXPECT_EQ(info->osVersion, std::to_string(major) + '.' + std::to_string(minor));
+  }
+}
+
 TEST(SysInfo, ReplacesWhatTheRecordHeldAndLeavesTheReservedFieldAlone) {
   const std::string reserved("kept\0as it is", 13);
   auto info = MakeInfo(std::string(1000, 'a'), reserved, "99.99.99", "model");
@@ -138,6 +160,18 @@ TEST(SysInfo, SeveralThreadsMayAskAtOnce) {
 }
 
 // ---- a system that does not tell ----
+
+TEST(SysInfo, AnyStatusOfAFailedVersionCallFails) {
+  const auto records = LogRecords::Install(tarsio::LOG_LEVEL_ERROR);
+  for (const int32_t status : tarsio_test::SystemVersionFailures()) {
+    SCOPED_TRACE(status);
+    const RefuseSystemVersion refuse(status);
+    auto info = MakeInfo("arch", "reserved", "version", "model");
+    EXPECT_FALSE(SysInfo::GetClientOsInfo(info));
+    EXPECT_EQ(info->osVersion, "version");
+  }
+  EXPECT_THAT(records->All(), SizeIs(tarsio_test::SystemVersionFailures().size()));
+}
 
 TEST(SysInfo, FailedVersionCallIsReportedAndStopsHalfWay) {
   const auto records = LogRecords::Install(tarsio::LOG_LEVEL_ERROR);

@@ -12,6 +12,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <exception>
 #include <functional>
 #include <limits>
 #include <memory>
@@ -28,6 +29,7 @@
 
 #include "common/timer.h"
 #include "platform/platform.h"
+#include "support/background_call.h"
 #include "support/events.h"
 #include "support/gate.h"
 #include "support/private_member.h"
@@ -38,9 +40,11 @@ namespace {
 using component::Timer;
 using component::TimerManager;
 using component::TsTimer;
+using tarsio_test::BackgroundCall;
 using tarsio_test::Events;
 using tarsio_test::Gate;
 using tarsio_test::kPatience;
+using tarsio_test::OpenOnExit;
 using testing::ElementsAre;
 using testing::ElementsAreArray;
 using testing::IsEmpty;
@@ -127,7 +131,7 @@ class FakePlatform {
 
 }  // namespace
 
-// No public door shows the mark without moving it, nor the thread.
+// No public door shows the mark without moving it, nor the thread and who has the lock.
 namespace tarsio_test {
 
 struct TimerMark {
@@ -141,6 +145,12 @@ struct ManagerThread {
   friend Type Reach(ManagerThread);
 };
 template struct ExposePrivate<ManagerThread, &TimerManager::thread>;
+
+struct ManagerMutex {
+  using Type = std::recursive_mutex TimerManager::*;
+  friend Type Reach(ManagerMutex);
+};
+template struct ExposePrivate<ManagerMutex, &TimerManager::mutex>;
 
 }  // namespace tarsio_test
 
@@ -421,6 +431,25 @@ TEST_F(TimerManagerTest, PassesGoOnWhateverTheWallClockSays) {
   }
 }
 
+TEST_F(TimerManagerTest, NoPassReadsTheClockWhileAnotherThreadHasTheLock) {
+  const TestTimer queued(kHour, kOnce);
+  const TestTimer fresh(kHour, kOnce);
+  queued->Start();
+  const std::function<void()> calls[] = {[&] { fresh->Start(); },
+                                         [&] { Manager().ResetTimer(queued.Get()); }};
+  for (const auto& call : calls) {
+    ASSERT_TRUE(Platform().AwaitPassAfter(Platform().Passes()));
+    int passes = -1;
+    Platform().AtNextRead([&passes] {  // under the lock
+      const int before = Platform().Passes();
+      std::this_thread::sleep_for(kSeveralPasses);
+      passes = Platform().Passes() - before;
+    });
+    call();
+    EXPECT_EQ(passes, 0);
+  }
+}
+
 // The thread sleeps its five milliseconds whatever is added meanwhile, and however soon it is due.
 TEST_F(TimerManagerTest, NewTimersDoNotWakeTheThreadEarly) {
   StartTheThread();
@@ -461,6 +490,34 @@ TEST_F(TimerManagerTest, ExpiryIsTheTimeOfTheStartAndTheTimeout) {
       EXPECT_EQ(timer->GetExpire(), row.expected);
       EXPECT_EQ(timer.Entries(), 1);
     }
+  }
+}
+
+TEST_F(TimerManagerTest, CallThatWaitsForAPassCountsTheTimeoutFromItsEnd) {
+  for (const bool reset : {false, true}) {
+    SCOPED_TRACE(reset ? "reset" : "start");
+    Gate entered;
+    const auto release = std::make_shared<Gate>();
+    const TestTimer timer(1000, kOnce);
+    const TestTimer blocking(10, kOnce, [&entered, release] {
+      entered.Open();
+      release->WaitFor();
+    });
+    const OpenOnExit guard({release});
+    if (reset) timer->Start();
+    blocking->Start();
+    SetClock(kStart + 10);
+    ASSERT_TRUE(entered.WaitFor());
+    BackgroundCall call([reset, waiting = timer.Get()] {
+      isApplicationThread = true;
+      reset ? Manager().ResetTimer(waiting) : waiting->Start();
+    });
+    EXPECT_TRUE(call.StaysBlocked());
+    SetClock(kStart + 500);
+    release->Open();
+    EXPECT_TRUE(call.ReturnsWithin());
+    EXPECT_EQ(timer->GetExpire(), kStart + 1500);
+    SetClock(kStart);
   }
 }
 
@@ -1129,15 +1186,46 @@ TEST_F(TimerManagerProcess, EndIsReachedWhileTheTimerThreadWaitsForTheLock) {
       testing::ExitedWithCode(0), "");
 }
 
+// What goes with the timer thread runs while that thread is joined.
+TEST_F(TimerManagerProcess, EndReleasesTheTimersAndThenJoinsUnderTheLock) {
+  EXPECT_EXIT(
+      {
+        StartWatchdog();
+        auto queued = Started(kHour, kOnce, [] {});
+        const std::weak_ptr<TsTimer> watch = queued;
+        queued.reset();
+        const auto once = Started(10, kOnce, [&watch] {
+          thread_local std::shared_ptr<void> goesWithTheThread;
+          goesWithTheThread.reset(static_cast<void*>(nullptr), [&watch](void*) {
+            while (!watch.expired()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+            std::this_thread::sleep_for(kSeveralPasses);
+            const bool free = (Manager().*Reach(tarsio_test::ManagerMutex())).try_lock();
+            if (!free) Reporting::Print("locked");
+          });
+        });
+        PassAt(kStart + 10);
+        std::exit(0);
+      },
+      testing::ExitedWithCode(0), "locked");
+}
+
 TEST_F(TimerManagerProcess, EndInAnActionFailsToJoinItsOwnThreadAndEndsTheProcess) {
   EXPECT_DEATH(
       {
         StartWatchdog();
+        std::set_terminate([] {
+          try {
+            std::rethrow_exception(std::current_exception());
+          } catch (const std::system_error& e) {
+            if (e.code() == std::errc::resource_deadlock_would_occur) Reporting::Print("deadlock");
+          }
+          std::abort();
+        });
         const auto timer = Started(10, kOnce, [] { std::exit(0); });
         BeginPassAt(kStart + 10);
         std::this_thread::sleep_for(kPatience);
       },
-      "std::system_error");
+      "deadlock");
 }
 
 // As on a system that has ended every other thread by then, one of them with the lock in its hands.

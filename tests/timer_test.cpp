@@ -55,6 +55,12 @@ template struct ExposePrivate<TimerLoop, &component::Timer::loop>;
 template struct ExposePrivate<TimerExpire, &component::Timer::expire>;
 template struct ExposePrivate<TimerState, &component::Timer::state>;
 
+struct TsTimerCallback {
+  using Type = std::function<void()> component::TsTimer::*;
+  friend Type Reach(TsTimerCallback);
+};
+template struct ExposePrivate<TsTimerCallback, &component::TsTimer::callback>;
+
 }  // namespace tarsio_test
 
 namespace {
@@ -168,6 +174,10 @@ TEST(Timer, HasTheStatedInterface) {
       std::is_same_v<decltype(&TimerManager::GetInstance), component::TimerManager* (*)()>);
   static_assert(std::is_same_v<decltype(&TimerManager::GetCurrentMillisecs),
                                unsigned long long (TimerManager::*)() const>);
+  using ManagerCall = void (TimerManager::*)(std::shared_ptr<Timer>);  // by value
+  static_assert(std::is_same_v<decltype(&TimerManager::AddTimer), ManagerCall>);
+  static_assert(std::is_same_v<decltype(&TimerManager::RemoveTimer), ManagerCall>);
+  static_assert(std::is_same_v<decltype(&TimerManager::ResetTimer), ManagerCall>);
 }
 
 TEST(Timer, KeepsTheTimeoutAndTheLoopThatItWasBuiltWith) {
@@ -206,31 +216,75 @@ TEST(Timer, ExpiryIsSetAndReadAsItIs) {
   }
 }
 
+// No thread's expiry is lost, and none comes back: who has set or seen one sees no earlier one of
+// the same thread.
 TEST(Timer, ExpiryMayBeReadAndWrittenByManyThreadsAtOnce) {
+  constexpr Milliseconds kThreads = 4;
   const TestTimer timer(10, kOnce);
   timer->SetExpire(0);
-  std::atomic<bool> torn{false};
+  std::atomic<int> stale{0};
+  Gate begin;
   std::vector<std::thread> threads;
-  for (int t = 0; t < 4; ++t) {
-    threads.emplace_back([&] {
-      for (int i = 0; i < 2000; ++i) {
-        timer->SetExpire(i % 2 == 0 ? 0 : kNever);
-        const Milliseconds expire = timer->GetExpire();
-        if (expire != 0 && expire != kNever) torn = true;
+  for (Milliseconds self = 0; self < kThreads; ++self) {
+    threads.emplace_back([&timer, &stale, &begin, self] {
+      begin.Wait();
+      Milliseconds latest[kThreads] = {};
+      for (Milliseconds value = self; value < 400000; value += kThreads) {
+        timer->SetExpire(value);
+        latest[self] = value;
+        const Milliseconds seen = timer->GetExpire();
+        Milliseconds& known = latest[seen % kThreads];
+        if (seen < known) ++stale;
+        known = seen;
       }
     });
   }
+  begin.Open();
   for (std::thread& thread : threads) thread.join();
-  EXPECT_FALSE(torn);
+  EXPECT_EQ(stale, 0);
 }
 
 TEST(Timer, FieldsAndOperationsKeepTheirOrder) {
   const TsTimer timer(10, kOnce);
   const std::vector<const void*> places = {
       &(timer.*Reach(tarsio_test::TimerTimeout())), &(timer.*Reach(tarsio_test::TimerLoop())),
-      &(timer.*Reach(tarsio_test::TimerExpire())), &(timer.*Reach(tarsio_test::TimerState()))};
+      &(timer.*Reach(tarsio_test::TimerExpire())), &(timer.*Reach(tarsio_test::TimerState())),
+      &(timer.*Reach(tarsio_test::TsTimerCallback()))};
   EXPECT_TRUE(std::is_sorted(places.begin(), places.end()));
   EXPECT_EQ(tarsio_test::VirtualSlot(&Timer::OnTimeout), 2);  // behind the destructor
+}
+
+// A host's class that has members of the same names takes nothing from those who know the base.
+TEST(Timer, NothingButTheDestructorAndOnTimeoutIsVirtual) {
+  class Derived : public TsTimer {
+   public:
+    Derived() : TsTimer(kLong, kOnce) {}
+    void Start() { hidden = true; }
+    void Stop() { hidden = true; }
+    void SetExpire(unsigned long long /*newExpire*/) { hidden = true; }
+    unsigned long long GetExpire() { return 1; }
+    unsigned long long GetTimeout() const { return 1; }
+    bool GetLoop() const { return true; }
+    void SetState(bool /*started*/) { hidden = true; }
+    void Init(std::function<void()> /*newCallback*/) { hidden = true; }
+
+    bool hidden = false;
+  };
+  auto owned = std::make_shared<Derived>();
+  const Derived& derived = *owned;
+  const Scoped<TsTimer> timer(std::move(owned));
+  Timer& base = *timer.Get();
+  timer->Init([] {});
+  base.SetExpire(2);
+  EXPECT_EQ(base.GetExpire(), 2U);
+  EXPECT_EQ(base.GetTimeout(), kLong);
+  EXPECT_FALSE(base.GetLoop());
+  base.Start();
+  EXPECT_EQ(timer.Entries(), 1);
+  base.Stop();
+  EXPECT_EQ(timer.Entries(), 0);
+  base.SetState(false);
+  EXPECT_FALSE(derived.hidden);
 }
 
 // ---- the clock ----

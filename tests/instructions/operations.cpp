@@ -66,6 +66,17 @@ component::TsTimer& Timer() {
   return *timer;
 }
 
+// Expires before ten thousand others, the worst place that a heap has for it.
+component::TsTimer& FirstOfManyTimers() {
+  static const auto timer = [] {
+    for (unsigned long long i = 0; i < 10000; ++i) {
+      std::make_shared<component::TsTimer>(7200000 + i * 1000, false)->Start();
+    }
+    return std::make_shared<component::TsTimer>(3600000, false);
+  }();
+  return *timer;
+}
+
 struct Named {
   const char* name;
   Operation operation;
@@ -115,6 +126,11 @@ const Named kOperations[] = {
      [] {
        Timer().Start();
        Timer().Stop();
+     }},
+    {"timer_start_stop_of_many",
+     [] {
+       FirstOfManyTimers().Start();
+       FirstOfManyTimers().Stop();
      }},
     {"file_write", [] { Keep(FileUtils::WriteFile(ascii, outputName, 0x32)); }},
     {"file_read",

@@ -6,19 +6,25 @@
 
 #include <atomic>
 #include <cerrno>
+#include <cstring>
 #include <fstream>
 
 namespace {
 
-std::atomic<bool> refused{false};
+std::atomic<int> status{0};
+std::atomic<const char*> release{nullptr};  // null: the system's own
 
 }  // namespace
 
 // In place of the C library's.
 extern "C" int uname(struct utsname* system) noexcept {
-  if (!refused) return static_cast<int>(::syscall(SYS_uname, system));
-  errno = EFAULT;
-  return -1;
+  if (status != 0) {
+    errno = EFAULT;
+    return status;
+  }
+  const auto result = static_cast<int>(::syscall(SYS_uname, system));
+  if (release != nullptr) std::strcpy(system->release, release);
+  return result;
 }
 
 namespace tarsio_test {
@@ -31,7 +37,16 @@ std::string SystemVersion() {
   return release.substr(0, release.find_first_not_of("0123456789", minor));
 }
 
-RefuseSystemVersion::RefuseSystemVersion() { refused = true; }
-RefuseSystemVersion::~RefuseSystemVersion() { refused = false; }
+std::vector<int32_t> SystemVersionFailures() { return {-1}; }
+
+RefuseSystemVersion::RefuseSystemVersion(int32_t returned) { status = returned; }
+RefuseSystemVersion::~RefuseSystemVersion() { status = 0; }
+
+PretendSystemVersion::PretendSystemVersion(uint32_t major, uint32_t minor) {
+  static std::string text;
+  text = std::to_string(major) + '.' + std::to_string(minor) + ".34-x";
+  release = text.c_str();
+}
+PretendSystemVersion::~PretendSystemVersion() { release = nullptr; }
 
 }  // namespace tarsio_test

@@ -5,18 +5,26 @@
 #include <algorithm>
 #include <array>
 #include <cstdlib>
+#include <cstring>
 
 namespace tarsio_test {
 
 namespace {
 
 using RtlGetVersion = LONG(WINAPI*)(OSVERSIONINFOW*);
-using Code = std::array<BYTE, 6>;
-
-// mov eax, STATUS_UNSUCCESSFUL; ret
-constexpr Code kFail = {0xB8, 0x01, 0x00, 0x00, 0xC0, 0xC3};
+using Code = std::array<BYTE, 20>;
 
 Code before;
+
+// Writes the two numbers into the caller's record and returns the status.
+Code Answer(int32_t status, uint32_t major, uint32_t minor) {
+  // mov dword ptr [rcx + 4], major; mov dword ptr [rcx + 8], minor; mov eax, status; ret
+  Code code = {0xC7, 0x41, 4, 0, 0, 0, 0, 0xC7, 0x41, 8, 0, 0, 0, 0, 0xB8, 0, 0, 0, 0, 0xC3};
+  std::memcpy(&code[3], &major, sizeof major);
+  std::memcpy(&code[10], &minor, sizeof minor);
+  std::memcpy(&code[15], &status, sizeof status);
+  return code;
+}
 
 template <typename T>
 T VersionCall() {
@@ -46,7 +54,21 @@ std::string SystemVersion() {
   return std::to_string(version.dwMajorVersion) + '.' + std::to_string(version.dwMinorVersion);
 }
 
-RefuseSystemVersion::RefuseSystemVersion() { before = Exchange(kFail); }
+// Errors, warnings and information: whatever is not zero.
+std::vector<int32_t> SystemVersionFailures() {
+  constexpr auto kUnsuccessful = static_cast<int32_t>(0xC0000001);
+  constexpr auto kNoMoreFiles = static_cast<int32_t>(0x80000006);
+  return {kUnsuccessful, kNoMoreFiles, 0x40000000, 1};
+}
+
+RefuseSystemVersion::RefuseSystemVersion(int32_t status) {
+  before = Exchange(Answer(status, 0, 0));
+}
 RefuseSystemVersion::~RefuseSystemVersion() { Exchange(before); }
+
+PretendSystemVersion::PretendSystemVersion(uint32_t major, uint32_t minor) {
+  before = Exchange(Answer(0, major, minor));
+}
+PretendSystemVersion::~PretendSystemVersion() { Exchange(before); }
 
 }  // namespace tarsio_test
