@@ -84,6 +84,20 @@ TEST(AllocationCountsOfThePool, SubmissionOfASmallTaskIsOneAtMost) {
   EXPECT_EQ(done, kTasks);
 }
 
+TEST(AllocationCountsOfThePool, SubmissionThatStartsAWorkerIsFour) {
+  const auto start = [] {
+    const auto pool = std::make_shared<tarsio::ThreadPool>("pool", 1, 0, 1);
+    std::function<void()> task = [] {};
+    const AllocationWatch watch;
+    pool->SubmitTask(task);
+    return watch.Count();
+  };
+  start();  // what is made once is made now
+  // The worker with its count of owners, the list, the thread with its count, and what it starts
+  // with.
+  EXPECT_EQ(start(), 4U);
+}
+
 const Path kThree(R"(C:\one\two)");
 const std::string kFields = "a,b,c,d";
 const TsString kText("twelve chars");
