@@ -3,10 +3,12 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cstddef>
 #include <functional>
 #include <memory>
 #include <string>
+#include <thread>
 #include <utility>
 
 #include "common/blocking_queue.h"
@@ -65,6 +67,9 @@ TEST_P(AllocationCounts, AreAsListed) {
   tarsio::Log::GetInstance().SetLogger(nullptr);
 }
 
+// All tasks have run when a shutdown by it returns.
+constexpr auto kMethodWithoutName = static_cast<tarsio::ThreadPool::SHUTDOWN_METHOD>(2);
+
 // The list of tasks grows by pieces of several.
 TEST(AllocationCountsOfThePool, SubmissionOfASmallTaskIsOneAtMost) {
   constexpr size_t kTasks = 100;
@@ -85,9 +90,29 @@ TEST(AllocationCountsOfThePool, SubmissionOfASmallTaskIsOneAtMost) {
     allocations = watch.Count();
   }
   goOn.Open();
-  pool->Shutdown(static_cast<tarsio::ThreadPool::SHUTDOWN_METHOD>(2));
+  pool->Shutdown(kMethodWithoutName);
   EXPECT_LE(allocations, kTasks);
   EXPECT_EQ(done, kTasks);
+}
+
+TEST(AllocationCountsOfThePool, SubmissionThatStartsAWorkerIsFour) {
+  const auto start = [] {
+    const auto pool = std::make_shared<tarsio::ThreadPool>("pool", 1, 0, 1);
+    std::function<void()> task = [] {};
+    size_t allocations = 0;
+    {
+      const AllocationWatch watch;
+      pool->SubmitTask(task);
+      allocations = watch.Count();
+    }
+    // Nothing of it is left to another thread, which would be counted with the next.
+    pool->Shutdown(kMethodWithoutName);
+    while (pool.use_count() > 1) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    return allocations;
+  };
+  start();  // what is made once is made now
+  // The worker and its count of owners, the list, the thread and its count, what it starts with.
+  EXPECT_EQ(start(), 4U);
 }
 
 const Path kThree(R"(C:\one\two)");

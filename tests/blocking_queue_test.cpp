@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <climits>
 #include <cstdlib>
@@ -20,9 +21,28 @@
 #include "support/gate.h"
 #include "support/recording_logger.h"
 
+namespace tarsio_test {
+
+using IntQueue = tarsio::BlockingQueue<int>;
+
+// Where the fields are. An explicit instantiation may name private members, and the types of some
+// are private, too.
+template <auto... fields>
+struct ExposeFields {
+  friend std::vector<const void*> PlacesOfFields(const IntQueue& queue) {
+    return {&(queue.*fields)...};
+  }
+};
+std::vector<const void*> PlacesOfFields(const IntQueue& queue);
+template struct ExposeFields<&IntQueue::mutex, &IntQueue::capacity, &IntQueue::items,
+                             &IntQueue::notFull, &IntQueue::notEmpty, &IntQueue::closed>;
+
+}  // namespace tarsio_test
+
 namespace {
 
 using std::chrono::milliseconds;
+using std::chrono::system_clock;
 using tarsio::BlockingQueue;
 using tarsio_test::AllocationWatch;
 using tarsio_test::BackgroundCall;
@@ -49,8 +69,24 @@ static_assert(std::is_same<decltype(&BlockingQueue<int>::Pop),
                            bool (BlockingQueue<int>::*)(int&, int)>::value,
               "a moved element comes out");
 static_assert(
+    std::is_same<decltype(&BlockingQueue<int>::Close), void (BlockingQueue<int>::*)()>::value,
+    "closing has no result");
+static_assert(
     std::is_same<decltype(&BlockingQueue<int>::Size), uint64_t (BlockingQueue<int>::*)()>::value,
     "sizes are 64 bits wide");
+
+// Whether the member can be called from here. Its first parameter's type has no name out here.
+struct AnyReference {
+  template <typename T>
+  operator T&() const;
+};
+template <typename T, typename = void>
+struct WaitForIsPublic : std::false_type {};
+template <typename T>
+struct WaitForIsPublic<T, std::void_t<decltype(T::WaitFor(
+                              AnyReference(), std::declval<std::unique_lock<std::mutex>&>(), 0,
+                              std::declval<bool (*)()>()))>> : std::true_type {};
+static_assert(!WaitForIsPublic<BlockingQueue<int>>::value, "nobody else waits with the lock held");
 
 // A queue that a test may leave behind with a sleeping thread in it.
 template <typename T>
@@ -70,9 +106,9 @@ std::vector<int> PopAll(BlockingQueue<int>& queue) {
 // on it.
 template <typename Call>
 int64_t MicrosecondsOf(Call call) {
-  const auto begin = std::chrono::system_clock::now();
+  const auto begin = system_clock::now();
   call();
-  const auto end = std::chrono::system_clock::now();
+  const auto end = system_clock::now();
   return std::chrono::duration_cast<std::chrono::microseconds>(end - begin).count();
 }
 
@@ -91,6 +127,12 @@ TEST(BlockingQueue, TakesAsManyElementsAsItsCapacityAllows) {
     EXPECT_FALSE(queue.Push(1, -1));
     EXPECT_EQ(queue.Size(), capacity);
   }
+}
+
+TEST(BlockingQueue, FieldsKeepTheirOrder) {
+  const BlockingQueue<int> queue(1);
+  const std::vector<const void*> places = tarsio_test::PlacesOfFields(queue);
+  EXPECT_TRUE(std::is_sorted(places.begin(), places.end()));
 }
 
 TEST(BlockingQueue, TheLargestCapacityIsAccepted) {
@@ -441,6 +483,45 @@ TEST(BlockingQueue, AnElementThatComesWhileTheDeadlinePassesIsStillTaken) {
   ASSERT_TRUE(push.ReturnsWithin());
   ASSERT_TRUE(pop.ReturnsWithin());
   EXPECT_EQ(*result, 9);
+}
+
+TEST(BlockingQueue, TheTimeoutBeginsWhenTheLockIsHad) {
+  for (const bool push : {false, true}) {
+    SCOPED_TRACE(push ? "Push" : "Pop");
+    const auto plain = std::make_shared<Hooked::Hooks>();
+    const auto queue = MakeQueue<Hooked>(1);
+    if (push) {
+      ASSERT_TRUE(queue->Push(Hooked(plain), -1));
+    }
+    // Another call has the lock, and changes nothing.
+    const auto hooks = std::make_shared<Hooked::Hooks>();
+    const auto locked = std::make_shared<Gate>();
+    const auto goOn = std::make_shared<Gate>();
+    const tarsio_test::OpenOnExit guard{goOn};
+    hooks->copied = hooks->moved = [=] {
+      locked->Open();
+      goOn->Wait();
+      throw std::runtime_error("no change");
+    };
+    BackgroundCall other([=] {
+      Hooked item(hooks);
+      EXPECT_THROW(push ? queue->Pop(item, -1) : queue->Push(item, -1), std::runtime_error);
+    });
+    ASSERT_TRUE(locked->WaitFor());
+
+    const auto end = std::make_shared<system_clock::time_point>();
+    BackgroundCall call([=] {
+      Hooked item(plain);
+      EXPECT_FALSE(push ? queue->Push(item, 300) : queue->Pop(item, 300));
+      *end = system_clock::now();
+    });
+    EXPECT_TRUE(call.StaysBlocked(milliseconds(500)));
+    const auto released = system_clock::now();
+    goOn->Open();
+    ASSERT_TRUE(call.ReturnsWithin());
+    EXPECT_GE(*end - released, milliseconds(300));
+    EXPECT_TRUE(other.ReturnsWithin());
+  }
 }
 
 // Whether Size(), called from another thread, has to wait now. It is let go of afterwards.

@@ -1,7 +1,7 @@
 // Every lock of queue, pool, latches and timers fails in its turn: the caller gets the system's
 // error, whatever else was locked is free again, and the object is as it was. And what waits with a
-// timeout waits for a time on the system clock. The library is compiled into this program, and so
-// are the locks' wrappers.
+// timeout waits for a time on the system clock, and who is notified is notified under the lock. The
+// library is compiled into this program, and so are the locks' wrappers.
 
 #include "support/lock_faults.h"
 
@@ -12,25 +12,41 @@
 #include <cstddef>
 #include <functional>
 #include <memory>
+#include <optional>
+#include <set>
 #include <system_error>
+#include <thread>
+#include <vector>
 
 #include "common/blocking_queue.h"
 #include "common/latch.h"
 #include "common/thread_pool.h"
 #include "common/timer.h"
+#include "support/background_call.h"
 #include "support/events.h"
+#include "support/gate.h"
 
 namespace {
 
 using component::TsTimer;
+using std::chrono::milliseconds;
 using std::chrono::system_clock;
 using tarsio::BlockingQueue;
 using tarsio::CountDownLatch;
 using tarsio::CountOutWake;
 using tarsio::ThreadPool;
+using tarsio_test::BackgroundCall;
 using tarsio_test::DeadlineWatch;
 using tarsio_test::Events;
+using tarsio_test::Gate;
 using tarsio_test::LockFault;
+using tarsio_test::NotificationWatch;
+
+constexpr auto kMethodWithoutName = static_cast<ThreadPool::SHUTDOWN_METHOD>(7);
+
+std::shared_ptr<ThreadPool> MakePool(uint64_t limit) {
+  return std::make_shared<ThreadPool>("lock faults", limit, 0U, 10U);
+}
 
 // ---- deadlines ----
 
@@ -43,15 +59,15 @@ TEST(Deadlines, AreTheSystemClocksTimeOfTheCallAndTheTimeout) {
     std::function<void()> wait;
     std::chrono::nanoseconds timeout;
   } rows[] = {
-      {"Push", [&] { queue.Push(1, 30); }, std::chrono::milliseconds(30)},
+      {"Push", [&] { queue.Push(1, 30); }, milliseconds(30)},
       {"Pop",
        [&] {
          int item = 0;
          queue.Pop(item, 40);
        },
-       std::chrono::milliseconds(40)},
-      {"CountDownLatch", [&] { latch.Wait(50); }, std::chrono::milliseconds(50)},
-      {"CountOutWake", [&] { wake.Wait(20000000); }, std::chrono::milliseconds(20)},
+       milliseconds(40)},
+      {"CountDownLatch", [&] { latch.Wait(50); }, milliseconds(50)},
+      {"CountOutWake", [&] { wake.Wait(20000000); }, milliseconds(20)},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.name);
@@ -59,11 +75,123 @@ TEST(Deadlines, AreTheSystemClocksTimeOfTheCallAndTheTimeout) {
     const DeadlineWatch watch;
     const auto before = system_clock::now();
     row.wait();
-    const auto after = system_clock::now();
-    // A spurious wake-up aside, the wait has lasted until its deadline.
+    // Neither bound has a tolerance: the clock was read between the call and the wait.
     EXPECT_GE(DeadlineWatch::Last(), before + timeout);
-    EXPECT_LE(DeadlineWatch::Last(), after + timeout / 2);
+    EXPECT_LE(DeadlineWatch::Last(), DeadlineWatch::FirstEntry() + timeout);
   }
+}
+
+// From the end of its task; a shutdown meanwhile neither shortens nor prolongs it.
+TEST(Deadlines, AWorkerWaitsOneSecondForItsNextTask) {
+  constexpr std::chrono::seconds kIdleLimit{1};
+  struct Shared {
+    std::optional<DeadlineWatch> watch;
+    system_clock::time_point end;
+    Gate ran;
+  };
+  for (const auto method : {kMethodWithoutName, ThreadPool::SHUTDOWN_NOW}) {
+    SCOPED_TRACE(method);
+    const auto shared = std::make_shared<Shared>();
+    const auto pool = MakePool(1);
+    pool->SubmitTask([shared] {
+      shared->watch.emplace();  // of the worker's thread
+      shared->end = system_clock::now();
+      shared->ran.Open();
+    });
+    ASSERT_TRUE(shared->ran.WaitFor());
+    while (DeadlineWatch::FirstEntry() < shared->end) {
+      std::this_thread::sleep_for(milliseconds(1));
+    }
+    pool->Shutdown(method);  // the worker leaves
+    shared->watch.reset();
+    EXPECT_GE(DeadlineWatch::Last(), shared->end + kIdleLimit);
+    EXPECT_LE(DeadlineWatch::Last(), DeadlineWatch::FirstEntry() + kIdleLimit);
+  }
+}
+
+// ---- notifications ----
+
+// So that whoever waited may destroy the object as soon as it has the lock.
+TEST(Notifications, AreSentUnderTheLockAndToAllButWhereOneIsPromised) {
+  const auto empty = std::make_shared<BlockingQueue<int>>(1);
+  const auto full = std::make_shared<BlockingQueue<int>>(1);
+  const auto closing = std::make_shared<BlockingQueue<int>>(0);
+  const auto latch = std::make_shared<CountDownLatch>(2);
+  const auto wake = std::make_shared<CountOutWake>();
+  ASSERT_TRUE(full->Push(1, -1));
+  const auto push = [](const auto& queue) { queue->Push(1, 0); };
+  const auto pop = [](const auto& queue) {
+    int item = 0;
+    queue->Pop(item, 0);
+  };
+  using Calls = std::vector<std::function<void()>>;
+  const struct {
+    const char* name;
+    Calls waits;  // which begin before
+    std::function<void()> call;
+    size_t notifications;
+    bool ofAll;
+  } rows[] = {
+      {"Push", {[=] { pop(empty); }}, [&] { push(empty); }, 1, true},
+      {"Pop", {[=] { push(full); }}, [&] { pop(full); }, 1, true},
+      {"CountDown, not the last", {[=] { latch->Wait(0); }}, [&] { latch->CountDown(); }, 0, true},
+      {"CountDown", {}, [&] { latch->CountDown(); }, 1, true},
+      {"CountOut", {[=] { wake->Wait(0); }}, [&] { wake->CountOut(); }, 1, false},
+      {"CountAll", {[=] { wake->Wait(0); }}, [&] { wake->CountAll(); }, 1, true},
+      // The last row, for those who wait at a closed queue wait again.
+      {"Close",
+       {[=] { push(closing); }, [=] { pop(closing); }},
+       [&] { closing->Close(); },
+       2,
+       true},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
+    const size_t before = tarsio_test::WaitsBegun();
+    for (const auto& wait : row.waits) BackgroundCall call(wait);
+    while (tarsio_test::WaitsBegun() < before + row.waits.size()) {
+      std::this_thread::sleep_for(milliseconds(1));
+    }
+    const NotificationWatch watch;
+    row.call();
+    std::set<const void*> conditions;
+    for (const auto& notification : NotificationWatch::All()) {
+      EXPECT_EQ(notification.ofAll, row.ofAll);
+      EXPECT_TRUE(notification.locked);
+      conditions.insert(notification.condition);
+    }
+    EXPECT_EQ(NotificationWatch::All().size(), row.notifications);
+    EXPECT_EQ(conditions.size(), row.notifications) << "each of another condition";
+  }
+}
+
+// Except for the pool's, which come without a look at who is about to wait, deliberately: one that
+// comes between a look at the queue and the sleep is missed. The next task makes up for it.
+TEST(Notifications, OfATaskThatIsTakenAreMissedByAWaitThatIsAboutToSleep) {
+  struct Shared {
+    const std::shared_ptr<ThreadPool> pool = MakePool(1);
+    Gate first;
+    Gate second;
+    bool secondRan = false;
+    Gate slept;
+  };
+  const auto shared = std::make_shared<Shared>();
+  shared->pool->SubmitTask([shared] { shared->first.Wait(); });
+  shared->pool->SubmitTask([shared] { shared->second.Open(); });
+  BackgroundCall wait([shared] {
+    tarsio_test::BeforeNextWait([shared] {
+      shared->first.Open();
+      shared->secondRan = shared->second.WaitFor();
+      shared->slept.Open();
+    });
+    shared->pool->Wait();
+  });
+  ASSERT_TRUE(shared->slept.WaitFor());
+  EXPECT_TRUE(shared->secondRan) << "nobody needs the lock of the waiters to take a task";
+  EXPECT_EQ(shared->pool->GetPendingTaskNumber(), 0U);
+  EXPECT_TRUE(wait.StaysBlocked());
+  shared->pool->SubmitTask([] {});
+  EXPECT_TRUE(wait.ReturnsWithin());
 }
 
 // ---- locks ----
@@ -114,10 +242,6 @@ TEST(LockFaults, LatchesKeepTheirCounts) {
   EXPECT_TRUE(FailsAtLock(0, [&] { wake.Wait(1); }));
   EXPECT_TRUE(FailsAtLock(0, [&] { wake.GetCount(); }));
   EXPECT_EQ(wake.GetCount(), 5U);
-}
-
-std::shared_ptr<ThreadPool> MakePool(uint64_t limit) {
-  return std::make_shared<ThreadPool>("lock faults", limit, 0U, 10U);
 }
 
 // In the order of its locks: one that fails behind another leaves that one free.

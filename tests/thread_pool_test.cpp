@@ -49,9 +49,26 @@ struct PoolWorkersMutex {
   using Type = std::mutex tarsio::ThreadPool::*;
   friend Type Reach(PoolWorkersMutex);
 };
+struct PoolWorkersChanged {
+  using Type = std::condition_variable tarsio::ThreadPool::*;
+  friend Type Reach(PoolWorkersChanged);
+};
+struct PoolQueue {
+  using Type =
+      const std::shared_ptr<tarsio::BlockingQueue<std::function<void()>>> tarsio::ThreadPool::*;
+  friend Type Reach(PoolQueue);
+};
+struct PoolWorkers {
+  using Type = std::vector<std::shared_ptr<tarsio::Worker>> tarsio::ThreadPool::*;
+  friend Type Reach(PoolWorkers);
+};
 struct PoolWaitMutex {
   using Type = std::mutex tarsio::ThreadPool::*;
   friend Type Reach(PoolWaitMutex);
+};
+struct PoolTaskTaken {
+  using Type = std::condition_variable tarsio::ThreadPool::*;
+  friend Type Reach(PoolTaskTaken);
 };
 template struct ExposePrivate<PoolName, &tarsio::ThreadPool::name>;
 template struct ExposePrivate<PoolLimit, &tarsio::ThreadPool::maxThreadNumber>;
@@ -59,7 +76,11 @@ template struct ExposePrivate<PoolRunning, &tarsio::ThreadPool::runningThreadNum
 template struct ExposePrivate<PoolReserved, &tarsio::ThreadPool::reservedNumber>;
 template struct ExposePrivate<PoolCapacity, &tarsio::ThreadPool::queueCapacity>;
 template struct ExposePrivate<PoolWorkersMutex, &tarsio::ThreadPool::workersMutex>;
+template struct ExposePrivate<PoolWorkersChanged, &tarsio::ThreadPool::workersChanged>;
+template struct ExposePrivate<PoolQueue, &tarsio::ThreadPool::queue>;
+template struct ExposePrivate<PoolWorkers, &tarsio::ThreadPool::workers>;
 template struct ExposePrivate<PoolWaitMutex, &tarsio::ThreadPool::waitMutex>;
+template struct ExposePrivate<PoolTaskTaken, &tarsio::ThreadPool::taskTaken>;
 
 }  // namespace tarsio_test
 
@@ -116,6 +137,23 @@ static_assert(
                      uint64_t (ThreadPool::*)()>::value,
     "numbers are 64 bits wide");
 
+// Whether each member can be reached from here.
+template <typename T, typename = void>
+struct AddWorkerIsPublic : std::false_type {};
+template <typename T>
+struct AddWorkerIsPublic<T, std::void_t<decltype(&T::AddWorker)>> : std::true_type {};
+template <typename T, typename = void>
+struct RemoveWorkerIsPublic : std::false_type {};
+template <typename T>
+struct RemoveWorkerIsPublic<T, std::void_t<decltype(&T::RemoveWorker)>> : std::true_type {};
+template <typename T, typename = void>
+struct RunTaskIsPublic : std::false_type {};
+template <typename T>
+struct RunTaskIsPublic<T, std::void_t<decltype(&T::RunTask)>> : std::true_type {};
+static_assert(!AddWorkerIsPublic<ThreadPool>::value && !RemoveWorkerIsPublic<ThreadPool>::value &&
+                  !RunTaskIsPublic<ThreadPool>::value,
+              "workers come and go by themselves");
+
 constexpr auto kMethodWithoutName = static_cast<ThreadPool::SHUTDOWN_METHOD>(7);
 
 // A worker stays this long without a task.
@@ -145,6 +183,7 @@ class HeldTask {
     pool->SubmitTask([state = state] {
       state->started.Open();
       state->release.Wait();
+      state->thread = std::this_thread::get_id();
       state->end = system_clock::now();
       state->finished.Open();
     });
@@ -152,18 +191,22 @@ class HeldTask {
   // Submits it, and returns whether a worker has taken it.
   bool StartIn(const PoolPtr& pool) const {
     SubmitTo(pool);
-    return state->started.WaitFor();
+    return StartsWithin(kPatience);
   }
+  bool StartsWithin(milliseconds limit) const { return state->started.WaitFor(limit); }
   void Release() const { state->release.Open(); }
   bool Finishes() const { return state->finished.WaitFor(); }
   bool IsFinished() const { return state->finished.IsOpen(); }
-  system_clock::time_point End() const { return state->end; }  // once it has finished
+  // Once it has finished.
+  system_clock::time_point End() const { return state->end; }
+  std::thread::id Thread() const { return state->thread; }
 
  private:
   struct State {
     Gate started;
     Gate release;
     Gate finished;
+    std::thread::id thread;
     system_clock::time_point end;
   };
   const std::shared_ptr<State> state = std::make_shared<State>();
@@ -279,7 +322,11 @@ TEST(ThreadPool, FieldsKeepTheirOrderAndTheArguments) {
                                            &reserved,
                                            &capacity,
                                            &((*pool).*Reach(tarsio_test::PoolWorkersMutex())),
-                                           &((*pool).*Reach(tarsio_test::PoolWaitMutex()))};
+                                           &((*pool).*Reach(tarsio_test::PoolWorkersChanged())),
+                                           &((*pool).*Reach(tarsio_test::PoolQueue())),
+                                           &((*pool).*Reach(tarsio_test::PoolWorkers())),
+                                           &((*pool).*Reach(tarsio_test::PoolWaitMutex())),
+                                           &((*pool).*Reach(tarsio_test::PoolTaskTaken()))};
   EXPECT_TRUE(std::is_sorted(places.begin(), places.end()));
 }
 
@@ -436,6 +483,23 @@ TEST(ThreadPool, NeverMoreWorkersThanTheLimit) {
   EXPECT_EQ(mostWorkers, static_cast<uint64_t>(kLimit));
 }
 
+// Each of them has seen that there is room for one more worker, and looks again.
+TEST(ThreadPool, SubmissionsThatWaitForTheListStartNoMoreThanTheLimit) {
+  const PoolPtr pool = MakePool(1);
+  const auto goOn = std::make_shared<Gate>();
+  const tarsio_test::OpenOnExit guard{goOn};
+  std::vector<BackgroundCall> calls;
+  {
+    const std::lock_guard<std::mutex> lock((*pool).*Reach(tarsio_test::PoolWorkersMutex()));
+    for (int i = 0; i < 3; ++i) {
+      calls.emplace_back([=] { pool->SubmitTask([goOn] { goOn->Wait(); }); });
+    }
+    for (BackgroundCall& call : calls) EXPECT_TRUE(call.StaysBlocked(milliseconds(60)));
+  }
+  for (BackgroundCall& call : calls) EXPECT_TRUE(call.ReturnsWithin());
+  EXPECT_EQ(pool->GetRunningThreadNumber(), 1U);
+}
+
 TEST(ThreadPool, WithLimitZeroNoTaskEverRuns) {
   const PoolPtr pool = MakePool(0);
   const auto runs = std::make_shared<std::atomic<int>>(0);
@@ -504,6 +568,30 @@ TEST(ThreadPool, EveryWorkerRetires) {
   EXPECT_EQ(pool->GetRunningThreadNumber(), 0U);
 }
 
+TEST(ThreadPool, TheListOfWorkersKeepsTheOrderInWhichTheyWereStarted) {
+  const PoolPtr pool = MakePool(3);
+  const auto list = [pool] {
+    const std::lock_guard<std::mutex> lock((*pool).*Reach(tarsio_test::PoolWorkersMutex()));
+    std::vector<const void*> workers;
+    for (const auto& worker : (*pool).*Reach(tarsio_test::PoolWorkers())) {
+      workers.push_back(worker.get());
+    }
+    return workers;
+  };
+  const std::array<HeldTask, 3> tasks;
+  std::vector<const void*> workers;
+  for (const HeldTask& task : tasks) {
+    ASSERT_TRUE(task.StartIn(pool));
+    const auto longer = list();
+    ASSERT_EQ(longer.size(), workers.size() + 1);
+    workers.push_back(longer.back());
+    EXPECT_EQ(longer, workers) << "the new one is the last";
+  }
+  tasks[0].Release();
+  while (pool->GetRunningThreadNumber() == 3) std::this_thread::sleep_for(milliseconds(1));
+  EXPECT_THAT(list(), ElementsAre(workers[1], workers[2]));
+}
+
 // ---- locks ----
 
 // While the test holds the lock of the workers' list: who needs it waits, and nobody else.
@@ -519,6 +607,8 @@ TEST(ThreadPool, TheListOfWorkersIsLockedWhereItIsUsedAndNowhereElse) {
     waiting.emplace_back([pool] { pool->GetPendingTaskNumber(); });
     waiting.emplace_back([pool] { pool->GetRunningThreadNumber(); });
     waiting.emplace_back([pool] { pool->Shutdown(kMethodWithoutName); });
+    others.emplace_back([pool] { pool->SetName("new"); });
+    EXPECT_TRUE(others.back().ReturnsWithin());  // for nobody may use the name meanwhile
     others.emplace_back([pool] { pool->GetName(); });
     others.emplace_back([pool] { pool->Wait(); });
     // At its limit a pool starts nobody, which it sees without the lock.
@@ -538,6 +628,9 @@ TEST(ThreadPool, OnlyWaitTakesTheLockOfTheWaiters) {
   const std::lock_guard<std::mutex> lock((*pool).*Reach(tarsio_test::PoolWaitMutex()));
   BackgroundCall wait([pool] { pool->Wait(); });
   EXPECT_TRUE(wait.StaysBlocked());
+  BackgroundCall setName([pool] { pool->SetName("new"); });
+  ASSERT_TRUE(setName.ReturnsWithin());
+  EXPECT_EQ(pool->GetName(), "new");
   EXPECT_TRUE(RunOne(pool));
   EXPECT_EQ(pool->GetPendingTaskNumber(), 0U);
   EXPECT_EQ(pool->GetRunningThreadNumber(), 1U);
@@ -738,7 +831,8 @@ TEST(ThreadPool, WaitFromSeveralThreadsReturnsInAll) {
 }
 
 // Tasks are taken without a look at who is about to wait, deliberately: a wake-up that comes
-// between a look at the queue and the sleep is missed. The next task makes up for it.
+// between a look at the queue and the sleep is missed. The next task makes up for it. Here by
+// chance; lock_faults_test has one that is missed for sure.
 TEST(ThreadPool, AWaitThatMissedTheLastTaskReturnsWithTheNext) {
   const PoolPtr pool = MakePool(1);
   int missed = 0;
@@ -1110,6 +1204,35 @@ TEST(ThreadPool, ADerivedPoolIsDestroyedThroughItsBase) {
   EXPECT_TRUE(destroyed->WaitFor());
 }
 
+// A host's class that has members of the same names takes nothing from those who know the base.
+TEST(ThreadPool, NothingButTheDestructorIsVirtual) {
+  class Derived : public ThreadPool {
+   public:
+    Derived() : ThreadPool("base", 0, 0, 4) {}
+    std::string GetName() const { return "derived"; }
+    void SetName(const std::string& /*newName*/) {}
+    uint64_t GetPendingTaskNumber() { return 99; }
+    uint64_t GetRunningThreadNumber() { return 99; }
+    bool SubmitTask(Task& /*task*/) { return false; }
+    bool SubmitTask(Task&& /*task*/) { return false; }
+    void Shutdown(SHUTDOWN_METHOD /*method*/) {}
+    void Wait() {}
+  };
+  const PoolPtr pool = std::make_shared<Derived>();
+  EXPECT_EQ(pool->GetName(), "base");
+  pool->SetName("other");
+  EXPECT_EQ(pool->GetName(), "other");
+  Task task = [] {};
+  EXPECT_TRUE(pool->SubmitTask(task));
+  EXPECT_TRUE(pool->SubmitTask([] {}));
+  EXPECT_EQ(pool->GetPendingTaskNumber(), 2U);
+  EXPECT_EQ(pool->GetRunningThreadNumber(), 0U);
+  BackgroundCall wait([pool] { pool->Wait(); });
+  EXPECT_TRUE(wait.StaysBlocked());
+  pool->Shutdown(ThreadPool::SHUTDOWN_NOW);
+  EXPECT_EQ(pool->GetPendingTaskNumber(), 0U);
+}
+
 void EndTheProcess(const std::string& workers) {
   static PoolPtr pool;  // destroyed while the process ends
   static HeldTask held;
@@ -1278,128 +1401,61 @@ TEST(ThreadPool, ATaskThatComesWhileTheLastWorkerRetiresIsRun) {
   EXPECT_EQ(left, 0);
 }
 
-// A callable that stops while it is copied, so that the queue's lock is held, and then throws.
-struct SlowToCopy {
-  struct Control {
-    std::atomic<bool> armed{false};
-    bool fails = false;
-    Gate copying;
-    Gate goOn;
-  };
-
-  SlowToCopy(std::shared_ptr<Control> target, Task content)
-      : control(std::move(target)), task(std::move(content)) {}
-  SlowToCopy(const SlowToCopy& other) : control(other.control), task(other.task) {
-    if (!control->armed) return;
-    control->copying.Open();
-    control->goOn.Wait();
-    if (control->fails) throw std::runtime_error("copy");
-  }
-  void operator()() const { task(); }
-
-  std::shared_ptr<Control> control;
-  Task task;
-};
-
-// Holds the only worker of a pool between its last look at the queue and its leave, queues a task
-// meanwhile, and lets go. The order in which threads get a lock that several wait for is the
-// system's: where it is another one, the worker takes the task as usual or has left before, and
-// then the submission fails if threads cannot be started.
+// The only worker of a pool, having found no task for its second, waits for the lock that it needs
+// to leave, which the object holds. Meanwhile a task comes; with the pool at its limit, nobody is
+// started for it.
 class RetiringWorker {
  public:
-  struct Shared {
-    PoolPtr pool = MakePool(1);
-    std::shared_ptr<SlowToCopy::Control> hold = std::make_shared<SlowToCopy::Control>();
-    std::shared_ptr<SlowToCopy::Control> late = std::make_shared<SlowToCopy::Control>();
-    Gate ran;
-    std::atomic<bool> submissionFailed{false};
-  };
-
-  RetiringWorker() = default;
-  RetiringWorker(const RetiringWorker&) = delete;
-  RetiringWorker& operator=(const RetiringWorker&) = delete;
-  ~RetiringWorker() { LetGo(); }
-
-  // Until the worker cannot see the task any more (most likely).
   void Prepare() {
-    shared->hold->fails = true;
-    const HeldTask first;
-    ASSERT_TRUE(first.StartIn(shared->pool));
-    first.Release();
-    ASSERT_TRUE(first.Finishes());
-    // One: somebody has the queue's lock when the worker's second ends.
-    calls.emplace_back([shared = shared] { Submit(shared, shared->hold, [] {}); });
-    ASSERT_TRUE(shared->hold->copying.WaitFor());
-    std::this_thread::sleep_until(first.End() + kIdleLimit + milliseconds(100));
-    // Two: behind the worker waits a submission,
-    const std::weak_ptr<Shared> weak = shared;
-    calls.emplace_back([shared = shared, weak] {
-      Submit(shared, shared->late, [weak] {
-        if (const auto target = weak.lock()) target->ran.Open();
-      });
-    });
-    EXPECT_TRUE(calls.back().StaysBlocked(milliseconds(60)));
-    // three: and behind that one a thread that has the lock which the worker needs to leave.
-    calls.emplace_back([shared = shared] { shared->pool->GetPendingTaskNumber(); });
-    EXPECT_TRUE(calls.back().StaysBlocked(milliseconds(60)));
-    shared->hold->goOn.Open();
-    ASSERT_TRUE(shared->late->copying.WaitFor());
-    std::this_thread::sleep_for(milliseconds(60));
+    for (int round = 0; round < 10; ++round) {
+      const HeldTask first;
+      ASSERT_TRUE(first.StartIn(pool));
+      lock = std::unique_lock<std::mutex>((*pool).*Reach(tarsio_test::PoolWorkersMutex()));
+      first.Release();
+      ASSERT_TRUE(first.Finishes());
+      worker = first.Thread();
+      std::this_thread::sleep_until(first.End() + kIdleLimit + milliseconds(200));
+      late = std::make_shared<HeldTask>();
+      late->Release();
+      late->SubmitTo(pool);
+      if (!late->StartsWithin(tarsio_test::kWatch)) return;  // the worker looks no more
+      lock.unlock();  // it was late, and took the task as usual
+    }
+    FAIL() << "the worker does not retire";
   }
+  void LetGo() { lock.unlock(); }
 
-  // The task is now queued, and the worker leaves.
-  void LetGo() {
-    shared->hold->goOn.Open();
-    shared->late->goOn.Open();
-    for (BackgroundCall& call : calls) EXPECT_TRUE(call.ReturnsWithin());
-    calls.clear();
-  }
-
-  bool SubmissionFailed() const { return shared->submissionFailed; }
-  bool TaskRuns() const { return shared->ran.WaitFor(); }
-  const PoolPtr& Pool() const { return shared->pool; }
+  const PoolPtr& Pool() const { return pool; }
+  bool TaskRuns() const { return late->Finishes(); }
+  bool RanTheTask() const { return late->Thread() == worker; }
 
  private:
-  static void Submit(const std::shared_ptr<Shared>& shared,
-                     const std::shared_ptr<SlowToCopy::Control>& control, Task content) {
-    Task task = SlowToCopy(control, std::move(content));
-    control->armed = true;
-    try {
-      shared->pool->SubmitTask(task);
-    } catch (const std::runtime_error&) {  // std::system_error is one
-      shared->submissionFailed = control == shared->late;
-    }
-    control->armed = false;
-  }
-
-  const std::shared_ptr<Shared> shared = std::make_shared<Shared>();
-  std::vector<BackgroundCall> calls;
+  const PoolPtr pool = MakePool(1);
+  std::unique_lock<std::mutex> lock;
+  std::thread::id worker;
+  std::shared_ptr<HeldTask> late;
 };
 
 TEST(ThreadPool, AWorkerThatRetiresWhileATaskIsPendingStartsItsSuccessor) {
-  for (int round = 0; round < 3; ++round) {
-    SCOPED_TRACE(round);
-    RetiringWorker worker;
-    ASSERT_NO_FATAL_FAILURE(worker.Prepare());
-    worker.LetGo();
-    EXPECT_FALSE(worker.SubmissionFailed());
-    ASSERT_TRUE(worker.TaskRuns());
-    EXPECT_EQ(worker.Pool()->GetPendingTaskNumber(), 0U);
-  }
+  RetiringWorker worker;
+  ASSERT_NO_FATAL_FAILURE(worker.Prepare());
+  worker.LetGo();
+  ASSERT_TRUE(worker.TaskRuns());
+  EXPECT_FALSE(worker.RanTheTask());
+  EXPECT_EQ(worker.Pool()->GetPendingTaskNumber(), 0U);
+  EXPECT_EQ(worker.Pool()->GetRunningThreadNumber(), 1U);
 }
 
 TEST(ThreadPool, AWorkerThatCannotStartASuccessorStays) {
-  for (int round = 0; round < 3; ++round) {
-    SCOPED_TRACE(round);
-    RetiringWorker worker;
-    ASSERT_NO_FATAL_FAILURE(worker.Prepare());
-    const RefuseThreadStarts refuse;
-    worker.LetGo();
-    if (worker.SubmissionFailed()) continue;  // the worker had left before
-    ASSERT_TRUE(worker.TaskRuns());
-    worker.Pool()->Shutdown(kMethodWithoutName);  // it retires a second later
-    EXPECT_EQ(worker.Pool()->GetRunningThreadNumber(), 0U);
-  }
+  RetiringWorker worker;
+  ASSERT_NO_FATAL_FAILURE(worker.Prepare());
+  const RefuseThreadStarts refuse;
+  worker.LetGo();
+  ASSERT_TRUE(worker.TaskRuns());
+  EXPECT_TRUE(worker.RanTheTask());
+  EXPECT_EQ(worker.Pool()->GetRunningThreadNumber(), 1U);
+  worker.Pool()->Shutdown(kMethodWithoutName);  // it retires a second later
+  EXPECT_EQ(worker.Pool()->GetRunningThreadNumber(), 0U);
 }
 
 // ---- under load ----

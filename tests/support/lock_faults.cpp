@@ -6,23 +6,47 @@
 #include <cerrno>
 #include <cstdint>
 #include <ctime>
-#include <thread>
+#include <utility>
 
 namespace {
 
 using std::chrono::system_clock;
+using tarsio_test::NotificationWatch;
 
-// No thread's own storage, which may need a lock itself.
+// No thread's own storage, and no thread's id, for either may need a lock itself, in a thread that
+// ends even one that it has. The place of its error number tells a thread from the others as well.
+const void* ThisThread() { return &errno; }
+
 std::atomic<bool> watching{false};
-std::atomic<std::thread::id> watched;
+std::atomic<const void*> watched{nullptr};
 std::atomic<size_t> locksLeft{SIZE_MAX};  // before the one that fails
 std::atomic<int64_t> lastDeadline{0};     // nanoseconds since 1970
+std::atomic<int64_t> firstEntry{0};       // likewise
+std::atomic<size_t> waitsBegun{0};
 
-bool IsWatched() { return watching && std::this_thread::get_id() == watched.load(); }
+// Of the watched thread alone.
+int locksHeld = 0;
+std::vector<NotificationWatch::Notification> notifications;
+std::function<void()> beforeNextWait;
+
+bool IsWatched() { return watching && ThisThread() == watched; }
 
 void Watch() {
-  watched = std::this_thread::get_id();
+  watched = ThisThread();
   watching = true;
+}
+
+system_clock::time_point TimeOf(int64_t nanoseconds) {
+  return system_clock::time_point(
+      std::chrono::duration_cast<system_clock::duration>(std::chrono::nanoseconds(nanoseconds)));
+}
+
+int64_t NanosecondsOf(system_clock::time_point time) {
+  return std::chrono::duration_cast<std::chrono::nanoseconds>(time.time_since_epoch()).count();
+}
+
+void Note(const void* condition, bool ofAll) {
+  if (IsWatched()) notifications.push_back({condition, ofAll, locksHeld > 0});
 }
 
 }  // namespace
@@ -40,13 +64,28 @@ LockFault::~LockFault() {
 
 DeadlineWatch::DeadlineWatch() {
   lastDeadline = 0;
+  firstEntry = 0;
   Watch();
 }
 DeadlineWatch::~DeadlineWatch() { watching = false; }
 
-system_clock::time_point DeadlineWatch::Last() {
-  return system_clock::time_point(
-      std::chrono::duration_cast<system_clock::duration>(std::chrono::nanoseconds(lastDeadline)));
+system_clock::time_point DeadlineWatch::Last() { return TimeOf(lastDeadline); }
+system_clock::time_point DeadlineWatch::FirstEntry() { return TimeOf(firstEntry); }
+
+NotificationWatch::NotificationWatch() {
+  locksHeld = 0;
+  notifications.clear();
+  Watch();
+}
+NotificationWatch::~NotificationWatch() { watching = false; }
+
+std::vector<NotificationWatch::Notification> NotificationWatch::All() { return notifications; }
+
+size_t WaitsBegun() { return waitsBegun; }
+
+void BeforeNextWait(std::function<void()> hook) {
+  beforeNextWait = std::move(hook);
+  Watch();
 }
 
 }  // namespace tarsio_test
@@ -57,8 +96,26 @@ extern "C" {
 
 int __real_pthread_mutex_lock(pthread_mutex_t* mutex);
 int __wrap_pthread_mutex_lock(pthread_mutex_t* mutex) {
-  if (IsWatched() && locksLeft-- == 0) return EAGAIN;
+  if (!IsWatched()) return __real_pthread_mutex_lock(mutex);
+  if (locksLeft-- == 0) return EAGAIN;
+  ++locksHeld;
   return __real_pthread_mutex_lock(mutex);
+}
+
+int __real_pthread_mutex_unlock(pthread_mutex_t* mutex);
+int __wrap_pthread_mutex_unlock(pthread_mutex_t* mutex) {
+  if (IsWatched()) --locksHeld;
+  return __real_pthread_mutex_unlock(mutex);
+}
+
+int __real_pthread_cond_wait(pthread_cond_t* condition, pthread_mutex_t* mutex);
+int __wrap_pthread_cond_wait(pthread_cond_t* condition, pthread_mutex_t* mutex) {
+  if (IsWatched() && beforeNextWait) {
+    watching = false;
+    std::exchange(beforeNextWait, nullptr)();
+  }
+  ++waitsBegun;
+  return __real_pthread_cond_wait(condition, mutex);
 }
 
 int __real_pthread_cond_timedwait(pthread_cond_t* condition, pthread_mutex_t* mutex,
@@ -66,8 +123,23 @@ int __real_pthread_cond_timedwait(pthread_cond_t* condition, pthread_mutex_t* mu
 int __wrap_pthread_cond_timedwait(pthread_cond_t* condition, pthread_mutex_t* mutex,
                                   const timespec* deadline) {
   constexpr int64_t kNanoseconds = 1000000000;
-  if (IsWatched()) lastDeadline = deadline->tv_sec * kNanoseconds + deadline->tv_nsec;
+  if (IsWatched()) {
+    if (firstEntry == 0) firstEntry = NanosecondsOf(system_clock::now());
+    lastDeadline = deadline->tv_sec * kNanoseconds + deadline->tv_nsec;
+  }
   return __real_pthread_cond_timedwait(condition, mutex, deadline);
+}
+
+int __real_pthread_cond_signal(pthread_cond_t* condition);
+int __wrap_pthread_cond_signal(pthread_cond_t* condition) {
+  Note(condition, false);
+  return __real_pthread_cond_signal(condition);
+}
+
+int __real_pthread_cond_broadcast(pthread_cond_t* condition);
+int __wrap_pthread_cond_broadcast(pthread_cond_t* condition) {
+  Note(condition, true);
+  return __real_pthread_cond_broadcast(condition);
 }
 
 }  // extern "C"
