@@ -7,24 +7,13 @@
 
 #include "support/gate.h"
 #include "support/shared_library.h"
+#include "support/thread_end.h"
 
 namespace {
 
 using tarsio_test::Gate;
 using tarsio_test::IsLibraryLoaded;
 using tarsio_test::SharedLibrary;
-
-// Opens a gate when the thread that calls this ends.
-void OpenWhenThisThreadEnds(const std::shared_ptr<Gate>& gate) {
-  struct Opener {
-    std::shared_ptr<Gate> gate;
-    ~Opener() {
-      if (gate) gate->Open();
-    }
-  };
-  thread_local Opener opener;
-  opener.gate = gate;
-}
 
 // The worker sleeps in the library's code when the module that brought the library goes, and works
 // on in it afterwards.
@@ -40,7 +29,7 @@ TEST(LibraryUnload, ALibraryWithALivingWorkerStaysLoaded) {
   Submit* const submit = plugin.Function<Submit>("SubmitToNewPool");
   ASSERT_NE(submit, nullptr);
   std::function<void()> task = [=] {
-    OpenWhenThisThreadEnds(ended);
+    tarsio_test::WhenThisThreadEnds([ended] { ended->Open(); });
     ran->Open();
   };
   pool = submit(&task);

@@ -20,6 +20,7 @@
 #include "support/gate.h"
 #include "support/private_member.h"
 #include "support/recording_logger.h"
+#include "support/thread_end.h"
 #include "support/thread_starts.h"
 #include "support/thread_traits.h"
 
@@ -231,16 +232,8 @@ int CallsOfThisThread() {
   return ++calls;
 }
 
-// Opens `gate` when the thread that calls this ends.
 void OpenWhenThisThreadEnds(const std::shared_ptr<Gate>& gate) {
-  struct Opener {
-    std::shared_ptr<Gate> gate;
-    ~Opener() {
-      if (gate) gate->Open();
-    }
-  };
-  thread_local Opener opener;
-  opener.gate = gate;
+  tarsio_test::WhenThisThreadEnds([gate] { gate->Open(); });
 }
 
 // An object that opens `gate` once all of its copies are gone.

@@ -33,6 +33,7 @@
 #include "support/events.h"
 #include "support/gate.h"
 #include "support/private_member.h"
+#include "support/thread_end.h"
 #include "support/thread_starts.h"
 
 namespace {
@@ -1195,8 +1196,7 @@ TEST_F(TimerManagerProcess, EndReleasesTheTimersAndThenJoinsUnderTheLock) {
         const std::weak_ptr<TsTimer> watch = queued;
         queued.reset();
         const auto once = Started(10, kOnce, [&watch] {
-          thread_local std::shared_ptr<void> goesWithTheThread;
-          goesWithTheThread.reset(static_cast<void*>(nullptr), [&watch](void*) {
+          tarsio_test::WhenThisThreadEnds([&watch] {
             while (!watch.expired()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
             std::this_thread::sleep_for(kSeveralPasses);
             const bool free = (Manager().*Reach(tarsio_test::ManagerMutex())).try_lock();

@@ -6,7 +6,7 @@ usage: mutate.py [--most N] [FILE...]
 Works on a copy of the tree under build/mutate, where only the tests of the changed file's family are
 built and run, one program after the other, until one fails or takes too long. A mutant that no test
 notices survives; docs/testing.md says of each survivor why it cannot be noticed. At most N mutants of
-each file (default: 15) are drawn, the same ones each time.
+each file (default: 25) are drawn, the same ones each time.
 """
 
 import argparse
@@ -303,7 +303,7 @@ def mutate_file(name, most):
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
-    parser.add_argument("--most", type=int, default=15, help="mutants of each file")
+    parser.add_argument("--most", type=int, default=25, help="mutants of each file")
     parser.add_argument("files", nargs="*", metavar="FILE")
     arguments = parser.parse_args()
     unknown = [name for name in arguments.files if name not in TESTS]
