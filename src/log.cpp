@@ -35,8 +35,8 @@ const char* LevelName(LOG_LEVEL level) {
   return "";
 }
 
-void AppendNumber(std::string& out, int64_t value) {
-  std::array<char, std::numeric_limits<int64_t>::digits10 + 2> digits{};
+void AppendNumber(std::string& out, int value) {
+  std::array<char, std::numeric_limits<int>::digits10 + 2> digits{};
   out.append(digits.data(), std::to_chars(digits.begin(), digits.end(), value).ptr);
 }
 
@@ -57,7 +57,7 @@ void AppendLocalTime(std::string& out) {
     AppendTwoDigits(out += ':', local.tm_min);
     AppendTwoDigits(out += ':', local.tm_sec);
   }
-  AppendNumber(out += '.', ticks / 10000 % 1000);
+  AppendNumber(out += '.', static_cast<int>(ticks / 10000 % 1000));
 }
 
 // The last component of `file`, as Path has it.
@@ -89,9 +89,8 @@ void AppendMessage(std::string& out, const char* format, va_list args) {
 
 void BuildLine(LOG_LEVEL level, std::string& out, const char* file, int line, const char* format,
                va_list args) {
-  constexpr size_t kUsualSize = 200;
   std::string text;
-  text.reserve(kUsualSize);
+  text.reserve(200);  // more than most lines have
   AppendLocalTime(text += '[');
   (text += "][") += LevelName(level);
   AppendFilename(text += "][", file != nullptr ? file : "");

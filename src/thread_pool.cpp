@@ -144,8 +144,7 @@ void ThreadPool::Wait() {
 bool ThreadPool::AddWorker() {
   if (runningThreadNumber.load(std::memory_order_relaxed) >= maxThreadNumber) return true;
   const std::lock_guard<std::mutex> lock(workersMutex);
-  if (runningThreadNumber.load(std::memory_order_relaxed) >= maxThreadNumber) return true;
-  StartWorker();
+  if (runningThreadNumber.load(std::memory_order_relaxed) < maxThreadNumber) StartWorker();
   return true;
 }
 

@@ -147,6 +147,12 @@ struct ManagerThread {
 };
 template struct ExposePrivate<ManagerThread, &TimerManager::thread>;
 
+struct ManagerRunning {
+  using Type = std::atomic<bool> TimerManager::*;
+  friend Type Reach(ManagerRunning);
+};
+template struct ExposePrivate<ManagerRunning, &TimerManager::running>;
+
 struct ManagerMutex {
   using Type = std::recursive_mutex TimerManager::*;
   friend Type Reach(ManagerMutex);
@@ -300,7 +306,8 @@ bool NoThreadRuns() {
 TEST_F(TimerManagerProcess, CreatingTheManagerStartsNoThread) {
   EXPECT_IN_A_FRESH_PROCESS([] {
     TimerManager* const manager = TimerManager::GetInstance();
-    return NoThreadRuns() && manager->GetCurrentMillisecs() == kStart && NoThreadRuns();
+    const bool running = manager->*Reach(tarsio_test::ManagerRunning());
+    return !running && NoThreadRuns() && manager->GetCurrentMillisecs() == kStart && NoThreadRuns();
   });
 }
 

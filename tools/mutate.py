@@ -113,7 +113,7 @@ REPLACEMENTS = [
     (r"^ *((?:const )?std::(?:lock_guard|unique_lock)<[^;]*;)", [";"]),
     (r"^ *(throw\b[^;]*;)", [";"]),
     (r"\b((?:break|continue);)", [";"]),
-    (r"\breturn (?!(?:true|false|0|nullptr);)([^;{}]+);", ["{}"]),
+    (r"\breturn (?!(?:true|false|0|nullptr|FILE_OPT_SUCCESS|ObjectKind::kNone);)([^;{}]+);", ["{}"]),
 ]
 
 NUMBER = r"(?<![\w.'])(0x[0-9A-Fa-f]+|\d+)(?=[uUlL]*(?![\w.']))"
