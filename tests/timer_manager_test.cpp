@@ -593,7 +593,7 @@ TEST_F(TimerManagerTest, StopPutsAQueueInOrderInWhichATimerWasQueuedTwice) {
 TEST_F(TimerManagerTest, ResetSaturatesAsWell) {
   const TestTimer timer(kNever, kOnce);
   timer->Start();
-  timer->SetExpire(1);
+  timer->SetExpire(kStart + kHour);
   Manager().ResetTimer(timer.Get());
   EXPECT_EQ(timer->GetExpire(), kNever);
 }
