@@ -27,8 +27,8 @@ def reports_of(build):
         report = json.loads(output)
         for of_file in report["files"]:
             # The library is compiled as if that were done in the sources' folder.
-            for folder in (report["current_working_directory"], ROOT):
-                path = pathlib.Path(folder, of_file["file"]).resolve()
+            folders = (report["current_working_directory"], ROOT)
+            for path in {pathlib.Path(folder, of_file["file"]).resolve() for folder in folders}:
                 if path.is_file() and (ROOT / "src" in path.parents or ROOT / "include" in path.parents):
                     yield path, of_file
 
