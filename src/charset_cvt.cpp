@@ -37,6 +37,7 @@ void ReportUnlessOk(std::codecvt_base::result result, int line, const char* func
 // The bytes are looked at in blocks of a fixed size, by loops without branches: compilers turn
 // those into vector code. A text is given up at the first block that decides.
 constexpr size_t kBlockSize = 256;
+constexpr size_t kReach = 3;  // how many of the bytes before it a byte of UTF-8 depends on
 
 unsigned char HighestByte(const unsigned char* bytes, size_t count) {
   unsigned char highest = 0;
@@ -62,9 +63,9 @@ bool AllFit(const unsigned char* bytes, size_t count) {
   return fit != 0;
 }
 
-// Three bytes before the block are looked at too.
+// The bytes before the block that reach into it are looked at too.
 bool IsU8Block(const unsigned char* bytes, size_t count) {
-  const unsigned char highest = std::max(HighestByte(bytes - 3, 3), HighestByte(bytes, count));
+  const unsigned char highest = HighestByte(bytes - kReach, kReach + count);
   return highest < 0x80 || (highest < 0xF8 && AllFit(bytes, count));
 }
 
@@ -140,7 +141,6 @@ bool CharsetCvt::IsASCII(const std::string& s) {
 bool CharsetCvt::IsU8(const std::string& s) {
   if (s.empty()) return false;
   const unsigned char* const bytes = Bytes(s);
-  constexpr size_t kReach = 3;
   const size_t edge = std::min(s.size(), kReach);
   // Zeros stand for what is before the text and behind it: they neither ask nor continue.
   std::array<unsigned char, 2 * kReach> begin{};

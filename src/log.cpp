@@ -2,11 +2,10 @@
 
 #include <algorithm>
 #include <array>
-#include <charconv>
 #include <cstdio>
 #include <ctime>
 #include <iostream>
-#include <limits>
+#include <string>
 #include <string_view>
 #include <utility>
 
@@ -35,11 +34,6 @@ const char* LevelName(LOG_LEVEL level) {
   return "";
 }
 
-void AppendNumber(std::string& out, int value) {
-  std::array<char, std::numeric_limits<int>::digits10 + 2> digits{};
-  out.append(digits.data(), std::to_chars(digits.begin(), digits.end(), value).ptr);
-}
-
 void AppendTwoDigits(std::string& out, int value) {
   out += static_cast<char>('0' + value / 10);
   out += static_cast<char>('0' + value % 10);
@@ -50,14 +44,14 @@ void AppendLocalTime(std::string& out) {
   const int64_t ticks = platform::WallClockTicks();
   std::tm local{};
   if (platform::LocalTime(ticks / 10000000, &local)) {
-    AppendNumber(out, local.tm_year + 1900);
+    out += std::to_string(local.tm_year + 1900);
     AppendTwoDigits(out += '-', local.tm_mon + 1);
     AppendTwoDigits(out += '-', local.tm_mday);
     AppendTwoDigits(out += ' ', local.tm_hour);
     AppendTwoDigits(out += ':', local.tm_min);
     AppendTwoDigits(out += ':', local.tm_sec);
   }
-  AppendNumber(out += '.', static_cast<int>(ticks / 10000 % 1000));
+  (out += '.') += std::to_string(ticks / 10000 % 1000);
 }
 
 // The last component of `file`, as Path has it.
@@ -94,7 +88,7 @@ void BuildLine(LOG_LEVEL level, std::string& out, const char* file, int line, co
   AppendLocalTime(text += '[');
   (text += "][") += LevelName(level);
   AppendFilename(text += "][", file != nullptr ? file : "");
-  AppendNumber(text += ':', line);
+  (text += ':') += std::to_string(line);
   AppendMessage(text += "] ", format, args);
   out = std::move(text);
 }

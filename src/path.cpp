@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cctype>
+#include <optional>
 #include <stdexcept>
 #include <string_view>
 #include <utility>
@@ -22,8 +23,7 @@ bool IsWindowsSeparator(char c) { return c == '/' || c == '\\'; }
 
 // Removes `prefix` from the front of `text`, and returns whether it was there.
 bool ConsumePrefix(std::string_view& text, std::string_view prefix) {
-  if (text.empty() || text.front() != prefix.front()) return false;
-  if (text.substr(0, prefix.size()) != prefix) return false;
+  if (text.rfind(prefix, 0) != 0) return false;
   text.remove_prefix(prefix.size());
   return true;
 }
@@ -205,10 +205,10 @@ bool Path::IsDirectory() const {
 
 uint64_t Path::FileSize() const {
   const std::wstring text = Wstr(WINDOWS_PATH);
-  uint64_t size = 0;
+  std::optional<uint64_t> size = platform::SizeFromStat(text);
   // One Windows runtime's stat refuses every path with a "?", so all with the long-path prefix.
-  if (platform::SizeFromStat(text, &size) || platform::SizeFromAttributes(text, &size)) return size;
-  return 0;
+  if (!size) size = platform::SizeFromAttributes(text);
+  return size.value_or(0);
 }
 
 std::vector<std::string> Path::Tokenize(const std::string& text, const std::string& delimiters) {

@@ -98,11 +98,8 @@ std::vector<std::string> StringUtils::SplitFristByString(const std::string& s,
 }
 
 void StringUtils::Trim(std::string& s) {
-  size_t end = s.size();
-  while (end > 0 && IsSpace(s[end - 1])) --end;
-  size_t begin = 0;
-  while (begin < end && IsSpace(s[begin])) ++begin;
-  s.assign(s, begin, end - begin);
+  s.erase(std::find_if_not(s.rbegin(), s.rend(), IsSpace).base(), s.end());
+  s.erase(s.begin(), std::find_if_not(s.begin(), s.end(), IsSpace));
 }
 
 std::string StringUtils::ToUpper(const std::string& s) { return MapEach(s, std::toupper, 'a'); }

@@ -40,10 +40,9 @@ bool SysInfo::GetOSArch(std::string& out) {
 }
 
 bool SysInfo::GetOSVersion(std::string& out) {
-  uint32_t major = 0;
-  uint32_t minor = 0;
-  if (!platform::SystemVersion(&major, &minor)) return false;
-  out = std::to_string(major) + '.' + std::to_string(minor);
+  const auto version = platform::RunningVersion();
+  if (!version) return false;
+  out = std::to_string(version->major) + '.' + std::to_string(version->minor);
   return true;
 }
 

@@ -23,9 +23,9 @@ unsigned long long AddSaturating(unsigned long long now, unsigned long long time
   return now + std::min(timeout, kNever - now);
 }
 
-// A host has set an expiry, perhaps that of a queued timer: the next stop puts the queue in order.
+// An expiry has changed, perhaps that of a queued timer: the next stop puts the queue in order.
 // NOLINTNEXTLINE(*-non-const-global-variables): a timer does not make the manager to say so
-std::atomic<bool> hostSetAnExpiry{false};
+std::atomic<bool> orderMayBeWrong{false};
 
 }  // namespace
 
@@ -47,7 +47,7 @@ void Timer::Stop() {
 
 void Timer::SetExpire(unsigned long long newExpire) {
   expire.store(newExpire, std::memory_order_relaxed);
-  hostSetAnExpiry = true;
+  orderMayBeWrong = true;
 }
 
 unsigned long long Timer::GetExpire() { return expire.load(std::memory_order_relaxed); }
@@ -117,7 +117,7 @@ void TimerManager::RemoveTimer(std::shared_ptr<Timer> timer) {
   const std::lock_guard<std::recursive_mutex> lock(mutex);
   if (timer == nullptr) return;
   while (timer->entries > 0) TakeOut(PositionOf(timer));
-  if (upset || hostSetAnExpiry) RestoreOrder();
+  if (orderMayBeWrong) RestoreOrder();
 }
 
 // NOLINTNEXTLINE(performance-unnecessary-value-param): by value, as the interface has it
@@ -131,7 +131,7 @@ void TimerManager::ResetTimer(std::shared_ptr<Timer> timer) {
 // Sets the expiry, which all entries of a timer share.
 void TimerManager::Arm(Timer* timer, unsigned long long now) {
   timer->expire.store(AddSaturating(now, timer->GetTimeout()), std::memory_order_relaxed);
-  if (timer->entries > 0) upset = true;
+  if (timer->entries > 0) orderMayBeWrong = true;
 }
 
 void TimerManager::Place(size_t position, std::shared_ptr<Timer> timer) {
@@ -195,9 +195,8 @@ size_t TimerManager::PositionOf(const std::shared_ptr<Timer>& timer) const {
 }
 
 void TimerManager::RestoreOrder() {
-  hostSetAnExpiry = false;  // first: one that is set meanwhile counts for the next stop
+  orderMayBeWrong = false;  // first: an expiry that is set meanwhile counts for the next stop
   for (size_t position = queue.size() / 2; position > 0; --position) SiftDown(position - 1);
-  upset = false;
 }
 
 void TimerManager::StartThread() {

@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -78,10 +79,9 @@ ObjectKind Ask(const std::wstring& text) {
   return current->exists ? ObjectKind::kOther : ObjectKind::kNone;
 }
 
-bool AskSize(const std::wstring& text, uint64_t* size) {
-  if (Ask(text) == ObjectKind::kNone) return false;
-  *size = current->content.size();
-  return true;
+std::optional<uint64_t> AskSize(const std::wstring& text) {
+  if (Ask(text) == ObjectKind::kNone) return {};
+  return current->content.size();
 }
 
 bool Opens(const std::wstring& text) {
@@ -108,11 +108,11 @@ std::wstring CurrentDirectory(size_t /*capacity*/) { return L"C:\\"; }
 ObjectKind KindOf(const std::wstring& path) { return Ask(path); }
 ObjectKind KindAndSizeOf(const std::wstring& path, uint64_t* size) {
   const ObjectKind kind = Ask(path);
-  SizeFromStat(path, size);
+  *size = AskSize(path).value_or(0);
   return kind;
 }
-bool SizeFromStat(const std::wstring& path, uint64_t* size) { return AskSize(path, size); }
-bool SizeFromAttributes(const std::wstring& path, uint64_t* size) { return AskSize(path, size); }
+std::optional<uint64_t> SizeFromStat(const std::wstring& path) { return AskSize(path); }
+std::optional<uint64_t> SizeFromAttributes(const std::wstring& path) { return AskSize(path); }
 
 bool CreateOneDirectory(const std::wstring& /*path*/) { return false; }
 bool CreateDirectoryChain(const std::wstring& /*path*/) { return false; }

@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <ctime>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -59,8 +60,8 @@ std::string Narrow(const std::wstring& /*utf16*/) { std::abort(); }
 std::wstring FullPath(const std::wstring& /*path*/, size_t /*capacity*/) { std::abort(); }
 std::wstring CurrentDirectory(size_t /*capacity*/) { std::abort(); }
 ObjectKind KindOf(const std::wstring& /*path*/) { std::abort(); }
-bool SizeFromStat(const std::wstring& /*path*/, uint64_t* /*size*/) { std::abort(); }
-bool SizeFromAttributes(const std::wstring& /*path*/, uint64_t* /*size*/) { std::abort(); }
+std::optional<uint64_t> SizeFromStat(const std::wstring& /*path*/) { std::abort(); }
+std::optional<uint64_t> SizeFromAttributes(const std::wstring& /*path*/) { std::abort(); }
 bool CreateOneDirectory(const std::wstring& /*path*/) { std::abort(); }
 bool CreateDirectoryChain(const std::wstring& /*path*/) { std::abort(); }
 

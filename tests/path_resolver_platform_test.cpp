@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -57,8 +58,8 @@ std::string Narrow(const std::wstring& utf16) {
 
 // A resolver has no use for the rest.
 std::wstring FullPath(const std::wstring& /*path*/, size_t /*capacity*/) { std::abort(); }
-bool SizeFromStat(const std::wstring& /*path*/, uint64_t* /*size*/) { std::abort(); }
-bool SizeFromAttributes(const std::wstring& /*path*/, uint64_t* /*size*/) { std::abort(); }
+std::optional<uint64_t> SizeFromStat(const std::wstring& /*path*/) { std::abort(); }
+std::optional<uint64_t> SizeFromAttributes(const std::wstring& /*path*/) { std::abort(); }
 bool CreateOneDirectory(const std::wstring& /*path*/) { std::abort(); }
 bool CreateDirectoryChain(const std::wstring& /*path*/) { std::abort(); }
 

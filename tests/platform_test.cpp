@@ -13,6 +13,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <future>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -112,14 +113,11 @@ TEST_F(PlatformObjects, WhatIsMadeIsForWhomTheUserMakesThings) {
   EXPECT_EQ(Permissions("new"), Permissions("a file"));
 }
 
-TEST_F(PlatformObjects, ASizeThatCannotBeToldStaysAsItWas) {
-  uint64_t size = 5;
-  EXPECT_FALSE(platform::SizeFromStat(Full("missing"), &size));
-  EXPECT_FALSE(platform::SizeFromAttributes(Full("missing"), &size));
-  EXPECT_EQ(size, 5U);
+TEST_F(PlatformObjects, OnlyWhatExistsHasASize) {
+  EXPECT_EQ(platform::SizeFromStat(Full("missing")), std::nullopt);
+  EXPECT_EQ(platform::SizeFromAttributes(Full("missing")), std::nullopt);
   directory.Write("file", "seven b");
-  EXPECT_TRUE(platform::SizeFromStat(Full("file"), &size));
-  EXPECT_EQ(size, 7U);
+  EXPECT_EQ(platform::SizeFromStat(Full("file")), 7U);
 }
 
 // ---- transfers ----
@@ -166,6 +164,18 @@ TEST_F(PlatformFile, ASystemThatTransfersNothingIsNotAskedForEver) {
   }
   EXPECT_EQ(directory.Read("other"), "");
   EXPECT_EQ(copy, "");
+}
+
+TEST_F(PlatformFile, ASystemThatTransfersAllAtOnceIsAskedOnce) {
+  std::string bytes = Bytes(10);
+  File output = File::OpenForWriting(Full("file"), WriteMode{});
+  File input = File::OpenForReading(Full("file"));
+  ASSERT_TRUE(output.IsOpen() && input.IsOpen());
+  const ClaimedTransfers claimed;
+  output.Write(bytes.data(), bytes.size());
+  EXPECT_EQ(claimed.Calls(), 1U);
+  EXPECT_EQ(input.Read(&bytes[0], bytes.size()), bytes.size());
+  EXPECT_EQ(claimed.Calls(), 2U);
 }
 
 TEST_F(PlatformFile, APieceIsOfWholePagesThatEverySystemCanCount) {

@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <type_traits>
 #include <vector>
@@ -68,11 +69,10 @@ System* current = nullptr;
 
 namespace tarsio {
 
-bool platform::SystemVersion(uint32_t* major, uint32_t* minor) {
+std::optional<platform::Version> platform::RunningVersion() {
   ++current->asked;
-  *major = current->major;  // whatever a failed call leaves behind
-  *minor = current->minor;
-  return current->told;
+  if (!current->told) return {};
+  return Version{current->major, current->minor};
 }
 
 Logger::~Logger() = default;

@@ -136,7 +136,7 @@ class TimerManager {
   TimerManager() = default;
   ~TimerManager() = default;
 
-  void Arm(Timer* timer, unsigned long long now);
+  static void Arm(Timer* timer, unsigned long long now);
   void Place(size_t position, std::shared_ptr<Timer> timer);
   void SiftUp(size_t position);
   void SiftDown(size_t position);
@@ -151,8 +151,7 @@ class TimerManager {
   void Shutdown();
 
   std::vector<std::shared_ptr<Timer>> queue;  // a heap: the earliest expiry at the front
-  bool upset = false;          // an expiry was changed while queued, so the order may be wrong
-  std::recursive_mutex mutex;  // guards queue and thread; held while timers fire
+  std::recursive_mutex mutex;                 // guards queue and thread; held while timers fire
   std::atomic<bool> running{false};
   std::shared_ptr<std::thread> thread;
   bool ended = false;  // guarded by mutex; the process is ending, so nothing is queued any more

@@ -14,6 +14,7 @@
 #include <cstdint>
 #include <ctime>
 #include <locale>
+#include <optional>
 #include <string>
 
 namespace tarsio::platform {
@@ -43,8 +44,13 @@ bool RuntimeLocaleIsClassic();
 // exceeds `capacity` units.
 std::wstring Environment(const std::wstring& name, size_t capacity);
 
-// The version of the running system. False if it cannot be told.
-bool SystemVersion(uint32_t* major, uint32_t* minor);
+struct Version {
+  uint32_t major;
+  uint32_t minor;
+};
+
+// The version of the running system. None if it cannot be told.
+std::optional<Version> RunningVersion();
 
 // ---- paths ----
 
@@ -66,10 +72,10 @@ ObjectKind KindOf(const std::wstring& path);
 // The same, with the size of a file in bytes; 0 if it cannot be told.
 ObjectKind KindAndSizeOf(const std::wstring& path, uint64_t* size);
 
-// Two ways to a size in bytes, for the runtime's stat refuses some paths on some systems. False if
+// Two ways to a size in bytes, for the runtime's stat refuses some paths on some systems. None if
 // this way does not tell.
-bool SizeFromStat(const std::wstring& path, uint64_t* size);
-bool SizeFromAttributes(const std::wstring& path, uint64_t* size);
+std::optional<uint64_t> SizeFromStat(const std::wstring& path);
+std::optional<uint64_t> SizeFromAttributes(const std::wstring& path);
 
 // Creates one directory. False if anything of that name exists, or its parent does not.
 bool CreateOneDirectory(const std::wstring& path);

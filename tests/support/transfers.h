@@ -27,6 +27,7 @@ class ClaimedTransfers {
   ClaimedTransfers& operator=(const ClaimedTransfers&) = delete;
   ~ClaimedTransfers();
 
+  size_t Calls() const;
   uint64_t Bytes() const;  // in all calls
   size_t Largest() const;  // in one call
 };

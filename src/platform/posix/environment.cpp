@@ -15,15 +15,16 @@ std::wstring Environment(const std::wstring& name, size_t capacity) {
   return wide.size() < capacity ? wide : std::wstring();
 }
 
-bool SystemVersion(uint32_t* major, uint32_t* minor) {
+std::optional<Version> RunningVersion() {
   struct utsname system {};
-  if (::uname(&system) != 0) return false;
+  if (::uname(&system) != 0) return {};
   char* end = nullptr;
-  *major = static_cast<uint32_t>(std::strtoul(system.release, &end, 10));
-  if (end == system.release || *end != '.') return false;
+  const unsigned long major = std::strtoul(system.release, &end, 10);
+  if (end == system.release || *end != '.') return {};
   const char* const minorText = end + 1;
-  *minor = static_cast<uint32_t>(std::strtoul(minorText, &end, 10));
-  return end != minorText;
+  const unsigned long minor = std::strtoul(minorText, &end, 10);
+  if (end == minorText) return {};
+  return Version{static_cast<uint32_t>(major), static_cast<uint32_t>(minor)};
 }
 
 }  // namespace tarsio::platform

@@ -29,15 +29,14 @@ ObjectKind KindAndSizeOf(const std::wstring& path, uint64_t* size) {
   return S_ISDIR(status.st_mode) ? ObjectKind::kDirectory : ObjectKind::kOther;
 }
 
-bool SizeFromStat(const std::wstring& path, uint64_t* size) {
+std::optional<uint64_t> SizeFromStat(const std::wstring& path) {
   struct stat status {};
-  if (!Stat(path, &status)) return false;
-  *size = static_cast<uint64_t>(status.st_size);
-  return true;
+  if (!Stat(path, &status)) return {};
+  return static_cast<uint64_t>(status.st_size);
 }
 
 // The stat here takes every path, so there is nothing to add.
-bool SizeFromAttributes(const std::wstring& /*path*/, uint64_t* /*size*/) { return false; }
+std::optional<uint64_t> SizeFromAttributes(const std::wstring& /*path*/) { return {}; }
 
 bool CreateOneDirectory(const std::wstring& path) { return MakeNativeDirectory(NativePath(path)); }
 

@@ -10,7 +10,7 @@ std::wstring Environment(const std::wstring& name, size_t capacity) {
   return buffer.c_str();
 }
 
-bool SystemVersion(uint32_t* major, uint32_t* minor) {
+std::optional<Version> RunningVersion() {
   using RtlGetVersion = LONG(WINAPI*)(void*);
   static const auto rtlGetVersion = LoadedFunction<RtlGetVersion>("ntdll", "RtlGetVersion");
   // Handed over with its size field unset, deliberately, so large enough for the longest form and
@@ -20,13 +20,11 @@ bool SystemVersion(uint32_t* major, uint32_t* minor) {
     OSVERSIONINFOEXA narrow;
   } record{};
   if (rtlGetVersion != nullptr) {
-    if (rtlGetVersion(&record.wide) != 0) return false;
+    if (rtlGetVersion(&record.wide) != 0) return {};
   } else if (::GetVersionExA(reinterpret_cast<OSVERSIONINFOA*>(&record.narrow)) == 0) {
-    return false;
+    return {};
   }
-  *major = record.wide.dwMajorVersion;
-  *minor = record.wide.dwMinorVersion;
-  return true;
+  return Version{record.wide.dwMajorVersion, record.wide.dwMinorVersion};
 }
 
 }  // namespace tarsio::platform

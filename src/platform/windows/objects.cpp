@@ -19,22 +19,22 @@ ObjectKind KindOf(const std::wstring& path) {
 
 ObjectKind KindAndSizeOf(const std::wstring& path, uint64_t* size) {
   const ObjectKind kind = KindOf(path);
-  if (!SizeFromStat(path, size) && !SizeFromAttributes(path, size)) *size = 0;
+  std::optional<uint64_t> told = SizeFromStat(path);
+  if (!told) told = SizeFromAttributes(path);
+  *size = told.value_or(0);
   return kind;
 }
 
-bool SizeFromStat(const std::wstring& path, uint64_t* size) {
+std::optional<uint64_t> SizeFromStat(const std::wstring& path) {
   struct _stat64 status {};
-  if (::_wstat64(path.c_str(), &status) != 0) return false;
-  *size = static_cast<uint64_t>(status.st_size);
-  return true;
+  if (::_wstat64(path.c_str(), &status) != 0) return {};
+  return static_cast<uint64_t>(status.st_size);
 }
 
-bool SizeFromAttributes(const std::wstring& path, uint64_t* size) {
+std::optional<uint64_t> SizeFromAttributes(const std::wstring& path) {
   WIN32_FILE_ATTRIBUTE_DATA data{};
-  if (::GetFileAttributesExW(path.c_str(), GetFileExInfoStandard, &data) == 0) return false;
-  *size = static_cast<uint64_t>(data.nFileSizeHigh) << 32 | data.nFileSizeLow;
-  return true;
+  if (::GetFileAttributesExW(path.c_str(), GetFileExInfoStandard, &data) == 0) return {};
+  return static_cast<uint64_t>(data.nFileSizeHigh) << 32 | data.nFileSizeLow;
 }
 
 bool CreateOneDirectory(const std::wstring& path) {

@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 #include <sys/utsname.h>
 
-#include <cstdint>
 #include <cstring>
 #include <string>
 
@@ -27,10 +26,9 @@ namespace {
 
 std::string Version(const char* ofRelease) {
   release = ofRelease;
-  uint32_t major = 0;
-  uint32_t minor = 0;
-  if (!tarsio::platform::SystemVersion(&major, &minor)) return "none";
-  return std::to_string(major) + '.' + std::to_string(minor);
+  const auto version = tarsio::platform::RunningVersion();
+  if (!version) return "none";
+  return std::to_string(version->major) + '.' + std::to_string(version->minor);
 }
 
 TEST(KernelRelease, BeginsWithTheTwoNumbersOfTheVersion) {
