@@ -165,6 +165,35 @@ TEST(Notifications, AreSentUnderTheLockAndToAllButWhereOneIsPromised) {
   }
 }
 
+// Neither before anybody has waited nor once those who did have been woken.
+TEST(Notifications, OfAQueueAreNotSentWhereNobodyWaits) {
+  const auto queue = std::make_shared<BlockingQueue<int>>(1);
+  int item = 0;
+  const auto pushAndPop = [&] {
+    const NotificationWatch watch;
+    queue->Push(1, -1);
+    queue->Pop(item, -1);
+    return NotificationWatch::All().size();
+  };
+  EXPECT_EQ(pushAndPop(), 0U);
+
+  const size_t begun = tarsio_test::WaitsBegun();
+  BackgroundCall pop([queue] {
+    int taken = 0;
+    queue->Pop(taken, 0);
+  });
+  while (tarsio_test::WaitsBegun() == begun) std::this_thread::sleep_for(milliseconds(1));
+  queue->Push(1, -1);
+  ASSERT_TRUE(pop.ReturnsWithin());
+  queue->Push(1, -1);
+  BackgroundCall push([queue] { queue->Push(2, 0); });
+  while (tarsio_test::WaitsBegun() == begun + 1) std::this_thread::sleep_for(milliseconds(1));
+  queue->Pop(item, -1);
+  ASSERT_TRUE(push.ReturnsWithin());
+  queue->Pop(item, -1);
+  EXPECT_EQ(pushAndPop(), 0U);
+}
+
 // Except for the pool's, which come without a look at who is about to wait, deliberately: one that
 // comes between a look at the queue and the sleep is missed. The next task makes up for it.
 TEST(Notifications, OfATaskThatIsTakenAreMissedByAWaitThatIsAboutToSleep) {
