@@ -22,6 +22,7 @@
 #include "common/ts_string.h"
 #include "support/allocations.h"
 #include "support/gate.h"
+#include "support/scoped_directory.h"
 
 namespace {
 
@@ -115,6 +116,19 @@ TEST(AllocationCountsOfThePool, SubmissionThatStartsAWorkerIsFour) {
   EXPECT_EQ(start(), 4U);
 }
 
+TEST(AllocationCountsOfFiles, ALargeContentIsOneWhateverItsSize) {
+  const tarsio_test::ScopedDirectory directory;
+  directory.Write("one byte", "x");
+  directory.Write("megabyte", std::string(1048576, 'x'));
+  const auto read = [&](const char* name) {
+    return AllocationsOf([path = directory.Text(name)] {
+      std::string content;
+      FileUtils::GetFileContent(path, content);
+    });
+  };
+  EXPECT_EQ(read("megabyte"), read("one byte") + 1);
+}
+
 const Path kThree(R"(C:\one\two)");
 const std::string kFields = "a,b,c,d";
 const TsString kText("twelve chars");
@@ -123,6 +137,11 @@ INSTANTIATE_TEST_SUITE_P(
     Each, AllocationCounts,
     testing::Values(Row{"FilteredLine", 0, [] { TARSIO_LOG(tarsio::LOG_LEVEL_DEBUG, "%d", 1); }},
                     Row{"Line", 1, [] { TARSIO_LOG(tarsio::LOG_LEVEL_ERROR, "%d", 1); }},
+                    Row{"LineOfTheDefaultSink", 1,
+                        [] {
+                          static tarsio::Logger sink;
+                          sink.DoOutput(kLong.c_str());
+                        }},
                     Row{"FilteredTsLog", 0, [] { LogToNobody(tarsio::LOG_LEVEL_WARN); }},
                     Row{"TsLog", 1, [] { LogToNobody(tarsio::LOG_LEVEL_ERROR); }},
                     Row{"PathOfShortComponents", 1, [] { Path(R"(C:\one\two)"); }},  // their list
@@ -155,6 +174,7 @@ INSTANTIATE_TEST_SUITE_P(
                         }},
                     Row{"SplitOfFourShortPieces", 3,
                         [] { StringUtils::SplitString(kFields, ","); }},  // doubling
+                    Row{"SplitFirst", 1, [] { StringUtils::SplitFristByString(kFields, ","); }},
                     Row{"Trim", 0,
                         [] {
                           std::string text = " a ";
