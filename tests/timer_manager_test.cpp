@@ -12,6 +12,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <exception>
 #include <functional>
 #include <limits>
@@ -110,6 +111,16 @@ class FakePlatform {
     return passThreads.size();
   }
 
+  void NoteSleep(std::chrono::nanoseconds duration) {
+    const std::lock_guard<std::mutex> lock(mutex);
+    if (!isApplicationThread) sleeps.insert(duration);
+  }
+  // How long other threads than the tests' own have gone to sleep for.
+  std::set<std::chrono::nanoseconds> Sleeps() {
+    const std::lock_guard<std::mutex> lock(mutex);
+    return sleeps;
+  }
+
   // Runs once when a test's own thread reads the clock, which it does under the manager's lock.
   void AtNextRead(std::function<void()> action) {
     const std::lock_guard<std::mutex> lock(mutex);
@@ -127,10 +138,20 @@ class FakePlatform {
   int64_t clock = 0;  // 100-ns ticks
   int passes = 0;
   std::set<std::thread::id> passThreads;
+  std::set<std::chrono::nanoseconds> sleeps;
   std::function<void()> atNextRead;
 };
 
 }  // namespace
+
+// The linker's --wrap option leads every call of nanosleep here, and calls of __real_nanosleep to
+// what nanosleep was. The standard libraries of both systems sleep so.
+extern "C" int __real_nanosleep(const timespec* duration, timespec* left);
+extern "C" int __wrap_nanosleep(const timespec* duration, timespec* left) {
+  FakePlatform::Get().NoteSleep(std::chrono::seconds(duration->tv_sec) +
+                                std::chrono::nanoseconds(duration->tv_nsec));
+  return __real_nanosleep(duration, left);
+}
 
 // No public door shows the mark without moving it, nor the thread and who has the lock.
 namespace tarsio_test {
@@ -456,6 +477,12 @@ TEST_F(TimerManagerTest, NoPassReadsTheClockWhileAnotherThreadHasTheLock) {
     call();
     EXPECT_EQ(passes, 0);
   }
+}
+
+TEST_F(TimerManagerTest, ThreadSleepsFiveMillisecondsBetweenPasses) {
+  StartTheThread();
+  for (Milliseconds ms = 0; ms < 3; ++ms) PassAt(kStart + ms);
+  EXPECT_THAT(Platform().Sleeps(), ElementsAre(std::chrono::milliseconds(5)));
 }
 
 // The thread sleeps its five milliseconds whatever is added meanwhile, and however soon it is due.
@@ -913,6 +940,44 @@ TEST_F(TimerManagerTest, OneShotQueuedTwiceFiresTwice) {
   PassAt(kStart + 10);
   EXPECT_THAT(Fired(), ElementsAre("fired", "fired"));
   EXPECT_EQ(timer.Entries(), 0);
+}
+
+TEST_F(TimerManagerTest, StopTakesBothEntriesOfATimerOutFromBetweenOthers) {
+  const TestTimer first(10, kOnce);
+  const TestTimer twice(20, kOnce);
+  const TestTimer later[] = {{30, kOnce}, {40, kOnce}};
+  first->Start();
+  twice->Start();
+  for (const TestTimer& other : later) other->Start();
+  twice->SetState(false);
+  twice->Start();
+  EXPECT_EQ(twice.Entries(), 2);
+  twice->Stop();
+  EXPECT_EQ(twice.Entries(), 0);
+  EXPECT_EQ(first.Entries(), 1);
+  for (const TestTimer& other : later) EXPECT_EQ(other.Entries(), 1);
+}
+
+// Its first entry has left the front to a timer that is due as well.
+TEST_F(TimerManagerTest, StopInItsActionTakesOutTheSecondEntryOfATimerAndNoOther) {
+  TsTimer* self = nullptr;
+  const TestTimer twice(10, kRepeating, [&] {
+    Note("twice");
+    self->Stop();
+  });
+  self = twice.Get().get();
+  const TestTimer once(10, kOnce, Noting("once"));
+  const TestTimer others[] = {{kHour, kOnce}, {kHour, kOnce}};
+  twice->Start();
+  once->Start();
+  twice->SetState(false);
+  twice->Start();
+  for (const TestTimer& other : others) other->Start();
+  others[1]->Stop();
+  PassAt(kStart + 10);
+  EXPECT_THAT(Fired(), ElementsAre("twice", "once"));
+  EXPECT_EQ(twice.Entries(), 1) << "what was taken out to fire is queued again";
+  EXPECT_EQ(others[0].Entries(), 1);
 }
 
 TEST_F(TimerManagerTest, QueuedTimerFiresWithoutItsHostAndIsReleasedAfterItsAction) {
