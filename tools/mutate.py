@@ -54,14 +54,14 @@ TESTS = {
     "src/thread_pool.cpp": ["thread_pool_test", "lock_faults_test", "memory_faults_test",
                             "races_test", "allocation_counts_test"],
     "src/timer.cpp": ["timer_manager_test", "timer_test", "lock_faults_test", "memory_faults_test",
-                      "races_test", "allocation_counts_test"],
+                      "races_test", "allocation_counts_test", "timer_exit_child"],
     "src/ts_string.cpp": ["ts_string_test", "ts_string_allocation_test", "allocation_counts_test"],
     "src/platform/platform.h": ["file_faults_test"],
     "src/platform/posix/clock.cpp": ["log_test", "timer_test"],
     "src/platform/posix/environment.cpp": ["platform_test", "kernel_release_test", "charset_cvt_test",
                                            "sys_info_test"],
     "src/platform/posix/file.cpp": ["platform_test", "file_utils_test", "file_faults_test"],
-    "src/platform/posix/library.cpp": ["library_unload_test", "timer_test"],
+    "src/platform/posix/library.cpp": ["library_unload_test", "timer_test", "timer_exit_child"],
     "src/platform/posix/locale.cpp": ["charset_cvt_test", "string_utils_test"],
     "src/platform/posix/native_path.cpp": ["path_test", "file_utils_test"],
     "src/platform/posix/objects.cpp": ["platform_test", "path_test", "file_utils_test",
@@ -201,6 +201,9 @@ class Test:
         self.command = entry["command"]
         self.folder = properties["WORKING_DIRECTORY"]
         self.environment = dict(each.split("=", 1) for each in properties.get("ENVIRONMENT", []))
+        for each in properties.get("ENVIRONMENT_MODIFICATION", []):
+            name, value = each.split("=string_append:", 1)
+            self.environment[name] = os.environ.get(name, "") + value
         self.limit = 600  # seconds; less once it is known how long the test takes
 
     def start(self, temporary):
