@@ -143,8 +143,9 @@ bool CharsetCvt::IsU8(const std::string& s) {
   const unsigned char* const bytes = Bytes(s);
   const size_t edge = std::min(s.size(), kReach);
   // Zeros stand for what is before the text and behind it: they neither ask nor continue.
-  std::array<unsigned char, 2 * kReach> begin{};
-  std::array<unsigned char, 2 * kReach> end{};
+  using Edge = std::array<unsigned char, 2 * kReach>;
+  Edge begin{};
+  Edge end{};
   std::copy_n(bytes, edge, begin.begin() + kReach);
   std::copy_n(bytes + s.size() - edge, edge, end.begin() + (kReach - edge));
   if (!IsU8Block(begin.data() + kReach, kReach) || !IsU8Block(end.data() + kReach, kReach))

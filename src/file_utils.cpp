@@ -58,17 +58,16 @@ bool IsSeparator(char c) { return c == '\\' || c == '/'; }
 // NOLINTNEXTLINE(performance-unnecessary-value-param)
 FileOptRet FileUtils::GetFileContent(std::string path, std::string& content) {
   const std::wstring name = Path(path).Wstr(Path::WINDOWS_PATH);
-  uint64_t size = 0;
-  if (platform::KindAndSizeOf(name, &size) != platform::ObjectKind::kOther)
-    return FILE_OPT_NOT_FILE;
-  if (size == 0) return FILE_OPT_EMPTY_OR_UNREADABLE;
+  const platform::Object object = platform::KindAndSizeOf(name);
+  if (object.kind != platform::ObjectKind::kOther) return FILE_OPT_NOT_FILE;
+  if (object.size == 0) return FILE_OPT_EMPTY_OR_UNREADABLE;
   platform::File file = platform::File::OpenForReading(name);
   if (!file.IsOpen()) return FILE_OPT_EMPTY_OR_UNREADABLE;
 
   std::string bytes;
-  bytes.reserve(size);
+  bytes.reserve(object.size);
   char oneMore = '\0';
-  if (!AppendFrom(file, size, bytes) || file.Read(&oneMore, 1) != 0) {
+  if (!AppendFrom(file, object.size, bytes) || file.Read(&oneMore, 1) != 0) {
     content.clear();
     return FILE_OPT_SIZE_MISMATCH;
   }

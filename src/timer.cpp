@@ -254,7 +254,6 @@ void TimerManager::Shutdown() {
   }
   released.clear();
   if (thread != nullptr && thread->joinable()) thread->join();
-  thread.reset();
 }
 
 }  // namespace component

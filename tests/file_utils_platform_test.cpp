@@ -106,10 +106,9 @@ std::wstring FullPath(const std::wstring& path, size_t /*capacity*/) { return pa
 std::wstring CurrentDirectory(size_t /*capacity*/) { return L"C:\\"; }
 
 ObjectKind KindOf(const std::wstring& path) { return Ask(path); }
-ObjectKind KindAndSizeOf(const std::wstring& path, uint64_t* size) {
+Object KindAndSizeOf(const std::wstring& path) {
   const ObjectKind kind = Ask(path);
-  *size = AskSize(path).value_or(0);
-  return kind;
+  return {kind, AskSize(path).value_or(0)};
 }
 std::optional<uint64_t> SizeFromStat(const std::wstring& path) { return AskSize(path); }
 std::optional<uint64_t> SizeFromAttributes(const std::wstring& path) { return AskSize(path); }

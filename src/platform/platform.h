@@ -67,10 +67,14 @@ std::wstring CurrentDirectory(size_t capacity);
 
 enum class ObjectKind { kNone, kDirectory, kOther };
 
+struct Object {
+  ObjectKind kind;
+  uint64_t size;  // of a file, in bytes; 0 if it cannot be told
+};
+
 // What `path` names; kNone whenever the system does not say.
 ObjectKind KindOf(const std::wstring& path);
-// The same, with the size of a file in bytes; 0 if it cannot be told.
-ObjectKind KindAndSizeOf(const std::wstring& path, uint64_t* size);
+Object KindAndSizeOf(const std::wstring& path);
 
 // Two ways to a size in bytes, for the runtime's stat refuses some paths on some systems. None if
 // this way does not tell.

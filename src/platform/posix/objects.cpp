@@ -17,16 +17,13 @@ bool MakeNativeDirectory(const std::string& native) { return ::mkdir(native.c_st
 
 }  // namespace
 
-ObjectKind KindOf(const std::wstring& path) {
-  uint64_t size = 0;
-  return KindAndSizeOf(path, &size);
-}
+ObjectKind KindOf(const std::wstring& path) { return KindAndSizeOf(path).kind; }
 
-ObjectKind KindAndSizeOf(const std::wstring& path, uint64_t* size) {
+Object KindAndSizeOf(const std::wstring& path) {
   struct stat status {};
-  if (!Stat(path, &status)) return ObjectKind::kNone;
-  *size = static_cast<uint64_t>(status.st_size);
-  return S_ISDIR(status.st_mode) ? ObjectKind::kDirectory : ObjectKind::kOther;
+  if (!Stat(path, &status)) return {};
+  return {S_ISDIR(status.st_mode) ? ObjectKind::kDirectory : ObjectKind::kOther,
+          static_cast<uint64_t>(status.st_size)};
 }
 
 std::optional<uint64_t> SizeFromStat(const std::wstring& path) {

@@ -17,12 +17,11 @@ ObjectKind KindOf(const std::wstring& path) {
   return (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0 ? ObjectKind::kDirectory : ObjectKind::kOther;
 }
 
-ObjectKind KindAndSizeOf(const std::wstring& path, uint64_t* size) {
+Object KindAndSizeOf(const std::wstring& path) {
   const ObjectKind kind = KindOf(path);
-  std::optional<uint64_t> told = SizeFromStat(path);
-  if (!told) told = SizeFromAttributes(path);
-  *size = told.value_or(0);
-  return kind;
+  std::optional<uint64_t> size = SizeFromStat(path);
+  if (!size) size = SizeFromAttributes(path);
+  return {kind, size.value_or(0)};
 }
 
 std::optional<uint64_t> SizeFromStat(const std::wstring& path) {
