@@ -94,7 +94,6 @@ Path& Path::operator=(const wchar_t* text) {
 
 void Path::Set(const std::string& text, PathType pathType) {
   type = pathType;
-  tokens.clear();
   // Not WINDOWS_PATH, rather than POSIX_PATH: any other value parses by the POSIX rules.
   if (type != WINDOWS_PATH) {
     tokens = Components(text, [](char c) { return c == '/'; });
@@ -102,6 +101,7 @@ void Path::Set(const std::string& text, PathType pathType) {
     return;  // the share flag stays as it was, deliberately
   }
 
+  tokens.clear();
   std::string_view rest = text;
   ConsumePrefix(rest, kLongPrefix);
   if (ConsumePrefix(rest, kSharePrefix)) {

@@ -52,15 +52,13 @@ size_t AppendPieces(const std::string& s, const std::string& delimiter,
 
 // Where the first delimiter of `s` + `delimiter` is, given that `s` has none from `start` on.
 size_t FindCompleted(const std::string& s, const std::string& delimiter, size_t start) {
-  const size_t tail = s.size() - start;
-  for (size_t begun = std::min(delimiter.size() - 1, tail); begun > 0; --begun) {
-    const size_t end = s.size() - begun;
-    if (s.compare(end, begun, delimiter, 0, begun) == 0 &&
-        delimiter.compare(begun, std::string::npos, delimiter, 0, delimiter.size() - begun) == 0) {
-      return end;
-    }
-  }
-  return s.size();
+  size_t begun = std::min(delimiter.size() - 1, s.size() - start);
+  const auto isCompleted = [&] {
+    return s.compare(s.size() - begun, begun, delimiter, 0, begun) == 0 &&
+           delimiter.compare(begun, std::string::npos, delimiter, 0, delimiter.size() - begun) == 0;
+  };
+  while (!isCompleted()) --begun;  // where nothing has begun, it is all of `delimiter`
+  return s.size() - begun;
 }
 
 }  // namespace

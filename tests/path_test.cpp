@@ -687,6 +687,15 @@ void ExpectOutOfRange(const F& parse) {
   }
 }
 
+TEST(PathSet, ThatThrowsLeavesNoComponentByWindowsRulesAndThoseOfBeforeByPosixRules) {
+  const std::string refused = Bytes("a\0/b");
+  Path path("of/before");
+  ExpectOutOfRange([&] { path.Set(refused, Path::POSIX_PATH); });
+  EXPECT_EQ(path, Path("of/before"));
+  ExpectOutOfRange([&] { path.Set(refused, Path::WINDOWS_PATH); });
+  EXPECT_TRUE(path.Empty());
+}
+
 TEST(PathTokenize, ComponentBehindTheFirstNulIsOutOfRange) {
   const std::string texts[] = {Bytes("a\0/b"), Bytes("\0/b"), Bytes("x/a\0b/c/d"), Bytes("x/\0/b"),
                                Bytes("a\0b/c\0d")};

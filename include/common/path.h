@@ -85,6 +85,8 @@ class TARSIO_COMMON_API Path {
   ///
   /// POSIX rules: "/usr/lib" is absolute with the components usr and lib; a `\` stays inside its
   /// component. A POSIX parse leaves the share flag as it was, deliberately.
+  ///
+  /// If it throws, by Windows rules no component is left, by POSIX rules those of before.
   void Set(const std::string& text, PathType pathType = WINDOWS_PATH);
   /// As above, from UTF-16.
   void Set(const std::wstring& text, PathType pathType = WINDOWS_PATH);
