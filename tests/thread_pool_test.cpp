@@ -71,6 +71,11 @@ struct PoolTaskTaken {
   using Type = std::condition_variable tarsio::ThreadPool::*;
   friend Type Reach(PoolTaskTaken);
 };
+struct PoolAddWorker {
+  using Type = bool (tarsio::ThreadPool::*)();
+  friend Type Reach(PoolAddWorker);
+};
+template struct ExposePrivate<PoolAddWorker, &tarsio::ThreadPool::AddWorker>;
 template struct ExposePrivate<PoolName, &tarsio::ThreadPool::name>;
 template struct ExposePrivate<PoolLimit, &tarsio::ThreadPool::maxThreadNumber>;
 template struct ExposePrivate<PoolRunning, &tarsio::ThreadPool::runningThreadNumber>;
@@ -430,6 +435,15 @@ TEST(ThreadPool, GrowsByOneWorkerPerSubmissionEvenWhenOthersAreIdle) {
     }
   } while (system_clock::now() - begin >= kIdleLimit);
   EXPECT_THAT(numbers, ElementsAre(1, 2, 3, 3, 3, 3));
+}
+
+TEST(ThreadPool, AddWorkerReturnsTrueWhetherItStartsOneOrNot) {
+  const auto addWorker = Reach(tarsio_test::PoolAddWorker());
+  const auto pool = MakePool(1);
+  for (int call = 0; call < 2; ++call) {
+    EXPECT_TRUE((*pool.*addWorker)());
+    EXPECT_EQ(pool->GetRunningThreadNumber(), 1U);
+  }
 }
 
 TEST(ThreadPool, AThirdTaskWaitsWhenTwoWorkersAreBusy) {
