@@ -50,6 +50,7 @@ using tarsio_test::OpenOnExit;
 using testing::ElementsAre;
 using testing::ElementsAreArray;
 using testing::IsEmpty;
+using testing::UnorderedElementsAre;
 
 using Milliseconds = unsigned long long;
 
@@ -749,7 +750,7 @@ TEST_F(TimerManagerTest, EqualExpiriesAllFireInSomeOrder) {
   b->Start();
   c->Start();
   PassAt(kStart + 10);
-  EXPECT_THAT(Fired(), testing::UnorderedElementsAre("a", "b", "c"));
+  EXPECT_THAT(Fired(), UnorderedElementsAre("a", "b", "c"));
 }
 
 TEST_F(TimerManagerTest, TimeIsReadOncePerPass) {
@@ -975,7 +976,7 @@ TEST_F(TimerManagerTest, StopInItsActionTakesOutTheSecondEntryOfATimerAndNoOther
   for (const TestTimer& other : others) other->Start();
   others[1]->Stop();
   PassAt(kStart + 10);
-  EXPECT_THAT(Fired(), ElementsAre("twice", "once"));
+  EXPECT_THAT(Fired(), UnorderedElementsAre("twice", "once"));
   EXPECT_EQ(twice.Entries(), 1) << "what was taken out to fire is queued again";
   EXPECT_EQ(others[0].Entries(), 1);
 }
@@ -1135,7 +1136,7 @@ TEST_F(TimerManagerTest, ResetTimerCountsTheTimeoutOfAQueuedTimerFromNow) {
   PassAt(kStart + 24);
   EXPECT_THAT(Fired(), IsEmpty());
   PassAt(kStart + 26);
-  EXPECT_THAT(Fired(), testing::UnorderedElementsAre("a", "b"));
+  EXPECT_THAT(Fired(), UnorderedElementsAre("a", "b"));
   PassAt(kStart + 44);
   EXPECT_THAT(Fired(), IsEmpty());
   PassAt(kStart + 45);
