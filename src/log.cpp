@@ -128,10 +128,9 @@ void Logger::VFormat(LOG_LEVEL level, std::string& out, const char* file, int li
 
 void Logger::DoOutput(const char* line) {
   const std::string_view message = line;
-  std::string text;
-  text.reserve(message.size() + 1);
-  text += message;
-  text += '\n';  // in the same insertion, or lines of several threads would mix
+  // The newline comes in the same insertion, or lines of several threads would mix.
+  std::string text(message.size() + 1, '\n');
+  message.copy(text.data(), message.size());
   std::cout << text << std::flush;
 }
 

@@ -52,7 +52,7 @@ size_t AppendPieces(const std::string& s, const std::string& delimiter,
 
 // Where the first delimiter of `s` + `delimiter` is, given that `s` has none from `start` on.
 size_t FindCompleted(const std::string& s, const std::string& delimiter, size_t start) {
-  size_t begun = std::min(delimiter.size() - 1, s.size() - start);
+  size_t begun = std::min(delimiter.size(), s.size() - start);
   const auto isCompleted = [&] {
     return s.compare(s.size() - begun, begun, delimiter, 0, begun) == 0 &&
            delimiter.compare(begun, std::string::npos, delimiter, 0, delimiter.size() - begun) == 0;
@@ -88,10 +88,9 @@ std::vector<std::string> StringUtils::SplitFristByString(const std::string& s,
                                                          const std::string& delimiter) {
   const size_t end = s.find(delimiter);
   if (end == std::string::npos) return {s};
-  std::vector<std::string> pieces;
-  pieces.reserve(2);
-  pieces.emplace_back(s, 0, end);
-  pieces.emplace_back(s, end + delimiter.size());
+  std::vector<std::string> pieces(2);
+  pieces[0].assign(s, 0, end);
+  pieces[1].assign(s, end + delimiter.size());
   return pieces;
 }
 

@@ -74,6 +74,21 @@ TEST_F(WorkerTest, IsStoppedWhenItsTaskAndItsThreadHaveEnded) {
   EXPECT_EQ(pool.use_count(), 1);
 }
 
+TEST_F(WorkerTest, ThatIsStoppedLeavesTheNextTaskToAnother) {
+  Gate ran;
+  std::thread::id first;
+  std::thread::id next;
+  pool->SubmitTask([&first] { first = std::this_thread::get_id(); });
+  StartWithATask();
+  pool->SubmitTask([&] {
+    next = std::this_thread::get_id();
+    ran.Open();
+  });
+  Stop();
+  ASSERT_TRUE(ran.WaitFor());
+  EXPECT_NE(next, first);
+}
+
 TEST_F(WorkerTest, ThatWasStoppedCanBeStartedAgainAndRetiresByItself) {
   StartWithATask();
   Stop();
