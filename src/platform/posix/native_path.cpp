@@ -19,9 +19,10 @@ std::string NativePath(std::string path) {
     path.erase(0, kLongPrefix.size());
     if (path.compare(0, 4, R"(UNC\)") == 0) return {};
   }
-  // A zero follows the last character, so the second may be looked at if there is a first.
+  if (path.empty()) return {};
+  // A zero follows the last character, so there always is a second.
   if (IsSeparator(path[0]) && IsSeparator(path[1])) return {};
-  if (!path.empty() && path[1] == ':') {
+  if (path[1] == ':') {
     if (path[0] != 'C' && path[0] != 'c') return {};
     path.erase(0, 2);
     if (path.empty()) return ".";  // the drive alone is its current directory
