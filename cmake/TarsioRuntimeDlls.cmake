@@ -1,6 +1,6 @@
 # The DLLs that the library needs at run time: their place beside it, and their licences.
 
-# Sets `result` to the paths of the C++ runtime's DLLs and libcrypto's.
+# Sets `result` to the paths of the C++ runtime's DLLs, and of libcrypto's with TARSIO_SHARED_CRYPTO.
 function(tarsio_runtime_dlls result)
   set(dlls "")
   foreach(name libstdc++-6.dll libgcc_s_seh-1.dll libwinpthread-1.dll)
@@ -8,7 +8,10 @@ function(tarsio_runtime_dlls result)
       OUTPUT_VARIABLE dll OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
     list(APPEND dlls "${dll}")
   endforeach()
-  file(GLOB crypto "${OPENSSL_INCLUDE_DIR}/../bin/libcrypto-*.dll")
+  set(crypto "")
+  if(TARSIO_SHARED_CRYPTO)
+    file(GLOB crypto "${OPENSSL_INCLUDE_DIR}/../bin/libcrypto-*.dll")
+  endif()
   set(${result} ${dlls} ${crypto} PARENT_SCOPE)
 endfunction()
 

@@ -7,6 +7,12 @@ if(windows)
 else()
   set(namespace "https://spdx.org/spdxdocs/${name}-${version}-linux-x86_64")
 endif()
+# Each build has an identity of its own, the same for the same bytes.
+if(NOT library STREQUAL "" AND EXISTS "${prefix}/${library}")
+  file(SHA256 "${prefix}/${library}" identity)
+  string(SUBSTRING "${identity}" 0 16 identity)
+  string(APPEND namespace "-${identity}")
+endif()
 set(elements "")
 set(ids "")
 
@@ -37,13 +43,13 @@ macro(add_package id package_version file)
   add_element(software_Package ${id} "${fields}")
 endmacro()
 
-# The same, of something that the library links with.
-macro(add_part id package_version licence file)
+# The same, of something that the library links with. `link` is hasDynamicLink or hasStaticLink.
+macro(add_part link id package_version licence file)
   add_package(${id} "${package_version}" "${file}")
   add_element(simplelicensing_LicenseExpression ${id}-licence
     "\"simplelicensing_licenseExpression\": \"${licence}\"")
   add_relation(hasDeclaredLicense ${id} "${namespace}#${id}-licence")
-  add_element(Relationship ${name}-hasDynamicLink-${id} "\"relationshipType\": \"hasDynamicLink\",
+  add_element(Relationship ${name}-${link}-${id} "\"relationshipType\": \"${link}\",
      \"from\": \"${namespace}#${name}\", \"to\": [\"${namespace}#${id}\"]")
 endmacro()
 
@@ -58,15 +64,23 @@ add_package(${name} ${version} "${library}")
 add_relation(hasDeclaredLicense ${name} expandedlicensing_NoAssertionLicense)
 if(windows)
   file(GLOB crypto RELATIVE "${prefix}" "${prefix}/bin/libcrypto-*.dll")
-  add_part(libstdc++ "${gcc_version}" "${gcc_licence}" bin/libstdc++-6.dll)
-  add_part(libgcc "${gcc_version}" "${gcc_licence}" bin/libgcc_s_seh-1.dll)
-  add_part(winpthreads "${mingw_version}" "MIT AND BSD-3-Clause" bin/libwinpthread-1.dll)
-  add_part(libcrypto "${openssl_version}" ${openssl_licence} "${crypto}")
-else()  # the system's, of whatever version it has
-  add_part(libstdc++ "" "${gcc_licence}" "")
-  add_part(libgcc "" "${gcc_licence}" "")
-  add_part(glibc "" LGPL-2.1-or-later "")
-  add_part(libcrypto "" ${openssl_licence} "")
+  add_part(hasDynamicLink libstdc++ "${gcc_version}" "${gcc_licence}" bin/libstdc++-6.dll)
+  add_part(hasDynamicLink libgcc "${gcc_version}" "${gcc_licence}" bin/libgcc_s_seh-1.dll)
+  add_part(hasDynamicLink winpthreads "${mingw_version}" "MIT AND BSD-3-Clause"
+    bin/libwinpthread-1.dll)
+  if(crypto)
+    add_part(hasDynamicLink libcrypto "${openssl_version}" ${openssl_licence} "${crypto}")
+  else()
+    add_part(hasStaticLink libcrypto "${openssl_version}" ${openssl_licence} "")
+  endif()
+  # The stack protector's runtime, and the start-up code of every program and DLL.
+  add_part(hasStaticLink libssp "${gcc_version}" "${gcc_licence}" "")
+  add_part(hasStaticLink mingw-w64-crt "${mingw_version}" ZPL-2.1 "")
+else()  # the system's: the versions are those that the library was built with
+  add_part(hasDynamicLink libstdc++ "${gcc_version}" "${gcc_licence}" "")
+  add_part(hasDynamicLink libgcc "${gcc_version}" "${gcc_licence}" "")
+  add_part(hasDynamicLink glibc "${glibc_version}" LGPL-2.1-or-later "")
+  add_part(hasDynamicLink libcrypto "${openssl_version}" ${openssl_licence} "")
 endif()
 
 list(JOIN ids ",\n       " ids)

@@ -67,6 +67,8 @@ build_and_run() {
     pkg-config) with_pkg_config ;;
     *) with_cmake ;;
   esac
+  [ "$system" = linux ] ||
+    "$compiler" -std=c++17 -static "$root/tests/launcher/launcher.cpp" -o launcher.exe
   ran=0
   for program in ./host[0-9]*; do
     run "$program"

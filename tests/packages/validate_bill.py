@@ -33,6 +33,9 @@ for package in packages:
         handed_on[file.name] = package["name"]
         if hashlib.sha256(file.read_bytes()).hexdigest() != checksum["hashValue"]:
             errors.append(f"{file} has another checksum")
+for package in packages:
+    if not package.get("software_packageVersion"):
+        errors.append(f"{package['name']} has no version")
 for dll in prefix.glob("bin/*.dll"):
     if dll.name not in handed_on:
         errors.append(f"{dll} is not in the bill")
