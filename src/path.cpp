@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <cctype>
-#include <optional>
 #include <stdexcept>
 #include <string_view>
 #include <utility>
@@ -203,13 +202,7 @@ bool Path::IsDirectory() const {
   return platform::KindOf(Wstr(WINDOWS_PATH)) == platform::ObjectKind::kDirectory;
 }
 
-uint64_t Path::FileSize() const {
-  const std::wstring text = Wstr(WINDOWS_PATH);
-  std::optional<uint64_t> size = platform::SizeFromStat(text);
-  // One Windows runtime's stat refuses every path with a "?", so all with the long-path prefix.
-  if (!size) size = platform::SizeFromAttributes(text);
-  return size.value_or(0);
-}
+uint64_t Path::FileSize() const { return platform::SizeOf(Wstr(WINDOWS_PATH)); }
 
 std::vector<std::string> Path::Tokenize(const std::string& text, const std::string& delimiters) {
   return Components(text, [&](char c) { return delimiters.find(c) != std::string::npos; });

@@ -29,7 +29,8 @@ enum FileOptRet : int32_t {
 /// narrow code page of the process. For plain ASCII both ways agree.
 ///
 /// On Linux the texts are Windows paths as well (`C:\a` or `C:/a` is /a). Mind that the first three
-/// take a text such as "/tmp/x" for a relative path, as Path does.
+/// take a text such as "/tmp/x" for a relative path, as Path does. On both systems "." and ".." are
+/// resolved by text before the system is asked: "missing/../f" is "f".
 ///
 /// A failure is told by the result alone; nothing says why, and nothing is logged.
 ///
@@ -49,7 +50,7 @@ class TARSIO_COMMON_API FileUtils {
   ///
   ///     0x01 input      update an existing file in place; it must exist and be readable
   ///     0x02 output     always set
-  ///     0x04 at end     keep an existing file and write behind it
+  ///     0x04 at end     keep an existing file and write after it; fails for a pipe or a device
   ///     0x08 append     the same, each write going to the end
   ///     0x10 truncate   empty an existing file (also with 0x01, which then creates one)
   ///     0x20 binary     write the bytes unchanged; else Windows turns LF into CR LF

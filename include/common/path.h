@@ -18,7 +18,8 @@ namespace tarsio {
 ///
 /// A text is split into components and nothing else: "." and ".." stay ordinary components, letter
 /// case is kept, nothing is trimmed. The same rules hold on every system; Windows paths are the
-/// native form of this library on Linux too, where drive `C:` is the root of the file system.
+/// native form of this library on Linux too, where drive `C:` is the root of the file system. A
+/// name with a colon, on another drive or on a share does not exist there.
 ///
 ///     Path p("C:\\work");            p.IsAbsolute(), p.Length() == 2
 ///     (p / "a/b.txt").Str()          => C:\work\a\b.txt
@@ -138,13 +139,20 @@ class TARSIO_COMMON_API Path {
   bool operator!=(const Path& other) const;
 
   /// The full path as the operating system sees it: built on the current directory, "." and ".."
-  /// resolved. The default path if the system refuses the text (an empty one, or a result of 32767
-  /// UTF-16 units or more).
+  /// resolved by text, never above the root. A single dot at the end of an inner component is
+  /// dropped, and every dot and space at the end of the path. The default path if the system
+  /// refuses the text (an empty one, or a result of 32767 UTF-16 units or more), or if Getcwd() is
+  /// needed and empty.
+  ///
+  ///     a\..\b  => C:\work\b     C:\..\b => C:\b     a.\...\b. => C:\work\a\...\b
   Path Absolute() const;
-  /// The current directory; the default path if it cannot be told.
+  /// The current directory; the default path if it cannot be determined. On Linux that includes a
+  /// directory whose path holds a backslash or a colon, or is not UTF-8.
   static Path Getcwd();
 
-  /// Whether anything of that name exists and may be asked about.
+  /// Whether anything of that name exists and may be asked about. Here and below, "." and ".." are
+  /// resolved by text before the system is asked: `missing\..\f` is `f`. In a path that is printed
+  /// with the long-path prefix they are names, so nothing is found.
   bool Exists() const;
   /// Whether it exists and is no directory: devices and the like count as files.
   bool IsFile() const;

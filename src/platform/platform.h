@@ -2,8 +2,8 @@
 // no other file knows which system it is built for.
 //
 // Wide text is UTF-16, one unit per wchar_t, on every system. Paths are Windows paths; a system
-// that has others maps them: drive C: is its root, other drives and shares do not exist. Nothing
-// here keeps the cause of a failure.
+// that has others maps them: drive C: is its root, other drives and shares do not exist, "." and
+// ".." are resolved by text. Nothing here keeps the cause of a failure.
 //
 // Threads: every function may be called from any thread at once.
 
@@ -21,9 +21,8 @@ namespace tarsio::platform {
 
 // ---- text ----
 
-// UTF-8 to UTF-16. Each bad part becomes one U+FFFD: a lead byte with the continuation bytes behind
-// it, up to and including the first that no valid sequence allows; or a lead byte with all that is
-// left of the text, if that is less than the sequence asks for. Empty for INT_MAX bytes or more.
+// UTF-8 to UTF-16. Each bad part becomes one U+FFFD: a lead byte with the continuation bytes after
+// it, up to and including the first that no valid sequence allows. Empty for INT_MAX bytes or more.
 std::wstring Widen(const std::string& utf8);
 
 // UTF-16 to UTF-8. A lone surrogate becomes U+FFFD. Where wchar_t is wider, a value above 0xFFFF is
@@ -55,8 +54,9 @@ std::optional<Version> RunningVersion();
 // ---- paths ----
 
 // The full path of `path`, built on the current directory: "." and ".." resolved but never above
-// the root, repeated separators merged, trailing dots and blanks dropped. Empty if `path` is blank,
-// or if the result with its terminator exceeds `capacity` units.
+// the root, repeated separators merged, a single dot at the end of an inner component and all dots
+// and spaces at the end of the path dropped. Empty if `path` is empty or only spaces, or if the
+// result with its terminator exceeds `capacity` units.
 std::wstring FullPath(const std::wstring& path, size_t capacity);
 
 // The current directory as an absolute path. Empty if it cannot be told, or if it exceeds
@@ -69,17 +69,16 @@ enum class ObjectKind { kNone, kDirectory, kOther };
 
 struct Object {
   ObjectKind kind;
-  uint64_t size;  // of a file, in bytes; 0 if it cannot be told
+  uint64_t size;  // as SizeOf() has it, of a file
 };
 
 // What `path` names; kNone whenever the system does not say.
 ObjectKind KindOf(const std::wstring& path);
 Object KindAndSizeOf(const std::wstring& path);
 
-// Two ways to a size in bytes, for the runtime's stat refuses some paths on some systems. None if
-// this way does not tell.
-std::optional<uint64_t> SizeFromStat(const std::wstring& path);
-std::optional<uint64_t> SizeFromAttributes(const std::wstring& path);
+// The size in bytes, of a directory too, as the runtime's stat reports it. 0 if the system does not
+// say.
+uint64_t SizeOf(const std::wstring& path);
 
 // Creates one directory. False if anything of that name exists, or its parent does not.
 bool CreateOneDirectory(const std::wstring& path);
@@ -134,14 +133,21 @@ int64_t WallClockTicks();
 // `seconds` since 1970-01-01 UTC as local calendar time. False if the system cannot convert it.
 bool LocalTime(int64_t seconds, std::tm* local);
 
+// Whether libcrypto can be called: at the end of the process it may have cleaned up after itself.
+bool LibcryptoIsUsable();
+
 // ---- the library itself ----
 
-// Keeps the library loaded until the process ends. To be called before it starts a thread.
+// Keeps the library loaded until the process ends. Must be called before the library starts a
+// thread, and not under a lock: it may wait until another thread has loaded or unloaded a module.
 void PinLibrary();
 
-// Whether the process is ending and the system has ended every other thread already, perhaps one
-// that held a lock. To be called once early, too: it may not be able to find out so late.
+// Whether the process is ending and the system has killed every other thread already, perhaps one
+// that held a lock.
 bool ProcessIsEnding();
+
+// The number of forks between the process that loaded the library and this one.
+int ForkCount();
 
 }  // namespace tarsio::platform
 

@@ -2,14 +2,18 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 
 #include "platform/platform.h"
 
 namespace tarsio::platform {
 
 std::wstring Environment(const std::wstring& name, size_t capacity) {
+  const std::string narrow = Narrow(name);
+  // getenv() takes "A=B" for the beginning of A's value.
+  if (std::strchr(narrow.c_str(), '=') != nullptr) return {};
   // NOLINTNEXTLINE(concurrency-mt-unsafe): safe as long as the host does not change the environment
-  const char* const value = std::getenv(Narrow(name).c_str());
+  const char* const value = std::getenv(narrow.c_str());
   if (value == nullptr) return {};
   std::wstring wide = Widen(value);
   return wide.size() < capacity ? wide : std::wstring();

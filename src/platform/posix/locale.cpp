@@ -1,5 +1,5 @@
+#include <cctype>
 #include <clocale>
-#include <cstring>
 #include <locale>
 #include <stdexcept>
 
@@ -18,9 +18,10 @@ std::locale MakeUserLocaleGlobal() {
 }
 
 bool RuntimeLocaleIsClassic() {
-  if (::uselocale(nullptr) != LC_GLOBAL_LOCALE) return false;
-  // NOLINTNEXTLINE(concurrency-mt-unsafe): asks, and sets nothing
-  return std::strcmp(std::setlocale(LC_CTYPE, nullptr), "C") == 0;
+  // Not by the locale's name, which another thread's setlocale() frees. toupper() and its relatives
+  // read this thread's tables; those of "C" are the C library's own.
+  static const locale_t classic = ::newlocale(LC_CTYPE_MASK, "C", nullptr);
+  return classic != nullptr && *::__ctype_toupper_loc() == classic->__ctype_toupper;
 }
 
 }  // namespace tarsio::platform

@@ -26,19 +26,13 @@ Object KindAndSizeOf(const std::wstring& path) {
           static_cast<uint64_t>(status.st_size)};
 }
 
-std::optional<uint64_t> SizeFromStat(const std::wstring& path) {
-  struct stat status {};
-  if (!Stat(path, &status)) return {};
-  return static_cast<uint64_t>(status.st_size);
-}
-
-// The stat here takes every path, so there is nothing to add.
-std::optional<uint64_t> SizeFromAttributes(const std::wstring& /*path*/) { return {}; }
+uint64_t SizeOf(const std::wstring& path) { return KindAndSizeOf(path).size; }
 
 bool CreateOneDirectory(const std::wstring& path) { return MakeNativeDirectory(NativePath(path)); }
 
 bool CreateDirectoryChain(const std::wstring& path) {
   const std::string native = NativePath(path);
+  if (native.empty() || native[0] != '/') return false;
   // Those that exist stay, and if one cannot be made, the last cannot either.
   for (size_t end = native.find('/', 1); end != std::string::npos;
        end = native.find('/', end + 1)) {

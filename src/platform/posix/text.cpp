@@ -34,13 +34,9 @@ uint32_t DecodeOne(const unsigned char*& next, const unsigned char* end) {
   if (lead < 0x80) return lead;
   const size_t count = ContinuationCount(lead);
   if (count == 0) return kReplacement;
-  if (count > static_cast<size_t>(end - next)) {
-    next = end;  // the Windows conversion takes the whole rest for one bad part
-    return kReplacement;
-  }
   uint32_t character = lead & (0x3FU >> count);
   for (size_t i = 0; i < count; ++i) {
-    if (!IsContinuation(*next)) return kReplacement;
+    if (next == end || !IsContinuation(*next)) return kReplacement;
     const unsigned char byte = *next++;
     if (i == 0 && IsImpossibleSecond(lead, byte)) return kReplacement;
     character = character << 6 | (byte & 0x3FU);

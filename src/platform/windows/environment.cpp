@@ -10,20 +10,37 @@ std::wstring Environment(const std::wstring& name, size_t capacity) {
   return buffer.c_str();
 }
 
+namespace {
+
+// Passed with its size field unset (by design), so large enough for the longest form and zeroed:
+// RtlGetVersion then fills the short form, in wide characters.
+union VersionRecord {
+  OSVERSIONINFOEXW wide;
+  OSVERSIONINFOEXA narrow;
+};
+
+using RtlGetVersion = LONG(WINAPI*)(VersionRecord*);
+
+// NOLINTNEXTLINE(*-non-const-global-variables): written by whichever call comes first
+std::atomic<RtlGetVersion> rtlGetVersion{nullptr};
+
+// For systems without RtlGetVersion.
+LONG WINAPI OlderGetVersion(VersionRecord* record) {
+  return ::GetVersionExA(reinterpret_cast<OSVERSIONINFOA*>(&record->narrow)) != 0 ? 0 : -1;
+}
+
+RtlGetVersion VersionFunction() noexcept {
+  return LoadedFunction<RtlGetVersion>(rtlGetVersion, "ntdll", "RtlGetVersion", OlderGetVersion);
+}
+
+// Looked up while the library is loaded, since a timer's action may ask under the manager's lock.
+[[maybe_unused]] const RtlGetVersion loadedVersionFunction = VersionFunction();
+
+}  // namespace
+
 std::optional<Version> RunningVersion() {
-  using RtlGetVersion = LONG(WINAPI*)(void*);
-  static const auto rtlGetVersion = LoadedFunction<RtlGetVersion>("ntdll", "RtlGetVersion");
-  // Handed over with its size field unset, deliberately, so large enough for the longest form and
-  // zeroed: RtlGetVersion then fills the short form, in wide characters.
-  union {
-    OSVERSIONINFOEXW wide;
-    OSVERSIONINFOEXA narrow;
-  } record{};
-  if (rtlGetVersion != nullptr) {
-    if (rtlGetVersion(&record.wide) != 0) return {};
-  } else if (::GetVersionExA(reinterpret_cast<OSVERSIONINFOA*>(&record.narrow)) == 0) {
-    return {};
-  }
+  VersionRecord record{};
+  if (VersionFunction()(&record) != 0) return {};
   return Version{record.wide.dwMajorVersion, record.wide.dwMinorVersion};
 }
 

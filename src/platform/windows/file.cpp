@@ -6,6 +6,7 @@
 #include <algorithm>
 
 #include "platform/platform.h"
+#include "platform/windows/windows_api.h"
 
 namespace tarsio::platform {
 
@@ -16,6 +17,13 @@ constexpr size_t kLargestTransfer = 0x40000000;
 
 int OpenShared(const std::wstring& path, int flags) {
   return ::_wsopen(path.c_str(), flags | _O_NOINHERIT, _SH_DENYNO, _S_IREAD | _S_IWRITE);
+}
+
+// A device or a pipe has no end to write at, though the runtime's seek succeeds on some of them.
+bool SeekToEnd(int descriptor) {
+  // NOLINTNEXTLINE(performance-no-int-to-ptr): the runtime has handles as integers
+  auto* const file = reinterpret_cast<HANDLE>(::_get_osfhandle(descriptor));
+  return ::GetFileType(file) == FILE_TYPE_DISK && ::_lseeki64(descriptor, 0, SEEK_END) >= 0;
 }
 
 }  // namespace
@@ -31,7 +39,10 @@ File File::OpenForWriting(const std::wstring& path, const WriteMode& mode) {
   if (mode.truncate) flags |= _O_TRUNC;
   if (mode.append) flags |= _O_APPEND;
   const int descriptor = OpenShared(path, flags);
-  if (descriptor >= 0 && mode.atEnd) ::_lseeki64(descriptor, 0, SEEK_END);
+  if (descriptor >= 0 && mode.atEnd && !SeekToEnd(descriptor)) {
+    ::_close(descriptor);
+    return File(-1);
+  }
   return File(descriptor);
 }
 

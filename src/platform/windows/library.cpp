@@ -1,25 +1,43 @@
+#include <atomic>
+
 #include "platform/platform.h"
 #include "platform/windows/windows_api.h"
 
 namespace tarsio::platform {
 
-void PinLibrary() {
-  static const bool pinned = [] {
-    HMODULE self = nullptr;
-    return ::GetModuleHandleExW(
-               GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_PIN,
-               reinterpret_cast<LPCWSTR>(&PinLibrary), &self) != 0;
-  }();
-  static_cast<void>(pinned);
+namespace {
+
+using ShutdownInProgress = BOOLEAN(WINAPI*)();
+
+// NOLINTBEGIN(*-non-const-global-variables): written by whichever call comes first
+std::atomic<bool> isPinned{false};
+std::atomic<ShutdownInProgress> shutdownInProgress{nullptr};
+// NOLINTEND(*-non-const-global-variables)
+
+BOOLEAN WINAPI CannotTell() { return FALSE; }
+
+bool IsShuttingDown() noexcept {
+  const ShutdownInProgress inProgress = LoadedFunction<ShutdownInProgress>(
+      shutdownInProgress, "ntdll.dll", "RtlDllShutdownInProgress", CannotTell);
+  return inProgress() != 0;
 }
 
-bool ProcessIsEnding() {
-  using ShutdownInProgress = BOOLEAN(WINAPI*)();
-  // Looked up by the first call: at the end of the process that could wait for a lock that its
-  // owner took along.
-  static const ShutdownInProgress inProgress =
-      LoadedFunction<ShutdownInProgress>("ntdll.dll", "RtlDllShutdownInProgress");
-  return inProgress != nullptr && inProgress() != 0;
+// Looked up while the library is loaded, since a look-up at the end of the process may wait for a
+// lock that a killed thread held.
+[[maybe_unused]] const bool wasShuttingDown = IsShuttingDown();
+
+}  // namespace
+
+void PinLibrary() {
+  if (isPinned.load(std::memory_order_relaxed)) return;
+  HMODULE self = nullptr;
+  isPinned =
+      ::GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_PIN,
+                           reinterpret_cast<LPCWSTR>(&PinLibrary), &self) != 0;
 }
+
+bool ProcessIsEnding() { return IsShuttingDown(); }
+
+int ForkCount() { return 0; }
 
 }  // namespace tarsio::platform

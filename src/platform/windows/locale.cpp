@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <clocale>
+#include <cstddef>
 #include <cstring>
 #include <locale>
 #include <memory>
@@ -12,11 +13,10 @@ namespace tarsio::platform {
 
 namespace {
 
-// Between wide characters and the user's ANSI code page: the C++ runtime here knows the classic
-// locale only.
-class AnsiFacet : public std::codecvt<wchar_t, char, std::mbstate_t> {
+// Between wide characters and a code page: the C++ runtime here knows the classic locale only.
+class CodePageFacet : public std::codecvt<wchar_t, char, std::mbstate_t> {
  public:
-  AnsiFacet() : codePage(::GetACP()) {
+  explicit CodePageFacet(UINT page) : codePage(page) {
     CPINFO info{};
     if (::GetCPInfo(codePage, &info) != 0) longestCharacter = static_cast<int>(info.MaxCharSize);
   }
@@ -27,39 +27,44 @@ class AnsiFacet : public std::codecvt<wchar_t, char, std::mbstate_t> {
     fromNext = from;
     toNext = to;
     while (fromNext != fromEnd) {
-      if (toNext == toEnd) return partial;
-      const int left = static_cast<int>(std::min<ptrdiff_t>(fromEnd - fromNext, longestCharacter));
-      const int room = static_cast<int>(std::min<ptrdiff_t>(toEnd - toNext, 2));
-      int length = 1;
-      int units = 0;
-      while (length <= left && (units = Decode(fromNext, length, toNext, room)) == 0) ++length;
-      if (units == 0) return left < longestCharacter && IsLead(*fromNext) ? partial : error;
+      const ptrdiff_t left = fromEnd - fromNext;
+      const int length = LengthByLead(*fromNext);
+      if (left < length) return IsPrefix(fromNext, left, length) ? partial : error;
+      wchar_t units[2];
+      const int count = Decode(fromNext, length, units);
+      if (count == 0) return error;
+      if (toEnd - toNext < count) return partial;
+      toNext = std::copy_n(units, count, toNext);
       fromNext += length;
-      toNext += units;
     }
     return ok;
   }
 
-  result do_out(state_type& /*state*/, const wchar_t* from, const wchar_t* fromEnd,
+  // A high surrogate is kept in the state until its other half comes, perhaps with the next call.
+  result do_out(state_type& state, const wchar_t* from, const wchar_t* fromEnd,
                 const wchar_t*& fromNext, char* to, char* toEnd, char*& toNext) const override {
-    fromNext = from;
     toNext = to;
-    while (fromNext != fromEnd) {
-      const int units = IsHighSurrogate(*fromNext) && fromEnd - fromNext > 1 ? 2 : 1;
+    for (fromNext = from; fromNext != fromEnd; ++fromNext) {
+      const wchar_t units[] = {HighSurrogate(state), *fromNext};
+      const bool isPair = units[0] != L'\0';
+      if (!isPair && IsHighSurrogate(*fromNext)) {
+        SetHighSurrogate(state, *fromNext);
+        continue;
+      }
       char bytes[8];
-      const int length = Encode(fromNext, units, bytes, sizeof bytes);
+      const int length =
+          isPair ? Encode(units, 2, bytes, sizeof bytes) : Encode(fromNext, 1, bytes, sizeof bytes);
       if (length == 0) return error;
       if (toEnd - toNext < length) return partial;
       toNext = std::copy_n(bytes, length, toNext);
-      fromNext += units;
+      SetHighSurrogate(state, L'\0');
     }
     return ok;
   }
 
-  result do_unshift(state_type& /*state*/, char* to, char* /*toEnd*/,
-                    char*& toNext) const override {
+  result do_unshift(state_type& state, char* to, char* /*toEnd*/, char*& toNext) const override {
     toNext = to;
-    return noconv;
+    return HighSurrogate(state) == L'\0' ? noconv : error;
   }
 
   int do_length(state_type& state, const char* from, const char* fromEnd,
@@ -78,16 +83,37 @@ class AnsiFacet : public std::codecvt<wchar_t, char, std::mbstate_t> {
  private:
   static bool IsHighSurrogate(wchar_t unit) { return unit >= 0xD800 && unit < 0xDC00; }
 
-  // Whether `byte` begins a longer character. IsDBCSLeadByteEx() does not know UTF-8.
-  bool IsLead(char byte) const {
-    if (codePage == CP_UTF8) return static_cast<unsigned char>(byte) >= 0xC2;
-    return ::IsDBCSLeadByteEx(codePage, static_cast<BYTE>(byte)) != 0;
+  static wchar_t HighSurrogate(const state_type& state) {
+    wchar_t unit = L'\0';
+    std::memcpy(&unit, &state, sizeof unit);
+    return unit;
+  }
+  static void SetHighSurrogate(state_type& state, wchar_t unit) {
+    std::memcpy(&state, &unit, sizeof unit);
   }
 
-  // One character of `length` bytes. Returns the number of units, or 0 if there is no such one.
-  int Decode(const char* bytes, int length, wchar_t* units, int room) const {
-    if (length == 1 && IsLead(*bytes)) return 0;
-    return ::MultiByteToWideChar(codePage, MB_ERR_INVALID_CHARS, bytes, length, units, room);
+  // The length of the character that `lead` begins; 1 if it begins none.
+  int LengthByLead(char lead) const {
+    const auto byte = static_cast<unsigned char>(lead);
+    if (codePage != CP_UTF8) return ::IsDBCSLeadByteEx(codePage, byte) != 0 ? 2 : 1;
+    if (byte < 0xC2 || byte > 0xF4) return 1;
+    return byte < 0xE0 ? 2 : byte < 0xF0 ? 3 : 4;
+  }
+
+  // Whether `count` bytes, the first of which is a lead byte, begin a character of `length` bytes.
+  bool IsPrefix(const char* bytes, ptrdiff_t count, int length) const {
+    if (count == 1) return true;
+    // Of UTF-8: what follows the second byte may be any continuation byte.
+    char character[] = "\x80\x80\x80\x80";
+    std::copy_n(bytes, count, character);
+    wchar_t units[2];
+    return Decode(character, length, units) != 0;
+  }
+
+  // Returns the number of units, or 0 if `bytes` are no character. `units` has room for two; they
+  // may be written to even then.
+  int Decode(const char* bytes, int length, wchar_t* units) const {
+    return ::MultiByteToWideChar(codePage, MB_ERR_INVALID_CHARS, bytes, length, units, 2);
   }
 
   // Returns the number of bytes, or 0 if the code page has no such character.
@@ -110,14 +136,19 @@ class AnsiFacet : public std::codecvt<wchar_t, char, std::mbstate_t> {
 
 std::locale MakeUserLocaleGlobal() {
   if (std::setlocale(LC_ALL, "") == nullptr) throw std::runtime_error("bad locale name");
+  PinLibrary();  // the global locale keeps the facet, whose code is the library's
+  // The runtime's locale is the user's now. It has no UTF-8, which a process may have for its own.
+  const UINT codePage = ::GetACP() == CP_UTF8 ? CP_UTF8 : ::___lc_codepage_func();
   // A locale that cannot be made has not taken the facet yet.
-  auto facet = std::make_unique<AnsiFacet>();
+  auto facet = std::make_unique<CodePageFacet>(codePage);
   const std::locale user(std::locale::classic(), facet.get());
   static_cast<void>(facet.release());
   std::locale::global(user);
   return user;
 }
 
-bool RuntimeLocaleIsClassic() { return std::strcmp(std::setlocale(LC_CTYPE, nullptr), "C") == 0; }
+// Not by the locale's name, which another thread's setlocale() frees. The runtime's classic locale
+// has no code page; the answer is this thread's.
+bool RuntimeLocaleIsClassic() { return ::___lc_codepage_func() == 0; }
 
 }  // namespace tarsio::platform

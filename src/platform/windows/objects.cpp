@@ -19,20 +19,15 @@ ObjectKind KindOf(const std::wstring& path) {
 
 Object KindAndSizeOf(const std::wstring& path) {
   const ObjectKind kind = KindOf(path);
-  std::optional<uint64_t> size = SizeFromStat(path);
-  if (!size) size = SizeFromAttributes(path);
-  return {kind, size.value_or(0)};
+  return {kind, kind == ObjectKind::kOther ? SizeOf(path) : 0};
 }
 
-std::optional<uint64_t> SizeFromStat(const std::wstring& path) {
+uint64_t SizeOf(const std::wstring& path) {
   struct _stat64 status {};
-  if (::_wstat64(path.c_str(), &status) != 0) return {};
-  return static_cast<uint64_t>(status.st_size);
-}
-
-std::optional<uint64_t> SizeFromAttributes(const std::wstring& path) {
+  if (::_wstat64(path.c_str(), &status) == 0) return static_cast<uint64_t>(status.st_size);
+  // One runtime's stat refuses every path with a "?", so all with the long-path prefix.
   WIN32_FILE_ATTRIBUTE_DATA data{};
-  if (::GetFileAttributesExW(path.c_str(), GetFileExInfoStandard, &data) == 0) return {};
+  if (::GetFileAttributesExW(path.c_str(), GetFileExInfoStandard, &data) == 0) return 0;
   return static_cast<uint64_t>(data.nFileSizeHigh) << 32 | data.nFileSizeLow;
 }
 

@@ -11,16 +11,28 @@
 #endif
 #include <windows.h>
 
+#include <atomic>
+
 namespace tarsio::platform {
 
-// An export of a module that every process has loaded, as a function of type F. Null if this
-// version of the system does not have it. No reference is taken.
+// An export of a module that every process has loaded, or `fallback` if this version of the system
+// does not have it. The first call looks it up and keeps it in `found`; racing calls find the same.
+//
+// A look-up may wait for a thread that is inside LoadLibrary(), whose modules may use this library
+// in their initialisers. So the first call must not be made under a lock of the library, and no
+// function-local static may be initialised by one.
 template <typename F>
-F LoadedFunction(const char* module, const char* name) {
+F LoadedFunction(std::atomic<F>& found, const char* module, const char* name, F fallback) {
+  F function = found.load(std::memory_order_relaxed);
+  if (function != nullptr) return function;
   const HMODULE handle = ::GetModuleHandleA(module);
-  if (handle == nullptr) return nullptr;
   // Through void(*)(), since a cast between two function types is taken for a mistake.
-  return reinterpret_cast<F>(reinterpret_cast<void (*)()>(::GetProcAddress(handle, name)));
+  if (handle != nullptr) {
+    function = reinterpret_cast<F>(reinterpret_cast<void (*)()>(::GetProcAddress(handle, name)));
+  }
+  if (function == nullptr) function = fallback;
+  found.store(function, std::memory_order_relaxed);
+  return function;
 }
 
 }  // namespace tarsio::platform
