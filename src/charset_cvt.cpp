@@ -123,6 +123,8 @@ std::codecvt_base::result Decode(const MultibyteFacet& facet, const std::string&
       result = zero == textEnd ? std::codecvt_base::partial : std::codecvt_base::error;
     }
     if (result != std::codecvt_base::ok || zero == textEnd) return result;
+    // Some encodings have bytes that stand for several characters.
+    if (*end == wide.data() + wide.size()) return std::codecvt_base::partial;
     *(*end)++ = L'\0';
     next = zero + 1;
   }

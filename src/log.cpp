@@ -1,22 +1,21 @@
 #include "common/log.h"
 
 #include <algorithm>
-#include <array>
-#include <cstdio>
+#include <chrono>
 #include <ctime>
 #include <iostream>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <utility>
 
 #include "common/path.h"
+#include "message_format.h"
 #include "platform/platform.h"
 
 namespace tarsio {
 
 namespace {
-
-constexpr size_t kMessageBufferSize = 2048;  // the longest message and its terminator
 
 const char* LevelName(LOG_LEVEL level) {
   switch (level) {
@@ -70,15 +69,12 @@ void AppendFilename(std::string& out, std::string_view file) {
   }
 }
 
-// Appends the message, or nothing for one that is too long (never cut) or cannot be formatted.
+// Appends the message, or nothing if it is too long (it is never cut) or cannot be formatted.
 void AppendMessage(std::string& out, const char* format, va_list args) {
   if (format == nullptr) return;
   // NOLINTNEXTLINE(*-member-init): clearing it costs as much as formatting a short message
-  std::array<char, kMessageBufferSize> buffer;
-  // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): started by whoever calls
-  const int length = std::vsnprintf(buffer.data(), buffer.size(), format, args);
-  if (length < 0 || static_cast<size_t>(length) >= buffer.size()) return;
-  out += buffer.data();
+  MessageBuffer buffer;
+  if (FormatLogMessage(buffer, format, args)) out += buffer.data();
 }
 
 void BuildLine(LOG_LEVEL level, std::string& out, const char* file, int line, const char* format,
@@ -93,25 +89,44 @@ void BuildLine(LOG_LEVEL level, std::string& out, const char* file, int line, co
   out = std::move(text);
 }
 
-// Ends the use of a variable argument list on every way out.
-class EndArguments {
+// NOLINTBEGIN(*-non-const-global-variables): constant-initialised, and outlive every static
+std::atomic<bool> logHasEnded{false};
+
+// The end of the log waits for the lines in progress before it destroys the host's sink. The
+// default sink is never destroyed, so its lines need not be counted.
+std::atomic<bool> sinkIsTheHosts{false};
+std::atomic<int> linesInProgress{0};
+// NOLINTEND(*-non-const-global-variables)
+
+class LineInProgress {
  public:
-  explicit EndArguments(va_list& started) : args(started) {}
-  EndArguments(const EndArguments&) = delete;
-  EndArguments& operator=(const EndArguments&) = delete;
-  // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): started by whoever makes the object
-  ~EndArguments() { va_end(args); }
+  LineInProgress() : counted(sinkIsTheHosts.load(std::memory_order_relaxed)) {
+    if (counted) linesInProgress.fetch_add(1);
+  }
+  LineInProgress(const LineInProgress&) = delete;
+  LineInProgress& operator=(const LineInProgress&) = delete;
+  ~LineInProgress() {
+    if (counted) linesInProgress.fetch_sub(1);
+  }
 
  private:
-  va_list& args;
+  const bool counted;
 };
 
-// Out of line, so that a message above the threshold does not pay for this frame.
-[[gnu::noinline]] void Deliver(Logger& logger, LOG_LEVEL level, const char* file, int line,
-                               const char* function, const char* format, va_list args) {
+// `line` as an insertion into `stream` prints it, padded to the stream's width, and a newline.
+// Resets the width, as an insertion does.
+std::string PaddedLine(std::ostream& stream, std::string_view line) {
+  const auto width = static_cast<size_t>(std::max<std::streamsize>(stream.width(), 0));
+  if (width > 0) stream.width(0);  // not otherwise, since other threads read it
   std::string text;
-  logger.VFormat(level, text, file, line, function, format, args);
-  logger.DoOutput(text.c_str());
+  text.reserve(std::max(line.size(), width) + 1);
+  text += line;
+  if (width > line.size()) {
+    const bool left = (stream.flags() & std::ios_base::adjustfield) == std::ios_base::left;
+    text.insert(left ? text.size() : 0, width - line.size(), stream.fill());
+  }
+  text += '\n';
+  return text;
 }
 
 }  // namespace
@@ -127,33 +142,72 @@ void Logger::VFormat(LOG_LEVEL level, std::string& out, const char* file, int li
 }
 
 void Logger::DoOutput(const char* line) {
-  const std::string_view message = line;
-  // The newline comes in the same insertion, or lines of several threads would mix.
-  std::string text(message.size() + 1, '\n');
-  message.copy(text.data(), message.size());
-  std::cout << text << std::flush;
+  // In one insertion, or lines of several threads would mix.
+  std::cout << PaddedLine(std::cout, line != nullptr ? line : "") << std::flush;
 }
 
 Log::Log() : logger(new Logger), level(LOG_LEVEL_ERROR) {}
 Log::~Log() = default;
 
+// Destroys the host's sink at the end of the process. Other threads may still be logging.
+class Log::EndOfLog {
+ public:
+  explicit EndOfLog(Log* ended) : log(ended) {}
+  EndOfLog(const EndOfLog&) = delete;
+  EndOfLog& operator=(const EndOfLog&) = delete;
+  ~EndOfLog() {
+    logHasEnded = true;  // later lines are dropped
+    // Some lines never end: the sink called exit() or is stuck, or the system has ended the thread.
+    // Such a sink is not destroyed.
+    for (int waits = 0; linesInProgress > 0; ++waits) {
+      if (waits == kMostWaits || platform::ProcessIsEnding() || platform::ForkCount() > 0) return;
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    if (sinkIsTheHosts) log->logger.reset();
+  }
+
+ private:
+  static constexpr int kMostWaits = 250;
+  Log* const log;
+};
+
 Log& Log::GetInstance() {
-  static Log instance;
-  return instance;
+  // Never destroyed, since threads may outlive the statics. The sink is.
+  // NOLINTNEXTLINE(*-non-const-global-variables): the log is not const
+  static Log* const instance = [] {
+    auto* const log = new Log;  // NOLINT(*-owning-memory): see above
+    static const EndOfLog end(log);
+    return log;
+  }();
+  return *instance;
 }
 
 void Log::SetLevel(LOG_LEVEL newLevel) { level.store(newLevel, std::memory_order_relaxed); }
 
-void Log::SetLogger(std::unique_ptr<Logger>&& newLogger) { logger = std::move(newLogger); }
+void Log::SetLogger(std::unique_ptr<Logger>&& newLogger) {
+  sinkIsTheHosts = true;
+  logger = std::move(newLogger);
+}
 
 void Log::DoLog(LOG_LEVEL messageLevel, const char* file, int line, const char* function,
                 const char* format, ...) {
   if (messageLevel > level.load(std::memory_order_relaxed)) return;
-  if (logger == nullptr) return;
+  if (logHasEnded) return;
+  const LineInProgress inProgress;
+  // The log may have ended before the line was counted.
+  if (logHasEnded || logger == nullptr) return;
+  std::string text;
   va_list args;
   va_start(args, format);
-  const EndArguments end(args);
-  Deliver(*logger, messageLevel, file, line, function, format, args);
+  try {
+    logger->VFormat(messageLevel, text, file, line, function, format, args);
+  } catch (...) {
+    va_end(args);
+    throw;
+  }
+  va_end(args);
+  // Read again: VFormat() may have replaced the sink.
+  if (logger != nullptr) logger->DoOutput(text.c_str());
 }
 
 void TsLog(LOG_LEVEL level, void (*output)(const char* line), LOG_LEVEL (*getLevel)(),
@@ -164,8 +218,13 @@ void TsLog(LOG_LEVEL level, void (*output)(const char* line), LOG_LEVEL (*getLev
   std::string text;
   va_list args;
   va_start(args, format);
-  const EndArguments end(args);
-  BuildLine(level, text, file, line, format, args);
+  try {
+    BuildLine(level, text, file, line, format, args);
+  } catch (...) {
+    va_end(args);
+    throw;
+  }
+  va_end(args);
   output(text.c_str());
 }
 

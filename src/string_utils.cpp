@@ -128,7 +128,7 @@ std::string StringUtils::SpaceToUnderscore(std::string s, const std::string& cha
 }
 
 std::string StringUtils::GetHashText(const void* data, const size_t& length) {
-  if (data == nullptr && length != 0) return {};
+  if ((data == nullptr && length != 0) || !platform::LibcryptoIsUsable()) return {};
   std::array<unsigned char, SHA256_DIGEST_LENGTH> digest{};
   if (SHA256(static_cast<const unsigned char*>(data), length, digest.data()) == nullptr) return {};
   constexpr char kDigits[] = "0123456789abcdef";

@@ -17,9 +17,17 @@ size_t CappedLength(const char* text) {
 
 }  // namespace
 
-TsString::TsString() = default;
-TsString::TsString(const char* text) { PutData(text, CappedLength(text)); }
-TsString::TsString(const TsString& other) { PutData(other.Cstr(), other.Length()); }
+// NOLINTBEGIN(*-member-init): Init() sets every field
+TsString::TsString() { Init(); }
+TsString::TsString(const char* text) {
+  Init();
+  PutData(text, CappedLength(text));
+}
+TsString::TsString(const TsString& other) {
+  Init();
+  PutData(other.Cstr(), other.Length());
+}
+// NOLINTEND(*-member-init)
 TsString::~TsString() { Release(); }
 
 // NOLINTNEXTLINE(*-self-assignment,cert-oop54-cpp): the text is then copied onto itself
@@ -45,8 +53,7 @@ bool TsString::operator!=(const TsString& other) const { return !(*this == other
 // Gives the buffer up and leaves the empty string.
 void TsString::Release() {
   if (data != &inlineBuffer) ::operator delete(data);
-  data = &inlineBuffer;
-  capacity = 1;
+  Init();
 }
 
 // `source` has at least `count` bytes before its terminator.

@@ -46,15 +46,19 @@ class TARSIO_COMMON_API Logger {
 
   /// Replaces `out` with one line, without a newline at its end. The time is the local time of the
   /// call. `file` is reduced to its last component (both `/` and `\` separate). `function` is not
-  /// printed. A message of more than 2047 bytes, or one that cannot be formatted, is left out as a
-  /// whole: the line then ends in "] ". A null `file` or `format` stands for an empty one.
+  /// printed. A null `file` or `format` stands for an empty one.
+  ///
+  /// A message of more than 2047 bytes is left out as a whole, and so is one that cannot be
+  /// formatted: the line then ends in "] ". That includes a format that ends within a conversion
+  /// ("100%"), a wide character that the C runtime's locale cannot encode (%ls), %n, numbered
+  /// arguments (%1$d) and conversions that printf does not have. No width or precision is too much.
   ///
   /// Throws: memory exhaustion; `out` is then unchanged.
   virtual void VFormat(LOG_LEVEL level, std::string& out, const char* file, int line,
                        const char* function, const char* format, va_list args);
 
-  /// Writes `line` and a newline to `std::cout` in one insertion, and flushes. That the stream has
-  /// failed is not told: the line is lost.
+  /// Writes `line` and a newline to `std::cout` in one insertion, and flushes. A null `line` is an
+  /// empty one. If the stream has failed, the line is silently lost.
   ///
   /// Throws: memory exhaustion; nothing is then written.
   virtual void DoOutput(const char* line);
@@ -67,7 +71,10 @@ class TARSIO_COMMON_API Logger {
 /// threads log. The threshold may be changed at any time.
 class TARSIO_COMMON_API Log {
  public:
-  /// The one instance, built by the first caller and destroyed at the end of the process.
+  /// The one instance, built by the first caller. It stays for threads and statics that outlive it;
+  /// the host's sink is destroyed at the end of the process, in reverse order of construction among
+  /// the statics, and later lines are dropped. A sink that is still at work 250 ms later, or that
+  /// called exit(), is not destroyed.
   static Log& GetInstance();
 
   Log(const Log&) = delete;
@@ -91,6 +98,8 @@ class TARSIO_COMMON_API Log {
              const char* format, ...);
 
  private:
+  class EndOfLog;
+
   Log();
   ~Log();
 

@@ -45,12 +45,18 @@ class TARSIO_COMMON_API TsString {
   bool operator!=(const TsString& other) const;
 
  private:
+  // The empty string. Releases nothing.
+  void Init() {
+    data = &inlineBuffer;
+    inlineBuffer = '\0';
+    capacity = 1;
+  }
   void Release();
   void PutData(const char* source, size_t count);
 
-  char* data = &inlineBuffer;  // or a buffer on the heap of exactly `capacity` bytes
-  char inlineBuffer = '\0';    // the terminator of the empty string
-  uint64_t capacity = 1;       // bytes at data, the terminator included
+  char* data;         // the inline buffer, or one on the heap of exactly `capacity` bytes
+  char inlineBuffer;  // the terminator of the empty string
+  uint64_t capacity;  // bytes at data, the terminator included
 };
 
 /// Two strings, copied and assigned in the order of their names. Moving copies: the source keeps
