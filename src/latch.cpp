@@ -21,7 +21,9 @@ void WaitOnce(std::condition_variable& cv, std::unique_lock<std::mutex>& lock,
     return;
   }
   const auto now = Clock::now();
-  const auto most = std::chrono::duration_cast<Unit>(Clock::time_point::max() - now).count();
+  // A wall clock may be set to a time before 1970.
+  const auto left = Clock::time_point::max() - std::max(now, Clock::time_point());
+  const auto most = std::chrono::duration_cast<Unit>(left).count();
   cv.wait_until(lock, now + Unit(std::min<long long>(count, most)));
 }
 

@@ -18,6 +18,16 @@ constexpr int kIdleLimitMs = 1000;
 // Hosts match on this line number: it belongs to the interface, so it is not __LINE__.
 constexpr int kTaskExceptionLine = 196;
 
+// A report that fails is lost: there may be no memory for it, or the host's sink may throw.
+void ReportTaskException(const std::exception& error) {
+  try {
+    Log::GetInstance().DoLog(LOG_LEVEL_FATAL, __FILE__, kTaskExceptionLine,
+                             "tarsio::ThreadPool::RunTask", "task exception: %s", error.what());
+  } catch (const std::exception&) {
+    // The worker goes on.
+  }
+}
+
 }  // namespace
 
 // One thread of a pool.
@@ -27,7 +37,9 @@ class Worker : public std::enable_shared_from_this<Worker> {
       : name(std::move(poolName)), pool(std::move(owner)) {}
   Worker(const Worker&) = delete;
   Worker& operator=(const Worker&) = delete;
-  virtual ~Worker() { Stop(); }
+  virtual ~Worker();
+
+  const std::string& Name() const { return name; }
 
   void Start();
   // After this, the worker leaves when the task that it runs has ended.
@@ -51,9 +63,16 @@ class Worker : public std::enable_shared_from_this<Worker> {
   std::weak_ptr<ThreadPool> pool;
 };
 
+Worker::~Worker() {
+  try {
+    Stop();
+  } catch (const std::exception&) {
+    // The first use of a lock may allocate on Windows. The thread has not been started then.
+  }
+}
+
 void Worker::Start() {
   if (thread != nullptr) return;
-  platform::PinLibrary();
   const std::lock_guard<std::mutex> lock(mutex);
   running = true;
   thread = std::make_shared<std::thread>(ThreadMain, shared_from_this(), pool.lock());
@@ -106,7 +125,16 @@ ThreadPool::ThreadPool(std::string poolName, uint64_t threadLimit, uint64_t rese
   static_cast<void>(reservedNumber);  // kept for the host's sake; nothing reads it
 }
 
-ThreadPool::~ThreadPool() { Shutdown(SHUTDOWN_NOW); }
+ThreadPool::~ThreadPool() {
+  // Where other threads are gone, one may have held a lock. No worker is left, for each owns the
+  // pool, and the members' destructors discard the tasks.
+  if (platform::ProcessIsEnding() || platform::ForkCount() > 0) return;
+  try {
+    Shutdown(SHUTDOWN_NOW);
+  } catch (const std::exception&) {
+    // The first use of a lock may allocate on Windows.
+  }
+}
 
 std::string ThreadPool::GetName() const { return name; }
 
@@ -123,12 +151,20 @@ uint64_t ThreadPool::GetRunningThreadNumber() {
 }
 
 bool ThreadPool::SubmitTask(std::function<void()>& task) {
+  if (platform::ProcessIsEnding()) return false;
+  platform::PinLibrary();  // for the workers; never under a lock
+  // After a thread could not be started, the queue may be full with no worker to empty it.
+  if (runningThreadNumber.load(std::memory_order_relaxed) == 0 && queueCapacity > 0 &&
+      queue->Size() >= queueCapacity) {
+    AddWorker();
+  }
   const bool queued = queue->Push(task, 0);
   AddWorker();
   return queued;
 }
 
 void ThreadPool::Shutdown(SHUTDOWN_METHOD method) {
+  if (platform::ProcessIsEnding()) return;
   if (method == SHUTDOWN_NOW) queue->Close();
   if (method == SHUTDOWN_WAIT) Wait();
   std::unique_lock<std::mutex> lock(workersMutex);
@@ -136,6 +172,7 @@ void ThreadPool::Shutdown(SHUTDOWN_METHOD method) {
 }
 
 void ThreadPool::Wait() {
+  if (platform::ProcessIsEnding()) return;
   std::unique_lock<std::mutex> lock(waitMutex);
   taskTaken.wait(lock, [this] { return queue->Size() == 0; });
 }
@@ -144,13 +181,15 @@ void ThreadPool::Wait() {
 bool ThreadPool::AddWorker() {
   if (runningThreadNumber.load(std::memory_order_relaxed) >= maxThreadNumber) return true;
   const std::lock_guard<std::mutex> lock(workersMutex);
-  if (runningThreadNumber.load(std::memory_order_relaxed) < maxThreadNumber) StartWorker();
+  if (runningThreadNumber.load(std::memory_order_relaxed) >= maxThreadNumber) return true;
+  workers.push_back(std::make_shared<Worker>(name, shared_from_this()));
+  StartWorker();
   return true;
 }
 
-// Under workersMutex. If the thread cannot be started, the worker is not listed either.
+// Under workersMutex. Starts the worker that was listed last; if its thread cannot be started, the
+// worker leaves the list again.
 void ThreadPool::StartWorker() {
-  workers.push_back(std::make_shared<Worker>(name, shared_from_this()));
   try {
     workers.back()->Start();
   } catch (...) {
@@ -169,6 +208,8 @@ bool ThreadPool::RemoveWorker(const std::shared_ptr<Worker>& worker) {
   const bool taskLeft = queue->Size() > 0;
   if (taskLeft) {
     try {
+      // The worker's own name: the host may be changing the pool's.
+      workers.push_back(std::make_shared<Worker>(worker->Name(), shared_from_this()));
       StartWorker();
     } catch (const std::exception&) {
       // No successor can be had: the task is this worker's.
@@ -193,8 +234,7 @@ void ThreadPool::RunTask(const std::shared_ptr<Worker>& worker) {
   try {
     task();
   } catch (const std::exception& e) {
-    Log::GetInstance().DoLog(LOG_LEVEL_FATAL, __FILE__, kTaskExceptionLine,
-                             "tarsio::ThreadPool::RunTask", "task exception: %s", e.what());
+    ReportTaskException(e);
   }
 }
 

@@ -27,22 +27,75 @@ unsigned long long AddSaturating(unsigned long long now, unsigned long long time
 // NOLINTNEXTLINE(*-non-const-global-variables): a timer does not make the manager to say so
 std::atomic<bool> orderMayBeWrong{false};
 
+// Taken before the manager's lock by each pass and by Shutdown(). A pass that waits for the lock
+// has the turn, so Shutdown() never joins the timer thread while that waits for the lock.
+// NOLINTNEXTLINE(*-non-const-global-variables): not in the manager, whose layout stays
+std::mutex passTurn;
+
+// The thread inside TimerManager::Add(), where an allocation may run the host's code, even exit().
+// NOLINTNEXTLINE(*-non-const-global-variables): likewise
+std::atomic<std::thread::id> addingThread{};
+
+constexpr int kNotUsed = -1;
+// platform::ForkCount() where the manager's lock was first taken, and the timer thread started.
+// NOLINTNEXTLINE(*-non-const-global-variables): likewise
+std::atomic<int> forkCountOfUse{kNotUsed};
+
+void NoteUse() {
+  int expected = kNotUsed;
+  forkCountOfUse.compare_exchange_strong(expected, platform::ForkCount());
+}
+
+// Whether the timer thread is gone without having ended, perhaps while it held the lock: the system
+// has killed it, or it is a thread of the process that this one was forked from.
+bool ThreadIsGone() {
+  if (platform::ProcessIsEnding()) return true;
+  const int forkCount = forkCountOfUse.load(std::memory_order_relaxed);
+  return forkCount != kNotUsed && forkCount != platform::ForkCount();
+}
+
+// Notes, under the manager's lock, that this thread is inside TimerManager::Add().
+class Adding {
+ public:
+  Adding() : before(addingThread.load(std::memory_order_relaxed)) {
+    addingThread.store(std::this_thread::get_id(), std::memory_order_relaxed);
+  }
+  Adding(const Adding&) = delete;
+  Adding& operator=(const Adding&) = delete;
+  ~Adding() { addingThread.store(before, std::memory_order_relaxed); }
+
+ private:
+  const std::thread::id before;
+};
+
 }  // namespace
 
 Timer::Timer(unsigned long long timeoutMs, bool repeating)
     : timeout(timeoutMs), loop(repeating), state(false) {}
 
-Timer::~Timer() { Stop(); }
+// NOLINTNEXTLINE(bugprone-exception-escape): ends the process if the timer is marked started
+Timer::~Timer() {
+  if (state.load(std::memory_order_relaxed) && !ThreadIsGone()) Stop();
+}
 
 void Timer::Start() {
-  // Marked first, so a timer that no shared pointer owns stays marked; deliberately.
+  // Marked first, so a timer that no shared pointer owns stays marked (by design).
   if (state.exchange(true, std::memory_order_relaxed)) return;
-  TimerManager::GetInstance()->AddTimer(shared_from_this());
+  std::shared_ptr<Timer> self = shared_from_this();
+  if (ThreadIsGone()) return;
+  bool queued = false;
+  try {
+    TimerManager::GetInstance()->Add(std::move(self), queued);
+  } catch (...) {
+    if (!queued) SetState(false);
+    throw;
+  }
 }
 
 void Timer::Stop() {
   if (!state.exchange(false, std::memory_order_relaxed)) return;
-  TimerManager::GetInstance()->RemoveTimer(shared_from_this());
+  const std::shared_ptr<Timer> self = shared_from_this();
+  if (!ThreadIsGone()) TimerManager::GetInstance()->Remove(self);
 }
 
 void Timer::SetExpire(unsigned long long newExpire) {
@@ -75,14 +128,14 @@ void TsTimer::OnTimeout() {
 // Shuts the manager down at the end of the process.
 class TimerManager::EndOfProcess {
  public:
-  explicit EndOfProcess(TimerManager* owned) : manager(owned) {
-    platform::ProcessIsEnding();  // asked once now, for it may not find out so late
-  }
+  explicit EndOfProcess(TimerManager* owned) : manager(owned) {}
   EndOfProcess(const EndOfProcess&) = delete;
   EndOfProcess& operator=(const EndOfProcess&) = delete;
   ~EndOfProcess() {
-    // Where every other thread is gone already, one of them may have taken the lock along.
-    if (!platform::ProcessIsEnding()) manager->Shutdown();
+    // exit() was called from inside Add(): this thread keeps the lock, so no timer fires any more,
+    // and the timer thread cannot be joined.
+    if (addingThread == std::this_thread::get_id()) return;
+    if (!ThreadIsGone()) manager->Shutdown();
   }
 
  private:
@@ -103,21 +156,43 @@ unsigned long long TimerManager::GetCurrentMillisecs() const {
 }
 
 void TimerManager::AddTimer(std::shared_ptr<Timer> timer) {
+  bool queued = false;
+  Add(std::move(timer), queued);
+}
+
+// Sets `queued` once the timer is in the queue: what fails after that is the start of the thread.
+void TimerManager::Add(std::shared_ptr<Timer> timer, bool& queued) {
+  const bool canFire = timer != nullptr && timer->GetTimeout() != 0;
+  if (canFire) platform::PinLibrary();  // for the timer thread; never under a lock
+  NoteUse();
   const std::lock_guard<std::recursive_mutex> lock(mutex);
+  const Adding adding;
   if (ended) return;
-  if (timer != nullptr && timer->GetTimeout() != 0) {
+  if (canFire) {
     Arm(timer.get(), GetCurrentMillisecs());
+    // A slot is left for the repeating timer that may be firing: it must come back without memory.
+    if (queue.capacity() < queue.size() + 2) queue.reserve(2 * queue.size() + 2);
     Push(std::move(timer));
+    queued = true;
   }
   if (!queue.empty() && thread == nullptr) StartThread();
 }
 
 // NOLINTNEXTLINE(performance-unnecessary-value-param): by value, as the interface has it
 void TimerManager::RemoveTimer(std::shared_ptr<Timer> timer) {
+  NoteUse();
   const std::lock_guard<std::recursive_mutex> lock(mutex);
   if (timer == nullptr) return;
   while (timer->entries > 0) TakeOut(PositionOf(timer));
   if (orderMayBeWrong) RestoreOrder();
+}
+
+// As RemoveTimer(). The timer's action may have started it again while Stop() waited for the lock.
+void TimerManager::Remove(const std::shared_ptr<Timer>& timer) {
+  NoteUse();
+  const std::lock_guard<std::recursive_mutex> lock(mutex);
+  if (timer->entries > 0) timer->SetState(false);
+  RemoveTimer(timer);
 }
 
 // NOLINTNEXTLINE(performance-unnecessary-value-param): by value, as the interface has it
@@ -200,7 +275,8 @@ void TimerManager::RestoreOrder() {
 }
 
 void TimerManager::StartThread() {
-  platform::PinLibrary();
+  // Its first use may allocate on Windows: better here, where the caller gets the exception.
+  const std::unique_lock<std::mutex> firstUse(passTurn, std::try_to_lock);
   running = true;
   thread = std::make_shared<std::thread>(&TimerManager::Run, this);
 }
@@ -216,13 +292,10 @@ void TimerManager::Run() {
 
 // One pass: fires all that is due, in the order of expiry, and queues the repeating timers again.
 void TimerManager::CheckTimers() {
-  // Shutdown() joins this thread under the lock, so a pass that has not begun by then never does.
-  std::unique_lock<std::recursive_mutex> lock(mutex, std::try_to_lock);
-  while (!lock.owns_lock()) {
-    if (!running) return;
-    std::this_thread::yield();
-    lock.try_lock();
-  }
+  std::unique_lock<std::mutex> turn(passTurn);
+  if (!running) return;
+  const std::lock_guard<std::recursive_mutex> lock(mutex);
+  turn.unlock();
 
   const unsigned long long now = GetCurrentMillisecs();
   while (!queue.empty() && queue.front()->GetExpire() <= now) {
@@ -240,9 +313,11 @@ void TimerManager::CheckTimers() {
 }
 
 void TimerManager::Shutdown() {
+  std::unique_lock<std::mutex> turn(passTurn);
   const std::lock_guard<std::recursive_mutex> lock(mutex);
   ended = true;
   running = false;
+  turn.unlock();  // the timer thread may be waiting for it, and gives up the pass
   // Out of the queue first, since what a callback owns may stop other timers as it goes. And marked
   // stopped before any is released: whoever lets go of one that is still marked started ends the
   // process, and nobody can stop them in time any more.
@@ -254,6 +329,7 @@ void TimerManager::Shutdown() {
   }
   released.clear();
   if (thread != nullptr && thread->joinable()) thread->join();
+  thread.reset();
 }
 
 }  // namespace component

@@ -102,16 +102,15 @@ class BlockingQueue {
     return true;
   }
 
-  /// Discards every element and closes the queue for good. Whoever waits is woken, but finds the
-  /// queue closed and stays until its own deadline, deliberately. The elements are destroyed under
-  /// the lock.
+  /// Discards every element and closes the queue for good. Waiting threads are woken, but find the
+  /// queue closed and wait until their own deadline (by design). The elements are destroyed under
+  /// the lock. Allocates nothing.
   void Close() {
     const std::lock_guard<std::mutex> lock(mutex);
-    std::deque<T> discarded;  // declared behind the lock, so destroyed before it is released
-    discarded.swap(items);
     closed = true;
     notFull.Wake();
     notEmpty.Wake();
+    items.clear();  // in place: another container to exchange them with would allocate
   }
 
   /// The number of elements at this moment.
@@ -156,8 +155,9 @@ class BlockingQueue {
     // Hosts match on file, line and function: they belong to the interface, so the line is not
     // __LINE__ and the file not the path by which a host's compiler found this header.
     constexpr int kQueueFullLine = 86;
-    static const std::string function =
-        "tarsio::BlockingQueue<" + internal::TypeSpelling<T>() + ">::Push";
+    // Never destroyed: threads may report while the process ends.
+    static const std::string& function =
+        *new std::string("tarsio::BlockingQueue<" + internal::TypeSpelling<T>() + ">::Push");
     Log::GetInstance().DoLog(LOG_LEVEL_WARN, "include/common/blocking_queue.h", kQueueFullLine,
                              function.c_str(), "queue full or timeout");
   }

@@ -55,7 +55,8 @@ class TARSIO_COMMON_API ThreadPool : public std::enable_shared_from_this<ThreadP
 
   /// The name that the constructor or the last SetName() was given. The pool makes no use of it.
   std::string GetName() const;
-  /// Workers that live already keep the name that they were started with.
+  /// Workers that live already keep the name that they were started with, and pass it on to a
+  /// worker that takes their place.
   void SetName(const std::string& newName);
 
   /// The number of tasks that no worker has taken yet.
@@ -64,14 +65,19 @@ class TARSIO_COMMON_API ThreadPool : public std::enable_shared_from_this<ThreadP
   uint64_t GetRunningThreadNumber();
 
   /// Queues a copy of `task` and starts a worker if fewer than the limit live. Blocks while the
-  /// queue is full, and for ever on a pool that was shut down with SHUTDOWN_NOW. Always true.
+  /// queue is full, and forever on a pool that was shut down with SHUTDOWN_NOW. Always true,
+  /// except at the end of a process on Windows, when a DLL's statics are destroyed: it drops the
+  /// task and returns false, since the workers have been killed.
   ///
   /// A task's `std::exception` is reported at LOG_LEVEL_FATAL ("task exception: ..."), an empty
-  /// task the same way; any other exception ends the process.
+  /// task the same way; any other exception ends the process. If the report itself fails with a
+  /// `std::exception`, from the log's sink for instance, it is lost and the worker goes on; any
+  /// other exception of a sink ends the process.
   ///
   /// Throws: `std::bad_weak_ptr` if no shared pointer owns the pool, `std::system_error` if a
-  /// thread cannot be started. Either way the task stays queued and the pool remains usable. And
-  /// what copying the task throws; nothing is then queued.
+  /// thread cannot be started. Either way the task stays queued and the pool remains usable; but if
+  /// the queue is full and no worker lives, one is started first, and the task is not queued if
+  /// that fails. And what copying the task throws; nothing is then queued.
   bool SubmitTask(std::function<void()>& task);
   /// As above, for a function that was made for the call.
   bool SubmitTask(std::function<void()>&& task) { return SubmitTask(task); }
@@ -80,6 +86,7 @@ class TARSIO_COMMON_API ThreadPool : public std::enable_shared_from_this<ThreadP
   /// idle for 1000 ms, so this lasts about a second longer than the last task.
   ///
   /// After SHUTDOWN_WAIT, or a value without a name, the pool is open again and has no workers.
+  /// When a DLL's statics are destroyed on Windows, Shutdown() and Wait() return at once.
   void Shutdown(SHUTDOWN_METHOD method);
 
   /// Returns when the queue is empty; the last tasks may still be running. A wake-up that falls

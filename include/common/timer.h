@@ -30,13 +30,18 @@ class TARSIO_COMMON_API Timer : public std::enable_shared_from_this<Timer> {
   /// Stops the timer. One that is still marked started when its last owner lets go ends the
   /// process: a zero-timeout timer that was not stopped, or one started after the manager's end,
   /// which is when the statics are destroyed. Then the manager marks what is queued as stopped.
+  /// But where the timer thread is gone (see Start()), it does nothing.
+  // NOLINTNEXTLINE(bugprone-exception-escape): as said
   virtual ~Timer();
 
   /// Queues the timer to fire after its timeout; does nothing if it is marked started. With timeout
-  /// 0 it is marked started and never fires.
+  /// 0 it is marked started and never fires. Where the timer thread is gone without having ended,
+  /// Start() and Stop() set the mark and nothing else: when a DLL's statics are destroyed on
+  /// Windows, and in a process that was forked from one that has started a timer.
   ///
   /// Throws: `std::bad_weak_ptr` if no shared pointer owns the timer, which stays marked started
-  /// all the same, deliberately; `std::system_error` if the timer thread cannot be started.
+  /// (by design); `std::system_error` if the timer thread cannot be started, in which case the
+  /// timer stays queued and marked. After any other failure it is not started.
   void Start();
 
   /// Takes the timer out of the queue; does nothing if it is not marked started. Waits while timers
@@ -131,11 +136,14 @@ class TimerManager {
   void ResetTimer(std::shared_ptr<Timer> timer);
 
  private:
+  friend class Timer;
   class EndOfProcess;
 
   TimerManager() = default;
   ~TimerManager() = default;
 
+  void Add(std::shared_ptr<Timer> timer, bool& queued);
+  void Remove(const std::shared_ptr<Timer>& timer);
   static void Arm(Timer* timer, unsigned long long now);
   void Place(size_t position, std::shared_ptr<Timer> timer);
   void SiftUp(size_t position);
