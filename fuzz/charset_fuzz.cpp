@@ -156,6 +156,8 @@ void Environment(const std::string& value) {
   const std::string utf8 = ReferenceNarrow(units);
   const bool fits = units.size() < 256 && utf8.size() <= 254;
   Require(CharsetCvt::GetEnv(L"TARSIO_FUZZ", "unused") == (fits ? utf8 : ""), "GetEnv()");
+  const std::wstring beginning = L"TARSIO_FUZZ=" + units.substr(0, units.find(L'='));
+  Require(CharsetCvt::GetEnv(beginning, "unused").empty(), "a name has no '='");
 }
 
 }  // namespace

@@ -104,7 +104,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (form > 0) {
       for (char& c : text) c = c == '/' ? '\\' : c;
     }
-    if (form > 1) text = (form == 2 ? "\\\\?\\" : "") + text;
+    if (form == 2) text = "\\\\?\\" + text;
+    if (form == 3) text.insert(directory.Text().size(), "\\missing\\.\\..");
     switch (input.ConsumeIntegralInRange(0, 5)) {
       case 0:
       case 1:
@@ -117,7 +118,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         Require(FileUtils::RemoveDir(text) == model.RemoveDirectory(name), "RemoveDir()");
         break;
       case 4:
-        if (form == 2) break;  // the prefix itself ends in a separator
+        // The prefix itself ends in a separator, and what is missing would be made.
+        if (form > 1) break;
         Require(FileUtils::MakeDir(text + '/') == model.MakeDirectories(name), "MakeDir()");
         break;
       default:

@@ -1,10 +1,11 @@
 // Paths that are parsed, joined, cut and printed, against a second implementation of the rules; and
 // what the file system says about them.
 
-#include <algorithm>
 #include <array>
 #include <cctype>
 #include <filesystem>
+#include <optional>
+#include <system_error>
 
 #include "common/path.h"
 #include "path_reference.h"
@@ -84,19 +85,18 @@ void AskTheSystem(const Path& path) {
   Require(exists == (path.IsFile() || path.IsDirectory()), "what exists is file or directory");
   Require(!(path.IsFile() && path.IsDirectory()), "nothing is both");
   Require(exists || path.FileSize() == 0, "what does not exist has no size");
-  const Path full = path.Absolute();
-  const bool hasDrive = path.Str().find(':') != std::string::npos;  // of which some are no letters
-  Require(hasDrive || full.IsAbsolute() || full.Length() <= 1,
-          "Absolute() is absolute, or refused");
-  if (!path.IsAbsolute() && !path.Empty()) {
-    std::string native = ReferenceNarrow(path.Wstr());
-    native.resize(std::min(native.size(), native.find('\0')));
-    std::replace(native.begin(), native.end(), '\\', '/');
-    const bool plain = native[0] != '/' && native.find(':') == std::string::npos;
-    std::error_code ignored;
-    Require(!plain || exists == std::filesystem::exists(native, ignored),
-            "a relative path is looked for in the current directory");
-  }
+  const Components current = SplitAtSeparators(std::filesystem::current_path().string());
+  const std::string text = ReferenceNarrow(path.Wstr());
+  std::string full = ReferenceFullPath(text, current);
+  if (ReferenceWiden(full).size() >= 32767) full.clear();
+  ReferencePath parsed;
+  parsed.Set(full, 0);
+  Require(path.Absolute().Str() == parsed.Str(0), "Absolute() is the full path");
+
+  const std::optional<std::string> native = ReferenceNativeName(text, current);
+  std::error_code ignored;
+  Require(exists == (native && std::filesystem::exists(*native, ignored)),
+          "what exists is what the path names by its text");
 }
 
 void Resolve(const Path& value, const std::array<Pair, 3>& directories) {

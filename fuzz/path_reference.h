@@ -1,13 +1,17 @@
-// A path by the rules in the public header, for comparison: one character at a time.
+// A path by the rules in the public header, for comparison: one character at a time. And what a
+// path names on a POSIX system, component by component.
 
 #ifndef TARSIO_COMMON_FUZZ_PATH_REFERENCE_H_
 #define TARSIO_COMMON_FUZZ_PATH_REFERENCE_H_
 
+#include <algorithm>
 #include <cstddef>
 #include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
+
+#include "utf_reference.h"
 
 namespace tarsio_fuzz {
 
@@ -107,6 +111,126 @@ struct ReferencePath {
     if (current) components.push_back(*current);
   }
 };
+
+using Components = std::vector<std::string>;
+
+inline Components SplitAtSeparators(const std::string& text) {
+  Components components(1);
+  for (const char c : text) {
+    if (c != '/' && c != '\\') {
+      components.back() += c;
+    } else if (!components.back().empty()) {
+      components.emplace_back();
+    }
+  }
+  if (components.back().empty()) components.pop_back();
+  return components;
+}
+
+// Where a printed path begins, and the components after that.
+struct ReferenceRoot {
+  std::string text;  // "C:", "\\server\share", "\\?"; empty for the current directory
+  Components components;
+};
+
+inline ReferenceRoot FindReferenceRoot(std::string path) {
+  for (char& c : path) c = c == '/' ? '\\' : c;
+  Components components = SplitAtSeparators(path);
+  const auto take = [&components] {
+    if (components.empty()) return std::string();
+    std::string first = components.front();
+    components.erase(components.begin());
+    return first;
+  };
+  if (path == "\\\\?") return {"\\\\.", {}};
+  if (path.substr(0, 2) == "\\\\") {
+    // An empty server is a component like any other.
+    const std::string server = path.substr(2, 1) == "\\" ? "" : take();
+    std::string root = "\\\\" + server;
+    if (server == "." || server == "?") return {root, components};
+    if (path.find('\\', 2) == std::string::npos) return {root, {}};
+    while (!components.empty() && (components[0] == "." || components[0] == "..")) take();
+    root += '\\' + take();
+    return {root, components};
+  }
+  if (path.substr(0, 1) == "\\") return {"C:", components};
+  const std::wstring wide = ReferenceWiden(path);
+  if (wide.size() < 2 || wide[1] != ':') return {"", components};
+  const std::string drive = ReferenceNarrow(wide.substr(0, 2));
+  path.erase(0, drive.size());
+  const bool isC = drive == "C:" || drive == "c:";
+  return {path[0] != '\\' && isC ? "" : drive, SplitAtSeparators(path)};
+}
+
+// `untouched` are the components of `directory` that none of the others goes back over.
+inline Components WithoutDots(const Components& directory, const Components& components,
+                              size_t* untouched) {
+  Components resolved = directory;
+  *untouched = directory.size();
+  for (const std::string& component : components) {
+    if (component == "..") {
+      if (!resolved.empty()) resolved.pop_back();
+      *untouched = std::min(*untouched, resolved.size());
+    } else if (component != ".") {
+      resolved.push_back(component);
+    }
+  }
+  return resolved;
+}
+
+// The full path of `path`, UTF-8, from a current directory C:\... of these components.
+inline std::string ReferenceFullPath(const std::string& path, const Components& directory) {
+  if (path.find_first_not_of(' ') == std::string::npos) return {};
+  ReferenceRoot root = FindReferenceRoot(path);
+  const bool endsInSeparator = path.back() == '/' || path.back() == '\\';
+  for (size_t i = 0; i + (endsInSeparator ? 0 : 1) < root.components.size(); ++i) {
+    std::string& inner = root.components[i];
+    const size_t name = inner.find_last_not_of('.');
+    if (name != std::string::npos && name + 2 == inner.size()) inner.pop_back();
+  }
+  const bool relative = root.text.empty();
+  size_t untouched = 0;
+  Components resolved =
+      WithoutDots(relative ? directory : Components(), root.components, &untouched);
+  // A name of the current directory stays as it is.
+  if (!endsInSeparator && resolved.size() > untouched) {
+    std::string& last = resolved.back();
+    while (!last.empty() && (last.back() == '.' || last.back() == ' ')) last.pop_back();
+  }
+  std::string full = relative ? "C:" : root.text;
+  for (const std::string& component : resolved) full += '\\' + component;
+  // The root of a drive or a device has its separator; a server alone has none.
+  const bool hasSeparator =
+      root.text.substr(0, 2) != "\\\\" || root.text == "\\\\." || root.text == "\\\\?";
+  if (resolved.empty() && hasSeparator) full += '\\';
+  return full;
+}
+
+// The native name of what `path` names from this current directory, if it can name anything.
+inline std::optional<std::string> ReferenceNativeName(std::string path,
+                                                      const Components& directory) {
+  if (path.empty()) return {};
+  const bool literal = path.substr(0, 4) == "\\\\?\\";
+  if (literal) {
+    path.erase(0, 4);
+    if (path.size() < 3 || path.substr(1, 2) != ":\\") return {};
+    if (path.find('/') != std::string::npos) return {};
+    for (const std::string& component : SplitAtSeparators(path)) {
+      if (component == "." || component == "..") return {};
+    }
+  }
+  const ReferenceRoot root = FindReferenceRoot(path);
+  if (!root.text.empty() && root.text != "C:" && root.text != "c:") return {};
+  std::string native = "/";
+  const Components base = root.text.empty() ? directory : Components();
+  size_t untouched = 0;
+  for (const std::string& component : WithoutDots(base, root.components, &untouched)) {
+    if (component.find(':') != std::string::npos) return {};
+    native += component + '/';
+  }
+  if (native.size() > 1) native.pop_back();
+  return native;
+}
 
 }  // namespace tarsio_fuzz
 

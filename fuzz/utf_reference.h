@@ -55,14 +55,13 @@ inline char32_t CharacterAt(const std::string& s, size_t index, size_t length) {
   return character;
 }
 
-// The bytes that become one U+FFFD: too few for what the lead byte asks for, or up to the first
-// byte that cannot stand there; that one belongs to them if it is a continuation byte.
+// The bytes that become one U+FFFD: up to the first byte that cannot stand there; that one belongs
+// to them if it is a continuation byte.
 inline size_t BadPartLength(const std::string& s, size_t index) {
   const WellFormed* const row = RowFor(ByteAt(s, index));
   if (row == nullptr) return 1;
-  if (index + row->continuations >= s.size()) return s.size() - index;
   size_t length = 1;
-  while (Within(ByteAt(s, index + length), 0x80, 0xBF)) {
+  while (index + length < s.size() && Within(ByteAt(s, index + length), 0x80, 0xBF)) {
     ++length;
     if (length == 2 && !Within(ByteAt(s, index + 1), row->firstSecond, row->lastSecond)) break;
   }

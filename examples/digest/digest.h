@@ -20,6 +20,10 @@ std::string WithDrive(const std::string& name);
 // Reads the file whole and digests it. A relative name is resolved by `resolver`. Throws nothing.
 Outcome DigestFile(const std::string& name, const tarsio::PathResolver& resolver);
 
+// `name` for a message: one with control characters, or bytes that are not UTF-8, is quoted as the
+// shell would need it, 'a'$'\n''b'.
+std::string Quoted(const std::string& name);
+
 // "digest  name", as sha256sum writes it: where the name holds a backslash or a line end, these are
 // escaped and the line begins with a backslash.
 std::string FormatLine(const std::string& digest, const std::string& name);

@@ -4,8 +4,12 @@
 #include <deque>
 #include <iostream>
 #include <memory>
+#include <new>
 #include <sstream>
+#include <stdexcept>
 #include <string>
+#include <system_error>
+#include <utility>
 #include <vector>
 
 #include "common/latch.h"
@@ -38,6 +42,7 @@ class NameSource {
       while (std::getline(std::cin, *name)) {
         if (!name->empty()) return true;
       }
+      if (std::cin.bad()) throw std::runtime_error("the names on standard input cannot be read");
       ++next;
     }
     return false;
@@ -63,15 +68,28 @@ class Digester {
         pool(std::make_shared<tarsio::ThreadPool>("digest", options.jobs, 0, kQueueCapacity)),
         mostInFlight(options.jobs + kQueueCapacity) {}
 
+  Digester(const Digester&) = delete;
+  Digester& operator=(const Digester&) = delete;
+
+  // After an exception, tasks that use this object may still be running.
+  ~Digester() {
+    if (!inFlight.empty()) pool->Shutdown(tarsio::ThreadPool::SHUTDOWN_NOW);
+  }
+
   void Add(const std::string& name) {
     auto job = std::make_shared<Job>(name);
     inFlight.push_back(job);
-    pool->SubmitTask([this, job] {
-      job->outcome = DigestFile(job->name, resolver);
-      ++filesDone;
-      bytesDone += job->outcome.bytes;
-      job->done.CountDown();
-    });
+    try {
+      pool->SubmitTask([this, job] {
+        job->outcome = DigestFile(job->name, resolver);
+        ++filesDone;
+        bytesDone += job->outcome.bytes;
+        job->done.CountDown();
+      });
+    } catch (const std::system_error&) {
+      // The task is queued all the same, and any worker will do.
+      if (pool->GetRunningThreadNumber() == 0) throw;
+    }
     // A slow file holds back the lines behind it; the bound keeps their number small.
     while (inFlight.size() > mostInFlight || (!inFlight.empty() && inFlight.front()->IsDone())) {
       PrintFirst();
@@ -122,7 +140,8 @@ class Digester {
     } else {
       ++failures;
       // A message of 2048 bytes or more would be dropped whole.
-      TARSIO_LOG(tarsio::LOG_LEVEL_WARN, "%.1900s: %s", job->name.c_str(), job->outcome.failure);
+      TARSIO_LOG(tarsio::LOG_LEVEL_WARN, "%.1900s: %s", Quoted(job->name).c_str(),
+                 job->outcome.failure);
     }
   }
 
@@ -153,10 +172,23 @@ int PrintVersion() {
   return 0;
 }
 
+// Stops a timer, and waits for a callback that is running.
+class StopOnExit {
+ public:
+  explicit StopOnExit(std::shared_ptr<component::Timer> stopped) : timer(std::move(stopped)) {}
+  StopOnExit(const StopOnExit&) = delete;
+  StopOnExit& operator=(const StopOnExit&) = delete;
+  ~StopOnExit() { timer->Stop(); }
+
+ private:
+  const std::shared_ptr<component::Timer> timer;
+};
+
 int DigestAll(const Options& options, const std::shared_ptr<Console>& console) {
   Digester digester(options);
   const auto timer = std::make_shared<component::TsTimer>(kProgressPeriodMs, true);
   timer->Init([&digester, console] { console->ShowStatus(digester.Progress()); });
+  const StopOnExit stop(timer);
   if (options.progress || Console::IsTerminal()) timer->Start();
 
   NameSource names(options.names);
@@ -187,5 +219,12 @@ int main(int argc, char** argv) {
   tarsio::Log::GetInstance().SetLogger(std::make_unique<ConsoleLogger>(console));
   tarsio::Log::GetInstance().SetLevel(options.quiet ? tarsio::LOG_LEVEL_WARN
                                                     : tarsio::LOG_LEVEL_INFO);
-  return DigestAll(options, console);
+  try {
+    return DigestAll(options, console);
+  } catch (const std::bad_alloc&) {
+    TARSIO_LOG(tarsio::LOG_LEVEL_FATAL, "out of memory");
+  } catch (const std::exception& error) {
+    TARSIO_LOG(tarsio::LOG_LEVEL_FATAL, "%s", error.what());
+  }
+  return 1;
 }
