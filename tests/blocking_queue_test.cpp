@@ -706,6 +706,26 @@ TEST(BlockingQueue, PushThatSucceedsAndPopReportNothing) {
   EXPECT_THAT(records->All(), IsEmpty());
 }
 
+// Once a static object is destroyed whose construction came before the queue's first report.
+void ReportWhileTheProcessEnds() {
+  static const auto records = LogRecords::Install(tarsio::LOG_LEVEL_WARN);
+  static const struct Last {
+    ~Last() {
+      BlockingQueue<Task>(0).Push([] {}, -1);
+      const auto all = records->All();
+      const bool same = all.size() == 2 && all[0].function == all[1].function;
+      std::_Exit(same ? 7 : 1);
+    }
+  } last;
+  BlockingQueue<Task>(0).Push([] {}, -1);
+  std::exit(0);
+}
+
+TEST(BlockingQueueDeathTest, MayReportWhileTheProcessEnds) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(ReportWhileTheProcessEnds(), testing::ExitedWithCode(7), "");
+}
+
 // In a process of its own: nothing else may have set the threshold.
 TEST(BlockingQueueDeathTest, TheDefaultThresholdDropsTheReport) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");

@@ -8,7 +8,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -79,9 +78,8 @@ ObjectKind Ask(const std::wstring& text) {
   return current->exists ? ObjectKind::kOther : ObjectKind::kNone;
 }
 
-std::optional<uint64_t> AskSize(const std::wstring& text) {
-  if (Ask(text) == ObjectKind::kNone) return {};
-  return current->content.size();
+uint64_t AskSize(const std::wstring& text) {
+  return Ask(text) == ObjectKind::kOther ? current->content.size() : 0;
 }
 
 bool Opens(const std::wstring& text) {
@@ -108,10 +106,9 @@ std::wstring CurrentDirectory(size_t /*capacity*/) { return L"C:\\"; }
 ObjectKind KindOf(const std::wstring& path) { return Ask(path); }
 Object KindAndSizeOf(const std::wstring& path) {
   const ObjectKind kind = Ask(path);
-  return {kind, AskSize(path).value_or(0)};
+  return {kind, kind == ObjectKind::kOther ? AskSize(path) : 0};
 }
-std::optional<uint64_t> SizeFromStat(const std::wstring& path) { return AskSize(path); }
-std::optional<uint64_t> SizeFromAttributes(const std::wstring& path) { return AskSize(path); }
+uint64_t SizeOf(const std::wstring& path) { return AskSize(path); }
 
 bool CreateOneDirectory(const std::wstring& /*path*/) { return false; }
 bool CreateDirectoryChain(const std::wstring& /*path*/) { return false; }

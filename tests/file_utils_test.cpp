@@ -25,6 +25,7 @@
 #include "support/file_reading.h"
 #include "support/recording_logger.h"
 #include "support/scoped_directory.h"
+#include "support/wine.h"
 
 namespace {
 
@@ -244,7 +245,8 @@ TEST_F(GetFileContent, TakesThePathInEveryForm) {
   std::replace(backslashes.begin(), backslashes.end(), '/', '\\');
   for (const std::string& path :
        {std::string("d/f"), std::string("d\\f"), std::string(".\\d/f"), std::string("d\\\\//f"),
-        std::string("d/f/"), std::string("d\\e\\..\\f"), std::string("/d/f"), std::string("\\d\\f"),
+        std::string("d/f/"), std::string("d\\e\\..\\f"), std::string("missing/../d/f"),
+        std::string("d\\f\\..\\f"), std::string("/d/f"), std::string("\\d\\f"),
         directory.Text("d/f"), backslashes, "\\\\?\\" + backslashes, "\\\\?\\" + std::string("d/f"),
         std::string("d/f\0ignored", 11)}) {
     SCOPED_TRACE(path);
@@ -443,8 +445,9 @@ TEST_F(WriteFile, TakesThePathInEveryOtherForm) {
   for (const std::string& path :
        {std::string(".\\out.txt"), std::string("./out.txt"), std::string("/./out.txt"),
         std::string("d\\..\\out.txt"), std::string("d/e/..\\../out.txt"),
-        std::string("d//..\\\\out.txt"), std::string("./out.txt/"), directory.Text("out.txt"),
-        backslashes, "\\\\?\\" + backslashes, std::string("./out.txt\0ignored", 17)}) {
+        std::string("d//..\\\\out.txt"), std::string("missing/../out.txt"),
+        std::string("./out.txt/"), directory.Text("out.txt"), backslashes, "\\\\?\\" + backslashes,
+        std::string("./out.txt\0ignored", 17)}) {
     SCOPED_TRACE(path);
     EXPECT_EQ(FileUtils::WriteFile(path, path, kBinary), FILE_OPT_SUCCESS);
     EXPECT_EQ(directory.Read("out.txt"), path);
@@ -482,6 +485,18 @@ TEST_F(WriteFile, FileThatCannotBeOpenedIsReported) {
   EXPECT_EQ(ofDirectory, FILE_OPT_IS_DIRECTORY);
   EXPECT_EQ(ofBareName, FILE_OPT_NO_PARENT_DIR);
   EXPECT_EQ(directory.Read("f"), "content");
+}
+
+TEST_F(WriteFile, DeviceHasNoEnd) {
+  int devices = 0;
+  for (const char* const text : {"./NUL", "C:/dev/null"}) {  // each exists on one system
+    if (!FileUtils::CheckDirOrFileExists(text)) continue;
+    ++devices;
+    EXPECT_EQ(FileUtils::WriteFile("x", text, kInput), FILE_OPT_SUCCESS);
+    EXPECT_EQ(FileUtils::WriteFile("x", text, kInput | kAtEnd), FILE_OPT_WRITE_OPEN_FAILED);
+    EXPECT_EQ(FileUtils::WriteFile("x", text, kAppend | kAtEnd), FILE_OPT_WRITE_OPEN_FAILED);
+  }
+  EXPECT_EQ(devices, 1);
 }
 
 TEST_F(WriteFile, ErrorsWhileWritingAreNotDetected) {
@@ -533,6 +548,24 @@ TEST_F(FileUtilsTest, CreatingAndRemovingHandTheNameToTheRuntimesNarrowCalls) {
   EXPECT_TRUE(FileUtils::RemoveFile("d\xC3\xA9/f\xC3\xA9"));
   EXPECT_TRUE(FileUtils::RemoveDir("d\xC3\xA9"));
   EXPECT_THAT(Tree(), ElementsAre());
+}
+
+// Bytes that are no UTF-8 too, whatever ".." does around them.
+TEST_F(FileUtilsTest, BytesOfANarrowNameStayAsTheyAre) {
+  EXPECT_TRUE(FileUtils::MakeDir("d\xFF/"));
+  EXPECT_FALSE(FileUtils::CheckDirOrFileExists("d\xEF\xBF\xBD"));
+  EXPECT_TRUE(FileUtils::RemoveDir("\xE9\\../.\\d\xFF"));
+  EXPECT_THAT(Tree(), ElementsAre());
+}
+
+TEST_F(MakeDir, CreatesNothingForAColonInAName) {
+  if (tarsio_test::RunsUnderWine()) GTEST_SKIP() << "Wine takes the colon for a part of the name";
+  for (const char* text : {"ab:/x/", "\xC3\xA9:/x/"}) {
+    SCOPED_TRACE(text);
+    EXPECT_FALSE(FileUtils::MakeDir(text));
+  }
+  EXPECT_FALSE(FileUtils::MakeDir("a/b:/"));
+  EXPECT_THAT(Tree(), ElementsAre("a"));
 }
 
 TEST_F(FileUtilsTest, RuntimesNarrowCallsReadANameUpToItsNul) {
@@ -607,6 +640,7 @@ TEST_F(MakeDir, CreatesThePrefixesThatEndInASeparator) {
       {"\\\\?\\x\\", false, {}},
       // Nor can a drive that there cannot be.
       {"1:/x/", false, {}},
+      {"Q:x/", false, {}},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.text);
@@ -637,6 +671,8 @@ TEST_F(MakeDir, PassesOverAFileInPlaceOfADirectory) {
   EXPECT_FALSE(FileUtils::MakeDir("f/x/"));  // but nothing can be created below it
   EXPECT_EQ(directory.Read("f"), "content");
   EXPECT_THAT(Tree(), ElementsAre("f"));
+  EXPECT_TRUE(FileUtils::MakeDir("f/../b/"));  // ".." goes back over it by text
+  EXPECT_THAT(Tree(), ElementsAre("b", "f"));
 }
 
 TEST_F(MakeDir, DirectoriesCreatedBeforeAFailureStay) {
@@ -659,6 +695,12 @@ TEST_F(RemoveDir, RemovesAnEmptyDirectoryOnly) {
   EXPECT_TRUE(FileUtils::RemoveDir(directory.Text("a")));
   EXPECT_FALSE(FileUtils::RemoveDir("a"));
   EXPECT_THAT(Tree(), ElementsAre("c", "c/f", "f"));
+  for (const char* text : {"e/.", "missing/../e", "f\\..\\e\\"}) {
+    SCOPED_TRACE(text);
+    CreateDirectories("e");
+    EXPECT_TRUE(FileUtils::RemoveDir(text));
+    EXPECT_FALSE(IsDirectory("e"));
+  }
 }
 
 TEST_F(RemoveFile, RemovesAFileAndRefusesADirectoryEvenAnEmptyOne) {
@@ -678,6 +720,31 @@ TEST_F(RemoveFile, RemovesAFileAndRefusesADirectoryEvenAnEmptyOne) {
   directory.Write("f", "content");
   EXPECT_TRUE(FileUtils::RemoveFile(directory.Text("f")));
   EXPECT_THAT(Tree(), ElementsAre("d", "empty"));
+  std::string backslashes = directory.Text("f");
+  std::replace(backslashes.begin(), backslashes.end(), '/', '\\');
+  for (const std::string& text :
+       {std::string("f/."), std::string("missing/../f"), std::string("missing\\.\\x\\..\\..\\f"),
+        directory.Text("missing/../f"), "\\\\?\\" + backslashes}) {
+    SCOPED_TRACE(text);
+    directory.Write("f", "content");
+    EXPECT_TRUE(FileUtils::RemoveFile(text));
+    EXPECT_THAT(Tree(), ElementsAre("d", "empty"));
+  }
+}
+
+// After the prefix the name is literal and begins with a drive; and a separator says "directory".
+TEST_F(RemoveFile, FindsNothingByANameThatIsNone) {
+  CreateDirectories("d");
+  directory.Write("f", "content");
+  std::string root = "\\\\?\\" + directory.Text();
+  std::replace(root.begin(), root.end(), '/', '\\');
+  for (const std::string& text :
+       {root + "\\.\\f", root + "\\d\\..\\f", root + "/f", "\\\\?\\" + directory.Text("f"),
+        std::string("\\\\?\\f"), std::string("\\\\?\\"), std::string("f/"), std::string("f/./")}) {
+    SCOPED_TRACE(text);
+    EXPECT_FALSE(FileUtils::RemoveFile(text));
+  }
+  EXPECT_EQ(directory.Read("f"), "content");
 }
 
 TEST_F(CheckDirOrFileExists, KnowsFilesAndDirectories) {
@@ -691,6 +758,8 @@ TEST_F(CheckDirOrFileExists, KnowsFilesAndDirectories) {
       {"d/", true},
       {"d/e", true},
       {"d\\f", true},
+      {"missing/../d/f", true},
+      {"d/f/..", true},
       {"/d/f", true},  // relative: one separator in front makes nothing absolute
       {".", true},
       {"..", true},
@@ -705,6 +774,7 @@ TEST_F(CheckDirOrFileExists, KnowsFilesAndDirectories) {
       {"d/f/x", false},
       {directory.Text("missing"), false},
       {"1:", false},
+      {"\xC3\xA9:", false},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.text);

@@ -1,11 +1,14 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <fstream>
 #include <functional>
 #include <memory>
 #include <thread>
 
+#include "support/environment.h"
 #include "support/gate.h"
+#include "support/scoped_directory.h"
 #include "support/shared_library.h"
 #include "support/thread_end.h"
 
@@ -13,13 +16,22 @@ namespace {
 
 using tarsio_test::Gate;
 using tarsio_test::IsLibraryLoaded;
+using tarsio_test::ScopedDirectory;
+using tarsio_test::ScopedVariable;
 using tarsio_test::SharedLibrary;
+
+// Each case needs a process in which the library has never been.
+class LibraryUnload : public testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_FALSE(IsLibraryLoaded(TARSIO_TEST_LIBRARY)) << "this program must not need it";
+  }
+};
 
 // The worker sleeps in the library's code when the module that brought the library goes, and works
 // on in it afterwards.
-TEST(LibraryUnload, ALibraryWithALivingWorkerStaysLoaded) {
+TEST_F(LibraryUnload, ALibraryWithALivingWorkerStaysLoaded) {
   using Submit = std::shared_ptr<void>*(std::function<void()>*);
-  ASSERT_FALSE(IsLibraryLoaded(TARSIO_TEST_LIBRARY)) << "this program must not need it";
   static std::shared_ptr<void>* pool = nullptr;
   const auto ran = std::make_shared<Gate>();
   const auto ended = std::make_shared<Gate>();
@@ -39,6 +51,20 @@ TEST(LibraryUnload, ALibraryWithALivingWorkerStaysLoaded) {
   EXPECT_EQ(pool->use_count(), 2) << "the worker is idle now";
   ASSERT_TRUE(ended->WaitFor());
   EXPECT_EQ(pool->use_count(), 1);
+}
+
+TEST_F(LibraryUnload, FacetInTheGlobalLocaleStays) {
+  const ScopedDirectory directory;
+  const ScopedVariable user("LC_ALL", "C");
+  SharedLibrary plugin(TARSIO_TEST_PLUGIN);
+  ASSERT_TRUE(plugin.IsLoaded());
+  auto* const makeUserLocaleGlobal = plugin.Function<void()>("MakeUserLocaleGlobal");
+  ASSERT_NE(makeUserLocaleGlobal, nullptr);
+  makeUserLocaleGlobal();
+  plugin.Unload();
+  EXPECT_TRUE(IsLibraryLoaded(TARSIO_TEST_LIBRARY));
+  std::wofstream(directory.Native("file")) << L"abc";
+  EXPECT_EQ(directory.Read("file"), "abc");
 }
 
 }  // namespace

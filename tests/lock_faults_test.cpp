@@ -8,12 +8,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstddef>
 #include <functional>
 #include <memory>
 #include <optional>
-#include <set>
 #include <system_error>
 #include <thread>
 #include <vector>
@@ -154,15 +154,48 @@ TEST(Notifications, AreSentUnderTheLockAndToAllButWhereOneIsPromised) {
     }
     const NotificationWatch watch;
     row.call();
-    std::set<const void*> conditions;
+    std::vector<const void*> conditions;
     for (const auto& notification : NotificationWatch::All()) {
       EXPECT_EQ(notification.ofAll, row.ofAll);
       EXPECT_TRUE(notification.locked);
-      conditions.insert(notification.condition);
+      conditions.push_back(notification.condition);
     }
-    EXPECT_EQ(NotificationWatch::All().size(), row.notifications);
-    EXPECT_EQ(conditions.size(), row.notifications) << "each of another condition";
+    EXPECT_EQ(conditions.size(), row.notifications);
+    // Each is another field: for Close(), those that wait for room first.
+    const auto end = conditions.end();
+    EXPECT_EQ(std::adjacent_find(conditions.begin(), end, std::greater_equal<>()), end);
   }
+}
+
+TEST(Notifications, ComeBeforeCloseDestroysElements) {
+  struct Element {
+    Element() = default;
+    Element(const Element&) = default;
+    Element& operator=(const Element&) = default;
+    ~Element() {
+      if (notified != nullptr) notified->push_back(NotificationWatch::All().size());
+    }
+    std::vector<size_t>* notified = nullptr;  // at each destruction, the number so far
+  };
+  const auto queue = std::make_shared<BlockingQueue<Element>>(2);
+  std::vector<size_t> notified;
+  notified.reserve(10);
+  {
+    Element element;
+    element.notified = &notified;
+    ASSERT_TRUE(queue->Push(element, -1));
+    ASSERT_TRUE(queue->Push(element, -1));
+  }
+  notified.clear();
+  const auto waits = std::make_shared<Gate>();
+  BackgroundCall push([=] {
+    tarsio_test::BeforeNextWait([waits] { waits->Open(); });
+    queue->Push(Element(), 0);
+  });
+  ASSERT_TRUE(waits->WaitFor());
+  const NotificationWatch watch;
+  queue->Close();
+  EXPECT_EQ(notified, (std::vector<size_t>{1, 1}));
 }
 
 // Neither before anybody has waited nor once those who did have been woken.
@@ -302,6 +335,21 @@ TEST(LockFaults, PoolReleasesWhatItHasLocked) {
   EXPECT_TRUE(pool->SubmitTask([] {})) << "nothing has closed it";
 }
 
+// Whichever of its locks fails, the tasks are destroyed all the same.
+TEST(LockFaults, PoolIsDestroyed) {
+  for (size_t lock = 0; lock < 2; ++lock) {
+    SCOPED_TRACE(lock);
+    auto pool = MakePool(0);
+    const auto owned = std::make_shared<int>(0);
+    pool->SubmitTask([owned] {});
+    {
+      const LockFault fault(lock);
+      pool.reset();
+    }
+    EXPECT_EQ(owned.use_count(), 1);
+  }
+}
+
 TEST(LockFaults, TaskStaysQueuedIfItsWorkerCannotBeStarted) {
   const auto ran = std::make_shared<Events>();
   std::function<void()> task = [ran] { ran->Add(); };
@@ -310,18 +358,19 @@ TEST(LockFaults, TaskStaysQueuedIfItsWorkerCannotBeStarted) {
   ASSERT_TRUE(ran->Await(1));
 
   const auto pool = MakePool(1);
-  EXPECT_TRUE(FailsAtLock(0, [&] { pool->SubmitTask(task); }));
+  EXPECT_TRUE(FailsAtLock(0, [&] { pool->SubmitTask(task); })) << "is the queue full?";
+  EXPECT_TRUE(FailsAtLock(1, [&] { pool->SubmitTask(task); })) << "the queue";
   EXPECT_EQ(pool->GetPendingTaskNumber(), 0U);
-  EXPECT_TRUE(FailsAtLock(1, [&] { pool->SubmitTask(task); })) << "the list of workers";
+  EXPECT_TRUE(FailsAtLock(2, [&] { pool->SubmitTask(task); })) << "the list of workers";
   EXPECT_EQ(pool->GetPendingTaskNumber(), 1U);
-  EXPECT_TRUE(FailsAtLock(2, [&] { pool->SubmitTask(task); })) << "the worker";
+  EXPECT_TRUE(FailsAtLock(3, [&] { pool->SubmitTask(task); })) << "the worker";
   EXPECT_EQ(pool->GetPendingTaskNumber(), 2U);
   EXPECT_EQ(pool->GetRunningThreadNumber(), 0U);
   EXPECT_TRUE(pool->SubmitTask(task));
   EXPECT_TRUE(ran->Await(4));
 }
 
-TEST(LockFaults, TimerIsMarkedAndNothingElse) {
+TEST(LockFaults, TimerIsAsItWasButForTheMarkThatStopClears) {
   constexpr unsigned long long kLong = 3600000;
   const auto warm = std::make_shared<TsTimer>(kLong, false);
   warm->Start();  // what is made once in a process is made now
@@ -332,15 +381,13 @@ TEST(LockFaults, TimerIsMarkedAndNothingElse) {
 
   EXPECT_TRUE(FailsAtLock(0, [&] { timer->Start(); })) << "the manager";
   EXPECT_EQ(timer.use_count(), 1);
-  timer->Start();  // marked, so that nothing is tried
-  EXPECT_EQ(timer.use_count(), 1);
-  EXPECT_TRUE(FailsAtLock(0, [&] { timer->Stop(); }));
-  timer->Stop();  // not marked any more
+  EXPECT_TRUE(FailsAtLock(0, [&] { timer->Start(); })) << "not marked, so that it is tried again";
   EXPECT_EQ(timer->GetExpire(), 77U);
 
   timer->Start();
   EXPECT_EQ(timer.use_count(), 2);
   EXPECT_TRUE(FailsAtLock(0, [&] { timer->Stop(); }));
+  timer->Stop();  // not marked any more
   EXPECT_EQ(timer.use_count(), 2) << "still queued";
   timer->SetState(true);
   timer->Stop();

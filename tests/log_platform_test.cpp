@@ -11,7 +11,6 @@
 #include <cstdlib>
 #include <ctime>
 #include <memory>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -54,14 +53,16 @@ bool LocalTime(int64_t seconds, std::tm* local) {
   return current->converts;
 }
 
+bool ProcessIsEnding() { return false; }
+int ForkCount() { return 0; }
+
 // A line has no use for the rest.
 std::wstring Widen(const std::string& /*utf8*/) { std::abort(); }
 std::string Narrow(const std::wstring& /*utf16*/) { std::abort(); }
 std::wstring FullPath(const std::wstring& /*path*/, size_t /*capacity*/) { std::abort(); }
 std::wstring CurrentDirectory(size_t /*capacity*/) { std::abort(); }
 ObjectKind KindOf(const std::wstring& /*path*/) { std::abort(); }
-std::optional<uint64_t> SizeFromStat(const std::wstring& /*path*/) { std::abort(); }
-std::optional<uint64_t> SizeFromAttributes(const std::wstring& /*path*/) { std::abort(); }
+uint64_t SizeOf(const std::wstring& /*path*/) { std::abort(); }
 bool CreateOneDirectory(const std::wstring& /*path*/) { std::abort(); }
 bool CreateDirectoryChain(const std::wstring& /*path*/) { std::abort(); }
 

@@ -8,11 +8,16 @@
 #include <atomic>
 #include <chrono>
 #include <climits>
+#include <cmath>
 #include <cstdarg>
+#include <cstddef>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
+#include <cwchar>
 #include <functional>
+#include <iomanip>
 #include <iostream>
 #include <locale>
 #include <memory>
@@ -414,6 +419,31 @@ TEST_F(LogTest, CopiedSinkFormatsLikeTheOther) {
   EXPECT_EQ(copy.Line("%d", 1), original.Line("%d", 1));
 }
 
+// Its replacement has to output the line, since it does not exist any more.
+TEST_F(LogTest, SinkMayReplaceItselfWhileFormatting) {
+  class Replacing : public Logger {
+   public:
+    explicit Replacing(std::unique_ptr<Logger> other) : next(std::move(other)) {}
+    void VFormat(LOG_LEVEL /*level*/, std::string& out, const char* /*file*/, int /*line*/,
+                 const char* /*function*/, const char* /*format*/, va_list /*args*/) override {
+      out = "of the first";
+      const std::unique_ptr<Logger> self = std::move(OwnerOf(Log::GetInstance()));
+      Log::GetInstance().SetLogger(std::move(next));
+    }
+    void DoOutput(const char* /*line*/) override { ADD_FAILURE() << "the sink was replaced"; }
+
+   private:
+    std::unique_ptr<Logger> next;
+  };
+  auto history = std::make_shared<SinkHistory>();
+  Log::GetInstance().SetLogger(std::make_unique<Replacing>(std::make_unique<NotingSink>(history)));
+  Log::GetInstance().DoLog(LOG_LEVEL_ERROR, "a.cpp", 1, "f", "x");
+  EXPECT_THAT(history->calls, ElementsAre("DoOutput(of the first)"));
+
+  Log::GetInstance().SetLogger(std::make_unique<Replacing>(nullptr));
+  Log::GetInstance().DoLog(LOG_LEVEL_ERROR, "a.cpp", 1, "f", "dropped");
+}
+
 class ThrowingSink : public Logger {
  public:
   explicit ThrowingSink(bool whenFormatting) : inFormat(whenFormatting) {}
@@ -686,6 +716,25 @@ TEST_F(LoggerTest, WritesLineAndNewlineInOneInsertionAndFlushes) {
   EXPECT_THAT(events, ElementsAre("a line\n", "<flush>", "\n", "<flush>", "100%s\n", "<flush>"));
 }
 
+TEST_F(LoggerTest, NullLineIsAnEmptyOne) {
+  const CoutRecorder out;
+  Logger().DoOutput(nullptr);
+  EXPECT_THAT(out.Events(), ElementsAre("\n", "<flush>"));
+}
+
+TEST_F(LoggerTest, WidthPadsTheLineAlone) {
+  const auto output = [](std::ios_base& (*adjust)(std::ios_base&)) {
+    const CoutRecorder out;
+    std::cout << adjust << std::setfill('*') << std::setw(6);
+    Logger().DoOutput("line");
+    Logger().DoOutput("next");
+    std::cout << std::right << std::setfill(' ');
+    return out.Events();
+  };
+  EXPECT_THAT(output(std::left), ElementsAre("line**\n", "<flush>", "next\n", "<flush>"));
+  EXPECT_THAT(output(std::right), ElementsAre("**line\n", "<flush>", "next\n", "<flush>"));
+}
+
 TEST_F(LoggerTest, WritesToTheProcessesStandardOutput) {
   testing::internal::CaptureStdout();
   Log::GetInstance().DoLog(LOG_LEVEL_ERROR, "/src/a.cpp", 3, "f", "%s", "hello");
@@ -846,15 +895,143 @@ TEST_F(LogLine, LongFileNameDoesNotCountAsMessage) {
              ("/src/" + name).c_str(), 1, "%s", message.c_str());
 }
 
-TEST_F(LogLine, MessageThatCannotBeFormattedIsLeftOutWhole) {
-  // A lone surrogate is no character; some runtimes report that, others print nothing for it.
-  const wchar_t broken[] = {static_cast<wchar_t>(0xDFFF), L'\0'};
-  std::array<char, 100> printed{};
-  const int result = std::snprintf(printed.data(), printed.size(), "before %ls after", broken);
-  const std::string message = result < 0 ? "" : printed.data();
-  ExpectLine("[<TIME>][ERROR][a.cpp:1] " + message, LOG_LEVEL_ERROR, "a.cpp", 1, "before %ls after",
-             static_cast<const wchar_t*>(broken));
+// Through every way to build a line: the message of `format` and `args`.
+template <typename... Args>
+void ExpectMessage(const std::string& message, const char* format, Args... args) {
+  SCOPED_TRACE(format);
+  ExpectLine("[<TIME>][ERROR][a.cpp:1] " + message, LOG_LEVEL_ERROR, "a.cpp", 1, format, args...);
 }
+
+TEST_F(LogLine, UnformattableIsLeftOut) {
+  // In the classic locale, the multibyte encoding cannot represent this character.
+  const wchar_t broken[] = {static_cast<wchar_t>(0x4E2D), L'\0'};
+  const wchar_t* const text = broken;
+  ExpectMessage("", "before %ls after", text);
+  ExpectMessage("", "before %10.3S after", text);
+  ExpectMessage("", "before %lc after", static_cast<std::wint_t>(0x4E2D));
+  ExpectMessage("before  after", "before %.0ls after", text);  // nothing to encode
+  for (const char* const format : {"100%", "%", "%d%", "100% ", "%-5", "%.", "%ll", "%*"}) {
+    ExpectMessage("", format, 7);
+  }
+}
+
+TEST_F(LogLine, StoreAndNumberedArgumentsAreRefused) {
+  int stored = -1;
+  ExpectMessage("", "before%n", &stored);
+  ExpectMessage("", "%10n", &stored);
+  EXPECT_EQ(stored, -1);
+  ExpectMessage("", "%1$d", 1);
+  ExpectMessage("", "%2$s", 1, "two");
+  ExpectMessage("", "%1$*2$d", 1, 2);
+}
+
+TEST_F(LogLine, HugeFieldsAreLeftOut) {
+  constexpr int kHuge = 3000000;
+  for (const char* const format :
+       {"%3000000d", "%-3000000d|", "%.3000000d", "%2147483647x", "%99999999999999999999d",
+        "%.99999999999999999999o", "%2048c", "a%2047c", "%02048d"}) {
+    ExpectMessage("", format, 1);
+  }
+  ExpectMessage("", "%2147483647s%2147483647sabcd", "a", "b");
+  ExpectMessage("", "%.3000000f", 1.0);
+  ExpectMessage("", "%#.3000000g", 1.0);
+  ExpectMessage("", "%.*Le", INT_MAX, 1.0L);
+  for (const int width : {kHuge, -kHuge, 2048, -2048, INT_MAX, INT_MIN}) {
+    ExpectMessage("", "%*d", width, 1);
+    ExpectMessage("", "%*x", width, 1U);
+    ExpectMessage("", "%*p", width, static_cast<void*>(nullptr));
+    ExpectMessage("", "%*ls", width, L"wide");
+    ExpectMessage("", "%*lc", width, static_cast<std::wint_t>('w'));
+  }
+  ExpectMessage("", "%.*d", kHuge, 1);
+  ExpectMessage("", "%*.*f", 1, kHuge, 1.0);
+}
+
+TEST_F(LogLine, HugePrecisionOfAShortResultIsKept) {
+  ExpectMessage("short", "%.3000000s", "short");
+  ExpectMessage("short", "%.*s", INT_MAX, "short");
+  ExpectMessage("wide", "%.2147483647ls", L"wide");
+  ExpectMessage("1.5 inf -INF", "%.3000000g %.3000000f %.*F", 1.5, HUGE_VAL, INT_MAX, -HUGE_VAL);
+  ExpectMessage("0.1000000000000000055511151231257827021181583404541015625", "%.*g", INT_MAX, 0.1);
+}
+
+TEST_F(LogLine, WidthsUpToTheLimit) {
+  for (const int width : {2046, 2047}) {
+    const std::string spaces(static_cast<size_t>(width) - 1, ' ');
+    ExpectMessage(spaces + '1', "%*d", width, 1);
+    ExpectMessage('1' + spaces, "%*d", -width, 1);
+    ExpectMessage(spaces + 'w', "%*ls", width, L"w");
+    ExpectMessage('w' + spaces, "%-*lc", width, static_cast<std::wint_t>('w'));
+    ExpectMessage(std::string(static_cast<size_t>(width), '0'), "%.*d", width, 0);
+  }
+}
+
+// Each conversion once with its numbers in the format and once in the arguments, which is formatted
+// in another way, against the C library's own result for the first.
+template <typename Value>
+void ExpectSameWithStars(const std::string& length, const std::string& types, Value value) {
+  for (const char type : types) {
+    for (const char* const flags : {"", "-", "+", " ", "#", "0", "-+", "0#", "+ 0", "'"}) {
+      for (const int width : {0, 1, 12, 300}) {
+        for (const int precision : {-1, 0, 1, 5, 250}) {
+          const std::string end = length + type;
+          const std::string given = "a%" + std::string(flags) +
+                                    (width > 0 ? std::to_string(width) : "") +
+                                    (precision >= 0 ? '.' + std::to_string(precision) : "") + end;
+          std::array<char, 2048> expected{};
+          ASSERT_GE(std::snprintf(expected.data(), expected.size(), given.c_str(), value), 0);
+          ASSERT_NO_FATAL_FAILURE(ExpectMessage(expected.data(), given.c_str(), value));
+          const std::string stars = "a%" + std::string(flags) + "*.*" + end;
+          ExpectMessage(expected.data(), stars.c_str(), width, precision, value);
+        }
+      }
+    }
+  }
+}
+
+TEST_F(LogLine, StarsEqualTheNumbers) {
+  ExpectSameWithStars("", "dioxXuc", -77);
+  ExpectSameWithStars("hh", "dioxXu", 0x12FF);
+  ExpectSameWithStars("h", "diu", 0x1FFFF);
+  ExpectSameWithStars("l", "diux", -77L);
+  ExpectSameWithStars("ll", "diuxo", -7777777777777777LL);
+  ExpectSameWithStars("j", "du", std::intmax_t{-1});
+  ExpectSameWithStars("z", "ux", ~std::size_t{0});
+  ExpectSameWithStars("t", "di", std::ptrdiff_t{-5});
+  ExpectSameWithStars("", "aAeEfFgG", -1234.5678);
+  ExpectSameWithStars("L", "aefg", 1e300L);
+  ExpectSameWithStars("", "s", "some text");
+  ExpectSameWithStars("l", "s", L"some text");
+  // A precision has no meaning for this one.
+  void* const pointer = &callbacks;
+  std::array<char, 100> expected{};
+  std::snprintf(expected.data(), expected.size(), "a%30p", pointer);
+  ExpectMessage(expected.data(), "a%*p", 30, pointer);
+}
+
+TEST_F(LogLine, UnknownConversionsAreRefused) {
+  int stored = -1;
+  // Some of these store to their argument, in one C library or the other.
+  for (const char* const format :
+       {"%In", "%qn", "%Zn", "%-I-n", "%.5.n", "%.-5n", "%5-n", "%hln"}) {
+    ExpectMessage("", format, &stored);
+  }
+  EXPECT_EQ(stored, -1);
+  // The next conversion would take the argument of this one.
+  for (const char* const format : {"%b %ls", "%y %ls", "%L5d %ls", "%Ld %ls", "%lp %ls"}) {
+    ExpectMessage("", format, 5, L"x");
+  }
+}
+
+TEST_F(LogLine, LengthsOfOneRuntimeWorkOnBoth) {
+  ExpectMessage("5 x", "%Iu %ls", std::size_t{5}, L"x");
+  ExpectMessage("5 x", "%Zu %ls", std::size_t{5}, L"x");
+  ExpectMessage("-5 x", "%qd %ls", -5LL, L"x");
+  ExpectMessage("-5 s 1", "%Id %s %*d", std::ptrdiff_t{-5}, "s", 1, 1);
+  ExpectMessage("5000000000 7", "%I64d %I32d", 5000000000LL, 7);
+}
+
+TEST_F(LogLine, PercentSignTakesItsNumbers) { ExpectMessage("%|7%", "%5%|%*d%-%", 1, 7); }
 
 TEST_F(LogLine, MessageIsPrintedAsItIs) {
   ExpectLine("[<TIME>][ERROR][a.cpp:1] no conversions", LOG_LEVEL_ERROR, "a.cpp", 1,
@@ -872,7 +1049,9 @@ TEST_F(LogLine, MessageIsPrintedAsItIs) {
 }
 
 TEST_F(LogLine, MessageEndsAtItsFirstNul) {
-  ExpectLine("[<TIME>][ERROR][a.cpp:1] before", LOG_LEVEL_ERROR, "a.cpp", 1, "before%cbehind", 0);
+  ExpectMessage("before", "before%cafter", 0);
+  ExpectMessage("before", "before%lcafter", static_cast<std::wint_t>(0));
+  ExpectMessage("   before", "%*s%cafter", 9, "before", 0);
 }
 
 TEST_F(LogLine, NullFormatIsAnEmptyMessage) {

@@ -12,6 +12,7 @@
 #include <iostream>
 #include <memory>
 #include <new>
+#include <optional>
 #include <ostream>
 #include <stdexcept>
 #include <streambuf>
@@ -53,6 +54,7 @@ using tarsio::TsString;
 using tarsio::TsStringPair;
 using tarsio_test::AllocationWatch;
 using tarsio_test::Events;
+using tarsio_test::Gate;
 using tarsio_test::kPatience;
 using tarsio_test::LiveAllocations;
 using tarsio_test::ScopedDirectory;
@@ -485,6 +487,27 @@ TEST(MemoryFaults, RefusedPush) {
                          }}});
 }
 
+// Neither closing a queue nor dropping a pool allocates.
+TEST(MemoryFaults, Close) {
+  BlockingQueue<std::string> queue(2U);
+  queue.Push(Long("first"), -1);
+  queue.Push(Long("second"), -1);
+  auto pool = std::make_shared<ThreadPool>(Long("pool"), 0U, 0U, 10U);
+  const auto owned = std::make_shared<int>(0);
+  pool->SubmitTask([owned] {});
+  size_t allocations = 0;
+  {
+    const AllocationWatch watch(0);
+    queue.Close();
+    pool.reset();
+    allocations = watch.Count();
+  }
+  EXPECT_EQ(allocations, 0U);
+  EXPECT_EQ(queue.Size(), 0U);
+  EXPECT_EQ(owned.use_count(), 1);
+  EXPECT_FALSE(queue.Push("third", -1)) << "it is closed";
+}
+
 // ---- threads ----
 
 // The threads of a pool let go of what they hold shortly after they have left it.
@@ -537,6 +560,36 @@ TEST(MemoryFaults, SubmittedTask) {
   EXPECT_EQ(runs->Count(), expected);
 }
 
+// A worker that cannot report its task's exception goes on.
+TEST(MemoryFaults, ReportOfATask) {
+  struct Shared {
+    Gate begin;
+    Gate end;
+    std::optional<AllocationWatch> watch;
+    size_t allocations = 0;
+    std::thread::id thrower;
+    std::thread::id next;
+  };
+  const auto shared = std::make_shared<Shared>();
+  const auto pool = std::make_shared<ThreadPool>("pool", 1U, 0U, 10U);
+  pool->SubmitTask([shared] {
+    shared->begin.Wait();
+    shared->thrower = std::this_thread::get_id();
+    shared->watch.emplace(0);
+    throw std::bad_alloc();
+  });
+  pool->SubmitTask([shared] {
+    shared->allocations = shared->watch->Count();
+    shared->watch.reset();
+    shared->next = std::this_thread::get_id();
+    shared->end.Open();
+  });
+  shared->begin.Open();
+  ASSERT_TRUE(shared->end.WaitFor());
+  EXPECT_GT(shared->allocations, 0U) << "the report allocates";
+  EXPECT_EQ(shared->next, shared->thrower);
+}
+
 TEST(MemoryFaults, FailedSubmissionsLeakNothing) {
   const auto submitWith = [](size_t allowed, size_t refused) {
     const auto pool = std::make_shared<ThreadPool>(Long("pool"), 2U, 0U, 10U);
@@ -570,8 +623,8 @@ TEST(MemoryFaults, TimersConstruction) {
   });
 }
 
-// Begins with a process that has no timer thread. A timer whose start has failed can be stopped,
-// and started again.
+// Begins with a process that has no timer thread. A timer whose start has failed before it was
+// queued is not started, and can be started again. One that was queued stays so.
 TEST(MemoryFaults, StartedTimer) {
   for (const size_t refused : {SIZE_MAX, size_t{1}}) {
     for (size_t allowed = 0;; ++allowed) {
@@ -586,7 +639,7 @@ TEST(MemoryFaults, StartedTimer) {
         break;
       }
       ASSERT_EQ(outcome, Outcome::kFailed);
-      timer->Stop();
+      if (timer.use_count() > 1) timer->Stop();
       timer->Start();
       EXPECT_TRUE(fired->Await(1));
       timer->Stop();

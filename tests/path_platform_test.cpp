@@ -6,7 +6,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -76,8 +75,7 @@ class Platform {
   MOCK_METHOD(std::wstring, FullPath, (const std::wstring& path, size_t capacity));
   MOCK_METHOD(std::wstring, CurrentDirectory, (size_t capacity));
   MOCK_METHOD(ObjectKind, KindOf, (const std::wstring& path));
-  MOCK_METHOD(std::optional<uint64_t>, SizeFromStat, (const std::wstring& path));
-  MOCK_METHOD(std::optional<uint64_t>, SizeFromAttributes, (const std::wstring& path));
+  MOCK_METHOD(uint64_t, SizeOf, (const std::wstring& path));
   MOCK_METHOD(bool, CreateOneDirectory, (const std::wstring& path));
   MOCK_METHOD(bool, CreateDirectoryChain, (const std::wstring& path));
 
@@ -112,12 +110,7 @@ std::wstring FullPath(const std::wstring& path, size_t capacity) {
 }
 std::wstring CurrentDirectory(size_t capacity) { return current->CurrentDirectory(capacity); }
 ObjectKind KindOf(const std::wstring& path) { return current->KindOf(path); }
-std::optional<uint64_t> SizeFromStat(const std::wstring& path) {
-  return current->SizeFromStat(path);
-}
-std::optional<uint64_t> SizeFromAttributes(const std::wstring& path) {
-  return current->SizeFromAttributes(path);
-}
+uint64_t SizeOf(const std::wstring& path) { return current->SizeOf(path); }
 bool CreateOneDirectory(const std::wstring& path) { return current->CreateOneDirectory(path); }
 bool CreateDirectoryChain(const std::wstring& path) { return current->CreateDirectoryChain(path); }
 
@@ -196,7 +189,7 @@ TEST_F(PathPlatform, QueriesHandOverThePrintedWindowsForm) {
   for (const Row& row : Rows()) {
     SCOPED_TRACE(row.text);
     EXPECT_CALL(platform, KindOf(Wide(row.text))).Times(3).WillRepeatedly(Return(ObjectKind{}));
-    EXPECT_CALL(platform, SizeFromStat(Wide(row.text))).WillOnce(Return(0U));
+    EXPECT_CALL(platform, SizeOf(Wide(row.text))).WillOnce(Return(0U));
     platform.widened.clear();
     row.path.Exists();
     row.path.IsFile();
@@ -230,29 +223,11 @@ TEST_F(PathPlatform, AnswersFollowTheKindOfTheObject) {
 
 // ---- size ----
 
-TEST_F(PathPlatform, SizeComesFromStatAlone) {
+TEST_F(PathPlatform, SizeIsThatOfThePlatform) {
   for (const uint64_t size : {0ull, 1ull, 0xFFFFFFFFull, 0x100000001ull, 0x7FFFFFFFFFFFFFFFull}) {
-    EXPECT_CALL(platform, SizeFromStat(std::wstring(LR"(C:\f)"))).WillOnce(Return(size));
+    EXPECT_CALL(platform, SizeOf(std::wstring(LR"(C:\f)"))).WillOnce(Return(size));
     EXPECT_EQ(Path(R"(C:\f)").FileSize(), size);
   }
-}
-
-// One runtime's stat refuses every text with a "?".
-TEST_F(PathPlatform, SizeComesFromTheAttributesWhenStatFails) {
-  for (const std::string& text : {std::string(R"(C:\f)"), R"(\\?\C:\)" + kName300}) {
-    for (const uint64_t size : {0ull, 1ull, 0x100000001ull}) {
-      const InSequence order;
-      EXPECT_CALL(platform, SizeFromStat(Wide(text))).WillOnce(Return(std::nullopt));
-      EXPECT_CALL(platform, SizeFromAttributes(Wide(text))).WillOnce(Return(size));
-      EXPECT_EQ(Path(text).FileSize(), size);
-    }
-  }
-}
-
-TEST_F(PathPlatform, SizeIsZeroWhenNeitherWayTellsIt) {
-  EXPECT_CALL(platform, SizeFromStat(_)).WillOnce(Return(std::nullopt));
-  EXPECT_CALL(platform, SizeFromAttributes(_)).WillOnce(Return(std::nullopt));
-  EXPECT_EQ(Path("f").FileSize(), 0u);
 }
 
 // ---- full path and current directory ----

@@ -8,7 +8,6 @@
 #include <cstdint>
 #include <cstdlib>
 #include <map>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -58,8 +57,7 @@ std::string Narrow(const std::wstring& utf16) {
 
 // A resolver has no use for the rest.
 std::wstring FullPath(const std::wstring& /*path*/, size_t /*capacity*/) { std::abort(); }
-std::optional<uint64_t> SizeFromStat(const std::wstring& /*path*/) { std::abort(); }
-std::optional<uint64_t> SizeFromAttributes(const std::wstring& /*path*/) { std::abort(); }
+uint64_t SizeOf(const std::wstring& /*path*/) { std::abort(); }
 bool CreateOneDirectory(const std::wstring& /*path*/) { std::abort(); }
 bool CreateDirectoryChain(const std::wstring& /*path*/) { std::abort(); }
 

@@ -335,6 +335,12 @@ TEST_F(PathResolverFiles, AbsoluteDirectoriesGiveAbsoluteResults) {
   ExpectSamePath(resolver.Resolve("only-second.txt"), directory.Text("second/only-second.txt"));
 }
 
+TEST_F(PathResolverFiles, DotsGoBackByTextOverWhatDoesNotExist) {
+  const PathResolver resolver = With({"missing/../first", "here.txt/.."});
+  ExpectSamePath(resolver.Resolve("only-first.txt"), R"(missing\..\first\only-first.txt)");
+  ExpectSamePath(resolver.Resolve("missing/../here.txt"), R"(here.txt\..\missing\..\here.txt)");
+}
+
 TEST_F(PathResolverFiles, CurrentDirectoryIsSearchedAtFirst) {
   ExpectSamePath(PathResolver().Resolve("here.txt"), directory.Text("here.txt"));
   ExpectSamePath(PathResolver().Resolve("first/both.txt"), directory.Text("first/both.txt"));

@@ -1,6 +1,6 @@
 // What the library asks of a system, asked directly: where the interface never comes so close to a
 // limit, or the system seldom answers so. The library is compiled into this program, and so are
-// wrappers around the calls that transfer the bytes of files.
+// wrappers around the calls that transfer the bytes of files or report their sizes.
 
 #include "platform/platform.h"
 
@@ -11,13 +11,15 @@
 #include <climits>
 #include <cstddef>
 #include <cstdint>
+#include <ctime>
 #include <filesystem>
 #include <future>
-#include <optional>
 #include <string>
 #include <vector>
 
 #include "support/environment.h"
+#include "support/failing_stat.h"
+#include "support/named_pipe.h"
 #include "support/scoped_directory.h"
 #include "support/transfers.h"
 
@@ -27,6 +29,8 @@ namespace platform = tarsio::platform;
 using platform::File;
 using platform::WriteMode;
 using tarsio_test::ClaimedTransfers;
+using tarsio_test::FailingStat;
+using tarsio_test::NamedPipe;
 using tarsio_test::ScopedDirectory;
 using tarsio_test::ScopedVariable;
 using tarsio_test::SmallTransfers;
@@ -51,11 +55,37 @@ TEST(PlatformPaths, AFullPathFitsWithItsTerminator) {
   EXPECT_EQ(platform::FullPath(L"name", full.size()), L"");
 }
 
+// Not even a drive or a share.
+TEST(PlatformPaths, NothingAfterADevicePrefixIsARoot) {
+  const struct {
+    const wchar_t* path;
+    const wchar_t* full;
+  } rows[] = {{LR"(\\?\C:\..)", LR"(\\?\)"},
+              {LR"(\\?\C:\..\..\x)", LR"(\\?\x)"},
+              {LR"(\\?\C:\a.\.\..\b. )", LR"(\\?\C:\b)"},
+              {LR"(\\?\UNC\srv\share\..\..\x)", LR"(\\?\UNC\x)"},
+              {L"//?/C:/x", LR"(\\?\C:\x)"},
+              {L"//./x/../y", LR"(\\.\y)"},
+              {LR"(\\.)", LR"(\\.\)"},
+              {LR"(\\?)", LR"(\\.\)"}};
+  for (const auto& row : rows) EXPECT_EQ(platform::FullPath(row.path, kLarge), row.full);
+}
+
 TEST(PlatformPaths, TheCurrentDirectoryFitsWithItsTerminator) {
   const std::wstring directory = platform::CurrentDirectory(kLarge);
   ASSERT_FALSE(directory.empty());
   EXPECT_EQ(platform::CurrentDirectory(directory.size() + 1), directory);
   EXPECT_EQ(platform::CurrentDirectory(directory.size()), L"");
+}
+
+// ---- time ----
+
+TEST(PlatformTime, LocalTimeIsToldOrRefused) {
+  constexpr int64_t kSummerOf2100 = 4118083200;
+  std::tm local{};
+  EXPECT_TRUE(platform::LocalTime(kSummerOf2100, &local));
+  EXPECT_EQ(local.tm_year, 200);
+  EXPECT_FALSE(platform::LocalTime(INT64_MAX, &local));
 }
 
 // ---- directories ----
@@ -113,11 +143,40 @@ TEST_F(PlatformObjects, WhatIsMadeIsForWhomTheUserMakesThings) {
   EXPECT_EQ(Permissions("new"), Permissions("a file"));
 }
 
-TEST_F(PlatformObjects, OnlyWhatExistsHasASize) {
-  EXPECT_EQ(platform::SizeFromStat(Full("missing")), std::nullopt);
-  EXPECT_EQ(platform::SizeFromAttributes(Full("missing")), std::nullopt);
-  directory.Write("file", "seven b");
-  EXPECT_EQ(platform::SizeFromStat(Full("file")), 7U);
+TEST_F(PlatformObjects, SizesAreExactWhenStatFails) {
+  directory.Write("file", "");
+  for (const uint64_t size : {uint64_t{0}, uint64_t{7}, uint64_t{5000000007}}) {
+    SCOPED_TRACE(size);
+    std::filesystem::resize_file(directory.Native("file"), size);
+    EXPECT_EQ(platform::SizeOf(Full("file")), size);
+    EXPECT_EQ(platform::KindAndSizeOf(Full("file")).size, size);
+    const FailingStat failing;
+    EXPECT_EQ(platform::SizeOf(Full("file")), size);
+    EXPECT_EQ(platform::KindAndSizeOf(Full("file")).size, size);
+  }
+}
+
+TEST_F(PlatformObjects, MissingHasNoSize) {
+  EXPECT_EQ(platform::SizeOf(Full("missing")), 0U);
+  const FailingStat failing;
+  EXPECT_EQ(platform::SizeOf(Full("missing")), 0U);
+}
+
+// ---- files that cannot be positioned ----
+
+TEST_F(PlatformObjects, PipeHasNoEnd) {
+  for (const bool atEnd : {true, false}) {
+    SCOPED_TRACE(atEnd);
+    const NamedPipe pipe;
+    WriteMode mode{};
+    mode.mustExist = true;
+    mode.atEnd = atEnd;
+    File output = File::OpenForWriting(pipe.Text(), mode);
+    EXPECT_EQ(output.IsOpen(), !atEnd);
+    if (output.IsOpen()) output.Write("abc", 3);
+    EXPECT_EQ(pipe.Received(), atEnd ? "" : "abc");
+    EXPECT_EQ(pipe.HasWriter(), output.IsOpen());
+  }
 }
 
 // ---- transfers ----

@@ -4,11 +4,14 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cctype>
 #include <clocale>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
+#include <locale>
 #include <random>
 #include <string>
 #include <thread>
@@ -16,6 +19,8 @@
 #include <utility>
 #include <vector>
 
+#include "common/charset_cvt.h"
+#include "support/environment.h"
 #include "support/recording_logger.h"
 #include "support/sha256.h"
 #include "support/thread_locale.h"
@@ -304,6 +309,34 @@ TEST(StringUtils, CaseMappingFollowsTheThreadsOwnLocale) {
   EXPECT_EQ(StringUtils::ToUpper("caf\xE9"), "CAF\xE9");
 }
 
+// The runtime frees the name of a locale when any thread changes the locale. The counter is relaxed
+// so that it does not order the calls before the change.
+TEST(StringUtils, CaseMappingBesideLocaleChange) {
+  tarsio_test::FindTestLocales();
+  const tarsio_test::ScopedVariable user("LC_ALL", "en_US.ISO-8859-1");
+  std::atomic<bool> changing{true};
+  std::atomic<unsigned> calls{0};
+  std::thread mapping([&] {
+    while (changing) {
+      EXPECT_EQ(StringUtils::ToUpper("Path-1"), "PATH-1");
+      EXPECT_EQ(StringUtils::ToLower("Path-1"), "path-1");
+      calls.fetch_add(1, std::memory_order_relaxed);
+    }
+  });
+  const auto waitForCalls = [&calls] {
+    const unsigned before = calls.load(std::memory_order_relaxed);
+    while (calls.load(std::memory_order_relaxed) - before < 2) std::this_thread::yield();
+  };
+  for (int round = 0; round < 50; ++round) {
+    tarsio::CharsetCvt::U8ToMb("abc");
+    waitForCalls();
+    std::locale::global(std::locale::classic());
+    waitForCalls();
+  }
+  changing = false;
+  mapping.join();
+}
+
 // Sign-extended it is the runtime's EOF: no white space, even where the byte is a letter or a blank
 // of the locale, and mapped to whatever the runtime maps EOF to.
 TEST(StringUtils, Byte0xFFGoesToTheRuntimeAsEof) {
@@ -446,6 +479,24 @@ std::string ExpectedHash(const std::string& data) {
     text += "0123456789abcdef"[byte % 16];
   }
   return text;
+}
+
+struct HashesWhenDestroyed {
+  ~HashesWhenDestroyed() {
+    const bool same = StringUtils::GetHashText("abc", 3).size() == 64;
+    std::fputs(same ? "hashed late\n" : "no hash\n", stderr);
+  }
+};
+
+void HashAfterTheExitHandlers() {
+  static const HashesWhenDestroyed olderThanTheFirstHash;
+  StringUtils::GetHashText("a", 1);
+  std::exit(0);
+}
+
+TEST(StringUtilsDeathTest, HashTextWorksWhileTheProcessEnds) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(HashAfterTheExitHandlers(), testing::ExitedWithCode(0), "hashed late");
 }
 
 TEST(StringUtils, HashTextOfAnyInputIsItsDigestIn64Characters) {

@@ -17,6 +17,7 @@
 
 #include "support/allocations.h"
 #include "support/background_call.h"
+#include "support/events.h"
 #include "support/gate.h"
 #include "support/private_member.h"
 #include "support/recording_logger.h"
@@ -97,6 +98,7 @@ using std::chrono::system_clock;
 using tarsio::ThreadPool;
 using tarsio_test::AllocationWatch;
 using tarsio_test::BackgroundCall;
+using tarsio_test::Events;
 using tarsio_test::Gate;
 using tarsio_test::kPatience;
 using tarsio_test::LogRecord;
@@ -720,6 +722,36 @@ TEST(ThreadPool, NothingElseIsReported) {
   EXPECT_THAT(records->All(), IsEmpty());
 }
 
+// A sink that calls back.
+class CallingLogger : public tarsio::Logger {
+ public:
+  explicit CallingLogger(std::function<void()> target) : call(std::move(target)) {}
+  void DoOutput(const char* /*line*/) override { call(); }
+
+ private:
+  const std::function<void()> call;
+};
+
+void LogTo(std::function<void()> call) {
+  tarsio::Log::GetInstance().SetLogger(std::make_unique<CallingLogger>(std::move(call)));
+}
+
+TEST(ThreadPool, AReportThatFailsIsLost) {
+  const auto reports = std::make_shared<std::atomic<int>>(0);
+  LogTo([reports] {
+    ++*reports;
+    throw std::runtime_error("the sink");
+  });
+  const PoolPtr pool = MakePool(1);
+  const auto before = std::make_shared<int>(0);
+  const auto after = std::make_shared<int>(0);
+  pool->SubmitTask([=] { *before = CallsOfThisThread(); });
+  pool->SubmitTask([] { throw std::runtime_error("the task"); });
+  ASSERT_TRUE(RunOne(pool, [=] { *after = CallsOfThisThread(); }));
+  EXPECT_EQ(*reports, 1);
+  EXPECT_EQ(*after, *before + 1) << "the same worker";
+}
+
 void RunInADyingProcess(const Task& task) {
   std::set_terminate([] {
     std::fputs("the terminate handler\n", stderr);
@@ -739,6 +771,11 @@ TEST(ThreadPoolDeathTest, AnyOtherExceptionEndsTheProcess) {
               "the terminate");
   EXPECT_EXIT(RunInADyingProcess([] { throw Unrelated(); }), testing::ExitedWithCode(9),
               "the terminate");
+  const Task throwInReport = [] {
+    LogTo([] { throw 42; });
+    throw std::runtime_error("the task");
+  };
+  EXPECT_EXIT(RunInADyingProcess(throwInReport), testing::ExitedWithCode(9), "the terminate");
 }
 
 // ---- a pool that no shared pointer owns ----
@@ -1304,6 +1341,21 @@ TEST(ThreadPool, AFailedStartDoesNotKeepALivingWorkerFromTheTask) {
   }
   pool->Shutdown(kMethodWithoutName);
   EXPECT_EQ(pool->GetRunningThreadNumber(), 0U);
+}
+
+// Otherwise the second submission would wait for room that no worker makes.
+TEST(ThreadPool, FullPoolRecoversFromAFailedStart) {
+  const auto pool = std::make_shared<ThreadPool>("pool", 1, 0, 1);
+  const auto ran = std::make_shared<Events>();
+  {
+    const RefuseThreadStarts refuse;
+    EXPECT_THROW(pool->SubmitTask([ran] { ran->Add(); }), std::system_error);
+    EXPECT_THROW(pool->SubmitTask([ran] { ran->Add(); }), std::system_error);
+    EXPECT_EQ(pool->GetPendingTaskNumber(), 1U) << "the second one found no room";
+  }
+  BackgroundCall submission([pool, ran] { pool->SubmitTask([ran] { ran->Add(); }); });
+  EXPECT_TRUE(submission.ReturnsWithin());
+  EXPECT_TRUE(ran->Await(2));
 }
 
 TEST(ThreadPool, AfterAFailedStartTheDestructorFindsNoWorker) {

@@ -4,6 +4,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
 
 #include <algorithm>
 #include <atomic>
@@ -132,6 +133,8 @@ class FakePlatform {
   std::atomic<bool> threadBeforePin{false};
   std::atomic<bool> processIsEnding{false};
   std::atomic<int> endingAsked{0};
+  std::atomic<int> forks{0};
+  std::atomic<int> lockTries{0};  // of other threads than the tests' own
 
  private:
   std::mutex mutex;
@@ -152,6 +155,13 @@ extern "C" int __wrap_nanosleep(const timespec* duration, timespec* left) {
   FakePlatform::Get().NoteSleep(std::chrono::seconds(duration->tv_sec) +
                                 std::chrono::nanoseconds(duration->tv_nsec));
   return __real_nanosleep(duration, left);
+}
+
+// Likewise.
+extern "C" int __real_pthread_mutex_trylock(pthread_mutex_t* mutex);
+extern "C" int __wrap_pthread_mutex_trylock(pthread_mutex_t* mutex) {
+  if (!isApplicationThread) ++FakePlatform::Get().lockTries;
+  return __real_pthread_mutex_trylock(mutex);
 }
 
 // No public door shows the mark without moving it, nor the thread and who has the lock.
@@ -187,18 +197,31 @@ namespace tarsio::platform {
 
 int64_t WallClockTicks() { return FakePlatform::Get().ReadClock(); }
 
+// The first call waits until no thread has the manager's lock, as the real one may wait for a
+// thread that loads a module and then wants the lock.
 void PinLibrary() {
-  const TimerManager& manager = *TimerManager::GetInstance();  // whose lock is held
-  if (manager.*Reach(tarsio_test::ManagerThread()) != nullptr) {
-    FakePlatform::Get().threadBeforePin = true;
+  if (FakePlatform::Get().pins++ > 0) return;
+  std::thread visitor;
+  try {
+    visitor = std::thread([] {
+      TimerManager& manager = *TimerManager::GetInstance();
+      const std::lock_guard<std::recursive_mutex> lock(manager.*Reach(tarsio_test::ManagerMutex()));
+      if (manager.*Reach(tarsio_test::ManagerThread()) != nullptr) {
+        FakePlatform::Get().threadBeforePin = true;
+      }
+    });
+  } catch (const std::system_error&) {
+    return;  // this test refuses threads
   }
-  ++FakePlatform::Get().pins;
+  visitor.join();
 }
 
 bool ProcessIsEnding() {
   ++FakePlatform::Get().endingAsked;
   return FakePlatform::Get().processIsEnding;
 }
+
+int ForkCount() { return FakePlatform::Get().forks; }
 
 }  // namespace tarsio::platform
 
@@ -333,6 +356,22 @@ TEST_F(TimerManagerProcess, CreatingTheManagerStartsNoThread) {
   });
 }
 
+// At the end of the process, a manager would ask the platform.
+TEST_F(TimerManagerProcess, StartWithoutAnOwnerDoesNotCreateTheManager) {
+  EXPECT_EXIT(
+      {
+        StartWatchdog();
+        std::atexit([] { std::_Exit(Platform().endingAsked); });
+        {
+          TsTimer timer(10, kOnce);
+          EXPECT_THROW(timer.Start(), std::bad_weak_ptr);
+          timer.SetState(false);
+        }
+        std::exit(1);
+      },
+      testing::ExitedWithCode(0), "");
+}
+
 TEST_F(TimerManagerProcess, NothingThatQueuesNoTimerStartsAThread) {
   EXPECT_IN_A_FRESH_PROCESS([] {
     TimerManager& manager = *TimerManager::GetInstance();
@@ -364,8 +403,7 @@ TEST_F(TimerManagerProcess, FirstTimerThatIsQueuedStartsTheThreadOnceAndForAll) 
       again->Start();
       TimerManager::GetInstance()->AddTimer(nullptr);
     }
-    return Platform().AwaitPassAfter(Platform().Passes() + 3) && Platform().pins == 1 &&
-           Platform().PassThreads() == 1;
+    return Platform().AwaitPassAfter(Platform().Passes() + 3) && Platform().PassThreads() == 1;
   });
 }
 
@@ -431,7 +469,7 @@ TEST_F(TimerManagerProcess, TimersOfManyThreadsStartOneThread) {
       });
     }
     for (std::thread& thread : threads) thread.join();
-    return Platform().AwaitPassAfter(5) && Platform().PassThreads() == 1 && Platform().pins == 1;
+    return Platform().AwaitPassAfter(5) && Platform().PassThreads() == 1;
   });
 }
 
@@ -461,6 +499,8 @@ TEST_F(TimerManagerTest, PassesGoOnWhateverTheWallClockSays) {
   }
 }
 
+// It waits for the lock in one call: a loop of tries would starve the owner of the lock if the
+// timer thread has a higher priority.
 TEST_F(TimerManagerTest, NoPassReadsTheClockWhileAnotherThreadHasTheLock) {
   const TestTimer queued(kHour, kOnce);
   const TestTimer fresh(kHour, kOnce);
@@ -477,6 +517,7 @@ TEST_F(TimerManagerTest, NoPassReadsTheClockWhileAnotherThreadHasTheLock) {
     });
     call();
     EXPECT_EQ(passes, 0);
+    EXPECT_EQ(Platform().lockTries, 0);
   }
 }
 
@@ -1243,21 +1284,28 @@ TEST_F(TimerManagerProcess, EndReleasesTheTimersThatAreQueued) {
 }
 
 // The stated order: the join is made under the lock. A thread that waits for the lock meanwhile
-// must give up the pass that it has not begun.
+// must give up the pass that it has not begun. The thread that ends the process may have the lock
+// already: memory is allocated under it, and a handler of the host's may call exit().
 TEST_F(TimerManagerProcess, EndIsReachedWhileTheTimerThreadWaitsForTheLock) {
-  EXPECT_EXIT(
-      {
-        StartWatchdog();
-        const auto timer = Started(kHour, kOnce, [] {});
-        const auto other = std::make_shared<TsTimer>(kHour, kOnce);
-        Platform().AwaitPassAfter(1);
-        Platform().AtNextRead([] {  // under the lock
-          std::this_thread::sleep_for(kSeveralPasses);
-          std::exit(0);
-        });
-        other->Start();
-      },
-      testing::ExitedWithCode(0), "");
+  for (const bool byOwner : {false, true}) {
+    SCOPED_TRACE(byOwner);
+    EXPECT_EXIT(
+        {
+          StartWatchdog();
+          const auto timer = Started(kHour, kOnce, [] {});
+          const auto other = std::make_shared<TsTimer>(kHour, kOnce);
+          Platform().AwaitPassAfter(1);
+          Platform().AtNextRead([byOwner] {  // under the lock
+            std::this_thread::sleep_for(kSeveralPasses);
+            if (byOwner) std::exit(0);
+            std::thread([] { std::exit(0); }).detach();
+            std::this_thread::sleep_for(kSeveralPasses);
+          });
+          other->Start();
+          std::this_thread::sleep_for(2 * kPatience);
+        },
+        testing::ExitedWithCode(0), "");
+  }
 }
 
 // What goes with the timer thread runs while that thread is joined.
@@ -1301,21 +1349,43 @@ TEST_F(TimerManagerProcess, EndInAnActionFailsToJoinItsOwnThreadAndEndsTheProces
       "deadlock");
 }
 
-// As on a system that has ended every other thread by then, one of them with the lock in its hands.
-TEST_F(TimerManagerProcess, EndNeitherLocksNorJoinsWhenTheOtherThreadsAreGone) {
-  EXPECT_EXIT(
-      {
-        StartWatchdog();
-        const auto timer = Started(10, kOnce, [] {
-          LastingGate().Open();
-          std::this_thread::sleep_for(2 * kPatience);  // as good as gone
-        });
-        BeginPassAt(kStart + 10);
-        LastingGate().WaitFor();
-        Platform().processIsEnding = true;
-        std::exit(0);
-      },
-      testing::ExitedWithCode(0), "");
+// As on a system that has killed every other thread by then, or in a forked process: the timer
+// thread held the lock. Neither the manager's end nor what the host's statics do may wait for it.
+TEST_F(TimerManagerProcess, EndNeitherLocksNorJoinsWhenTheTimerThreadIsGone) {
+  for (const bool forked : {false, true}) {
+    SCOPED_TRACE(forked);
+    EXPECT_EXIT(
+        {
+          StartWatchdog();
+          const auto timer = Started(10, kRepeating, [] {
+            LastingGate().Open();
+            std::this_thread::sleep_for(2 * kPatience);  // as good as gone
+          });
+          BeginPassAt(kStart + 10);
+          LastingGate().WaitFor();
+          Platform().forks = forked ? 1 : 0;
+          Platform().processIsEnding = !forked;
+          timer->Stop();
+          timer->Start();
+          Started(kHour, kOnce, [] {});  // marked started when it is dropped
+          TsTimer unowned(kHour, kOnce);
+          EXPECT_THROW(unowned.Start(), std::bad_weak_ptr);
+          if (!testing::Test::HasFailure()) std::exit(0);
+        },
+        testing::ExitedWithCode(0), "");
+  }
+}
+
+// Before the process has a timer thread, a fork changes nothing.
+TEST_F(TimerManagerProcess, TimersOfAForkedProcessFireIfItStartsTheThread) {
+  EXPECT_IN_A_FRESH_PROCESS([] {
+    Platform().forks = 1;
+    Events fired;
+    const TestTimer timer(10, kOnce, [&fired] { fired.Add(); });
+    timer->Start();
+    Platform().SetClock(static_cast<int64_t>(kStart + 10) * 10000);
+    return fired.Await();
+  });
 }
 
 // What a host registers before it has the manager runs after the manager's end.
@@ -1331,7 +1401,8 @@ TEST_F(TimerManagerProcess, TimersMayStillBeStartedAndStoppedAfterTheManagersEnd
           timer->Start();
           Platform().SetClock(static_cast<int64_t>(kStart + kHour) * 10000);
           std::this_thread::sleep_for(kSeveralPasses);
-          const bool idle = Platform().Passes() == passes && Platform().pins == 1;
+          const bool idle = Platform().Passes() == passes &&
+                            Manager().*Reach(tarsio_test::ManagerThread()) == nullptr;
           const bool released = queued.use_count() == 1;
           timer->Stop();
           timer.reset();

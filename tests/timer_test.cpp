@@ -1075,4 +1075,27 @@ TEST(Timer, FiresWhileManyThreadsKeepStartingAndStopping) {
   for (std::thread& thread : threads) thread.join();
 }
 
+// The action starts the timer again while Stop() waits for the lock: stopping wins, and the mark
+// with it, or the timer's destructor would end the process.
+TEST(Timer, StopClearsTheMarkOfAStartInItsAction) {
+  const auto inAction = std::make_shared<Gate>();
+  const auto goOn = std::make_shared<Gate>();
+  auto timer = std::make_shared<TsTimer>(1, false);
+  TsTimer* const raw = timer.get();
+  timer->Init([=] {
+    inAction->Open();
+    goOn->Wait();
+    raw->Start();
+  });
+  timer->Start();
+  ASSERT_TRUE(inAction->WaitFor());
+  timer->SetState(true);  // as Stop() finds it if it comes just before the pass
+  BackgroundCall stop([&timer] { timer->Stop(); });
+  EXPECT_FALSE(stop.ReturnsWithin(std::chrono::milliseconds(50))) << "it waits for the action";
+  goOn->Open();
+  ASSERT_TRUE(stop.ReturnsWithin());
+  EXPECT_EQ(timer.use_count(), 1);
+  timer.reset();
+}
+
 }  // namespace

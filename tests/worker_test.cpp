@@ -4,9 +4,13 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <chrono>
 #include <memory>
+#include <mutex>
+#include <string>
 #include <thread>
+#include <vector>
 
 #include "support/background_call.h"
 #include "support/gate.h"
@@ -20,6 +24,26 @@ struct StopWorker {
   friend Type Reach(StopWorker);
 };
 template struct ExposePrivate<StopWorker, &tarsio::Worker::Stop>;
+struct WorkerRuns {
+  using Type = std::atomic<bool> tarsio::Worker::*;
+  friend Type Reach(WorkerRuns);
+};
+template struct ExposePrivate<WorkerRuns, &tarsio::Worker::running>;
+struct WorkerName {
+  using Type = const std::string tarsio::Worker::*;
+  friend Type Reach(WorkerName);
+};
+template struct ExposePrivate<WorkerName, &tarsio::Worker::name>;
+struct WorkersOfPool {
+  using Type = std::vector<std::shared_ptr<tarsio::Worker>> tarsio::ThreadPool::*;
+  friend Type Reach(WorkersOfPool);
+};
+template struct ExposePrivate<WorkersOfPool, &tarsio::ThreadPool::workers>;
+struct MutexOfWorkers {
+  using Type = std::mutex tarsio::ThreadPool::*;
+  friend Type Reach(MutexOfWorkers);
+};
+template struct ExposePrivate<MutexOfWorkers, &tarsio::ThreadPool::workersMutex>;
 
 }  // namespace tarsio_test
 
@@ -101,6 +125,35 @@ TEST_F(WorkerTest, ThatWasStoppedCanBeStartedAgainAndRetiresByItself) {
 TEST_F(WorkerTest, ThatHasNotBeenStartedHasNothingToStop) {
   ((*worker).*Reach(StopWorker()))();
   EXPECT_EQ(worker.use_count(), 1);
+}
+
+// The pool may be renamed while a successor is started, so the pool's name is not read then.
+TEST_F(WorkerTest, SuccessorKeepsItsName) {
+  const std::string oldName = "a name that a string keeps outside of itself";
+  const auto renamed = std::make_shared<ThreadPool>(oldName, 1U, 0U, 10U);
+  const auto& workers = (*renamed).*Reach(tarsio_test::WorkersOfPool());
+  Gate first;
+  Gate second;
+  renamed->SubmitTask([&] { first.Open(); });
+  ASSERT_TRUE(first.WaitFor());
+  const std::shared_ptr<Worker> retiring = workers.front();
+  {
+    // The worker stops running after its Pop() has failed; then it waits for this lock.
+    const std::lock_guard<std::mutex> lock((*renamed).*Reach(tarsio_test::MutexOfWorkers()));
+    while ((*retiring).*Reach(tarsio_test::WorkerRuns())) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    renamed->SubmitTask([&second, end = end] {
+      second.Open();
+      end->Wait();
+    });
+  }
+  renamed->SetName("another name that a string keeps outside of itself");
+  ASSERT_TRUE(second.WaitFor());
+  const std::lock_guard<std::mutex> lock((*renamed).*Reach(tarsio_test::MutexOfWorkers()));
+  ASSERT_EQ(workers.size(), 1U);
+  EXPECT_NE(workers.front(), retiring);
+  EXPECT_EQ((*workers.front()).*Reach(tarsio_test::WorkerName()), oldName);
 }
 
 }  // namespace

@@ -84,6 +84,27 @@ void AddLogLines(Table& table) {
     AddLine(table, 1, "a.cpp", 1, "%.10s|%20s|%-3s|", std::string(length, 'm').c_str(), "b", "c");
   }
   AddLine(table, 1, "a.cpp", 1, "no conversion");
+  for (const char* const format :
+       {"%3000000d", "%.3000000d", "%2147483647x", "%-2048d", "%2047d", "%.2047d", "100%", "%n",
+        "%1$d", "%y", "%I64u", "%I32d", "%Iu", "%99999999999999d"}) {
+    AddLine(table, 1, "a.cpp", 1, format, 7);
+  }
+  for (const int number :
+       {INT_MIN, -3000000, -2048, -2047, -8, 0, 8, 2047, 2048, 3000000, INT_MAX}) {
+    for (const char* const format : {"%*d|", "%.*d|", "%-*d|", "%0*d|", "%+.*i|"}) {
+      AddLine(table, 1, "a.cpp", 1, format, number, 7);
+    }
+    for (const char* const format : {"%*x", "%.*o", "%*llu"}) {
+      AddLine(table, 1, "a.cpp", 1, format, number, 7ULL);
+    }
+    for (const char* const format : {"%*f", "%.*f", "%.*e", "%.*g", "%#.*g"}) {
+      AddLine(table, 1, "a.cpp", 1, format, number, 0.1);
+    }
+    AddLine(table, 1, "a.cpp", 1, "%*s|%.*s|", number, "abc", number, "defghijklmnop");
+    AddLine(table, 1, "a.cpp", 1, "%*ls|%.*ls|", number, L"abc", number, L"defghijklmnop");
+  }
+  AddLine(table, 1, "a.cpp", 1, "%2147483647s%2147483647sabcd", "a", "b");
+  AddLine(table, 1, "a.cpp", 1, "before %ls after", L"\x4E2D");
 }
 
 }  // namespace tarsio_test

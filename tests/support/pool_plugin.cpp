@@ -1,8 +1,9 @@
-// A module of a host's: it brings the library with it, and uses its pool.
+// A module of a host's: it brings the library with it, and uses its pool and its conversions.
 
 #include <functional>
 #include <memory>
 
+#include "common/charset_cvt.h"
 #include "common/thread_pool.h"
 
 // Gives the pool away: its last reference must not be dropped once this module is gone.
@@ -11,3 +12,6 @@ extern "C" std::shared_ptr<void>* SubmitToNewPool(std::function<void()>* task) {
   pool->SubmitTask(*task);
   return new std::shared_ptr<void>(pool);
 }
+
+// The library's facet is in the global locale afterwards.
+extern "C" void MakeUserLocaleGlobal() { tarsio::CharsetCvt::U8ToMb("abc"); }

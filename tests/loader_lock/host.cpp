@@ -1,0 +1,49 @@
+// A process that uses the library for the first time on two threads, one of which is loading a
+// module.
+//
+//     loader_lock_host PLUGIN MODE RUN
+//
+// Prints "MODE: leaving" and returns 0 from main() if both have come through.
+
+#include <cstdio>
+#include <memory>
+#include <thread>
+
+#include "meeting.h"
+#include "support/shared_library.h"
+
+namespace {
+
+using tarsio_test::Gate;
+using tarsio_test::Meeting;
+
+int Fail(const char* what) {
+  std::printf("%s\n", what);
+  return 1;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc != 4) return 2;
+  Meeting& meeting = tarsio_test::TheMeeting();
+  meeting.mode = argv[2];
+  meeting.pool = std::make_shared<tarsio::ThreadPool>("loader lock", 4, 0, 4);
+
+  Gate running;
+  std::thread other([&] {
+    running.Open();
+    meeting.initialising.Wait();
+    meeting.begun.Open();
+    tarsio_test::Use("the thread");
+    meeting.returned.Open();
+  });
+  running.Wait();  // a thread cannot begin while a module is being loaded
+  const tarsio_test::SharedLibrary plugin(argv[1]);
+  if (!plugin.IsLoaded()) return Fail("the plugin cannot be loaded");
+  other.join();
+  if (!meeting.used.Await(2)) return Fail("something is lost");
+  std::printf("%s: leaving\n", argv[2]);
+  std::fflush(stdout);
+  return 0;
+}

@@ -1,0 +1,33 @@
+// Where the plugin's initialiser and a thread of the host meet, each to use the library for the
+// first time in the process.
+
+#ifndef TARSIO_COMMON_TESTS_LOADER_LOCK_MEETING_H_
+#define TARSIO_COMMON_TESTS_LOADER_LOCK_MEETING_H_
+
+#include <memory>
+#include <string>
+
+#include "common/thread_pool.h"
+#include "support/events.h"
+#include "support/gate.h"
+
+namespace tarsio_test {
+
+struct Meeting {
+  std::string mode;  // timer, log, task or system_information
+  std::shared_ptr<tarsio::ThreadPool> pool;
+  Gate initialising;  // the plugin's initialiser runs
+  Gate begun;         // the host's thread is about to use the library
+  Gate returned;      // and has done so
+  Events used;        // timers have fired, tasks have run, calls have returned
+};
+
+// The one meeting of the process; never destroyed.
+Meeting& TheMeeting();
+
+// Uses the library as the mode says, and prints when that begins and ends.
+void Use(const char* who);
+
+}  // namespace tarsio_test
+
+#endif  // TARSIO_COMMON_TESTS_LOADER_LOCK_MEETING_H_

@@ -1,0 +1,25 @@
+// A process that ends while a plugin's threads are at work, which the plugin's static uses in its
+// destructor.
+//
+//     statics_host PLUGIN MODE SEED
+//
+// Prints "MODE: leaving" and returns 0 from main(); the plugin prints "MODE: statics destroyed"
+// then.
+
+#include <cstdio>
+#include <cstdlib>
+
+#include "statics.h"
+#include "support/shared_library.h"
+
+int main(int argc, char** argv) {
+  if (argc != 4) return 2;
+  const tarsio_test::SharedLibrary plugin(argv[1]);
+  if (!plugin.IsLoaded()) return 2;
+  const auto begin = plugin.Function<tarsio_test::Begin>("Begin");
+  if (begin == nullptr) return 2;
+  begin(argv[2], std::strtoull(argv[3], nullptr, 10));
+  std::printf("%s: leaving\n", argv[2]);
+  std::fflush(stdout);
+  return 0;
+}

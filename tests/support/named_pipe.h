@@ -1,0 +1,32 @@
+// A pipe that has a name, whose reading end the test has.
+
+#ifndef TARSIO_COMMON_TESTS_SUPPORT_NAMED_PIPE_H_
+#define TARSIO_COMMON_TESTS_SUPPORT_NAMED_PIPE_H_
+
+#include <memory>
+#include <string>
+
+namespace tarsio_test {
+
+// In the current directory, where pipes are files.
+class NamedPipe {
+ public:
+  NamedPipe();
+  NamedPipe(const NamedPipe&) = delete;
+  NamedPipe& operator=(const NamedPipe&) = delete;
+  ~NamedPipe();
+
+  // Its path for the library under test.
+  std::wstring Text() const;
+  // What has been written so far, up to 100 bytes. Never waits.
+  std::string Received() const;
+  bool HasWriter() const;
+
+ private:
+  struct State;
+  const std::unique_ptr<State> state;
+};
+
+}  // namespace tarsio_test
+
+#endif  // TARSIO_COMMON_TESTS_SUPPORT_NAMED_PIPE_H_
