@@ -142,6 +142,7 @@ void Logger::VFormat(LOG_LEVEL level, std::string& out, const char* file, int li
 }
 
 void Logger::DoOutput(const char* line) {
+  const platform::ScopedSignalBlock noSignal(platform::StandardOutputSignal());
   // In one insertion, or lines of several threads would mix.
   std::cout << PaddedLine(std::cout, line != nullptr ? line : "") << std::flush;
 }

@@ -125,6 +125,28 @@ class File {
   const int descriptor;
 };
 
+// ---- signals ----
+
+// The signal that a write to the standard output may raise where it should only fail: its reader has
+// left, or the file may not grow. 0 if there is none. A new standard output counts within 100 ms.
+int StandardOutputSignal();
+
+// Blocks `signal` for this thread and discards one that was raised meanwhile. 0 blocks nothing.
+class ScopedSignalBlock {
+ public:
+  explicit ScopedSignalBlock(int signal);
+  ScopedSignalBlock(const ScopedSignalBlock&) = delete;
+  ScopedSignalBlock& operator=(const ScopedSignalBlock&) = delete;
+  ~ScopedSignalBlock() {
+    if (blocked != 0) DiscardAndUnblock();
+  }
+
+ private:
+  void DiscardAndUnblock() const;
+
+  int blocked;
+};
+
 // ---- time ----
 
 // The wall clock: 100-ns ticks since 1970-01-01 UTC, as precise as the system has them.

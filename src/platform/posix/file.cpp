@@ -4,8 +4,10 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <csignal>
+#include <cstdint>
 #include <ctime>
 
 #include "platform/platform.h"
@@ -53,44 +55,14 @@ bool SeekToEnd(int descriptor, mode_t kind) {
   return kind != S_IFCHR && ::lseek(descriptor, 0, SEEK_END) >= 0;
 }
 
-// Keeps the signals of write() from ending the process: that of a pipe whose reader has left, and
-// that of a file that gets too large for the process's limit. write() then fails, and no more.
-class ScopedNoWriteSignal {
- public:
-  explicit ScopedNoWriteSignal(int descriptor) : signal(SignalOf(descriptor)) {
-    sigset_t pending;
-    if (signal == 0 || ::sigpending(&pending) != 0) return;
-    ::sigemptyset(&blocked);
-    ::sigaddset(&blocked, signal);
-    // One that is pending already is not ours to take.
-    active = ::sigismember(&pending, signal) == 0 &&
-             ::pthread_sigmask(SIG_BLOCK, &blocked, &before) == 0;
-  }
-  ScopedNoWriteSignal(const ScopedNoWriteSignal&) = delete;
-  ScopedNoWriteSignal& operator=(const ScopedNoWriteSignal&) = delete;
-  ~ScopedNoWriteSignal() {
-    if (!active) return;
-    constexpr timespec kNow{};
-    int taken = 0;
-    do {
-      taken = ::sigtimedwait(&blocked, nullptr, &kNow);
-    } while (taken < 0 && errno == EINTR);
-    ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
-  }
-
- private:
-  static int SignalOf(int descriptor) {
-    if (KindOf(descriptor) != S_IFREG) return SIGPIPE;
-    rlimit limit{};
-    const bool limited = ::getrlimit(RLIMIT_FSIZE, &limit) == 0 && limit.rlim_cur != RLIM_INFINITY;
-    return limited ? SIGXFSZ : 0;
-  }
-
-  const int signal;
-  sigset_t blocked{};
-  sigset_t before{};
-  bool active = false;
-};
+// The signal that write() raises when a pipe's reader has left, or when a file gets too large for the
+// process's limit. 0 if there is none.
+int WriteSignalOf(int descriptor) {
+  if (KindOf(descriptor) != S_IFREG) return SIGPIPE;
+  rlimit limit{};
+  const bool limited = ::getrlimit(RLIMIT_FSIZE, &limit) == 0 && limit.rlim_cur != RLIM_INFINITY;
+  return limited ? SIGXFSZ : 0;
+}
 
 }  // namespace
 
@@ -137,7 +109,7 @@ size_t File::Read(char* buffer, size_t size) {
 }
 
 void File::Write(const char* data, size_t size) {
-  const ScopedNoWriteSignal noSignal(descriptor);
+  const ScopedSignalBlock noSignal(WriteSignalOf(descriptor));
   while (size > 0) {
     const ssize_t count = ::write(descriptor, data, std::min(size, kLargestTransfer));
     if (count < 0 && errno == EINTR) continue;
@@ -145,6 +117,44 @@ void File::Write(const char* data, size_t size) {
     data += count;
     size -= static_cast<size_t>(count);
   }
+}
+
+int StandardOutputSignal() {
+  // Asking takes about as long as writing a line.
+  constexpr int64_t kPeriodMs = 100;
+  // The signal, and when it was asked for: in one value, since threads share it.
+  static std::atomic<int64_t> answer{-1};
+  timespec time{};
+  ::clock_gettime(CLOCK_MONOTONIC_COARSE, &time);
+  const int64_t period = (time.tv_sec * 1000 + time.tv_nsec / 1000000) / kPeriodMs;
+  const int64_t known = answer.load(std::memory_order_relaxed);
+  if (known >= 0 && known / NSIG == period) return static_cast<int>(known % NSIG);
+  const int signal = WriteSignalOf(STDOUT_FILENO);
+  answer.store(period * NSIG + signal, std::memory_order_relaxed);
+  return signal;
+}
+
+ScopedSignalBlock::ScopedSignalBlock(int signal) : blocked(0) {
+  if (signal == 0) return;
+  sigset_t set;
+  sigset_t before;
+  ::sigemptyset(&set);
+  ::sigaddset(&set, signal);
+  // One that the host blocks is the host's to take.
+  if (::pthread_sigmask(SIG_BLOCK, &set, &before) == 0 && ::sigismember(&before, signal) == 0)
+    blocked = signal;
+}
+
+void ScopedSignalBlock::DiscardAndUnblock() const {
+  constexpr timespec kNow{};
+  sigset_t set;
+  ::sigemptyset(&set);
+  ::sigaddset(&set, blocked);
+  int taken = 0;
+  do {
+    taken = ::sigtimedwait(&set, nullptr, &kNow);
+  } while (taken < 0 && errno == EINTR);
+  ::pthread_sigmask(SIG_UNBLOCK, &set, nullptr);
 }
 
 }  // namespace tarsio::platform

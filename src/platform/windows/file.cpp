@@ -71,4 +71,11 @@ void File::Write(const char* data, size_t size) {
   }
 }
 
+// A failing write only fails here.
+int StandardOutputSignal() { return 0; }
+
+ScopedSignalBlock::ScopedSignalBlock(int /*signal*/) : blocked(0) {}
+
+void ScopedSignalBlock::DiscardAndUnblock() const {}
+
 }  // namespace tarsio::platform
