@@ -23,6 +23,11 @@ for file in "$@"; do
   has "$dynamic" ' UND v?(f|s|sn)?printf(@|$)' && fail "formats without checks: _FORTIFY_SOURCE is off"
   has "$dynamic" ' UND (str(n)?(cpy|cat)|stpcpy|gets)(@|$)' && fail "copies without a limit"
 
+  if has "$dynamic" '\(SONAME\)'; then
+    "$readelf" -nW "$file" | grep -q 'x86 feature: IBT, SHSTK' || fail "not marked for IBT and SHSTK"
+    has "$dynamic" '\((INIT|FINI)\)' && fail "an entry leads to code without endbr64"
+  fi
+
   [ -n "$compilers" ] || fail "no debug information"
   for option in -fstack-clash-protection -fcf-protection=full; do
     printf '%s\n' "$compilers" | grep -qv -e "$option" && fail "compiled without $option"
