@@ -8,6 +8,10 @@
 /// Stands before whatever the shared library exports. A host that links the static library defines
 /// `TARSIO_COMMON_STATIC`, which empties it; the CMake target `tarsio::common` does so by itself.
 
+#ifdef _GLIBCXX_DEBUG
+#error "common/: _GLIBCXX_DEBUG changes the size of standard containers; compile without it"
+#endif
+
 #if defined(TARSIO_COMMON_STATIC)
 #define TARSIO_COMMON_API
 #elif !defined(_WIN32)
