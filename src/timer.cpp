@@ -42,6 +42,7 @@ constexpr int kNotUsed = -1;
 std::atomic<int> forkCountOfUse{kNotUsed};
 
 void NoteUse() {
+  if (forkCountOfUse.load(std::memory_order_relaxed) != kNotUsed) return;
   int expected = kNotUsed;
   forkCountOfUse.compare_exchange_strong(expected, platform::ForkCount());
 }

@@ -162,6 +162,15 @@ TEST_F(GetFileContent, WhatIsMissingOrADirectoryIsNoFileAndLeavesTheOutput) {
   }
 }
 
+// For root on Linux it is not read-only.
+TEST_F(GetFileContent, NeedsNoRightToWrite) {
+  using std::filesystem::perms;
+  directory.Write("file", "content");
+  std::filesystem::permissions(directory.Native("file"), perms::owner_read);
+  EXPECT_EQ(ReadFile("file"), Content("content"));
+  std::filesystem::permissions(directory.Native("file"), perms::owner_all);
+}
+
 TEST_F(GetFileContent, EmptyFileIsReportedAndLeavesTheOutput) {
   directory.Write("f", "");
   EXPECT_EQ(ReadFile("f"), Failure(FILE_OPT_EMPTY_OR_UNREADABLE));

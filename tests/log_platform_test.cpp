@@ -66,6 +66,10 @@ uint64_t SizeOf(const std::wstring& /*path*/) { std::abort(); }
 bool CreateOneDirectory(const std::wstring& /*path*/) { std::abort(); }
 bool CreateDirectoryChain(const std::wstring& /*path*/) { std::abort(); }
 
+int StandardOutputSignal() { return 0; }
+ScopedSignalBlock::ScopedSignalBlock(int signal) : blocked(signal) {}
+void ScopedSignalBlock::DiscardAndUnblock() const {}
+
 }  // namespace platform
 }  // namespace tarsio
 

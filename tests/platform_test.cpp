@@ -37,7 +37,11 @@ using tarsio_test::SmallTransfers;
 
 constexpr size_t kLarge = 1000;
 
-// ---- texts of limited length ----
+// ---- the process ----
+
+TEST(PlatformProcess, HasNotForkedYet) { EXPECT_EQ(platform::ForkCount(), 0); }
+
+// ---- strings of limited length ----
 
 TEST(PlatformEnvironment, AValueFitsWithItsTerminator) {
   const ScopedVariable ascii("TARSIO_TEST_FITS", "abc");

@@ -55,12 +55,14 @@ bool SeekToEnd(int descriptor, mode_t kind) {
   return kind != S_IFCHR && ::lseek(descriptor, 0, SEEK_END) >= 0;
 }
 
-// The signal that write() raises when a pipe's reader has left, or when a file gets too large for the
-// process's limit. 0 if there is none.
+// The signal that write() raises when a pipe's reader has left, or when a file gets too large for
+// the process's limit. 0 if there is none.
 int WriteSignalOf(int descriptor) {
-  if (KindOf(descriptor) != S_IFREG) return SIGPIPE;
+  const mode_t kind = KindOf(descriptor);
+  if (kind == S_IFIFO || kind == S_IFSOCK) return SIGPIPE;
   rlimit limit{};
-  const bool limited = ::getrlimit(RLIMIT_FSIZE, &limit) == 0 && limit.rlim_cur != RLIM_INFINITY;
+  const bool limited =
+      kind == S_IFREG && ::getrlimit(RLIMIT_FSIZE, &limit) == 0 && limit.rlim_cur != RLIM_INFINITY;
   return limited ? SIGXFSZ : 0;
 }
 
@@ -123,6 +125,7 @@ int StandardOutputSignal() {
   // Asking takes about as long as writing a line.
   constexpr int64_t kPeriodMs = 100;
   // The signal, and when it was asked for: in one value, since threads share it.
+  // NOLINTNEXTLINE(*-non-const-global-variables): as said
   static std::atomic<int64_t> answer{-1};
   timespec time{};
   ::clock_gettime(CLOCK_MONOTONIC_COARSE, &time);

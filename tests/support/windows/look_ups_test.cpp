@@ -1,0 +1,76 @@
+// What the library looks up in the system's modules, and when. The library is compiled into this
+// program, and so is a GetProcAddress() that counts.
+
+#include <gtest/gtest.h>
+#include <windows.h>
+
+#include <atomic>
+#include <cstring>
+#include <functional>
+#include <memory>
+
+#include "common/log.h"
+#include "common/sys_info.h"
+#include "common/thread_pool.h"
+#include "common/timer.h"
+#include "support/gate.h"
+
+namespace {
+
+using tarsio_test::Gate;
+
+std::atomic<int> lookUps{0};
+DWORD sizeField = 1;  // of the record that RtlGetVersion was called with last
+
+LONG WINAPI Version(OSVERSIONINFOW* record) {
+  sizeField = record->dwOSVersionInfoSize;
+  record->dwMajorVersion = 6;
+  record->dwMinorVersion = 1;
+  return 0;
+}
+
+}  // namespace
+
+// The call goes through a pointer, which the linker's --wrap option replaces.
+extern "C" {
+
+extern FARPROC(WINAPI* __real___imp_GetProcAddress)(HMODULE module, LPCSTR name);
+static FARPROC WINAPI WrappedGetProcAddress(HMODULE module, LPCSTR name) {
+  ++lookUps;
+  if (std::strcmp(name, "RtlGetVersion") == 0)
+    return reinterpret_cast<FARPROC>(reinterpret_cast<void (*)()>(Version));
+  return __real___imp_GetProcAddress(module, name);
+}
+FARPROC(WINAPI* __wrap___imp_GetProcAddress)(HMODULE module, LPCSTR name) = WrappedGetProcAddress;
+
+}  // extern "C"
+
+namespace {
+
+// A look-up waits while another thread loads a module, whose initialisers may wait for a lock of
+// the library's.
+TEST(LookUps, HappenWhileTheLibraryIsLoaded) {
+  EXPECT_GE(lookUps, 3) << "the wrapper is not in use";
+  lookUps = 0;
+  auto info = std::make_shared<tarsio::ClientDeviceInfo>();
+  EXPECT_TRUE(tarsio::SysInfo::GetClientOsInfo(info));
+  TARSIO_LOG(tarsio::LOG_LEVEL_ERROR, "a line");
+  Gate ran;
+  const auto pool = std::make_shared<tarsio::ThreadPool>("pool", 1, 0, 1);
+  pool->SubmitTask([&] { ran.Open(); });
+  EXPECT_TRUE(ran.WaitFor());
+  Gate fired;
+  const auto timer = std::make_shared<component::TsTimer>(1, false);
+  timer->Init([&] { fired.Open(); });
+  timer->Start();
+  EXPECT_TRUE(fired.WaitFor());
+  EXPECT_EQ(lookUps, 0);
+}
+
+TEST(LookUps, VersionRecordsSizeIsUnset) {
+  auto info = std::make_shared<tarsio::ClientDeviceInfo>();
+  ASSERT_TRUE(tarsio::SysInfo::GetClientOsInfo(info));
+  EXPECT_EQ(sizeField, 0U);
+}
+
+}  // namespace
