@@ -1,3 +1,4 @@
+#include <cstdint>
 #include <ctime>
 
 #include "platform/platform.h"
@@ -22,16 +23,26 @@ int64_t ReadClock() noexcept {
          kTicksFrom1601To1970;
 }
 
-// Looked up while the library is loaded, since the clock is read under the library's locks.
+bool ToLocalTime(int64_t seconds, std::tm* local) noexcept {
+  const __time64_t time = seconds;
+  return ::_localtime64_s(local, &time) == 0;
+}
+
+// mingw-w64 looks _localtime64_s up at its first call. For this time it does nothing else.
+bool LookUpLocalTime() noexcept {
+  std::tm local{};
+  return ToLocalTime(INT64_MIN, &local);
+}
+
+// Looked up while the library is loaded: the clock is read under the library's locks, and a timer's
+// action may log.
 [[maybe_unused]] const int64_t loadedAt = ReadClock();
+[[maybe_unused]] const bool lookedUp = LookUpLocalTime();
 
 }  // namespace
 
 int64_t WallClockTicks() { return ReadClock(); }
 
-bool LocalTime(int64_t seconds, std::tm* local) {
-  const __time64_t time = seconds;
-  return ::_localtime64_s(local, &time) == 0;
-}
+bool LocalTime(int64_t seconds, std::tm* local) { return ToLocalTime(seconds, local); }
 
 }  // namespace tarsio::platform

@@ -8,16 +8,23 @@
 #include <cstring>
 #include <functional>
 #include <memory>
+#include <string>
 
+#include "common/charset_cvt.h"
+#include "common/file_utils.h"
 #include "common/log.h"
+#include "common/path.h"
+#include "common/string_utils.h"
 #include "common/sys_info.h"
 #include "common/thread_pool.h"
 #include "common/timer.h"
 #include "support/gate.h"
+#include "support/scoped_directory.h"
 
 namespace {
 
 using tarsio_test::Gate;
+using tarsio_test::ScopedDirectory;
 
 std::atomic<int> lookUps{0};
 DWORD sizeField = 1;  // of the record that RtlGetVersion was called with last
@@ -54,6 +61,13 @@ TEST(LookUps, HappenWhileTheLibraryIsLoaded) {
   lookUps = 0;
   auto info = std::make_shared<tarsio::ClientDeviceInfo>();
   EXPECT_TRUE(tarsio::SysInfo::GetClientOsInfo(info));
+  tarsio::CharsetCvt::U8ToMb("abc");
+  tarsio::StringUtils::GetHashText("abc", 3);
+  const ScopedDirectory directory;
+  EXPECT_TRUE(tarsio::MakeDirs(tarsio::Path(directory.Text("a/b"))));
+  EXPECT_EQ(tarsio::FileUtils::WriteFile("abc", directory.Text("a/file"), 0x20), 0);
+  std::string content;
+  EXPECT_EQ(tarsio::FileUtils::GetFileContent(directory.Text("a/file"), content), 0);
   TARSIO_LOG(tarsio::LOG_LEVEL_ERROR, "a line");
   Gate ran;
   const auto pool = std::make_shared<tarsio::ThreadPool>("pool", 1, 0, 1);
