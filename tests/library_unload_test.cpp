@@ -53,6 +53,27 @@ TEST_F(LibraryUnload, ALibraryWithALivingWorkerStaysLoaded) {
   EXPECT_EQ(pool->use_count(), 1);
 }
 
+// On Windows the worker is killed while it holds the lock of the C++ runtime's keys for thread-local
+// data. This process has not used any of its own yet.
+TEST_F(LibraryUnload, ProcessEndsWhileAWorkerEnds) {
+  using Submit = std::shared_ptr<void>*(std::function<void()>*);
+  static std::shared_ptr<void>* pool = nullptr;
+  const auto ending = std::make_shared<Gate>();
+  SharedLibrary plugin(TARSIO_TEST_PLUGIN);
+  ASSERT_TRUE(plugin.IsLoaded());
+  Submit* const submit = plugin.Function<Submit>("SubmitToNewPool");
+  ASSERT_NE(submit, nullptr);
+  std::function<void()> task = [=] {
+    tarsio_test::WhenThisThreadEnds([ending] {
+      ending->Open();
+      std::this_thread::sleep_for(std::chrono::hours(1));
+    });
+  };
+  pool = submit(&task);
+  ASSERT_TRUE(ending->WaitFor());
+  EXPECT_EQ(pool->use_count(), 1);
+}
+
 TEST_F(LibraryUnload, FacetInTheGlobalLocaleStays) {
   const ScopedDirectory directory;
   const ScopedVariable user("LC_ALL", "C");

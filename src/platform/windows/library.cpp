@@ -1,4 +1,5 @@
 #include <atomic>
+#include <exception>
 
 #include "platform/platform.h"
 #include "platform/windows/windows_api.h"
@@ -25,6 +26,11 @@ bool IsShuttingDown() noexcept {
 // Looked up while the library is loaded, since a look-up at the end of the process may wait for a
 // lock that a killed thread held.
 [[maybe_unused]] const bool wasShuttingDown = IsShuttingDown();
+
+// For the same reason: this creates the C++ runtime's key for thread-local data. Otherwise the
+// flush of std::cout at the end of the process may be what creates it. Volatile, or nothing is
+// called.
+[[maybe_unused]] const volatile int uncaughtExceptions = std::uncaught_exceptions();
 
 }  // namespace
 
