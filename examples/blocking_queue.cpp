@@ -14,13 +14,14 @@ int main() {
 
   //! [both sides]
   std::thread producer([&queue] {
-    for (int i = 1; i <= 5; ++i) queue.Push(i, kForEver);  // waits while two are queued
+    for (int i = 1; i <= 5; ++i) {
+      if (!queue.Push(i, kForEver)) return;  // waits while two are queued
+    }
   });
   int sum = 0;
   for (int taken = 0; taken < 5; ++taken) {
     int item = 0;
-    queue.Pop(item, kForEver);
-    sum += item;
+    if (queue.Pop(item, kForEver)) sum += item;
   }
   producer.join();
   //! [both sides]

@@ -8,12 +8,21 @@
 using tarsio::FileUtils;
 using tarsio::PathResolver;
 
+namespace {
+
+bool WriteFile(const char* path) {
+  return FileUtils::WriteFile("x", path, 0) == tarsio::FILE_OPT_SUCCESS;
+}
+
+}  // namespace
+
 int main() {
-  FileUtils::MakeDir("resolver-example/defaults/");
-  FileUtils::MakeDir("resolver-example/overrides/");
-  FileUtils::WriteFile("x", "resolver-example/defaults/colours.txt", 0);
-  FileUtils::WriteFile("x", "resolver-example/defaults/sizes.txt", 0);
-  FileUtils::WriteFile("x", "resolver-example/overrides/sizes.txt", 0);
+  const bool made = FileUtils::MakeDir("resolver-example/defaults/") &&
+                    FileUtils::MakeDir("resolver-example/overrides/") &&
+                    WriteFile("resolver-example/defaults/colours.txt") &&
+                    WriteFile("resolver-example/defaults/sizes.txt") &&
+                    WriteFile("resolver-example/overrides/sizes.txt");
+  if (!made) return 1;
 
   //! [resolver]
   PathResolver resolver;
@@ -26,11 +35,11 @@ int main() {
             << resolver.Resolve("nowhere.txt") << '\n';
   //! [resolver]
 
-  FileUtils::RemoveFile("resolver-example/overrides/sizes.txt");
-  FileUtils::RemoveFile("resolver-example/defaults/sizes.txt");
-  FileUtils::RemoveFile("resolver-example/defaults/colours.txt");
-  FileUtils::RemoveDir("resolver-example/overrides");
-  FileUtils::RemoveDir("resolver-example/defaults");
-  FileUtils::RemoveDir("resolver-example");
-  return 0;
+  const bool removed = FileUtils::RemoveFile("resolver-example/overrides/sizes.txt") &&
+                       FileUtils::RemoveFile("resolver-example/defaults/sizes.txt") &&
+                       FileUtils::RemoveFile("resolver-example/defaults/colours.txt") &&
+                       FileUtils::RemoveDir("resolver-example/overrides") &&
+                       FileUtils::RemoveDir("resolver-example/defaults") &&
+                       FileUtils::RemoveDir("resolver-example");
+  return removed ? 0 : 1;
 }

@@ -36,7 +36,7 @@ int main() {
   //! [waiting]
   // A value without a name waits for the workers alone, who run every task first. That lasts a
   // second longer than the last task: they leave when they have been idle that long.
-  pool->Shutdown(static_cast<tarsio::ThreadPool::SHUTDOWN_METHOD>(2));
+  pool->Shutdown(tarsio::ThreadPool::SHUTDOWN_DRAIN);
   std::cout << "sum: " << sum << ", workers: " << pool->GetRunningThreadNumber() << '\n';
   //! [waiting]
   return 0;

@@ -28,6 +28,13 @@ void ReportTaskException(const std::exception& error) {
   }
 }
 
+class NotOwned : public std::bad_weak_ptr {
+ public:
+  const char* what() const noexcept override {
+    return "tarsio::ThreadPool: no shared_ptr owns the pool; create it with std::make_shared";
+  }
+};
+
 }  // namespace
 
 // One thread of a pool.
@@ -182,7 +189,9 @@ bool ThreadPool::AddWorker() {
   if (runningThreadNumber.load(std::memory_order_relaxed) >= maxThreadNumber) return true;
   const std::lock_guard<std::mutex> lock(workersMutex);
   if (runningThreadNumber.load(std::memory_order_relaxed) >= maxThreadNumber) return true;
-  workers.push_back(std::make_shared<Worker>(name, shared_from_this()));
+  const std::shared_ptr<ThreadPool> self = weak_from_this().lock();
+  if (self == nullptr) throw NotOwned();
+  workers.push_back(std::make_shared<Worker>(name, self));
   StartWorker();
   return true;
 }

@@ -123,7 +123,7 @@ TEST(AllocationCountsOfFiles, ALargeContentIsOneWhateverItsSize) {
   const auto read = [&](const char* name) {
     return AllocationsOf([path = directory.Text(name)] {
       std::string content;
-      FileUtils::GetFileContent(path, content);
+      static_cast<void>(FileUtils::GetFileContent(path, content));
     });
   };
   EXPECT_EQ(read("megabyte"), read("one byte") + 1);
@@ -135,79 +135,78 @@ const TsString kText("twelve chars");
 
 INSTANTIATE_TEST_SUITE_P(
     Each, AllocationCounts,
-    testing::Values(Row{"FilteredLine", 0, [] { TARSIO_LOG(tarsio::LOG_LEVEL_DEBUG, "%d", 1); }},
-                    Row{"Line", 1, [] { TARSIO_LOG(tarsio::LOG_LEVEL_ERROR, "%d", 1); }},
-                    Row{"LineOfTheDefaultSink", 1,
-                        [] {
-                          static tarsio::Logger sink;
-                          sink.DoOutput(kLong.c_str());
-                        }},
-                    Row{"FilteredTsLog", 0, [] { LogToNobody(tarsio::LOG_LEVEL_WARN); }},
-                    Row{"TsLog", 1, [] { LogToNobody(tarsio::LOG_LEVEL_ERROR); }},
-                    Row{"PathOfShortComponents", 1, [] { Path(R"(C:\one\two)"); }},  // their list
-                    Row{"PathOfALongComponent", 2, [] { Path{kLong}; }},
-                    Row{"PrintedShortPath", 0, [] { kThree.Str(); }},
-                    Row{"PrintedLongPath", 1,
-                        [] {
-                          static const Path path(kLong);
-                          path.Str();
-                        }},
-                    Row{"CopiedPath", 1, [] { Path copy(kThree); }},
-                    Row{"MovedPath", 1,
-                        [] {
-                          Path copy(kThree);
-                          Path moved(std::move(copy));
-                        }},
-                    Row{"JoinedPath", 1,
-                        [] {
-                          static const Path more("more");
-                          kThree / more;
-                        }},
-                    Row{"ParentPath", 1, [] { kThree.ParentPath(); }},
-                    Row{"IsU8", 0, [] { CharsetCvt::IsU8(kLong); }},
-                    Row{"IsAscii", 0, [] { CharsetCvt::IsASCII(kLong); }},
-                    Row{"U8ToU16", 1, [] { CharsetCvt::U8ToU16(kLong); }},
-                    Row{"U16ToU8", 1,
-                        [] {
-                          static const std::u16string text(100, u'x');
-                          CharsetCvt::U16ToU8(text);
-                        }},
-                    Row{"SplitOfFourShortPieces", 3,
-                        [] { StringUtils::SplitString(kFields, ","); }},  // doubling
-                    Row{"SplitFirst", 1, [] { StringUtils::SplitFristByString(kFields, ","); }},
-                    Row{"Trim", 0,
-                        [] {
-                          std::string text = " a ";
-                          StringUtils::Trim(text);
-                        }},
-                    Row{"ToUpper", 1, [] { StringUtils::ToUpper(kLong); }},
-                    Row{"Contains", 0, [] { StringUtils::Contains(kLong, kShort); }},
-                    Row{"StartsWith", 0, [] { StringUtils::StartsWith(kLong, kShort); }},
-                    Row{"DigestText", 1,
-                        [] { StringUtils::GetHashText(kLong.data(), kLong.size()); }},
-                    Row{"EmptyTsString", 0, [] { TsString text(""); }},
-                    Row{"TsString", 1, [] { TsString text("twelve chars"); }},
-                    Row{"CopiedTsString", 1, [] { TsString copy(kText); }},
-                    Row{"ReusedTsString", 1,
-                        [] {
-                          TsString text("twelve chars");
-                          text = "twelve more!";
-                        }},
-                    Row{"TimerStartAndStop", 0,
-                        [] {
-                          static const auto timer =
-                              std::make_shared<component::TsTimer>(3600000, false);
-                          timer->Start();
-                          timer->Stop();
-                        }},
-                    Row{"QueuePushAndPop", 0,
-                        [] {
-                          static tarsio::BlockingQueue<int> queue(4);
-                          int element = 1;
-                          queue.Push(element, 0);
-                          queue.Pop(element, 0);
-                        }},
-                    Row{"CheckOfAFile", 2, [] { FileUtils::CheckDirOrFileExists("C:\\"); }}),
+    testing::Values(
+        Row{"FilteredLine", 0, [] { TARSIO_LOG(tarsio::LOG_LEVEL_DEBUG, "%d", 1); }},
+        Row{"Line", 1, [] { TARSIO_LOG(tarsio::LOG_LEVEL_ERROR, "%d", 1); }},
+        Row{"LineOfTheDefaultSink", 1,
+            [] {
+              static tarsio::Logger sink;
+              sink.DoOutput(kLong.c_str());
+            }},
+        Row{"FilteredTsLog", 0, [] { LogToNobody(tarsio::LOG_LEVEL_WARN); }},
+        Row{"TsLog", 1, [] { LogToNobody(tarsio::LOG_LEVEL_ERROR); }},
+        Row{"PathOfShortComponents", 1, [] { Path(R"(C:\one\two)"); }},  // their list
+        Row{"PathOfALongComponent", 2, [] { Path{kLong}; }},
+        Row{"PrintedShortPath", 0, [] { kThree.Str(); }},
+        Row{"PrintedLongPath", 1,
+            [] {
+              static const Path path(kLong);
+              path.Str();
+            }},
+        Row{"CopiedPath", 1, [] { Path copy(kThree); }},
+        Row{"MovedPath", 1,
+            [] {
+              Path copy(kThree);
+              Path moved(std::move(copy));
+            }},
+        Row{"JoinedPath", 1,
+            [] {
+              static const Path more("more");
+              kThree / more;
+            }},
+        Row{"ParentPath", 1, [] { kThree.ParentPath(); }},
+        Row{"IsU8", 0, [] { CharsetCvt::IsU8(kLong); }},
+        Row{"IsAscii", 0, [] { CharsetCvt::IsASCII(kLong); }},
+        Row{"U8ToU16", 1, [] { CharsetCvt::U8ToU16(kLong); }},
+        Row{"U16ToU8", 1,
+            [] {
+              static const std::u16string text(100, u'x');
+              CharsetCvt::U16ToU8(text);
+            }},
+        Row{"SplitOfFourShortPieces", 3,
+            [] { StringUtils::SplitString(kFields, ","); }},  // doubling
+        Row{"SplitFirst", 1, [] { StringUtils::SplitFristByString(kFields, ","); }},
+        Row{"Trim", 0,
+            [] {
+              std::string text = " a ";
+              StringUtils::Trim(text);
+            }},
+        Row{"ToUpper", 1, [] { StringUtils::ToUpper(kLong); }},
+        Row{"Contains", 0, [] { StringUtils::Contains(kLong, kShort); }},
+        Row{"StartsWith", 0, [] { StringUtils::StartsWith(kLong, kShort); }},
+        Row{"DigestText", 1, [] { StringUtils::GetHashText(kLong.data(), kLong.size()); }},
+        Row{"EmptyTsString", 0, [] { TsString text(""); }},
+        Row{"TsString", 1, [] { TsString text("twelve chars"); }},
+        Row{"CopiedTsString", 1, [] { TsString copy(kText); }},
+        Row{"ReusedTsString", 1,
+            [] {
+              TsString text("twelve chars");
+              text = "twelve more!";
+            }},
+        Row{"TimerStartAndStop", 0,
+            [] {
+              static const auto timer = std::make_shared<component::TsTimer>(3600000, false);
+              timer->Start();
+              timer->Stop();
+            }},
+        Row{"QueuePushAndPop", 0,
+            [] {
+              static tarsio::BlockingQueue<int> queue(4);
+              int element = 1;
+              static_cast<void>(queue.Push(element, 0));
+              static_cast<void>(queue.Pop(element, 0));
+            }},
+        Row{"CheckOfAFile", 2, [] { static_cast<void>(FileUtils::CheckDirOrFileExists("C:\\")); }}),
     [](const auto& row) { return std::string(row.param.name); });
 
 }  // namespace

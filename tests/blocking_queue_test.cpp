@@ -280,7 +280,7 @@ TEST(BlockingQueue, ZeroCapacityNeverAccepts) {
   EXPECT_EQ(records->All().size(), 1U);
   EXPECT_GE(MicrosecondsOf([&] { EXPECT_FALSE(queue->Push(1, 100)); }), 100000);
   EXPECT_EQ(records->All().size(), 2U);
-  BackgroundCall call([queue] { queue->Push(1, 0); });
+  BackgroundCall call([queue] { static_cast<void>(queue->Push(1, 0)); });
   EXPECT_TRUE(call.StaysBlocked());
   EXPECT_EQ(records->All().size(), 2U);
   EXPECT_EQ(queue->Size(), 0U);
@@ -336,7 +336,7 @@ TEST(BlockingQueue, EveryOneOfManyWaitersIsServed) {
   for (int i = 0; i < kWaiters; ++i) {
     pops.emplace_back([queue, i] {
       int item = 0;
-      queue->Pop(item, i % 2 == 0 ? 0 : INT_MAX);
+      static_cast<void>(queue->Pop(item, i % 2 == 0 ? 0 : INT_MAX));
     });
   }
   for (BackgroundCall& pop : pops) EXPECT_TRUE(pop.StaysBlocked(milliseconds(20)));
@@ -346,7 +346,8 @@ TEST(BlockingQueue, EveryOneOfManyWaitersIsServed) {
   for (int i = 0; i < kWaiters; ++i) EXPECT_TRUE(queue->Push(i, -1));
   std::vector<BackgroundCall> pushes;
   for (int i = 0; i < kWaiters; ++i) {
-    pushes.emplace_back([queue, i] { queue->Push(i, i % 2 == 0 ? 0 : INT_MAX); });
+    pushes.emplace_back(
+        [queue, i] { static_cast<void>(queue->Push(i, i % 2 == 0 ? 0 : INT_MAX)); });
   }
   for (BackgroundCall& push : pushes) EXPECT_TRUE(push.StaysBlocked(milliseconds(20)));
   int item = 0;
@@ -387,9 +388,9 @@ void ExpectDeadlinesStandUnderTraffic(bool push) {
   while (shared->returned < kWaiters) {
     std::this_thread::sleep_for(milliseconds(30));
     if (push) {
-      shared->queue.Pop(item, -1);
+      static_cast<void>(shared->queue.Pop(item, -1));
     } else {
-      shared->queue.Push(item, -1);
+      static_cast<void>(shared->queue.Push(item, -1));
     }
   }
   // Had each notification moved the deadlines, everybody would have been served.
@@ -476,7 +477,8 @@ TEST(BlockingQueue, AnElementThatComesWhileTheDeadlinePassesIsStillTaken) {
     *result = queue->Pop(item, 1000) ? item.Value() : -1;
   });
   EXPECT_TRUE(pop.StaysBlocked(milliseconds(50)));
-  BackgroundCall push([=] { queue->Push(Hooked(hooks, 9), -1); });  // holds the lock meanwhile
+  BackgroundCall push(
+      [=] { static_cast<void>(queue->Push(Hooked(hooks, 9), -1)); });  // holds the lock meanwhile
   ASSERT_TRUE(copying->WaitFor());
   EXPECT_TRUE(pop.StaysBlocked(milliseconds(1300)));
   goOn->Open();
@@ -624,7 +626,7 @@ TEST(BlockingQueue, ASinkThatThrowsReleasesTheLock) {
   const auto queue = MakeQueue<int>(1, {4});
   {
     const CallingLogger::Installed logger([] { throw std::runtime_error("sink"); });
-    EXPECT_THROW(queue->Push(1, -1), std::runtime_error);
+    EXPECT_THROW(static_cast<void>(queue->Push(1, -1)), std::runtime_error);
   }
   BackgroundCall size([queue] { queue->Size(); });
   ASSERT_TRUE(size.ReturnsWithin());
@@ -665,7 +667,7 @@ struct NamedElement {};
 template <typename T>
 std::string FunctionOfTheReport(const T& item) {
   const auto records = LogRecords::Install(tarsio::LOG_LEVEL_WARN);
-  BlockingQueue<T>(0).Push(item, -1);
+  static_cast<void>(BlockingQueue<T>(0).Push(item, -1));
   return records->All().size() == 1 ? records->All()[0].function : "";
 }
 
@@ -711,13 +713,13 @@ void ReportWhileTheProcessEnds() {
   static const auto records = LogRecords::Install(tarsio::LOG_LEVEL_WARN);
   static const struct Last {
     ~Last() {
-      BlockingQueue<Task>(0).Push([] {}, -1);
+      static_cast<void>(BlockingQueue<Task>(0).Push([] {}, -1));
       const auto all = records->All();
       const bool same = all.size() == 2 && all[0].function == all[1].function;
       std::_Exit(same ? 7 : 1);
     }
   } last;
-  BlockingQueue<Task>(0).Push([] {}, -1);
+  static_cast<void>(BlockingQueue<Task>(0).Push([] {}, -1));
   std::exit(0);
 }
 
@@ -732,7 +734,7 @@ TEST(BlockingQueueDeathTest, TheDefaultThresholdDropsTheReport) {
   const auto push = [](int level) {
     const tarsio_test::CoutRecorder recorder;
     if (level >= 0) tarsio::Log::GetInstance().SetLevel(static_cast<tarsio::LOG_LEVEL>(level));
-    BlockingQueue<int>(0).Push(1, -1);
+    static_cast<void>(BlockingQueue<int>(0).Push(1, -1));
     std::exit(recorder.Events().empty() ? 0 : 1);
   };
   EXPECT_EXIT(push(-1), testing::ExitedWithCode(0), "");
@@ -890,7 +892,7 @@ TEST(BlockingQueue, ACopyThatThrowsLeavesTheQueueUnchangedAndUnlocked) {
   const auto queue = MakeQueue<Explosive>(1000);
   for (int i = 0; i < 500; ++i) {
     armed = true;
-    EXPECT_THROW(queue->Push(Explosive(-1, &armed), 0), std::runtime_error);
+    EXPECT_THROW(static_cast<void>(queue->Push(Explosive(-1, &armed), 0)), std::runtime_error);
     armed = false;
     ASSERT_EQ(queue->Size(), static_cast<uint64_t>(i));
     ASSERT_TRUE(queue->Push(Explosive(i, &armed), 0));
@@ -909,7 +911,7 @@ TEST(BlockingQueue, AMoveThatThrowsReleasesTheLock) {
   EXPECT_TRUE(queue->Push(Explosive(5, &armed), 0));
   Explosive item(-1, &armed);
   armed = true;
-  EXPECT_THROW(queue->Pop(item, 0), std::runtime_error);
+  EXPECT_THROW(static_cast<void>(queue->Pop(item, 0)), std::runtime_error);
   armed = false;
   BackgroundCall size([queue] { queue->Size(); });
   ASSERT_TRUE(size.ReturnsWithin());
@@ -926,11 +928,12 @@ TEST(BlockingQueue, APushThatThrowsLeavesItsRoomToTheOthersThatWait) {
   ASSERT_TRUE(queue->Push(Explosive(1, &succeeds), 0));
   std::vector<BackgroundCall> throwing;
   for (int i = 0; i < 4; ++i) {
-    throwing.emplace_back(
-        [queue] { EXPECT_THROW(queue->Push(Explosive(2, &throws), 0), std::runtime_error); });
+    throwing.emplace_back([queue] {
+      EXPECT_THROW(static_cast<void>(queue->Push(Explosive(2, &throws), 0)), std::runtime_error);
+    });
     EXPECT_TRUE(throwing.back().StaysBlocked(milliseconds(20)));
   }
-  BackgroundCall last([queue] { queue->Push(Explosive(3, &succeeds), 0); });
+  BackgroundCall last([queue] { static_cast<void>(queue->Push(Explosive(3, &succeeds), 0)); });
   EXPECT_TRUE(last.StaysBlocked(milliseconds(50)));
   Explosive item(0, &succeeds);
   EXPECT_TRUE(queue->Pop(item, -1));
@@ -948,14 +951,14 @@ TEST(BlockingQueue, APopThatThrowsLeavesTheElementToTheOthersThatWait) {
   for (int i = 0; i < 4; ++i) {
     throwing.emplace_back([queue] {
       Explosive item(0, &throws);
-      EXPECT_THROW(queue->Pop(item, 0), std::runtime_error);
+      EXPECT_THROW(static_cast<void>(queue->Pop(item, 0)), std::runtime_error);
     });
     EXPECT_TRUE(throwing.back().StaysBlocked(milliseconds(20)));
   }
   const auto value = std::make_shared<std::atomic<int>>(0);
   BackgroundCall last([=] {
     Explosive item(0, &succeeds);
-    queue->Pop(item, 0);
+    static_cast<void>(queue->Pop(item, 0));
     *value = item.value;
   });
   EXPECT_TRUE(last.StaysBlocked(milliseconds(50)));
@@ -1082,9 +1085,9 @@ TEST(BlockingQueue, CloseWakesNobodyEarly) {
   }
   BackgroundCall popForEver([=] {
     int item = 0;
-    empty->Pop(item, 0);
+    static_cast<void>(empty->Pop(item, 0));
   });
-  BackgroundCall pushForEver([=] { full->Push(1, 0); });
+  BackgroundCall pushForEver([=] { static_cast<void>(full->Push(1, 0)); });
   EXPECT_TRUE(popForEver.StaysBlocked(milliseconds(100)));
   EXPECT_TRUE(pushForEver.StaysBlocked(milliseconds(100)));
 
@@ -1157,7 +1160,8 @@ TEST(BlockingQueueLoad, OneConsumerSeesEachProducersOrder) {
   std::vector<std::thread> producers;
   for (int producer = 0; producer < kProducers; ++producer) {
     producers.emplace_back([&queue, producer] {
-      for (int i = 0; i < kPerProducer; ++i) queue.Push(producer * kPerProducer + i, 0);
+      for (int i = 0; i < kPerProducer; ++i)
+        static_cast<void>(queue.Push(producer * kPerProducer + i, 0));
     });
   }
   std::vector<int> next(kProducers);

@@ -316,9 +316,10 @@ TEST_F(FileFaults, FileThatComesGoesAndChangesIsReadAtASizeThatItHad) {
   std::thread writer([&stop] {
     for (unsigned i = 0; !stop; ++i) {
       const size_t size = i % 3 == 0 ? kLargest : i % 3 == 1 ? 1000 : 1;
-      FileUtils::WriteFile(std::string(size, 'x'), "./f", kBinary);
-      if (i % 5 == 0) FileUtils::WriteFile(std::string(500, 'x'), "./f", kBinary | kAppend);
-      if (i % 4 == 0) FileUtils::RemoveFile("f");
+      static_cast<void>(FileUtils::WriteFile(std::string(size, 'x'), "./f", kBinary));
+      if (i % 5 == 0)
+        static_cast<void>(FileUtils::WriteFile(std::string(500, 'x'), "./f", kBinary | kAppend));
+      if (i % 4 == 0) static_cast<void>(FileUtils::RemoveFile("f"));
     }
   });
   const auto giveUp = std::chrono::steady_clock::now() + std::chrono::seconds(30);

@@ -53,8 +53,8 @@ TEST_F(LibraryUnload, ALibraryWithALivingWorkerStaysLoaded) {
   EXPECT_EQ(pool->use_count(), 1);
 }
 
-// On Windows the worker is killed while it holds the lock of the C++ runtime's keys for thread-local
-// data. This process has not used any of its own yet.
+// On Windows the worker is killed while it holds the lock of the C++ runtime's keys for
+// thread-local data. This process has not used any of its own yet.
 TEST_F(LibraryUnload, ProcessEndsWhileAWorkerEnds) {
   using Submit = std::shared_ptr<void>*(std::function<void()>*);
   static std::shared_ptr<void>* pool = nullptr;

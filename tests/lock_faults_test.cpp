@@ -59,11 +59,11 @@ TEST(Deadlines, AreTheSystemClocksTimeOfTheCallAndTheTimeout) {
     std::function<void()> wait;
     std::chrono::nanoseconds timeout;
   } rows[] = {
-      {"Push", [&] { queue.Push(1, 30); }, milliseconds(30)},
+      {"Push", [&] { static_cast<void>(queue.Push(1, 30)); }, milliseconds(30)},
       {"Pop",
        [&] {
          int item = 0;
-         queue.Pop(item, 40);
+         static_cast<void>(queue.Pop(item, 40));
        },
        milliseconds(40)},
       {"CountDownLatch", [&] { latch.Wait(50); }, milliseconds(50)},
@@ -119,10 +119,10 @@ TEST(Notifications, AreSentUnderTheLockAndToAllButWhereOneIsPromised) {
   const auto latch = std::make_shared<CountDownLatch>(2);
   const auto wake = std::make_shared<CountOutWake>();
   ASSERT_TRUE(full->Push(1, -1));
-  const auto push = [](const auto& queue) { queue->Push(1, 0); };
+  const auto push = [](const auto& queue) { static_cast<void>(queue->Push(1, 0)); };
   const auto pop = [](const auto& queue) {
     int item = 0;
-    queue->Pop(item, 0);
+    static_cast<void>(queue->Pop(item, 0));
   };
   using Calls = std::vector<std::function<void()>>;
   const struct {
@@ -190,7 +190,7 @@ TEST(Notifications, ComeBeforeCloseDestroysElements) {
   const auto waits = std::make_shared<Gate>();
   BackgroundCall push([=] {
     tarsio_test::BeforeNextWait([waits] { waits->Open(); });
-    queue->Push(Element(), 0);
+    static_cast<void>(queue->Push(Element(), 0));
   });
   ASSERT_TRUE(waits->WaitFor());
   const NotificationWatch watch;
@@ -204,8 +204,8 @@ TEST(Notifications, OfAQueueAreNotSentWhereNobodyWaits) {
   int item = 0;
   const auto pushAndPop = [&] {
     const NotificationWatch watch;
-    queue->Push(1, -1);
-    queue->Pop(item, -1);
+    static_cast<void>(queue->Push(1, -1));
+    static_cast<void>(queue->Pop(item, -1));
     return NotificationWatch::All().size();
   };
   EXPECT_EQ(pushAndPop(), 0U);
@@ -213,17 +213,17 @@ TEST(Notifications, OfAQueueAreNotSentWhereNobodyWaits) {
   const size_t begun = tarsio_test::WaitsBegun();
   BackgroundCall pop([queue] {
     int taken = 0;
-    queue->Pop(taken, 0);
+    static_cast<void>(queue->Pop(taken, 0));
   });
   while (tarsio_test::WaitsBegun() == begun) std::this_thread::sleep_for(milliseconds(1));
-  queue->Push(1, -1);
+  static_cast<void>(queue->Push(1, -1));
   ASSERT_TRUE(pop.ReturnsWithin());
-  queue->Push(1, -1);
-  BackgroundCall push([queue] { queue->Push(2, 0); });
+  static_cast<void>(queue->Push(1, -1));
+  BackgroundCall push([queue] { static_cast<void>(queue->Push(2, 0)); });
   while (tarsio_test::WaitsBegun() == begun + 1) std::this_thread::sleep_for(milliseconds(1));
-  queue->Pop(item, -1);
+  static_cast<void>(queue->Pop(item, -1));
   ASSERT_TRUE(push.ReturnsWithin());
-  queue->Pop(item, -1);
+  static_cast<void>(queue->Pop(item, -1));
   EXPECT_EQ(pushAndPop(), 0U);
 }
 
@@ -277,8 +277,8 @@ TEST(LockFaults, QueueIsAsItWas) {
   ASSERT_TRUE(queue.Push(1, -1));
   int item = 7;
   for (const int timeoutMs : {-1, 0, 1}) {
-    EXPECT_TRUE(FailsAtLock(0, [&] { queue.Push(2, timeoutMs); }));
-    EXPECT_TRUE(FailsAtLock(0, [&] { queue.Pop(item, timeoutMs); }));
+    EXPECT_TRUE(FailsAtLock(0, [&] { static_cast<void>(queue.Push(2, timeoutMs)); }));
+    EXPECT_TRUE(FailsAtLock(0, [&] { static_cast<void>(queue.Pop(item, timeoutMs)); }));
   }
   EXPECT_TRUE(FailsAtLock(0, [&] { queue.Close(); }));
   EXPECT_TRUE(FailsAtLock(0, [&] { queue.Size(); }));

@@ -346,21 +346,22 @@ TEST(MemoryFaults, FileSystemQueries) {
   const Path missing(directory.Text(Long("missing")));
   using P = Path&;
   FailEachAllocationOf({
-      Keeps<Path>("Exists", path, [](P p) { p.Exists(); }),
-      Keeps<Path>("IsFile", path, [](P p) { p.IsFile(); }),
-      Keeps<Path>("IsDirectory", path, [](P p) { p.IsDirectory(); }),
-      Keeps<Path>("FileSize", path, [](P p) { p.FileSize(); }),
-      Keeps<Path>("Exists of nothing", missing, [](P p) { p.Exists(); }),
+      Keeps<Path>("Exists", path, [](P p) { static_cast<void>(p.Exists()); }),
+      Keeps<Path>("IsFile", path, [](P p) { static_cast<void>(p.IsFile()); }),
+      Keeps<Path>("IsDirectory", path, [](P p) { static_cast<void>(p.IsDirectory()); }),
+      Keeps<Path>("FileSize", path, [](P p) { static_cast<void>(p.FileSize()); }),
+      Keeps<Path>("Exists of nothing", missing, [](P p) { static_cast<void>(p.Exists()); }),
       {"MakeDir",
        [=] {
-         FileUtils::RemoveDir(missing.Str());
-         return Attempt{[=] { tarsio::MakeDir(missing); }, [=] { EXPECT_FALSE(missing.Exists()); }};
+         static_cast<void>(FileUtils::RemoveDir(missing.Str()));
+         return Attempt{[=] { static_cast<void>(tarsio::MakeDir(missing)); },
+                        [=] { EXPECT_FALSE(missing.Exists()); }};
        }},
       {"MakeDirs",
        [=] {
-         FileUtils::RemoveDir((missing / "below").Str());
-         FileUtils::RemoveDir(missing.Str());
-         return Attempt{[=] { tarsio::MakeDirs(missing / "below"); },
+         static_cast<void>(FileUtils::RemoveDir((missing / "below").Str()));
+         static_cast<void>(FileUtils::RemoveDir(missing.Str()));
+         return Attempt{[=] { static_cast<void>(tarsio::MakeDirs(missing / "below")); },
                         [=] { EXPECT_FALSE((missing / "below").Exists()); }};
        }},
   });
@@ -382,7 +383,8 @@ TEST(MemoryFaults, Resolver) {
       Plain("the current directory", [] { const PathResolver resolver; }),
       {"Append", [=] { return prepare([=](PathResolver& r) { r.Append(path); }); }},
       {"Prepend", [=] { return prepare([=](PathResolver& r) { r.Prepend(path); }); }},
-      {"Resolve", [=] { return prepare([=](PathResolver& r) { r.Resolve("missing"); }); }},
+      {"Resolve",
+       [=] { return prepare([=](PathResolver& r) { static_cast<void>(r.Resolve("missing")); }); }},
       {"a copy", [=] { return prepare([](PathResolver& r) { const PathResolver copy(r); }); }},
   });
 }
@@ -410,7 +412,9 @@ TEST(MemoryFaults, Files) {
   const auto write = [&](const char* title, int mode) {
     return Row{title, [=, &directory] {
                  directory.Write(name, old);
-                 return Attempt{[=] { FileUtils::WriteFile(Long("new"), text, mode); }, checkFile};
+                 return Attempt{
+                     [=] { static_cast<void>(FileUtils::WriteFile(Long("new"), text, mode)); },
+                     checkFile};
                }};
   };
   FailEachAllocationOf({
@@ -418,7 +422,7 @@ TEST(MemoryFaults, Files) {
        [=, &directory] {
          directory.Write(name, old);
          const auto content = std::make_shared<std::string>("as it was");
-         return Attempt{[=] { FileUtils::GetFileContent(text, *content); },
+         return Attempt{[=] { static_cast<void>(FileUtils::GetFileContent(text, *content)); },
                         [=] {
                           EXPECT_EQ(*content, "as it was");
                           checkFile();
@@ -427,7 +431,8 @@ TEST(MemoryFaults, Files) {
       write("WriteFile", 0x20),
       write("WriteFile in place", 0x21),
       write("WriteFile at the end", 0x28),
-      Plain("CheckDirOrFileExists", [=] { FileUtils::CheckDirOrFileExists(text); }),
+      Plain("CheckDirOrFileExists",
+            [=] { static_cast<void>(FileUtils::CheckDirOrFileExists(text)); }),
       {"MakeDir",
        [&directory] {
          const std::string below = directory.Text("a/" + Long("b") + "/");
@@ -436,10 +441,10 @@ TEST(MemoryFaults, Files) {
            EXPECT_FALSE(std::filesystem::exists(directory.Native("a")));
          };
          remove();
-         return Attempt{[=] { FileUtils::MakeDir(below); }, remove};
+         return Attempt{[=] { static_cast<void>(FileUtils::MakeDir(below)); }, remove};
        }},
-      Plain("RemoveDir", [=] { FileUtils::RemoveDir(Long(".\\missing")); }),
-      Plain("RemoveFile", [=] { FileUtils::RemoveFile(Long(".\\missing")); }),
+      Plain("RemoveDir", [=] { static_cast<void>(FileUtils::RemoveDir(Long(".\\missing"))); }),
+      Plain("RemoveFile", [=] { static_cast<void>(FileUtils::RemoveFile(Long(".\\missing"))); }),
   });
 }
 
@@ -453,8 +458,8 @@ TEST(MemoryFaults, Queue) {
       {"Push",
        [=] {
          const auto queue = std::make_shared<Queue>(2U);
-         queue->Push(Long("first"), -1);
-         return Attempt{[=] { queue->Push(item, -1); },
+         static_cast<void>(queue->Push(Long("first"), -1));
+         return Attempt{[=] { static_cast<void>(queue->Push(item, -1)); },
                         [=] {
                           EXPECT_EQ(queue->Size(), 1U);
                           EXPECT_TRUE(queue->Push(Long("second"), -1));
@@ -476,22 +481,23 @@ TEST(MemoryFaults, RefusedPush) {
   using Queue = BlockingQueue<std::string>;
   FailEachAllocationOf({{"Push on a full queue", [] {
                            const auto queue = std::make_shared<Queue>(1U);
-                           queue->Push(Long("first"), -1);
-                           return Attempt{[=] { queue->Push(Long("second"), -1); },
-                                          [=] {
-                                            std::string popped;
-                                            EXPECT_EQ(queue->Size(), 1U);
-                                            EXPECT_TRUE(queue->Pop(popped, -1));
-                                            EXPECT_EQ(popped, Long("first"));
-                                          }};
+                           static_cast<void>(queue->Push(Long("first"), -1));
+                           return Attempt{
+                               [=] { static_cast<void>(queue->Push(Long("second"), -1)); },
+                               [=] {
+                                 std::string popped;
+                                 EXPECT_EQ(queue->Size(), 1U);
+                                 EXPECT_TRUE(queue->Pop(popped, -1));
+                                 EXPECT_EQ(popped, Long("first"));
+                               }};
                          }}});
 }
 
 // Neither closing a queue nor dropping a pool allocates.
 TEST(MemoryFaults, Close) {
   BlockingQueue<std::string> queue(2U);
-  queue.Push(Long("first"), -1);
-  queue.Push(Long("second"), -1);
+  static_cast<void>(queue.Push(Long("first"), -1));
+  static_cast<void>(queue.Push(Long("second"), -1));
   auto pool = std::make_shared<ThreadPool>(Long("pool"), 0U, 0U, 10U);
   const auto owned = std::make_shared<int>(0);
   pool->SubmitTask([owned] {});
@@ -652,7 +658,7 @@ TEST(MemoryFaults, StartedTimer) {
 TEST(MemoryFaults, SystemInformation) {
   FailEachAllocationOf({Plain("a record", [] {
     auto info = std::make_shared<tarsio::ClientDeviceInfo>();
-    tarsio::SysInfo::GetClientOsInfo(info);
+    static_cast<void>(tarsio::SysInfo::GetClientOsInfo(info));
   })});
 }
 

@@ -191,10 +191,10 @@ TEST_F(PathPlatform, QueriesHandOverThePrintedWindowsForm) {
     EXPECT_CALL(platform, KindOf(Wide(row.text))).Times(3).WillRepeatedly(Return(ObjectKind{}));
     EXPECT_CALL(platform, SizeOf(Wide(row.text))).WillOnce(Return(0U));
     platform.widened.clear();
-    row.path.Exists();
-    row.path.IsFile();
-    row.path.IsDirectory();
-    row.path.FileSize();
+    static_cast<void>(row.path.Exists());
+    static_cast<void>(row.path.IsFile());
+    static_cast<void>(row.path.IsDirectory());
+    static_cast<void>(row.path.FileSize());
     EXPECT_THAT(platform.widened, ElementsAre(row.text, row.text, row.text, row.text));
     testing::Mock::VerifyAndClearExpectations(&platform);
   }

@@ -83,7 +83,7 @@ TEST_F(PathResolverPlatform, AsksForTheCurrentDirectoryOnceAtConstruction) {
   PathResolver copy(resolver);
   copy = resolver;
   copy.Append("a");
-  copy.Resolve("b");
+  static_cast<void>(copy.Resolve("b"));
   EXPECT_EQ(copy[0].Str(), R"(C:\home\u)");
   EXPECT_EQ(platform.currentDirectoryAsked, 1);
 }

@@ -107,8 +107,8 @@ void ExpectSamePath(const Path& actual, const Path& expected) {
 class PathResolverFiles : public testing::Test {
  protected:
   PathResolverFiles() {
-    MakeDirs("first/folder");
-    MakeDirs("second/folder/deep");
+    static_cast<void>(MakeDirs("first/folder"));
+    static_cast<void>(MakeDirs("second/folder/deep"));
     for (const char* name : {"first/both.txt", "first/only-first.txt", "second/both.txt",
                              "second/only-second.txt", "second/folder/deep/file.txt", "here.txt"}) {
       directory.Write(name, name);
@@ -465,7 +465,7 @@ TEST_F(PathResolverFiles, SearchLeavesListAndValueAloneAndReportsNothing) {
   found = L"changed";
   Path directoryFound = resolver.Resolve(R"(C:\x)");
   directoryFound = L"changed";
-  resolver.Resolve("nowhere.txt");
+  static_cast<void>(resolver.Resolve("nowhere.txt"));
   EXPECT_THAT(Entries(resolver), ElementsAre("missing", "first", "second"));
   EXPECT_EQ(value.Str(), "only-second.txt");
   EXPECT_THAT(records->All(), IsEmpty());

@@ -145,10 +145,10 @@ TEST_F(SysInfoPlatform, VersionIsWrittenAsMajorAndMinorInDecimal) {
 
 TEST_F(SysInfoPlatform, AsksForTheVersionOnceEachTime) {
   auto info = std::make_shared<ClientDeviceInfo>();
-  SysInfo::GetClientOsInfo(info);
+  static_cast<void>(SysInfo::GetClientOsInfo(info));
   EXPECT_EQ(system.asked, 1);
   system.minor = 5;
-  SysInfo::GetClientOsInfo(info);
+  static_cast<void>(SysInfo::GetClientOsInfo(info));
   EXPECT_EQ(system.asked, 2);
   EXPECT_EQ(info->osVersion, "10.5");
 }

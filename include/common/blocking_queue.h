@@ -16,6 +16,7 @@
 #include <string>
 #include <utility>
 
+#include "common/export.h"
 #include "common/log.h"
 
 namespace tarsio {
@@ -75,7 +76,7 @@ class BlockingQueue {
   /// Appends a copy of `item` when there is room, and returns whether it did. A refusal is reported
   /// at LOG_LEVEL_WARN: "queue full or timeout". On a closed queue it waits its whole timeout, with
   /// timeout 0 for ever.
-  bool Push(const T& item, int timeoutMs) {
+  TARSIO_COMMON_NODISCARD bool Push(const T& item, int timeoutMs) {
     std::unique_lock<std::mutex> lock(mutex);
     // Unequal, not less: with capacity 0 the empty queue counts as full.
     if (!WaitFor(notFull, lock, timeoutMs,
@@ -91,7 +92,7 @@ class BlockingQueue {
   /// Moves the first element into `item`, and returns whether it did; if not, `item` is left as it
   /// was and nothing is reported. On a closed queue it waits its whole timeout, with timeout 0 for
   /// ever.
-  bool Pop(T& item, int timeoutMs) {
+  TARSIO_COMMON_NODISCARD bool Pop(T& item, int timeoutMs) {
     std::unique_lock<std::mutex> lock(mutex);
     if (!WaitFor(notEmpty, lock, timeoutMs, [this] { return !closed && !items.empty(); })) {
       return false;

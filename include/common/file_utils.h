@@ -42,7 +42,7 @@ class TARSIO_COMMON_API FileUtils {
  public:
   /// Reads the whole file at `path`, byte for byte, into `content`. For results 1 and 2 `content`
   /// is left as it was; for 3 (the file changed while it was read) it is emptied.
-  static FileOptRet GetFileContent(std::string path, std::string& content);
+  TARSIO_COMMON_NODISCARD static FileOptRet GetFileContent(std::string path, std::string& content);
 
   /// Writes `content` to the file at `path`. Mind the order: the content comes first.
   ///
@@ -58,22 +58,23 @@ class TARSIO_COMMON_API FileUtils {
   /// Append with truncate, and any other bit, is refused with result 4, the file untouched. A bare
   /// file name is refused with 5, since its parent is an empty path: write `.\name`. Errors while
   /// writing are not detected, and may leave a file that is cut short.
-  static FileOptRet WriteFile(std::string content, std::string path, int mode);
+  TARSIO_COMMON_NODISCARD static FileOptRet WriteFile(std::string content, std::string path,
+                                                      int mode);
 
   /// Creates every directory whose name in `path` ends in a separator: "a/b/c" creates a and a/b,
   /// "a/b/c/" all three. False for an empty text, or as soon as one cannot be created; those made
   /// before stay. Whatever exists is passed over, a file too.
-  static bool MakeDir(const std::string& path);
+  TARSIO_COMMON_NODISCARD static bool MakeDir(const std::string& path);
 
   /// Removes an empty directory, and returns whether it did.
-  static bool RemoveDir(const std::string& path);
+  TARSIO_COMMON_NODISCARD static bool RemoveDir(const std::string& path);
 
   /// Removes a file, and returns whether it did; a directory is refused.
-  static bool RemoveFile(const std::string& path);
+  TARSIO_COMMON_NODISCARD static bool RemoveFile(const std::string& path);
 
   /// Whether anything of that name exists. The text is parsed, printed and parsed again, so a
   /// relative path whose first component is "UNC" is taken for a share.
-  static bool CheckDirOrFileExists(std::string path);
+  TARSIO_COMMON_NODISCARD static bool CheckDirOrFileExists(std::string path);
 };
 
 }  // namespace tarsio

@@ -55,7 +55,8 @@ class TARSIO_COMMON_API Logger {
   ///
   /// Throws: memory exhaustion; `out` is then unchanged.
   virtual void VFormat(LOG_LEVEL level, std::string& out, const char* file, int line,
-                       const char* function, const char* format, va_list args);
+                       const char* function, const char* format, va_list args)
+      TARSIO_COMMON_PRINTF(7, 0);
 
   /// Writes `line` and a newline to `std::cout` in one insertion, and flushes. A null `line` is an
   /// empty one. If the stream has failed, the line is silently lost.
@@ -63,6 +64,15 @@ class TARSIO_COMMON_API Logger {
   /// Throws: memory exhaustion; nothing is then written.
   virtual void DoOutput(const char* line);
 };
+
+class Log;
+
+namespace internal {
+
+// Below.
+TARSIO_COMMON_LOCAL Log* LogFor(LOG_LEVEL messageLevel);
+
+}  // namespace internal
 
 /// The process-wide log. It holds a threshold (LOG_LEVEL_ERROR at first, so warnings and below are
 /// dropped until SetLevel() lets them through) and owns one sink.
@@ -89,16 +99,16 @@ class TARSIO_COMMON_API Log {
   void SetLogger(std::unique_ptr<Logger>&& newLogger);
 
   /// Formats a line by printf's rules and hands it to the sink, on the calling thread. A message
-  /// above the threshold costs one comparison: nothing is formatted, the arguments are not looked
-  /// at. `file` is the caller's source path, `function` its qualified name; TARSIO_LOG() passes
-  /// them.
+  /// above the threshold is dropped: nothing is formatted. `file` is the caller's source path,
+  /// `function` its name. TARSIO_LOG() passes them.
   ///
   /// Throws: whatever the sink throws.
   void DoLog(LOG_LEVEL messageLevel, const char* file, int line, const char* function,
-             const char* format, ...);
+             const char* format, ...) TARSIO_COMMON_PRINTF(6, 7);
 
  private:
   class EndOfLog;
+  friend Log* internal::LogFor(LOG_LEVEL messageLevel);
 
   Log();
   ~Log();
@@ -114,13 +124,29 @@ class TARSIO_COMMON_API Log {
 /// Threads: as safe as the two functions are.
 TARSIO_COMMON_API void TsLog(LOG_LEVEL level, void (*output)(const char* line),
                              LOG_LEVEL (*getLevel)(), const char* file, int line,
-                             const char* function, const char* format, ...);
+                             const char* function, const char* format, ...)
+    TARSIO_COMMON_PRINTF(7, 8);
+
+namespace internal {
+
+// The log, or null if a message of that level does not pass its threshold.
+TARSIO_COMMON_LOCAL inline Log* LogFor(LOG_LEVEL messageLevel) {
+  static Log& log = Log::GetInstance();
+  return messageLevel <= log.level.load(std::memory_order_relaxed) ? &log : nullptr;
+}
+
+}  // namespace internal
 
 }  // namespace tarsio
 
 /// `TARSIO_LOG(level, format, ...)` logs through the process-wide log with the caller's file, line
-/// and function.
-#define TARSIO_LOG(level, ...) \
-  ::tarsio::Log::GetInstance().DoLog((level), __FILE__, __LINE__, __func__, __VA_ARGS__)
+/// and function (as `__func__` has it). A statement. If the message does not pass the threshold,
+/// its arguments are not evaluated.
+#define TARSIO_LOG(messageLevel, ...)                                               \
+  do {                                                                              \
+    const ::tarsio::LOG_LEVEL tarsioLevel_ = (messageLevel);                        \
+    if (::tarsio::Log* const tarsioLog_ = ::tarsio::internal::LogFor(tarsioLevel_)) \
+      tarsioLog_->DoLog(tarsioLevel_, __FILE__, __LINE__, __func__, __VA_ARGS__);   \
+  } while (false)
 
 #endif  // TARSIO_COMMON_LOG_H_

@@ -153,14 +153,14 @@ class TARSIO_COMMON_API Path {
   /// Whether anything of that name exists and may be asked about. Here and below, "." and ".." are
   /// resolved by text before the system is asked: `missing\..\f` is `f`. In a path that is printed
   /// with the long-path prefix they are names, so nothing is found.
-  bool Exists() const;
+  TARSIO_COMMON_NODISCARD bool Exists() const;
   /// Whether it exists and is no directory: devices and the like count as files.
-  bool IsFile() const;
+  TARSIO_COMMON_NODISCARD bool IsFile() const;
   /// Whether it exists and is a directory.
-  bool IsDirectory() const;
+  TARSIO_COMMON_NODISCARD bool IsDirectory() const;
   /// The size in bytes; 0 if it cannot be told, so that Exists() and IsFile() tell a missing file
   /// from an empty one. What a directory gives is the system's choice.
-  uint64_t FileSize() const;
+  TARSIO_COMMON_NODISCARD uint64_t FileSize() const;
 
  protected:
   /// Splits `text` at every byte that occurs in `delimiters`. Leading, trailing and repeated
@@ -191,11 +191,11 @@ inline std::ostream& operator<<(std::ostream& out, const Path& path) {
 /// whatever reason: a missing parent, or anything of that name that exists already.
 ///
 /// Threads: may be called from any thread, as may MakeDirs(). Throws what Path throws.
-TARSIO_COMMON_API bool MakeDir(const Path& path);
+TARSIO_COMMON_NODISCARD TARSIO_COMMON_API bool MakeDir(const Path& path);
 
 /// Creates the directory that `path` names with every missing directory on the way. False if that
 /// fails, and also if the directory exists already: a second call returns false.
-TARSIO_COMMON_API bool MakeDirs(const Path& path);
+TARSIO_COMMON_NODISCARD TARSIO_COMMON_API bool MakeDirs(const Path& path);
 
 /// An ordered list of search directories, first searched first. It begins with one entry, the
 /// current directory at the time of construction.
@@ -251,7 +251,7 @@ class TARSIO_COMMON_API PathResolver {
   ///
   /// Joining an absolute value, or one of another type, changes nothing: such a value resolves to
   /// the first search directory that exists, deliberately.
-  Path Resolve(const Path& value) const;
+  TARSIO_COMMON_NODISCARD Path Resolve(const Path& value) const;
 
  private:
   std::vector<Path> paths;

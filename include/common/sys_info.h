@@ -29,7 +29,7 @@ class TARSIO_COMMON_API SysInfo {
   /// Fills `info`, which must not be empty, and returns whether all could be told. At the first
   /// failure, one line is logged at LOG_LEVEL_ERROR; the fields written before keep their new
   /// values, the others their old ones.
-  static bool GetClientOsInfo(std::shared_ptr<ClientDeviceInfo>& info);
+  TARSIO_COMMON_NODISCARD static bool GetClientOsInfo(std::shared_ptr<ClientDeviceInfo>& info);
 
  private:
   static bool GetOSArch(std::string& out);

@@ -25,7 +25,7 @@ class Worker;
 ///
 ///     auto pool = std::make_shared<tarsio::ThreadPool>("readers", 4, 0, 64);
 ///     pool->SubmitTask([] { Work(); });
-///     pool->Shutdown(static_cast<tarsio::ThreadPool::SHUTDOWN_METHOD>(2));  // all tasks have run
+///     pool->Shutdown(tarsio::ThreadPool::SHUTDOWN_DRAIN);  // all tasks have run
 ///
 /// Asks:     a pool must be owned by a `std::shared_ptr`.
 /// Promises: tasks start in the order of submission; a task that was taken runs to its end; workers
@@ -37,10 +37,11 @@ class Worker;
 class TARSIO_COMMON_API ThreadPool : public std::enable_shared_from_this<ThreadPool> {
  public:
   /// What Shutdown() does before it waits for the workers to leave. Any other value is accepted and
-  /// does nothing before.
+  /// acts as SHUTDOWN_DRAIN.
   enum SHUTDOWN_METHOD : int32_t {
-    SHUTDOWN_NOW = 0,   ///< Discards the pending tasks and closes the pool for good.
-    SHUTDOWN_WAIT = 1,  ///< Waits until every pending task has been taken.
+    SHUTDOWN_NOW = 0,    ///< Discards the pending tasks and closes the pool for good.
+    SHUTDOWN_WAIT = 1,   ///< Waits until every pending task has been taken; see Wait().
+    SHUTDOWN_DRAIN = 2,  ///< Does nothing before, so it waits for the tasks as well.
   };
 
   /// Starts no thread. Nothing is validated: with `threadLimit` 0 no task ever runs, with
@@ -81,18 +82,22 @@ class TARSIO_COMMON_API ThreadPool : public std::enable_shared_from_this<ThreadP
   bool SubmitTask(std::function<void()>& task);
   /// As above, for a function that was made for the call.
   bool SubmitTask(std::function<void()>&& task) { return SubmitTask(task); }
+  /// As above, for a function that may not be changed.
+  bool SubmitTask(const std::function<void()>& task) {
+    return SubmitTask(std::function<void()>(task));
+  }
 
   /// Acts on `method`, then waits until every worker has left. Workers leave only by having been
   /// idle for 1000 ms, so this lasts about a second longer than the last task.
   ///
-  /// After SHUTDOWN_WAIT, or a value without a name, the pool is open again and has no workers.
+  /// After any method but SHUTDOWN_NOW, the pool is open again and has no workers.
   /// When a DLL's statics are destroyed on Windows, Shutdown() and Wait() return at once.
   void Shutdown(SHUTDOWN_METHOD method);
 
   /// Returns when the queue is empty; the last tasks may still be running. A wake-up that falls
   /// between the look at the queue and the sleep is missed, deliberately: Wait() then lasts until
   /// the next task is taken, for ever if none comes. To wait for all tasks without that, call
-  /// Shutdown() with a value that has no name. Called from a task, it waits for the other workers.
+  /// Shutdown(SHUTDOWN_DRAIN). Called from a task, it waits for the other workers.
   void Wait();
 
  private:

@@ -127,8 +127,9 @@ class File {
 
 // ---- signals ----
 
-// The signal that a write to the standard output may raise where it should only fail: its reader has
-// left, or the file may not grow. 0 if there is none. A new standard output counts within 100 ms.
+// The signal that a write to the standard output may raise where it should only fail: its reader
+// has left, or the file may not grow. 0 if there is none. A new standard output counts within 100
+// ms.
 int StandardOutputSignal();
 
 // Blocks `signal` for this thread and discards one that was raised meanwhile. 0 blocks nothing.

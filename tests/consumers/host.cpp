@@ -88,7 +88,7 @@ void CheckPool() {
   for (int i = 0; i < 8; ++i) {
     pool->SubmitTask([&done] { ++done; });
   }
-  pool->Shutdown(static_cast<tarsio::ThreadPool::SHUTDOWN_METHOD>(2));
+  pool->Shutdown(tarsio::ThreadPool::SHUTDOWN_DRAIN);
   Check(done == 8, "the pool");
 }
 

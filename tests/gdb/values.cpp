@@ -62,11 +62,11 @@ int main() {
   pair.second = "text/plain";
 
   BlockingQueue<int> numbers(4);
-  for (int i = 1; i <= 3; ++i) numbers.Push(i, -1);
+  for (int i = 1; i <= 3; ++i) static_cast<void>(numbers.Push(i, -1));
   BlockingQueue<std::string> texts(2);
-  texts.Push("one", -1);
+  static_cast<void>(texts.Push("one", -1));
   BlockingQueue<int> closed(3);
-  closed.Push(1, -1);
+  static_cast<void>(closed.Push(1, -1));
   closed.Close();
 
   CountDownLatch release(1);

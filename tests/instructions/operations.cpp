@@ -119,8 +119,8 @@ const Named kOperations[] = {
     {"queue_push_pop",
      [] {
        int item = 1;
-       Queue().Push(item, 0);
-       Queue().Pop(item, 0);
+       static_cast<void>(Queue().Push(item, 0));
+       static_cast<void>(Queue().Pop(item, 0));
      }},
     {"timer_start_stop",
      [] {

@@ -96,7 +96,7 @@ void EndWhileAQueueRefuses(Random& random) {
   Log::GetInstance().SetLogger(std::make_unique<Sink>());
   Log::GetInstance().SetLevel(tarsio::LOG_LEVEL_WARN);
   std::thread([] {
-    for (;;) Lasting<Full>().queue.Push(1, -1);
+    for (;;) static_cast<void>(Lasting<Full>().queue.Push(1, -1));
   }).detach();
   Lasting<Gate>().Wait();
   Sleep(random);
