@@ -1,0 +1,509 @@
+// A host in surroundings that only this system has: see tests/hostile/scenario.h.
+
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <fstream>
+#include <functional>
+#include <iostream>
+#include <memory>
+#include <mutex>
+#include <new>
+#include <string>
+#include <system_error>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "common/file_utils.h"
+#include "common/log.h"
+#include "common/path.h"
+#include "common/thread_pool.h"
+#include "common/timer.h"
+#include "hostile/everyday_use.h"
+#include "hostile/scenario.h"
+#include "support/events.h"
+#include "support/gate.h"
+#include "support/scoped_directory.h"
+
+namespace {
+
+using component::TsTimer;
+using tarsio::FileUtils;
+using tarsio::ThreadPool;
+using tarsio_test::Expect;
+using tarsio_test::Gate;
+using tarsio_test::ScopedDirectory;
+
+void Check(bool done, const char* what) {
+  if (done) return;
+  std::perror(what);
+  std::_Exit(3);
+}
+
+void LogLines(int lines) {
+  for (int i = 0; i < lines; ++i) TARSIO_LOG(tarsio::LOG_LEVEL_ERROR, "line %d", i);
+}
+
+void MakeStandardOutput(int descriptor) {
+  Check(::dup2(descriptor, STDOUT_FILENO) == STDOUT_FILENO, "dup2");
+  ::close(descriptor);
+}
+
+bool IsPending(int signal) {
+  sigset_t pending;
+  ::sigpending(&pending);
+  return ::sigismember(&pending, signal) == 1;
+}
+
+bool IsBlocked(int signal) {
+  sigset_t mask;
+  ::pthread_sigmask(SIG_BLOCK, nullptr, &mask);
+  return ::sigismember(&mask, signal) == 1;
+}
+
+// ---- standard descriptors that are closed ----
+
+// While WriteFile() waits for a FIFO's reader to take more, `closed` must stay free, and what
+// others write to it must not get into the FIFO.
+void WriteWhileClosed(int closed) {
+  Check(::mkfifo("pipe", 0600) == 0, "mkfifo");
+  const int reader = ::open("pipe", O_RDONLY | O_NONBLOCK);
+  const int before = ::fcntl(closed, F_DUPFD, STDERR_FILENO + 1);
+  ::close(closed);
+  const std::string content(300000, 'c');  // more than a pipe holds
+  std::thread writer([&] { FileUtils::WriteFile(content, "./pipe", 0); });
+  std::string received;
+  std::array<char, 1000> bytes{};
+  bool isFree = true;
+  bool logged = false;
+  while (received.size() < content.size()) {
+    const ssize_t count = ::read(reader, bytes.data(), bytes.size());
+    if (count <= 0) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+      continue;
+    }
+    received.append(bytes.data(), static_cast<size_t>(count));
+    if (std::exchange(logged, true)) continue;
+    isFree = ::fcntl(closed, F_GETFD) == -1;
+    if (!isFree) continue;  // what is written now might wait for this thread
+    LogLines(3);
+    std::cerr << "a line of the host's\n";
+  }
+  writer.join();
+  ::dup2(before, closed);
+  Expect(received == content, "others write to the file");
+  for (const int opened : {reader, before}) ::close(opened);
+  ::unlink("pipe");
+  std::cout.clear();
+  std::cerr.clear();
+  Expect(isFree, "a standard descriptor is the file's");
+}
+
+void WriteWithClosedDescriptors() {
+  const ScopedDirectory directory;
+  for (const int closed : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) WriteWhileClosed(closed);
+}
+
+// Started with none of the three. Another thread logs while files are written and read.
+void StartWithoutDescriptors() {
+  for (const int closed : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+    Expect(::fcntl(closed, F_GETFD) == -1, "closed at the start");
+  }
+  const ScopedDirectory directory;
+  ::open("/dev/null", O_RDONLY);  // as the standard input, so that the next would be the output
+  std::atomic<bool> done{false};
+  std::thread other([&done] {
+    while (!done) {
+      LogLines(1);
+      std::cout.clear();  // as a host may that wants the next line, too
+    }
+  });
+  for (int i = 0; i < 2000; ++i) {
+    const std::string content(static_cast<size_t>(i), 'c');
+    std::string read;
+    Expect(FileUtils::WriteFile(content, "./f", 0) == 0, "written");
+    Expect(FileUtils::GetFileContent("./f", read) == (i == 0 ? 2 : 0), "read");
+    Expect(read == content && directory.Read("f") == content, "the file is what was written");
+  }
+  done = true;
+  other.join();
+}
+
+// The only descriptors that are left are those that files must not get.
+void OpenWithOnlyTheStandardDescriptorsFree() {
+  const ScopedDirectory directory;
+  directory.Write("f", "content");
+  for (const int closed : {STDIN_FILENO, STDOUT_FILENO}) ::close(closed);
+  const rlimit three{3, 3};
+  Check(::setrlimit(RLIMIT_NOFILE, &three) == 0, "setrlimit");
+  std::string content = "as before";
+  Expect(FileUtils::GetFileContent("f", content) == 2 && content == "as before", "not read");
+  Expect(FileUtils::WriteFile("new", "./f", 0x21) == 4, "not written");
+  Expect(FileUtils::CheckDirOrFileExists("f") && tarsio::Path("f").FileSize() == 7, "still there");
+}
+
+// ---- signals ----
+
+// Where the lines went, they cannot go on; to what takes the place later, none is written.
+void LogAfterTheReaderLeft(int descriptor) {
+  std::signal(SIGPIPE, SIG_DFL);
+  MakeStandardOutput(descriptor);
+  LogLines(100);
+  Expect(!IsBlocked(SIGPIPE) && !IsPending(SIGPIPE), "the signal is as it was");
+  const ScopedDirectory directory;
+  MakeStandardOutput(::open("later", O_WRONLY | O_CREAT, 0600));
+  LogLines(1);
+  Expect(directory.Read("later").empty(), "later lines are dropped");
+}
+
+void LogToALeftPipe() {
+  std::array<int, 2> ends{};
+  Check(::pipe(ends.data()) == 0, "pipe");
+  ::close(ends[0]);
+  LogAfterTheReaderLeft(ends[1]);
+}
+
+void LogToALeftSocket() {
+  std::array<int, 2> ends{};
+  Check(::socketpair(AF_UNIX, SOCK_STREAM, 0, ends.data()) == 0, "socketpair");
+  ::close(ends[0]);
+  LogAfterTheReaderLeft(ends[1]);
+}
+
+void LimitFileSize(rlim_t bytes) {
+  std::signal(SIGXFSZ, SIG_DFL);
+  rlimit limit{};
+  Check(::getrlimit(RLIMIT_FSIZE, &limit) == 0, "getrlimit");
+  limit.rlim_cur = bytes;
+  Check(::setrlimit(RLIMIT_FSIZE, &limit) == 0, "setrlimit");
+}
+
+void LogToAFileAtItsLimit() {
+  const ScopedDirectory directory;
+  MakeStandardOutput(::open("f", O_WRONLY | O_CREAT, 0600));
+  LimitFileSize(100);
+  LogLines(100);
+  Expect(directory.Read("f").size() == 100, "as much as fits");
+  Expect(!IsBlocked(SIGXFSZ) && !IsPending(SIGXFSZ), "the signal is as it was");
+}
+
+void WriteBeyondTheLimit() {
+  const ScopedDirectory directory;
+  LimitFileSize(1000);
+  const std::string content(5000, 'c');
+  for (const int mode : {0x00, 0x21, 0x24, 0x28, 0x30}) {
+    Expect(FileUtils::WriteFile(content, "./f", mode) == 0, "errors while writing are not told");
+    Expect(directory.Read("f") == content.substr(0, 1000), "as much as fits");
+  }
+  Expect(!IsBlocked(SIGXFSZ) && !IsPending(SIGXFSZ), "the signal is as it was");
+}
+
+// The reader takes a byte and leaves.
+void WriteToALeftFifo() {
+  const ScopedDirectory directory;
+  std::signal(SIGPIPE, SIG_DFL);
+  Check(::mkfifo("pipe", 0600) == 0, "mkfifo");
+  for (int i = 0; i < 20; ++i) {
+    const int reader = ::open("pipe", O_RDONLY | O_NONBLOCK);
+    std::thread other([reader] {
+      char byte = 0;
+      while (::read(reader, &byte, 1) != 1) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+      }
+      ::close(reader);
+    });
+    Expect(FileUtils::WriteFile(std::string(1000000, 'c'), "./pipe", 0) == 0, "written");
+    other.join();
+  }
+  Expect(!IsBlocked(SIGPIPE) && !IsPending(SIGPIPE), "the signal is as it was");
+  Expect(FileUtils::WriteFile("content", "./pipe", 0) == 4, "nothing without a reader");
+}
+
+// A signal that the host blocks is the host's, one that has come before and one that comes now.
+void LeaveTheHostsSignals() {
+  std::array<int, 2> ends{};
+  Check(::pipe(ends.data()) == 0, "pipe");
+  ::close(ends[0]);
+  MakeStandardOutput(ends[1]);
+  sigset_t set;
+  ::sigemptyset(&set);
+  ::sigaddset(&set, SIGPIPE);
+  ::pthread_sigmask(SIG_BLOCK, &set, nullptr);
+  const timespec now{};
+  LogLines(1);
+  Expect(IsPending(SIGPIPE), "the line's signal is left");
+  LogLines(1);
+  Expect(IsPending(SIGPIPE) && IsBlocked(SIGPIPE), "the signal of before is left");
+  Expect(::sigtimedwait(&set, nullptr, &now) == SIGPIPE, "for the host to take");
+  Expect(!IsPending(SIGPIPE), "just once");
+}
+
+// ---- forks ----
+
+constexpr unsigned kPatienceSeconds = 30;
+
+// How long a child takes that calls exit(0). It is killed if it hangs.
+std::chrono::milliseconds ChildExits() {
+  const auto begin = std::chrono::steady_clock::now();
+  const pid_t child = ::fork();
+  if (child == 0) {
+    ::alarm(kPatienceSeconds);
+    std::exit(0);  // NOLINT(concurrency-mt-unsafe): what this is about
+  }
+  int status = 0;
+  Check(child > 0 && ::waitpid(child, &status, 0) == child, "fork");
+  Expect(WIFEXITED(status) && WEXITSTATUS(status) == 0, "the child exits");
+  const auto took = std::chrono::steady_clock::now() - begin;
+  return std::chrono::duration_cast<std::chrono::milliseconds>(took);
+}
+
+// The pool is a static: the child destroys it, perhaps while a thread that it does not have holds
+// one of the pool's locks.
+void ForkWhileAPoolWorks() {
+  static const auto busy = std::make_shared<ThreadPool>("busy", 2, 0, 8);
+  static const auto idle = std::make_shared<ThreadPool>("idle", 2, 0, 8);
+  std::atomic<bool> done{false};
+  std::thread submitting([&done] {
+    while (!done) busy->SubmitTask([] {});
+  });
+  std::thread asking([&done] {
+    while (!done) idle->GetPendingTaskNumber();
+  });
+  for (int i = 0; i < 50 && tarsio_test::failures == 0; ++i) ChildExits();
+  done = true;
+  submitting.join();
+  asking.join();
+  busy->Shutdown(ThreadPool::SHUTDOWN_NOW);
+}
+
+// Keeps each line until it may go on.
+class HeldSink : public tarsio::Logger {
+ public:
+  HeldSink(std::shared_ptr<Gate> beginning, std::shared_ptr<Gate> end)
+      : begun(std::move(beginning)), ended(std::move(end)) {}
+  void DoOutput(const char* /*line*/) override {
+    begun->Open();
+    ended->Wait();
+  }
+
+ private:
+  const std::shared_ptr<Gate> begun;
+  const std::shared_ptr<Gate> ended;
+};
+
+// The end of the log waits a quarter of a second for lines in progress, but not for this one, which
+// never ends in the child. The fastest child counts: the machine may be busy.
+void ForkWhileALineIsInTheHostsSink() {
+  const auto begun = std::make_shared<Gate>();
+  const auto ended = std::make_shared<Gate>();
+  tarsio::Log::GetInstance().SetLogger(std::make_unique<HeldSink>(begun, ended));
+  std::thread other([] { LogLines(1); });
+  begun->Wait();
+  auto fastest = std::chrono::milliseconds::max();
+  for (int i = 0; i < 10; ++i) fastest = std::min(fastest, ChildExits());
+  Expect(fastest < std::chrono::milliseconds(240), "the child does not wait for the line");
+  ended->Open();
+  other.join();
+}
+
+// ---- memory and threads that run out ----
+
+// As long as it lives, the process gets `more` bytes of address space, and no further.
+class AddressSpaceLimit {
+ public:
+  explicit AddressSpaceLimit(rlim_t more) {
+    rlim_t pages = 0;
+    std::ifstream("/proc/self/statm") >> pages;
+    Check(::getrlimit(RLIMIT_AS, &before) == 0, "getrlimit");
+    rlimit limit = before;
+    limit.rlim_cur = pages * static_cast<rlim_t>(::sysconf(_SC_PAGESIZE)) + more;
+    Check(::setrlimit(RLIMIT_AS, &limit) == 0, "setrlimit");
+  }
+  AddressSpaceLimit(const AddressSpaceLimit&) = delete;
+  AddressSpaceLimit& operator=(const AddressSpaceLimit&) = delete;
+  ~AddressSpaceLimit() { ::setrlimit(RLIMIT_AS, &before); }
+
+ private:
+  rlimit before{};
+};
+
+constexpr size_t kMegabyte = 1 << 20;
+
+template <typename Exception>
+bool Throws(const std::function<void()>& call) {
+  try {
+    call();
+  } catch (const Exception&) {
+    return true;
+  }
+  return false;
+}
+
+void ReadMoreThanMemoryHolds() {
+  const ScopedDirectory directory;
+  directory.Write("large", "");
+  Check(::truncate("large", 1024 * kMegabyte) == 0, "truncate");
+  const std::string text(40 * kMegabyte, 'x');
+  std::string content = "as before";
+  {
+    const AddressSpaceLimit limit(64 * kMegabyte);
+    Expect(Throws<std::bad_alloc>([&] { FileUtils::GetFileContent("large", content); }), "reading");
+    Expect(content == "as before", "the output is as it was");
+    Expect(Throws<std::bad_alloc>([&] { FileUtils::WriteFile("x", text, 0); }), "writing");
+    LogLines(1);
+    TARSIO_LOG(tarsio::LOG_LEVEL_ERROR, "%s", text.c_str());  // left out, so no memory is needed
+    Expect(Throws<std::bad_alloc>([&] {
+             tarsio::Log::GetInstance().DoLog(tarsio::LOG_LEVEL_ERROR, text.c_str(), 1, "f", "x");
+           }),
+           "a line that does not fit");
+    Expect(Throws<std::bad_alloc>([&] { tarsio::Path(text).Wstr(); }), "a path");
+  }
+  Expect(tarsio_test::EverydayUse(), "works on");
+}
+
+// Timers are started until the memory ends: of those that were, none is lost.
+void StartMoreTimersThanMemoryHolds() {
+  tarsio_test::Events fired;
+  const auto first = std::make_shared<TsTimer>(1, false);
+  first->Start();  // and the timer thread with it
+  std::vector<std::shared_ptr<TsTimer>> timers;
+  timers.reserve(4000000);
+  const auto start = [&timers] {
+    for (;;) {
+      timers.push_back(std::make_shared<TsTimer>(3600000, false));
+      timers.back()->Start();
+      if (timers.size() == timers.capacity()) return;
+    }
+  };
+  {
+    const AddressSpaceLimit limit(48 * kMegabyte);
+    Expect(Throws<std::bad_alloc>(start), "many timers");
+    for (const auto& timer : timers) timer->Stop();
+    timers.clear();
+  }
+  Expect(tarsio_test::EverydayUse(), "works on");
+}
+
+void SubmitMoreTasksThanMemoryHolds() {
+  const auto pool = std::make_shared<ThreadPool>("pool", 1, 0, 1000000000);
+  Gate begun;
+  Gate released;
+  std::atomic<int> ran{0};
+  pool->SubmitTask([&] {
+    begun.Open();
+    released.Wait();
+  });
+  begun.Wait();
+  int submitted = 0;
+  {
+    const AddressSpaceLimit limit(16 * kMegabyte);
+    Expect(Throws<std::bad_alloc>([&] {
+             const std::array<char, 1000> large{};
+             for (; submitted < 1000000; ++submitted)
+               pool->SubmitTask([&ran, large] { ran += 1 + large[0]; });
+           }),
+           "many tasks");
+    released.Open();
+  }
+  pool->Shutdown(ThreadPool::SHUTDOWN_WAIT);
+  Expect(ran == submitted && submitted > 0, "each task that was taken runs");
+}
+
+// A thread's stack finds no room, which no right of the user's helps against.
+void StartThreadsWithoutRoom() {
+  const auto pool = std::make_shared<ThreadPool>("pool", 2, 0, 8);
+  std::atomic<int> ran{0};
+  tarsio_test::Events fired;
+  const std::function<void()> task = [&ran] { ++ran; };
+  const auto timer = std::make_shared<TsTimer>(1, false);
+  timer->Init([&fired] { fired.Add(); });
+  const auto later = std::make_shared<TsTimer>(1, false);
+  later->Init([&fired] { fired.Add(); });
+  {
+    const AddressSpaceLimit limit(kMegabyte);
+    for (int i = 0; i < 3; ++i) {
+      Expect(Throws<std::system_error>([&] { pool->SubmitTask(std::function<void()>(task)); }),
+             "SubmitTask");
+    }
+    Expect(Throws<std::system_error>([&] { timer->Start(); }), "Start");
+    Expect(pool->GetRunningThreadNumber() == 0 && pool->GetPendingTaskNumber() == 3, "all queued");
+  }
+  pool->SubmitTask(std::function<void()>(task));
+  later->Start();
+  pool->Shutdown(ThreadPool::SHUTDOWN_WAIT);
+  Expect(ran == 4, "every task runs once the limit is lifted");
+  Expect(fired.Await(2), "so does every timer");
+}
+
+// ---- file systems that take nothing; the current directory is on one ----
+
+void UseAFullFileSystem() {
+  const std::string content(1000000, 'c');
+  std::string read;
+  Expect(FileUtils::WriteFile(content, "./f", 0) == 0, "errors while writing are not told");
+  Expect(FileUtils::GetFileContent("f", read) == 0, "what is there is read");
+  Expect(!read.empty() && read == content.substr(0, read.size()), "as much as fits");
+  Expect(FileUtils::WriteFile("more", "./f", 0x28) == 0, "appending");
+  Expect(FileUtils::WriteFile(content, "./g", 0) == 0, "another file");
+  Expect(FileUtils::GetFileContent("g", read) == 2, "which is empty");
+  int made = 0;
+  while (made < 100 && FileUtils::MakeDir("d" + std::to_string(made) + "/")) ++made;
+  Expect(made < 100, "no more directories than fit");
+  Expect(!MakeDirs(tarsio::Path("a\\b")) && !MakeDir(tarsio::Path("a")), "nor by other calls");
+  Expect(FileUtils::WriteFile("x", "./h", 0) == 4, "nor a file");
+  LogLines(1);
+  Expect(FileUtils::RemoveFile("f") && FileUtils::RemoveFile("g"), "removed");
+  Expect(FileUtils::WriteFile("content", "./f", 0) == 0, "room again");
+  Expect(FileUtils::GetFileContent("f", read) == 0 && read == "content", "which holds the whole");
+}
+
+// After the other: with a file f and a directory d0.
+void UseAReadOnlyFileSystem() {
+  for (int mode = 0; mode < 64; ++mode) {
+    Expect(FileUtils::WriteFile("new", "./f", mode) == 4, "an old file");
+    Expect(FileUtils::WriteFile("new", "./new", mode) == 4, "a new file");
+    Expect(FileUtils::WriteFile("new", "./d0", mode) == 6, "a directory");
+    Expect(FileUtils::WriteFile("new", "./missing/new", mode) == 5, "no directory");
+  }
+  Expect(!FileUtils::MakeDir("a/") && !MakeDir(tarsio::Path("a")), "no directory is made");
+  Expect(!MakeDirs(tarsio::Path("a\\b")), "nor several");
+  Expect(FileUtils::MakeDir("d0/"), "one that exists is passed over");
+  Expect(!FileUtils::RemoveFile("f") && !FileUtils::RemoveDir("d0"), "nothing is removed");
+  std::string read;
+  Expect(FileUtils::GetFileContent("f", read) == 0 && read == "content", "reading works");
+  Expect(FileUtils::CheckDirOrFileExists("f") && !FileUtils::CheckDirOrFileExists("a"), "asking");
+}
+
+constexpr tarsio_test::Scenario kScenarios[] = {
+    {"closed_descriptors", WriteWithClosedDescriptors},
+    {"closed_at_start", StartWithoutDescriptors},
+    {"only_standard_descriptors", OpenWithOnlyTheStandardDescriptorsFree},
+    {"log_to_left_pipe", LogToALeftPipe},
+    {"log_to_left_socket", LogToALeftSocket},
+    {"log_to_full_file", LogToAFileAtItsLimit},
+    {"write_beyond_limit", WriteBeyondTheLimit},
+    {"write_to_left_fifo", WriteToALeftFifo},
+    {"hosts_signals", LeaveTheHostsSignals},
+    {"fork_with_pool", ForkWhileAPoolWorks},
+    {"fork_with_line", ForkWhileALineIsInTheHostsSink},
+    {"large_texts", ReadMoreThanMemoryHolds},
+    {"many_timers", StartMoreTimersThanMemoryHolds},
+    {"many_tasks", SubmitMoreTasksThanMemoryHolds},
+    {"no_threads", StartThreadsWithoutRoom},
+    {"full_file_system", UseAFullFileSystem},
+    {"read_only_file_system", UseAReadOnlyFileSystem},
+};
+
+}  // namespace
+
+int main(int argc, char** argv) { return tarsio_test::RunScenario(kScenarios, argc, argv); }
