@@ -4,11 +4,13 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstdint>
 #include <ctime>
+#include <mutex>
 
 #include "platform/platform.h"
 #include "platform/posix/native_path.h"
@@ -20,22 +22,55 @@ namespace {
 // The most that one call of read(2) or write(2) transfers.
 constexpr size_t kLargestTransfer = 0x7ffff000;
 
-// Above the three standard descriptors: if the host has closed one, what others write to it would
-// land in the file. -1 if there is none.
-int MoveAboveStandard(int descriptor) {
-  if (descriptor < 0 || descriptor > STDERR_FILENO) return descriptor;
-  const int moved = ::fcntl(descriptor, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
-  ::close(descriptor);
-  return moved;
+// Whether the host has closed one of the three. A placeholder of another thread's counts as closed.
+bool StandardDescriptorIsFree() {
+  for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+    const int flags = ::fcntl(descriptor, F_GETFL);
+    if (flags < 0 || (flags & O_PATH) != 0) return true;
+  }
+  return false;
 }
+
+// Keeps files from becoming a standard descriptor that the host has closed, not even for a moment:
+// what other threads write to it would land in the file. It is taken by a placeholder meanwhile,
+// which can neither be read nor written, as if it were still closed.
+class ScopedPlaceholders {
+ public:
+  ScopedPlaceholders() {
+    if (!StandardDescriptorIsFree()) return;
+    lock = std::unique_lock<std::mutex>(mutex);
+    for (;;) {
+      const int descriptor = ::open("/", O_PATH | O_CLOEXEC);
+      if (descriptor < 0) return;  // then no file can be opened either
+      if (descriptor > STDERR_FILENO) {
+        ::close(descriptor);
+        return;
+      }
+      placeholders[count++] = descriptor;
+    }
+  }
+  ScopedPlaceholders(const ScopedPlaceholders&) = delete;
+  ScopedPlaceholders& operator=(const ScopedPlaceholders&) = delete;
+  ~ScopedPlaceholders() {
+    while (count > 0) ::close(placeholders[--count]);
+  }
+
+ private:
+  static inline std::mutex mutex;  // held while there are placeholders
+
+  std::unique_lock<std::mutex> lock;
+  std::array<int, 3> placeholders{};
+  size_t count = 0;
+};
 
 // Waits neither for the other end of a FIFO nor for a modem, and a terminal does not become the
 // controlling one.
 int OpenNative(const std::wstring& path, int flags) {
   const std::string native = NativePath(path);
+  const ScopedPlaceholders placeholders;
   for (;;) {
     const int descriptor = ::open(native.c_str(), flags | O_CLOEXEC | O_NOCTTY | O_NONBLOCK, 0666);
-    if (descriptor >= 0 || errno != EINTR) return MoveAboveStandard(descriptor);
+    if (descriptor >= 0 || errno != EINTR) return descriptor;
   }
 }
 
