@@ -1,13 +1,19 @@
 // Whole files written and read with any mode, directories made and removed, against a model of the
-// file system.
+// file system. FIFOs and symbolic links to nowhere are among the names. Some inputs also use a name
+// that another thread swaps meanwhile, with one of the stated results each time.
 
+#include <filesystem>
 #include <map>
 #include <optional>
 #include <string>
+#include <system_error>
 
 #include "common/file_utils.h"
+#include "common/path.h"
 #include "require.h"
+#include "support/fifo.h"
 #include "support/scoped_directory.h"
+#include "support/swapped_name.h"
 
 namespace tarsio_fuzz {
 
@@ -15,15 +21,26 @@ namespace {
 
 using tarsio::FileUtils;
 
+enum class Special { kFifo, kLinkToItself };
+
 // Names of files and directories; a directory has no content.
 class Model {
  public:
-  bool Exists(const std::string& name) const { return objects.count(name) > 0; }
-  bool IsDirectory(const std::string& name) const {
-    return name.empty() || (Exists(name) && !objects.at(name));
+  bool Exists(const std::string& name) const {
+    const auto found = specials.find(name);
+    return found != specials.end() ? found->second == Special::kFifo : objects.count(name) > 0;
   }
-  bool IsFile(const std::string& name) const { return Exists(name) && objects.at(name); }
+  bool IsDirectory(const std::string& name) const {
+    return name.empty() || (objects.count(name) > 0 && !objects.at(name));
+  }
+  bool IsFile(const std::string& name) const { return objects.count(name) > 0 && objects.at(name); }
   std::string Content(const std::string& name) const { return *objects.at(name); }
+
+  // Whether there is room for another object.
+  bool IsFree(const std::string& name) const {
+    return objects.count(name) + specials.count(name) == 0 && IsDirectory(Parent(name));
+  }
+  void Add(const std::string& name, Special special) { specials.emplace(name, special); }
 
   static std::string Parent(const std::string& name) {
     return name.substr(0, name.find('/') == std::string::npos ? 0 : name.rfind('/'));
@@ -32,6 +49,7 @@ class Model {
   int Write(const std::string& name, const std::string& content, int mode) {
     if (IsDirectory(name)) return 6;
     if (!IsDirectory(Parent(name))) return 5;
+    if (specials.count(name) > 0) return 4;  // a FIFO has no reader
     const auto has = [mode](int bit) { return (mode & bit) != 0; };
     const bool input = has(1), atEnd = has(4), append = has(8), truncate = has(16);
     if (mode > 0x3F || (append && truncate)) return 4;
@@ -47,16 +65,21 @@ class Model {
   }
 
   int Read(const std::string& name) const {
-    if (!IsFile(name)) return 1;
-    return Content(name).empty() ? 2 : 0;
+    if (!Exists(name) || IsDirectory(name)) return 1;
+    return specials.count(name) > 0 || Content(name).empty() ? 2 : 0;
   }
 
-  bool RemoveFile(const std::string& name) { return IsFile(name) && objects.erase(name) == 1; }
+  bool RemoveFile(const std::string& name) {
+    return specials.erase(name) == 1 || (IsFile(name) && objects.erase(name) == 1);
+  }
 
   bool RemoveDirectory(const std::string& name) {
-    const auto next = objects.upper_bound(name + '/');
-    const bool holdsSomething = next != objects.end() && next->first.rfind(name + '/', 0) == 0;
-    return IsDirectory(name) && !holdsSomething && objects.erase(name) == 1;
+    const auto holdsSomeOf = [&name](const auto& names) {
+      const auto next = names.upper_bound(name + '/');
+      return next != names.end() && next->first.rfind(name + '/', 0) == 0;
+    };
+    if (!IsDirectory(name) || holdsSomeOf(objects) || holdsSomeOf(specials)) return false;
+    return objects.erase(name) == 1;
   }
 
   // Every directory on the way, itself included. What exists is passed over, a file too.
@@ -65,7 +88,7 @@ class Model {
       if (end < name.size() && name[end] != '/') continue;
       const std::string one = name.substr(0, end);
       if (Exists(one)) continue;
-      if (!IsDirectory(Parent(one))) return false;
+      if (!IsFree(one)) return false;
       objects[one] = std::nullopt;
     }
     return true;
@@ -73,6 +96,7 @@ class Model {
 
  private:
   std::map<std::string, std::optional<std::string>> objects;
+  std::map<std::string, Special> specials;
 };
 
 void Write(FuzzedDataProvider& input, Model& model, const std::string& name,
@@ -90,6 +114,35 @@ void Read(const Model& model, const std::string& name, const std::string& text) 
   Require(content == (result == 0 ? model.Content(name) : "as before"), "the content");
 }
 
+void MakeSpecial(FuzzedDataProvider& input, Model& model, const std::string& name) {
+  if (!model.IsFree(name)) return;
+  if (input.ConsumeBool()) {
+    if (tarsio_test::MakeFifo(name)) model.Add(name, Special::kFifo);
+    return;
+  }
+  std::error_code error;
+  const auto link = std::filesystem::u8path(name);
+  std::filesystem::create_symlink(link.filename(), link, error);
+  if (!error) model.Add(name, Special::kLinkToItself);
+}
+
+void UseSwappedName(FuzzedDataProvider& input) {
+  const tarsio_test::SwappedName swapped("s");
+  for (int steps = 0; steps < 20; ++steps) {
+    const int mode = input.ConsumeIntegralInRange(0, 0x4F);
+    const int written = FileUtils::WriteFile("content", "./s", mode);
+    Require(written == 0 || (written >= 4 && written <= 6), "WriteFile() on a swapped name");
+    std::string content;
+    const int read = FileUtils::GetFileContent("./s", content);
+    Require(read >= 0 && read <= 3, "GetFileContent() on a swapped name");
+    Require((read == 0) == !content.empty(), "the content of a swapped name");
+    tarsio::Path("s").FileSize();
+    FileUtils::CheckDirOrFileExists("s");
+    FileUtils::MakeDir("s/below/");
+    if (input.ConsumeBool()) FileUtils::RemoveFile("s");
+  }
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -97,6 +150,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   FuzzedDataProvider input(data, size);
   const tarsio_test::ScopedDirectory directory;
   Model model;
+  if (input.ConsumeIntegralInRange(0, 15) == 15) UseSwappedName(input);
   for (int steps = 0; input.remaining_bytes() > 0 && steps < 40; ++steps) {
     const std::string& name = input.PickValueInArray(names);
     std::string text = directory.Text(name);
@@ -106,7 +160,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     }
     if (form == 2) text = "\\\\?\\" + text;
     if (form == 3) text.insert(directory.Text().size(), "\\missing\\.\\..");
-    switch (input.ConsumeIntegralInRange(0, 5)) {
+    switch (input.ConsumeIntegralInRange(0, 6)) {
       case 0:
       case 1:
         Write(input, model, name, text);
@@ -121,6 +175,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         // The prefix itself ends in a separator, and what is missing would be made.
         if (form > 1) break;
         Require(FileUtils::MakeDir(text + '/') == model.MakeDirectories(name), "MakeDir()");
+        break;
+      case 5:
+        MakeSpecial(input, model, name);
         break;
       default:
         break;
