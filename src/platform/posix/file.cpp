@@ -1,4 +1,5 @@
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -24,11 +25,11 @@ constexpr size_t kLargestTransfer = 0x7ffff000;
 
 // Whether the host has closed one of the three. A placeholder of another thread's counts as closed.
 bool StandardDescriptorIsFree() {
-  for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
-    const int flags = ::fcntl(descriptor, F_GETFL);
-    if (flags < 0 || (flags & O_PATH) != 0) return true;
-  }
-  return false;
+  std::array<pollfd, 3> standard{
+      {{STDIN_FILENO, 0, 0}, {STDOUT_FILENO, 0, 0}, {STDERR_FILENO, 0, 0}}};
+  if (::poll(standard.data(), standard.size(), 0) == 0) return false;
+  return std::any_of(standard.begin(), standard.end(),
+                     [](const pollfd& each) { return (each.revents & POLLNVAL) != 0; });
 }
 
 // Keeps files from becoming a standard descriptor that the host has closed, not even for a moment:
