@@ -17,14 +17,14 @@ def names_under(directory):
     for folder, _, files in os.walk(directory):
         for name in files:
             path = os.path.join(folder, name)
-            # Names go to the program one per line and hold Windows separators.
-            if os.path.isfile(path) and not os.path.islink(path) and not set(path) & set("\\\n"):
+            # The program refuses names with a backslash or a colon.
+            if os.path.isfile(path) and not os.path.islink(path) and not set(path) & set("\\:"):
                 names.append(path)
     return sorted(names)
 
 
-def seconds(command, names, separator):
-    text = "".join(name + separator for name in names).encode()
+def seconds(command, names):
+    text = "".join(name + "\0" for name in names).encode()
     begin = time.monotonic()
     subprocess.run(command, input=text, stdout=subprocess.DEVNULL, check=True)
     return time.monotonic() - begin
@@ -34,9 +34,10 @@ def main():
     program = sys.argv[1]
     names = names_under(sys.argv[2] if len(sys.argv) > 2 else "/usr/include")
     sides = {
-        "ours": lambda jobs: seconds([program, "--quiet", "--jobs", jobs, "-"], names, "\n"),
-        "peer:sha256sum": lambda jobs: seconds(["xargs", "-0", "-P", jobs, "sha256sum"], names, "\0"),
-        "limit:cat": lambda jobs: seconds(["xargs", "-0", "-P", jobs, "cat"], names, "\0"),
+        "ours": lambda jobs: seconds(
+            [program, "--jobs", jobs, "--null", "--files-from", "-"], names),
+        "peer:sha256sum": lambda jobs: seconds(["xargs", "-0", "-P", jobs, "sha256sum"], names),
+        "limit:cat": lambda jobs: seconds(["xargs", "-0", "-P", jobs, "cat"], names),
     }
     sides["ours"]("1")  # the files are in the system's cache from now on
     benchmarks = []

@@ -11,5 +11,5 @@ git ls-files 'src/*.cpp' 'examples/*.cpp' | grep -v /windows/ | tidy -p "$1" {}
 # In this order, Clang looks into them as the cross compiler does.
 system=$(x86_64-w64-mingw32-g++-posix -E -x c++ -v /dev/null 2>&1 |
   sed -n 's/^ \(\/.*\(c++\|x86_64-w64-mingw32\/include\|c++\/x86_64-w64-mingw32\)\)$/-isystem \1/p')
-git ls-files 'src/platform/windows/*.cpp' |
+git ls-files 'src/platform/windows/*.cpp' 'examples/digest/windows/*.cpp' |
   tidy {} -- --target=x86_64-w64-mingw32 -std=c++17 -DTARSIO_COMMON_BUILDING -Iinclude -Isrc $system

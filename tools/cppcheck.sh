@@ -8,5 +8,5 @@ check() {
     --enable=warning,style,performance,portability -I include -I src -I tests "$@"
 }
 
-check -i src/platform/windows src examples fuzz
-check -i src/platform/posix --platform=win64 -D_WIN32 -DWINAPI= src examples
+check -i src/platform/windows -i examples/digest/windows src examples fuzz
+check -i src/platform/posix -i examples/digest/posix --platform=win64 -D_WIN32 -DWINAPI= src examples

@@ -20,8 +20,7 @@ left_out=$(($(wc -l < "$work/all") - total))
 
 echo "$total files under $dir; $program"
 status=0
-# Windows ends lines with CR LF.
-$program - < "$work/names" 2> "$work/log" | tr -d '\r' |
+$program --verbose --files-from - < "$work/names" 2> "$work/log" |
   awk -v total="$total" '{ print }
     NR % 500 == 0 { printf "\r%d of %d", NR, total > "/dev/stderr" }
     END { printf "\r%d of %d\n", NR, total > "/dev/stderr" }' > "$work/ours" || status=$?

@@ -18,6 +18,8 @@ void Console::PrintLine(const std::string& line) {
   std::cerr << erased + line + '\n' + status << std::flush;
 }
 
+void Console::PrintMessage(const std::string& message) { PrintLine("tarsio-digest: " + message); }
+
 void Console::ShowStatus(const std::string& text) {
   const std::lock_guard<std::mutex> lock(mutex);
   const size_t leftOver = status.size() - std::min(status.size(), text.size());
@@ -28,7 +30,7 @@ void Console::ShowStatus(const std::string& text) {
   status = text;
 }
 
-bool Console::IsTerminal() { return ::isatty(STDERR_FILENO) != 0; }
+bool Console::IsTerminal(std::FILE* stream) { return ::isatty(::fileno(stream)) != 0; }
 
 ConsoleLogger::ConsoleLogger(std::shared_ptr<Console> target) : console(std::move(target)) {}
 

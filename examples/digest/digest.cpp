@@ -1,17 +1,36 @@
 #include "digest.h"
 
-#include <algorithm>
-#include <cctype>
+#include <array>
+#include <cerrno>
+#include <cstdio>
 #include <exception>
 #include <filesystem>
+#include <system_error>
+#include <utility>
 
 #include "common/file_utils.h"
-#include "common/path.h"
 #include "common/string_utils.h"
+#include "names.h"
+#include "system.h"
 
 namespace {
 
-bool IsSeparator(char c) { return c == '/' || c == '\\'; }
+constexpr char kOutOfMemory[] = "Out of memory";  // too short to be allocated
+
+Outcome Failed(std::string reason) {
+  Outcome outcome;
+  outcome.failure = std::move(reason);
+  return outcome;
+}
+
+Outcome Digested(const std::string& content) {
+  const std::string digest = tarsio::StringUtils::GetHashText(content.data(), content.size());
+  if (digest.empty()) return Failed("libcrypto refuses to compute SHA-256");
+  Outcome outcome;
+  outcome.bytes = content.size();
+  outcome.digest = tarsio::StringUtils::SpaceToUnderscore(digest, " ", '0');
+  return outcome;
+}
 
 // An absolute path would resolve to a search directory.
 tarsio::Path Find(const std::string& name, const tarsio::PathResolver& resolver) {
@@ -19,133 +38,70 @@ tarsio::Path Find(const std::string& name, const tarsio::PathResolver& resolver)
   return path.IsAbsolute() ? path : resolver.Resolve(path);
 }
 
+std::string ErrnoMessage() { return std::generic_category().message(errno); }
+
+// Why the library did not read the file. Empty if the file is, too. The library reads files of a
+// known size only: those of /proc have size 0, and yield bytes.
+std::string WhyNotRead(const tarsio::Path& path) {
+  const std::filesystem::path native = NativePath(path);
+  std::error_code error;
+  const std::filesystem::file_status status = std::filesystem::status(native, error);
+  if (status.type() == std::filesystem::file_type::not_found) return "No such file or directory";
+  if (error) return error.default_error_condition().message();
+  if (std::filesystem::is_directory(status)) return "Is a directory";
+  // Not opened: a FIFO might have no writer.
+  if (!std::filesystem::is_regular_file(status)) return "Not a regular file";
+  const File file = OpenForReading(native);
+  if (file == nullptr) return ErrnoMessage();
+  if (!IsRegularFile(file.get())) return "Not a regular file";
+  if (std::getc(file.get()) != EOF) return "Its size is not known";
+  return std::ferror(file.get()) != 0 ? ErrnoMessage() : "";
+}
+
 Outcome Digest(const tarsio::Path& path) {
-  Outcome outcome;
   std::string content;
-  switch (tarsio::FileUtils::GetFileContent(path.Str(), content)) {
-    case tarsio::FILE_OPT_SUCCESS:
-      break;
-    case tarsio::FILE_OPT_NOT_FILE:
-      outcome.failure = path.IsDirectory() ? "is a directory" : "is missing";
-      return outcome;
-    case tarsio::FILE_OPT_EMPTY_OR_UNREADABLE:
-      if (path.FileSize() == 0 && path.IsFile()) break;  // empty: the digest of nothing
-      outcome.failure = "cannot be read";
-      return outcome;
-    default:
-      outcome.failure = "changed while it was read";
-      return outcome;
+  const tarsio::FileOptRet result = tarsio::FileUtils::GetFileContent(path.Str(), content);
+  if (result == tarsio::FILE_OPT_SUCCESS) return Digested(content);
+  if (result == tarsio::FILE_OPT_SIZE_MISMATCH) {
+    return Failed("Its size is not known, or changed while it was read");
   }
-  const std::string digest = tarsio::StringUtils::GetHashText(content.data(), content.size());
-  if (digest.empty()) {
-    outcome.failure = "libcrypto refuses to compute SHA-256";
-    return outcome;
-  }
-  outcome.bytes = content.size();
-  outcome.digest = tarsio::StringUtils::SpaceToUnderscore(digest, " ", '0');
-  return outcome;
+  std::string reason = WhyNotRead(path);
+  return reason.empty() ? Digested("") : Failed(std::move(reason));
 }
 
-bool HasDrive(const std::string& name) {
-  return name.size() > 1 && name[1] == ':' &&
-         std::isalpha(static_cast<unsigned char>(name[0])) != 0;
+bool EndsInSeparator(const std::string& name) {
+  return name.back() == '/' || (kOnWindows && name.back() == '\\');
 }
 
-// What is not UTF-8, overlong forms included, does not survive the way to UTF-16 and back.
-bool IsStrictUtf8(std::string text) {
-  std::replace(text.begin(), text.end(), '\0', ' ');  // which no Path holds
-  tarsio::Path narrow;
-  narrow.Set(text, tarsio::Path::POSIX_PATH);
-  tarsio::Path wide;
-  wide.Set(narrow.Wstr(tarsio::Path::POSIX_PATH), tarsio::Path::POSIX_PATH);
-  return wide == narrow;
-}
-
-// Why no file can have this name, or null.
-const char* Objection(const std::string& name) {
-  if (name.find('\0') != std::string::npos) return "has a NUL character";
-  if (!IsStrictUtf8(name)) return "is not a name in UTF-8";
-  // To the library these are part of a Windows path, so they would name another file or none.
-  if (std::filesystem::path::preferred_separator == '/') {
-    if (name.find('\\') != std::string::npos) return "has a backslash";
-    if (name.find(':', HasDrive(name) ? 2 : 0) != std::string::npos) return "has a colon";
+std::string ReadStandardInput() {
+  std::string content;
+  std::array<char, 0x10000> piece{};
+  while (const size_t size = std::fread(piece.data(), 1, piece.size(), stdin)) {
+    content.append(piece.data(), size);
   }
-  return nullptr;
-}
-
-// "\\n" for a newline, "\\033" for an escape, as the shell reads them within $''.
-std::string EscapeSequence(unsigned char byte) {
-  switch (byte) {
-    case '\t':
-      return "\\t";
-    case '\n':
-      return "\\n";
-    case '\r':
-      return "\\r";
-    default:
-      return {'\\', static_cast<char>('0' + byte / 64), static_cast<char>('0' + byte / 8 % 8),
-              static_cast<char>('0' + byte % 8)};
-  }
+  return content;
 }
 
 }  // namespace
 
-// The library takes "/a" for a relative path on every system, so the drive goes in front.
-std::string WithDrive(const std::string& name) {
-  static const std::string drive = tarsio::Path::Getcwd().Str().substr(0, 2);
-  const bool rooted = !name.empty() && IsSeparator(name[0]);
-  const bool share = name.size() > 1 && IsSeparator(name[1]);
-  return rooted && !share && drive.back() == ':' ? drive + name : name;
-}
-
 Outcome DigestFile(const std::string& name, const tarsio::PathResolver& resolver) {
-  Outcome failed;
   try {
-    failed.failure = Objection(name);
-    return failed.failure != nullptr ? failed : Digest(Find(name, resolver));
+    if (name.empty()) return Failed("No such file or directory");
+    if (const char* const objection = WhyUnnamable(name)) return Failed(objection);
+    const tarsio::Path path = Find(name, resolver);
+    // The library would drop the separator.
+    if (EndsInSeparator(name) && path.IsFile()) return Failed("Not a directory");
+    return Digest(path);
   } catch (const std::exception&) {
-    failed.failure = "does not fit into memory";
-    return failed;
+    return Failed(kOutOfMemory);
   }
 }
 
-std::string Quoted(const std::string& name) {
-  const bool isUtf8 = IsStrictUtf8(name);
-  const auto needsEscape = [isUtf8](char c) {
-    const auto byte = static_cast<unsigned char>(c);
-    return byte < 0x20 || byte == 0x7F || (byte >= 0x80 && !isUtf8);
-  };
-  if (std::none_of(name.begin(), name.end(), needsEscape)) return name;
-  std::string quoted = "'";
-  bool escaping = false;
-  for (const char c : name) {
-    if (needsEscape(c) != escaping) {
-      escaping = !escaping;
-      quoted += escaping ? "'$'" : "''";
-    }
-    if (escaping) {
-      quoted += EscapeSequence(static_cast<unsigned char>(c));
-    } else if (c == '\'') {
-      quoted += "'\\''";
-    } else {
-      quoted += c;
-    }
+Outcome DigestStandardInput() {
+  try {
+    const std::string content = ReadStandardInput();
+    return std::ferror(stdin) != 0 ? Failed(ErrnoMessage()) : Digested(content);
+  } catch (const std::exception&) {
+    return Failed(kOutOfMemory);
   }
-  return quoted + '\'';
-}
-
-std::string FormatLine(const std::string& digest, const std::string& name) {
-  std::string escaped;
-  for (const char c : name) {
-    if (c == '\\') {
-      escaped += "\\\\";
-    } else if (c == '\n') {
-      escaped += "\\n";
-    } else if (c == '\r') {
-      escaped += "\\r";
-    } else {
-      escaped += c;
-    }
-  }
-  return (escaped.size() == name.size() ? "" : "\\") + digest + "  " + escaped;
 }

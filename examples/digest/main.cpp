@@ -1,175 +1,101 @@
 // tarsio-digest: SHA-256 digests of many files, read on a pool of workers.
 
-#include <atomic>
-#include <deque>
+#include <algorithm>
+#include <cstdio>
+#include <exception>
 #include <iostream>
 #include <memory>
 #include <new>
-#include <sstream>
-#include <stdexcept>
 #include <string>
-#include <system_error>
 #include <utility>
 #include <vector>
 
-#include "common/latch.h"
+#include "check.h"
 #include "common/log.h"
-#include "common/misc.h"
-#include "common/path.h"
 #include "common/sys_info.h"
-#include "common/thread_pool.h"
 #include "common/timer.h"
 #include "console.h"
-#include "digest.h"
+#include "digester.h"
+#include "lines.h"
+#include "names.h"
 #include "options.h"
+#include "system.h"
 
 namespace {
 
-constexpr uint64_t kQueueCapacity = 64;
 constexpr unsigned long long kProgressPeriodMs = 200;
 
-// The names to digest, one at a time, so that a long list is never held whole.
+// The files to digest: the operands, then the names in the lists.
 class NameSource {
  public:
-  explicit NameSource(std::vector<std::string> operands) : names(std::move(operands)) {}
+  explicit NameSource(const Options& given) : options(given) {}
 
-  bool Next(std::string* name) {
-    while (next < names.size()) {
-      if (names[next] != "-") {
-        *name = names[next++];
-        return true;
-      }
-      while (std::getline(std::cin, *name)) {
-        if (!name->empty()) return true;
-      }
-      if (std::cin.bad()) throw std::runtime_error("the names on standard input cannot be read");
-      ++next;
+  bool Next(Item* item) {
+    if (nextFile < options.files.size()) {
+      item->name = options.files[nextFile++];
+      item->isStandardInput = item->name == "-";
+      return true;
+    }
+    for (; failure.empty() && nextList < options.filesFrom.size(); ++nextList) {
+      const std::string& name = options.filesFrom[nextList];
+      if (list == nullptr) list = std::make_unique<LineReader>(name);
+      if (NextInList(&item->name)) return true;
+      if (!list->Failure().empty()) failure = Quoted(name) + ": " + list->Failure();
+      list.reset();
     }
     return false;
   }
 
+  // Why a list was not read to its end, or empty.
+  const std::string& Failure() const { return failure; }
+
  private:
-  const std::vector<std::string> names;
-  size_t next = 0;
+  bool NextInList(std::string* name) {
+    while (list->Next(options.null ? '\0' : '\n', name)) {
+      // No name on Windows ends with a carriage return, but many a line does.
+      if (kOnWindows && !options.null && !name->empty() && name->back() == '\r') name->pop_back();
+      if (!name->empty()) return true;
+    }
+    return false;
+  }
+
+  const Options& options;
+  size_t nextFile = 0;
+  size_t nextList = 0;
+  std::unique_ptr<LineReader> list;  // options.filesFrom[nextList], if open
+  std::string failure;
 };
 
-// The directories to look through: the roots, then the current one.
-tarsio::PathResolver MakeResolver(const std::vector<std::string>& roots) {
-  tarsio::PathResolver resolver;
-  for (auto root = roots.rbegin(); root != roots.rend(); ++root) resolver.Prepend(WithDrive(*root));
-  return resolver;
+// Whether all went well.
+bool DigestAll(const Options& options, Digester& digester, Console& console) {
+  bool allWell = true;
+  NameSource names(options);
+  digester.Run([&](Item* item) { return names.Next(item); },
+               [&](const Item& item, const Outcome& outcome) {
+                 if (outcome.failure.empty()) {
+                   std::cout << FormatLine(outcome.digest, item.name) << '\n';
+                   return;
+                 }
+                 allWell = false;
+                 console.PrintMessage(Quoted(item.name) + ": " + outcome.failure);
+               });
+  if (names.Failure().empty()) return allWell;
+  console.PrintMessage(names.Failure());
+  return false;
 }
 
-// Digests files on a pool and prints a line for each, in the order in which they came.
-class Digester {
- public:
-  explicit Digester(const Options& options)
-      : resolver(MakeResolver(options.roots)),
-        pool(std::make_shared<tarsio::ThreadPool>("digest", options.jobs, 0, kQueueCapacity)),
-        mostInFlight(options.jobs + kQueueCapacity) {}
-
-  Digester(const Digester&) = delete;
-  Digester& operator=(const Digester&) = delete;
-
-  // After an exception, tasks that use this object may still be running.
-  ~Digester() {
-    if (!inFlight.empty()) pool->Shutdown(tarsio::ThreadPool::SHUTDOWN_NOW);
+bool CheckAll(const Options& options, Digester& digester, Console& console) {
+  bool allWell = true;
+  for (const std::string& list : options.files) {
+    if (!CheckList(list, options, digester, console)) allWell = false;
   }
+  return allWell;
+}
 
-  void Add(const std::string& name) {
-    auto job = std::make_shared<Job>(name);
-    inFlight.push_back(job);
-    try {
-      pool->SubmitTask([this, job] {
-        job->outcome = DigestFile(job->name, resolver);
-        ++filesDone;
-        bytesDone += job->outcome.bytes;
-        job->done.CountDown();
-      });
-    } catch (const std::system_error&) {
-      // The task is queued all the same, and any worker will do.
-      if (pool->GetRunningThreadNumber() == 0) throw;
-    }
-    // A slow file holds back the lines behind it; the bound keeps their number small.
-    while (inFlight.size() > mostInFlight || (!inFlight.empty() && inFlight.front()->IsDone())) {
-      PrintFirst();
-    }
-  }
-
-  // Prints what is left. Afterwards no task is running.
-  void Finish() {
-    while (!inFlight.empty()) PrintFirst();
-    std::cout.flush();
-    if (!std::cout) TARSIO_LOG(tarsio::LOG_LEVEL_WARN, "the output cannot be written");
-  }
-
-  void LogSummary() const {
-    TARSIO_LOG(tarsio::LOG_LEVEL_INFO,
-               "%llu files, %llu failures, %llu bytes, %.2f seconds, %.1f MB/s", filesDone.load(),
-               failures, bytesDone.load(), Seconds(), MegabytesPerSecond());
-  }
-
-  // May be called from any thread.
-  std::string Progress() const {
-    std::ostringstream text;
-    text.precision(1);
-    text << filesDone << " files, " << std::fixed << MegabytesPerSecond() << " MB/s, "
-         << pool->GetRunningThreadNumber() << " workers, " << pool->GetPendingTaskNumber()
-         << " pending";
-    return text.str();
-  }
-
-  bool AllWell() const { return failures == 0 && std::cout.good(); }
-
- private:
-  struct Job {
-    explicit Job(std::string file) : name(std::move(file)) {}
-    bool IsDone() { return done.GetCount() == 0; }
-
-    const std::string name;
-    Outcome outcome;
-    tarsio::CountDownLatch done{1};
-  };
-
-  void PrintFirst() {
-    const std::shared_ptr<Job> job = inFlight.front();
-    while (!job->IsDone()) job->done.Wait(0);  // a wait may end early
-    inFlight.pop_front();
-    if (job->outcome.failure == nullptr) {
-      std::cout << FormatLine(job->outcome.digest, job->name) << '\n';
-    } else {
-      ++failures;
-      // A message of 2048 bytes or more would be dropped whole.
-      TARSIO_LOG(tarsio::LOG_LEVEL_WARN, "%.1900s: %s", Quoted(job->name).c_str(),
-                 job->outcome.failure);
-    }
-  }
-
-  double Seconds() const {
-    return static_cast<double>(tarsio::GetTimeNowMsSinceEpoch() - startedMs) / 1000;
-  }
-
-  double MegabytesPerSecond() const {
-    const double seconds = Seconds();
-    return seconds > 0 ? static_cast<double>(bytesDone) / 1e6 / seconds : 0;
-  }
-
-  const tarsio::PathResolver resolver;
-  const std::shared_ptr<tarsio::ThreadPool> pool;
-  const size_t mostInFlight;
-  const long long startedMs = tarsio::GetTimeNowMsSinceEpoch();
-  std::deque<std::shared_ptr<Job>> inFlight;
-  std::atomic<unsigned long long> filesDone{0};
-  std::atomic<unsigned long long> bytesDone{0};
-  unsigned long long failures = 0;
-};
-
-int PrintVersion() {
-  auto system = std::make_shared<tarsio::ClientDeviceInfo>();
-  if (!tarsio::SysInfo::GetClientOsInfo(system)) return 1;
-  std::cout << "tarsio-digest " TARSIO_COMMON_VERSION " (" << system->osArch << ' '
-            << system->osVersion << ' ' << system->osManufacturingModel << ")\n";
-  return 0;
+// No more workers than files, if their number is known.
+uint64_t WorkersFor(const Options& options) {
+  const bool known = !options.check && options.filesFrom.empty();
+  return known ? std::min<uint64_t>(options.jobs, options.files.size()) : options.jobs;
 }
 
 // Stops a timer, and waits for a callback that is running.
@@ -184,47 +110,72 @@ class StopOnExit {
   const std::shared_ptr<component::Timer> timer;
 };
 
-int DigestAll(const Options& options, const std::shared_ptr<Console>& console) {
-  Digester digester(options);
+int Run(const Options& options, const std::shared_ptr<Console>& console) {
+  Digester digester(WorkersFor(options), options.roots);
   const auto timer = std::make_shared<component::TsTimer>(kProgressPeriodMs, true);
   timer->Init([&digester, console] { console->ShowStatus(digester.Progress()); });
   const StopOnExit stop(timer);
-  if (options.progress || Console::IsTerminal()) timer->Start();
+  if (options.progress || Console::IsTerminal(stderr)) timer->Start();
 
-  NameSource names(options.names);
-  std::string name;
-  while (names.Next(&name)) digester.Add(name);
-  digester.Finish();
+  bool allWell = options.check ? CheckAll(options, digester, *console)
+                               : DigestAll(options, digester, *console);
+  std::cout.flush();
+  if (!std::cout) {
+    console->PrintMessage("standard output cannot be written");
+    allWell = false;
+  }
 
-  timer->Stop();  // waits for a callback that is running
+  timer->Stop();
   if (options.progress) console->ShowStatus(digester.Progress());
   console->ShowStatus("");
   digester.LogSummary();
   // The idle workers are not waited for: they hold the pool, and end with the process.
-  return digester.AllWell() ? 0 : 1;
+  return allWell ? 0 : 1;
+}
+
+int PrintVersion() {
+  auto system = std::make_shared<tarsio::ClientDeviceInfo>();
+  if (!tarsio::SysInfo::GetClientOsInfo(system)) return 1;
+  std::cout << "tarsio-digest " TARSIO_COMMON_VERSION " (" << (kOnWindows ? "Windows " : "Linux ")
+            << system->osVersion << ' ' << system->osManufacturingModel << ")\n";
+  return std::cout.flush() ? 0 : 1;
+}
+
+int PrintHelp() {
+  std::cout << kUsage << std::flush;
+  return std::cout ? 0 : 1;
+}
+
+// The log goes to the console if it is wanted: standard output belongs to the digests.
+void SetUpLog(const Options& options, const std::shared_ptr<Console>& console) {
+  std::unique_ptr<tarsio::Logger> logger;
+  if (options.verbose) logger = std::make_unique<ConsoleLogger>(console);
+  tarsio::Log::GetInstance().SetLogger(std::move(logger));
+  tarsio::Log::GetInstance().SetLevel(tarsio::LOG_LEVEL_INFO);
 }
 
 }  // namespace
 
-int main(int argc, char** argv) {
-  Options options;
-  if (!ParseOptions({argv + 1, argv + argc}, &options)) {
-    std::cerr << kUsage;
-    return 2;
-  }
-  if (options.version) return PrintVersion();
-
+int Main(const std::vector<std::string>& arguments) {
   std::ios::sync_with_stdio(false);
-  const auto console = std::make_shared<Console>();
-  tarsio::Log::GetInstance().SetLogger(std::make_unique<ConsoleLogger>(console));
-  tarsio::Log::GetInstance().SetLevel(options.quiet ? tarsio::LOG_LEVEL_WARN
-                                                    : tarsio::LOG_LEVEL_INFO);
   try {
-    return DigestAll(options, console);
+    const auto console = std::make_shared<Console>();
+    Options options;
+    const std::string wrong = ParseOptions(arguments, &options);
+    if (!wrong.empty()) {
+      console->PrintMessage(wrong);
+      console->PrintLine("Try 'tarsio-digest --help'.");
+      return 2;
+    }
+    if (options.help) return PrintHelp();
+    if (options.version) return PrintVersion();
+    SetUpLog(options, console);
+    if (Console::IsTerminal(stdout)) std::cout << std::unitbuf;
+    return Run(options, console);
   } catch (const std::bad_alloc&) {
-    TARSIO_LOG(tarsio::LOG_LEVEL_FATAL, "out of memory");
+    std::cerr << "tarsio-digest: out of memory\n";
   } catch (const std::exception& error) {
-    TARSIO_LOG(tarsio::LOG_LEVEL_FATAL, "%s", error.what());
+    std::cerr << "tarsio-digest: " << error.what() << '\n';
   }
   return 1;
 }

@@ -6,16 +6,22 @@
 #include <vector>
 
 struct Options {
-  uint64_t jobs = 1;               // workers
-  bool quiet = false;              // no summary
-  bool progress = false;           // a progress line, terminal or not
-  bool version = false;            // nothing but the version
-  std::vector<std::string> roots;  // where relative names are looked for first
-  std::vector<std::string> names;  // files; "-" stands for the names on standard input
+  uint64_t jobs = 1;                   // workers
+  bool check = false;                  // the files are lists to be verified
+  bool help = false;                   // nothing but the usage
+  bool null = false;                   // names in lists end with a NUL character
+  bool progress = false;               // a progress line, terminal or not
+  bool quiet = false;                  // no line for a file that is OK
+  bool status = false;                 // no line for any file that is verified
+  bool verbose = false;                // the library's log
+  bool version = false;                // nothing but the version
+  std::vector<std::string> filesFrom;  // lists of names; "-" is standard input
+  std::vector<std::string> files;      // "-" is standard input
+  std::vector<std::string> roots;      // where relative names are looked for first
 };
 
-// Reads the command line. False if it is not understood, or gives nothing to do.
-bool ParseOptions(const std::vector<std::string>& arguments, Options* options);
+// Reads the command line. Returns what is wrong with it, or an empty string.
+std::string ParseOptions(const std::vector<std::string>& arguments, Options* options);
 
 extern const char kUsage[];
 

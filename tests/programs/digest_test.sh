@@ -1,21 +1,24 @@
 #!/bin/sh
 # digest_test.sh PROGRAM [ARGUMENT...]: runs tarsio-digest, under Wine perhaps, as a user would.
 set -u
+# Wine decodes the arguments by the locale.
+export LC_ALL=C.UTF-8
 
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 cd "$work" || exit 1
 failures=0
 
-# run STATUS ARGUMENT...: expects that exit status; leaves ./out and ./err without carriage returns.
+# run STATUS ARGUMENT...: expects that exit status. Standard input is ./in. Leaves ./out, and ./err
+# without carriage returns.
 run() {
   expected=$1
   shift
-  eval "$command_line" '"$@"' > raw_out 2> raw_err < names
+  eval "$command_line" '"$@"' > out 2> raw_err < in
   status=$?
-  tr -d '\r' < raw_out > out
-  # Less what the emulator says when Wine has not come up.
-  tr -d '\r' < raw_err | sed '/^run_under_wine.sh: .*; restart [1-3]$/d' > err
+  # Less what the emulator says when Wine has not come up, or has not left in order.
+  tr -d '\r' < raw_err |
+    sed '/^run_under_wine.sh: .*; restart [1-3]$/d; /^wine client error:/d' > err
   check "exit status $status, expected $expected" [ "$status" -eq "$expected" ]
 }
 check() {
@@ -27,98 +30,156 @@ check() {
   sed 's/^/  out: /' out
   sed 's/^/  err: /' err
 }
-says() { grep -q "$2" "$1"; }
+says() { grep -q -e "$2" "$1"; }
+# Standard output is ./expected, and standard error is empty unless the second argument is given.
+is_expected() {
+  check 'the output differs' cmp -s out expected
+  [ "$#" -gt 0 ] || check 'messages' [ ! -s err ]
+}
+# The output and the status of `sha256sum --check ARGUMENT...` and ours are the same, and so are the
+# messages but for the program's name.
+checks_like_sha256sum() {
+  sha256sum --check "$@" > expected 2> expected_err < in
+  run $? --check "$@"
+  is_expected and_messages
+  sed "s/^sha256sum/tarsio-digest/; s/'standard input'/standard input/" expected_err > expected
+  check 'the messages differ' cmp -s err expected
+}
 
+under_wine=$(($# > 1))
 command_line=
 for word in "$@"; do command_line="$command_line '$word'"; done
+nothing=e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855
+wrong=$(printf '%064d' 0)
 mkdir sub
 printf 'one' > a.txt
 printf 'two\r\n\000' > sub/b.txt
+printf 'three' > 'sub/ünï €.txt'
 : > empty
-: > names
+: > in
 
 case='digests in the order of the input, an empty file too'
-sha256sum sub/b.txt empty a.txt > expected
-run 0 sub/b.txt empty a.txt
-check 'the output differs' cmp -s out expected
-
-case='a dash reads names from standard input'
-printf 'a.txt\n\nempty\n' > names
-sha256sum sub/b.txt a.txt empty sub/b.txt > expected
-run 0 sub/b.txt - sub/b.txt
-check 'the output differs' cmp -s out expected
-: > names
+sha256sum sub/b.txt empty a.txt 'sub/ünï €.txt' > expected
+run 0 sub/b.txt empty a.txt 'sub/ünï €.txt'
+is_expected
 
 case='an absolute name is found'
 sha256sum "$work/a.txt" > expected
 run 0 "$work/a.txt"
-check 'the output differs' cmp -s out expected
+is_expected
 
-if [ "$#" -gt 1 ]; then
-  case='a name with a backslash is escaped as sha256sum does it'
-  run 0 'sub\b.txt'
-  check 'the line is not escaped' says out '^\\[0-9a-f]\{64\}  sub\\\\b.txt$'
-else
-  case='a name with a backslash or a colon is refused, not taken for another'
-  run 1 'sub\b.txt' 'sub\..\a.txt' 'ab:c' "C:$work/a.txt"
-  sha256sum "$work/a.txt" | sed 's|  |  C:|' > expected
-  check 'the output differs' cmp -s out expected
-  check 'no word of the backslash' [ "$(grep -c ': has a backslash$' err)" -eq 2 ]
-  check 'no word of the colon' says err '] ab:c: has a colon$'
+case='standard input is digested, byte for byte'
+printf 'x\r\ny\032z\377' > in
+sha256sum < in > expected
+run 0
+is_expected
+sha256sum a.txt - empty - < in > expected
+run 0 a.txt - empty -
+is_expected
+: > in
 
-  case='a digest that fails is no digest'
-  printf 'openssl_conf = strict\n[strict]\nalg_section = strict_algorithms\n[strict_algorithms]\ndefault_properties = fips=yes\n' > strict.cnf
-  OPENSSL_CONF=$work/strict.cnf run 1 a.txt
-  check 'output' [ ! -s out ]
-  check 'no reason' says err '] a.txt: libcrypto refuses to compute SHA-256$'
+case='names come from lists'
+printf 'a.txt\n\nempty\n' > list
+printf 'sub/b.txt' > in
+sha256sum empty a.txt empty sub/b.txt a.txt empty > expected
+run 0 --files-from list --files-from - --files-from=list empty
+is_expected
+printf 'a.txt\000\000sub/b.txt\000' > in
+sha256sum a.txt sub/b.txt > expected
+run 0 --null --files-from -
+is_expected
+: > in
 
-  case='overlong UTF-8 is no name'
-  run 1 "$(printf 'a\300\257b')"
-  check 'no reason' says err "] 'a'\$'\\\\300\\\\257''b': is not a name in UTF-8$"
+case='a dash in a list is a name'
+printf 'dash' > ./-
+printf -- '-\n' > list
+sha256sum ./- | sed 's|\./||' > expected
+run 0 --files-from list
+is_expected
 
-  case='a list that cannot be read gives a message and a status'
-  eval "$command_line" - > out 2> err < .
-  status=$?
-  check "exit status $status for a directory as the list" [ "$status" -eq 1 ]
-  check 'no reason' says err 'the names on standard input cannot be read$'
-fi
+case='a list that cannot be read is reported'
+run 1 a.txt --files-from missing
+sha256sum a.txt > expected
+is_expected and_messages
+check 'no reason' says err '^tarsio-digest: missing: No such file or directory$'
+
+case='a file that fails is one message, and the others go on'
+sha256sum a.txt empty > expected
+run 1 a.txt missing sub a.txt/ '' empty
+is_expected and_messages
+printf 'tarsio-digest: %s\n' 'missing: No such file or directory' 'sub: Is a directory' \
+  'a.txt/: Not a directory' "'': No such file or directory" > expected
+check 'the messages differ' cmp -s err expected
+
+case='the log is written on request'
+run 1 --verbose a.txt missing sub empty
+check 'no summary' says err '\[INFO\].*\] 4 files, 2 failures, 3 bytes, [0-9.]* seconds, [0-9.]* MB/s$'
 
 case='control characters are quoted in messages'
 run 1 "$(printf 'no\nsuch\033[1m')"
-check 'no quotes' says err "] 'no'\$'\\\\n''such'\$'\\\\033''\[1m': is missing$"
+check 'no quotes' says err "^tarsio-digest: 'no'\$'\\\\n''such'\$'\\\\033''\[1m': No such"
 
 case='a name with a NUL is refused'
-printf 'a.txt\000b\n' > names
-run 1 -
-check 'no reason' says err ': has a NUL character$'
-: > names
+printf 'a.txt\000b\n' > in
+run 1 --files-from -
+check 'no reason' says err ': Cannot be named: it has a NUL character$'
+: > in
 
-case='a file that fails is one warning, and the others go on'
-sha256sum a.txt empty > expected
-run 1 a.txt missing sub empty
-check 'the output differs' cmp -s out expected
-check 'no word of the missing file' says err '\]\[WARN\]\[main.cpp:[0-9]*\] missing: is missing$'
-check 'no word of the directory' says err '\]\[WARN\]\[main.cpp:[0-9]*\] sub: is a directory$'
-check 'other than two warnings' [ "$(grep -c WARN err)" -eq 2 ]
-check 'no summary' says err '\[INFO\].*\] 4 files, 2 failures, 3 bytes, [0-9.]* seconds, [0-9.]* MB/s$'
+case='a name that is not UTF-8 is reported and left out'
+printf 'b\377d.txt\na.txt\na\300\257b\n' > in
+sha256sum a.txt > expected
+run 1 --files-from -
+is_expected and_messages
+check 'no word of it' says err "'b'\$'\\\\377''d.txt': Cannot be named: it is not UTF-8$"
+check 'no word of the overlong one' says err "'a'\$'\\\\300\\\\257''b': Cannot be named: it is not"
+: > in
 
-case='quiet leaves out the summary and keeps the warnings'
-run 1 --quiet missing
-check 'a summary' [ "$(wc -l < err)" -eq 1 ]
+case='the progress line is shown on request'
+run 0 --progress a.txt
+check 'no progress' says raw_err '1 files, [0-9.]* MB/s'
+run 0 a.txt
+check 'progress without a terminal' [ ! -s err ]
 
-for options in '--jobs 0' '--jobs x' '--jobs' '--jobs -1' '--jobs 1025' '--jobs=2' '--unknown' '-x' ''; do
-  case="bad options: $options"
-  # shellcheck disable=SC2086: split into words
-  run 2 $options
-  check 'output' [ ! -s out ]
-  check 'no usage' says err '^usage: tarsio-digest'
+case='the usage is printed on request'
+for option in --help -h; do
+  run 0 $option --unknown
+  check 'no usage' says out '^usage: tarsio-digest'
+  check 'messages' [ ! -s err ]
 done
 
-case='names behind a double dash are names'
+case='the version comes with the system'
+run 0 --version
+system=Linux
+[ "$under_wine" -eq 0 ] || system=Windows
+check 'no version' says out "^tarsio-digest [0-9]*\.[0-9]*\.[0-9]* ($system [0-9]*\.[0-9]* x64)\$"
+
+# wrong MESSAGE ARGUMENT...: a wrong command line.
+wrong() {
+  case="wrong command line: $1"
+  message=$1
+  shift
+  run 2 "$@"
+  check 'output' [ ! -s out ]
+  check 'another message' says err "^tarsio-digest: $message\$"
+  check 'no hint' says err "^Try 'tarsio-digest --help'\.\$"
+}
+for jobs in 0 x -1 1025 ''; do
+  shown=${jobs:-"''"}
+  wrong "--jobs takes a number from 1 to 1024, not $shown" --jobs "$jobs" a.txt
+done
+wrong '--jobs needs a value' a.txt --jobs
+wrong 'unknown option --unknown' --unknown a.txt
+wrong 'unknown option -x' -x
+wrong 'unknown option --quiet=1' --quiet=1
+wrong '--files-from has no meaning with --check' --check --files-from list
+wrong '--status has a meaning only with --check' --status a.txt
+wrong '--null has a meaning only with --files-from' --null a.txt
+
+case='names after a double dash are names'
 printf 'dash' > ./--quiet
 sha256sum -- --quiet > expected
 run 0 -- --quiet
-check 'the output differs' cmp -s out expected
+is_expected
 
 case='relative names are looked for under the roots in their order, then here'
 mkdir r1 r2
@@ -127,35 +188,184 @@ printf 'second' > r2/x.txt
 printf 'only' > r2/y.txt
 { (cd r1 && sha256sum x.txt); (cd r2 && sha256sum y.txt); sha256sum a.txt "$work/a.txt"; } > expected
 run 0 --root r1 --root "$work/r2" x.txt y.txt a.txt "$work/a.txt"
-check 'the output differs' cmp -s out expected
+is_expected
 run 1 --root r1 y.txt
-check 'no word of the missing file' says err 'y.txt: is missing$'
+check 'no word of the missing file' says err '^tarsio-digest: y.txt: No such file or directory$'
 
-case='a name that is not UTF-8 is reported and left out'
-printf 'b\377d.txt\na.txt\n' > names
-sha256sum a.txt > expected
-run 1 -
-check 'the output differs' cmp -s out expected
-check 'no word of the name' says err "] 'b'\$'\\\\377''d.txt': is not a name in UTF-8$"
-: > names
+case='lists of sha256sum are verified'
+sha256sum a.txt sub/b.txt > list
+sha256sum --binary empty 'sub/ünï €.txt' >> list
+sha256sum --tag a.txt >> list
+checks_like_sha256sum list
+checks_like_sha256sum --quiet list
+checks_like_sha256sum --status list
+cp list in
+checks_like_sha256sum
+checks_like_sha256sum -
+: > in
 
-case='the progress line is shown on request'
-run 0 --progress a.txt
-check 'no progress' says raw_err '1 files, [0-9.]* MB/s, [01] workers, 0 pending'
-run 0 a.txt
-check 'progress without a terminal' [ "$(wc -l < err)" -eq 1 ]
+case='what is not as listed is reported as by sha256sum'
+{ echo "$wrong  a.txt"; echo "$wrong *missing"; echo "$nothing  sub"; echo "$nothing  empty"; } > bad
+sed '3d' bad > one_missing  # of a directory, sha256sum says something else
+checks_like_sha256sum one_missing
+checks_like_sha256sum --quiet one_missing
+checks_like_sha256sum --status one_missing
+run 1 --check bad
+printf '%s\n' 'a.txt: FAILED' 'missing: FAILED open or read' 'sub: FAILED open or read' \
+  'empty: OK' > expected
+is_expected and_messages
+check 'no warning' says err '^tarsio-digest: WARNING: 2 listed files could not be read$'
+{ cat one_missing; echo; echo '# comment'; echo junk; echo "$wrong"; echo "$wrong a.txt"
+  echo "${wrong%0}  a.txt"; echo "${wrong%0}x  a.txt"; printf '\\%s  a\\x\n' "$nothing"
+  printf '  \t%s  empty\n' "$nothing"; } > malformed
+checks_like_sha256sum malformed
+checks_like_sha256sum one_missing list malformed
+{ echo "$nothing  empty"; echo junk; } > malformed
+checks_like_sha256sum malformed
 
-case='the version comes with the system'
-run 0 --version
-check 'no version' says out '^tarsio-digest [0-9]*\.[0-9]*\.[0-9]* (Windows [0-9]*\.[0-9]* x64)$'
+case='a list without digests is a failure'
+printf 'junk\n' > junk
+checks_like_sha256sum junk empty
+checks_like_sha256sum missing
 
+case='carriage returns and capital digits are accepted'
+printf '%s  empty\r\n' "$(echo $nothing | tr a-f A-F)" > in
+checks_like_sha256sum -
+
+case='a list names standard input'
+printf 'typed' > in
+sha256sum - < in > list
+checks_like_sha256sum list
+cp list in
+checks_like_sha256sum -
+: > in
+
+case='sha256sum verifies what is printed'
+run 0 a.txt empty sub/b.txt 'sub/ünï €.txt'
+check 'sha256sum is not content' sha256sum --check --status --strict out
+
+if [ "$under_wine" -eq 1 ]; then
+  case='a name with a backslash is escaped as by sha256sum'
+  run 0 'sub\b.txt'
+  check 'the line is not escaped' says out '^\\[0-9a-f]\{64\}  sub\\\\b.txt$'
+  cp out list
+  run 0 --check list
+  check 'the name is not found' says out '^sub\\b.txt: OK$'
+
+  case='lines of a list may end with a carriage return'
+  printf 'a.txt\r\nempty\r\n' > in
+  sha256sum a.txt empty > expected
+  run 0 --files-from -
+  is_expected
+  : > in
+
+  case='a device has no digest'
+  run 1 NUL
+  check 'output' [ ! -s out ]
+  check 'no reason' says err '^tarsio-digest: NUL: '
+else
+  case='a name with a backslash or a colon is refused, not taken for another'
+  run 1 'sub\b.txt' 'sub\..\a.txt' 'ab:c' "C:$work/a.txt" 'D:a' "/$work/a.txt"
+  sha256sum "$work/a.txt" "/$work/a.txt" | sed '1s|  |  C:|' > expected
+  is_expected and_messages
+  check 'no word of the backslash' [ "$(grep -c ': Cannot be named: it has a backslash$' err)" -eq 2 ]
+  check 'no word of the colon' [ "$(grep -c ': Cannot be named: it has a colon$' err)" -eq 2 ]
+  wrong 'a:b: Cannot be named: it has a colon' --root a:b a.txt
+
+  case='names with line ends are escaped as by sha256sum'
+  newline=$(printf 'new\nline')
+  return=$(printf 'carriage\rreturn')
+  printf 'four' > "$newline"
+  printf 'five' > "$return"
+  sha256sum "$newline" "$return" > expected
+  run 0 "$newline" "$return"
+  is_expected
+  { cat expected; sha256sum --tag "$newline"; } > list
+  checks_like_sha256sum list
+  printf 'new\nline\000' > in
+  sha256sum "$newline" > expected
+  run 0 --null --files-from -
+  is_expected
+  : > in
+
+  case='what is no file of known size has no digest'
+  mkfifo fifo
+  run 1 /proc/cpuinfo fifo /dev/null empty
+  echo "$nothing  empty" > expected
+  is_expected and_messages
+  printf 'tarsio-digest: %s\n' '/proc/cpuinfo: Its size is not known' 'fifo: Not a regular file' \
+    '/dev/null: Not a regular file' > expected
+  check 'the messages differ' cmp -s err expected
+
+  case='a list may be a FIFO'
+  echo a.txt > fifo &
+  sha256sum a.txt > expected
+  run 0 --files-from fifo
+  is_expected
+
+  case='what the system says is passed on'
+  ln -s loop loop
+  run 1 loop
+  check 'no reason' says err '^tarsio-digest: loop: Too many levels of symbolic links$'
+
+  case='a digest that fails is no digest'
+  printf 'openssl_conf = strict\n[strict]\nalg_section = strict_algorithms\n[strict_algorithms]\ndefault_properties = fips=yes\n' > strict.cnf
+  OPENSSL_CONF=$work/strict.cnf run 1 a.txt empty -
+  check 'output' [ ! -s out ]
+  check 'no reasons' [ "$(grep -c ': libcrypto refuses to compute SHA-256$' err)" -eq 3 ]
+
+  case='input that cannot be read is reported'
+  eval "$command_line" > out 2> err < .
+  check 'no failure' [ $? -eq 1 ]
+  check 'no reason' says err '^tarsio-digest: -: Is a directory$'
+  eval "$command_line" --files-from - > out 2> err < .
+  check 'no failure' [ $? -eq 1 ]
+  check 'no reason' says err '^tarsio-digest: -: Is a directory$'
+  eval "$command_line" --check . > out 2> err
+  check 'no failure' [ $? -eq 1 ]
+  check 'no reason' says err '^tarsio-digest: .: Is a directory$'
+
+  case='output that cannot be written is a failure'
+  eval "$command_line" a.txt > /dev/full 2> err
+  check 'no failure' [ $? -eq 1 ]
+  check 'no reason' says err '^tarsio-digest: standard output cannot be written$'
+
+  # A sanitizer needs more.
+  limit='ulimit -v 150000; export MALLOC_ARENA_MAX=1'
+  if eval "($limit; $command_line --version)" > /dev/null 2>&1; then
+    case='a file that does not fit into memory is reported'
+    truncate -s 1G large
+    sha256sum a.txt > expected
+    eval "($limit; $command_line large a.txt)" > out 2> err
+    check 'no failure' [ $? -eq 1 ]
+    is_expected and_messages
+    check 'no reason' says err '^tarsio-digest: large: Out of memory$'
+
+    case='a long list is not held in memory'
+    long=$(printf '%030000d:' 0)
+    yes "$long" | head -n 6000 | eval "($limit; $command_line --files-from -)" > out 2> long_err
+    check 'no failure' [ $? -eq 1 ]
+    check 'names are missing' [ "$(wc -l < long_err)" -eq 6000 ]
+    rm long_err
+
+    case='without a thread there is a message'
+    eval "(ulimit -s 1000000; $limit; $command_line a.txt)" > out 2> err
+    check 'no failure' [ $? -eq 1 ]
+    check 'no reason' says err '^tarsio-digest: Resource temporarily unavailable$'
+  fi
+fi
+
+awk 'BEGIN { for (i = 0; i < 3000; ++i) print (i % 3 == 0 ? "a.txt" : i % 3 == 1 ? "sub/b.txt" : "empty") }' > in
+tr '\n' '\0' < in | xargs -0 sha256sum > list
 for jobs in 1 3 16; do
   case="thousands of names stay in order with $jobs jobs"
-  awk 'BEGIN { for (i = 0; i < 3000; ++i) print (i % 3 == 0 ? "a.txt" : i % 3 == 1 ? "sub/b.txt" : "empty") }' > names
-  tr '\n' '\0' < names | xargs -0 sha256sum > expected
-  run 0 --jobs "$jobs" -
-  check 'the output differs' cmp -s out expected
+  cp list expected
+  run 0 --jobs "$jobs" --files-from -
+  is_expected
 done
+case='thousands of files are verified in order'
+sed "1000s/^.\{64\}/$wrong/" list > in
+checks_like_sha256sum -
 
 [ "$failures" -eq 0 ] && echo 'all well'
 exit "$failures"
