@@ -1,7 +1,7 @@
 # What `cmake --install` lays down. No file of it names a folder of the machine: the tree works from
 # wherever it is moved to. The shared and the static library may be installed into one tree.
 #
-# Components: runtime, development, documents, debug.
+# Components: runtime, development, documents, debug; and digest, of examples/CMakeLists.txt.
 
 include(CMakePackageConfigHelpers)
 
