@@ -8,6 +8,7 @@ export TSAN_OPTIONS="${TSAN_OPTIONS:+$TSAN_OPTIONS:}atexit_sleep_ms=0"
 
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
+sources=$(cd "$(dirname "$0")/../../examples/digest" && pwd)
 cd "$work" || exit 1
 failures=0
 
@@ -148,6 +149,15 @@ for option in --help -h; do
   check 'no usage' says out '^usage: tarsio-digest'
   check 'messages' [ ! -s err ]
 done
+
+case='the manual page and the completions have every option'
+grep -oE '^ +(-h, )?--[a-z-]+' out | grep -oE -e '--.*' > options
+check 'too few options' [ "$(wc -l < options)" -ge 11 ]
+while read -r option; do
+  check "$option is not in the manual page" \
+    grep -qF -e "$(echo "$option" | sed 's/-/\\-/g')" "$sources/tarsio-digest.1"
+  check "$option is not completed" grep -qw -e "$option" "$sources/tarsio-digest.bash"
+done < options
 
 case='the version comes with the system'
 run 0 --version
