@@ -1,11 +1,23 @@
-# The software bill of materials: what the library links with, and what of that is handed on with it,
-# in SPDX 3.0.1. It is written when it is installed, for it holds checksums of the installed files.
+# The software bill of materials: what the library links with, and what of that comes with it, in
+# SPDX 3.0.1. It is written during the installation because it holds checksums of the installed files.
 
 # Sets `result` to the version of an installed Debian package, or to "".
 function(tarsio_package_version result package)
   execute_process(OUTPUT_VARIABLE version ERROR_QUIET
     COMMAND dpkg-query -W -f "\${Version}" ${package})
   set(${result} "${version}" PARENT_SCOPE)
+endfunction()
+
+# Sets `result` to the full path of a shared library that the compiler links with.
+function(tarsio_runtime_library result name)
+  execute_process(COMMAND "${CMAKE_CXX_COMPILER}" "-print-file-name=${name}"
+    OUTPUT_VARIABLE path OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
+  if(IS_ABSOLUTE "${path}")
+    file(REAL_PATH "${path}" path)
+  else()
+    set(path "")  # it has another name here
+  endif()
+  set(${result} "${path}" PARENT_SCOPE)
 endfunction()
 
 # In the folder `folder`, of the library that the same component installs as `library`.
@@ -27,6 +39,10 @@ function(tarsio_install_bill_of_materials folder library component)
     if(libssl_version)
       set(openssl_version "${libssl_version}")
     endif()
+    tarsio_runtime_library(libstdcxx libstdc++.so.6)
+    tarsio_runtime_library(libgcc libgcc_s.so.1)
+    tarsio_runtime_library(glibc libc.so.6)
+    file(REAL_PATH "${OPENSSL_CRYPTO_LIBRARY}" libcrypto)
   endif()
   install(CODE "
     set(name ${PROJECT_NAME})
@@ -36,6 +52,10 @@ function(tarsio_install_bill_of_materials folder library component)
     set(mingw_version \"${mingw_version}\")
     set(glibc_version \"${glibc_version}\")
     set(openssl_version \"${openssl_version}\")
+    set(libstdcxx \"${libstdcxx}\")
+    set(libgcc \"${libgcc}\")
+    set(glibc \"${glibc}\")
+    set(libcrypto \"${libcrypto}\")
     set(library \"${library}\")
     set(prefix \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}\")
     set(bill \"\${prefix}/${folder}/${PROJECT_NAME}.spdx.json\")

@@ -20,10 +20,9 @@ fail() { echo "packages: $*" >&2; exit 1; }
 for text in gcc-runtime GPL-3 mingw-w64 openssl; do
   [ -s "$work/windows/share/doc/tarsio-common/licences/$text.txt" ] || fail "no licence text: $text"
 done
-# Debian's own Python has the module that this needs.
-/usr/bin/python3 "$root/tests/packages/validate_bill.py" \
+python3 "$root/tests/packages/validate_bill.py" \
   "$work/linux/usr/share/doc/libtarsio-common1/tarsio-common.spdx.json" "$work/linux/usr"
-/usr/bin/python3 "$root/tests/packages/validate_bill.py" \
+python3 "$root/tests/packages/validate_bill.py" \
   "$work/windows/share/doc/tarsio-common/tarsio-common.spdx.json" "$work/windows"
 
 # The debugger finds the debug information: on Linux by the build id, in the folder that it always

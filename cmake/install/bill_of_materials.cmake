@@ -7,11 +7,13 @@ if(windows)
 else()
   set(namespace "https://spdx.org/spdxdocs/${name}-${version}-linux-x86_64")
 endif()
-# Each build has an identity of its own, the same for the same bytes.
-if(NOT library STREQUAL "" AND EXISTS "${prefix}/${library}")
+if(EXISTS "${prefix}/${library}")
+  # Each build has an identity of its own, the same for the same bytes.
   file(SHA256 "${prefix}/${library}" identity)
   string(SUBSTRING "${identity}" 0 16 identity)
   string(APPEND namespace "-${identity}")
+else()
+  set(library "")
 endif()
 set(elements "")
 set(ids "")
@@ -29,18 +31,39 @@ macro(add_relation type from to)
      \"from\": \"${namespace}#${from}\", \"to\": [\"${to}\"]")
 endmacro()
 
-# Adds a package. `file` is where it is installed; "" where it is not handed on.
+# Sets `fields` for something called `label`, of which `file` is installed, or a file of the system's if
+# the path is absolute; "" if it is neither.
+macro(set_artifact_fields label purpose file)
+  set(fields "\"name\": \"${label}\", \"software_primaryPurpose\": \"${purpose}\"")
+  set(path "${file}")
+  if(NOT path STREQUAL "")
+    if(IS_ABSOLUTE "${path}")
+      get_filename_component(shown "${path}" NAME)
+    else()
+      set(shown "${path}")
+      set(path "${prefix}/${path}")
+    endif()
+    file(SHA256 "${path}" checksum)
+    string(APPEND fields ",\n     \"comment\": \"${shown}\", \"verifiedUsing\": [
+       {\"type\": \"Hash\", \"algorithm\": \"sha256\", \"hashValue\": \"${checksum}\"}]")
+  endif()
+endmacro()
+
 macro(add_package id package_version file)
-  set(fields "\"name\": \"${id}\", \"software_primaryPurpose\": \"library\"")
+  set_artifact_fields(${id} library "${file}")
   if(NOT "${package_version}" STREQUAL "")
     string(APPEND fields ",\n     \"software_packageVersion\": \"${package_version}\"")
   endif()
-  if(EXISTS "${prefix}/${file}" AND NOT "${file}" STREQUAL "")
-    file(SHA256 "${prefix}/${file}" checksum)
-    string(APPEND fields ",\n     \"comment\": \"${file}\", \"verifiedUsing\": [
-       {\"type\": \"Hash\", \"algorithm\": \"sha256\", \"hashValue\": \"${checksum}\"}]")
-  endif()
   add_element(software_Package ${id} "${fields}")
+endmacro()
+
+# Adds one more file of the library's package.
+macro(add_file purpose file)
+  get_filename_component(id "${file}" NAME)
+  set_artifact_fields(${id} ${purpose} "${file}")
+  add_element(software_File ${id} "${fields}")
+  add_element(Relationship ${name}-contains-${id} "\"relationshipType\": \"contains\",
+     \"from\": \"${namespace}#${name}\", \"to\": [\"${namespace}#${id}\"]")
 endmacro()
 
 # The same, of something that the library links with. `link` is hasDynamicLink or hasStaticLink.
@@ -71,17 +94,28 @@ if(windows)
   if(crypto)
     add_part(hasDynamicLink libcrypto "${openssl_version}" ${openssl_licence} "${crypto}")
   else()
-    add_part(hasStaticLink libcrypto "${openssl_version}" ${openssl_licence} "")
+    file(GLOB crypto RELATIVE "${prefix}" "${prefix}/lib/libcrypto.a")
+    add_part(hasStaticLink libcrypto "${openssl_version}" ${openssl_licence} "${crypto}")
   endif()
   # The stack protector's runtime, and the start-up code of every program and DLL.
   add_part(hasStaticLink libssp "${gcc_version}" "${gcc_licence}" "")
   add_part(hasStaticLink mingw-w64-crt "${mingw_version}" ZPL-2.1 "")
-else()  # the system's: the versions are those that the library was built with
-  add_part(hasDynamicLink libstdc++ "${gcc_version}" "${gcc_licence}" "")
-  add_part(hasDynamicLink libgcc "${gcc_version}" "${gcc_licence}" "")
-  add_part(hasDynamicLink glibc "${glibc_version}" LGPL-2.1-or-later "")
-  add_part(hasDynamicLink libcrypto "${openssl_version}" ${openssl_licence} "")
+else()  # the system's: the versions and the files that the library was built with
+  add_part(hasDynamicLink libstdc++ "${gcc_version}" "${gcc_licence}" "${libstdcxx}")
+  add_part(hasDynamicLink libgcc "${gcc_version}" "${gcc_licence}" "${libgcc}")
+  add_part(hasDynamicLink glibc "${glibc_version}" LGPL-2.1-or-later "${glibc}")
+  add_part(hasDynamicLink libcrypto "${openssl_version}" ${openssl_licence} "${libcrypto}")
 endif()
+
+file(GLOB more RELATIVE "${prefix}" "${prefix}/lib/libtarsio-common.*a" "${prefix}/bin/*.exe")
+list(REMOVE_ITEM more "${library}")
+foreach(file IN LISTS more)
+  if(file MATCHES "^bin/")
+    add_file(executable "${file}")
+  else()
+    add_file(library "${file}")
+  endif()
+endforeach()
 
 list(JOIN ids ",\n       " ids)
 file(WRITE "${bill}" "{
