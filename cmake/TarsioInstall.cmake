@@ -1,7 +1,7 @@
 # What `cmake --install` lays down. No file of it names a folder of the machine: the tree works from
 # wherever it is moved to. The shared and the static library may be installed into one tree.
 #
-# Components: runtime, development, documents, debug; and digest, of examples/CMakeLists.txt.
+# Components: runtime, development, digest, documents, debug.
 
 include(CMakePackageConfigHelpers)
 
@@ -25,37 +25,41 @@ install(TARGETS tarsio-common EXPORT tarsio-common
   ARCHIVE DESTINATION "${CMAKE_INSTALL_LIBDIR}" COMPONENT development)
 
 if(WIN32 AND NOT BUILD_SHARED_LIBS)
-  install(FILES "${PROJECT_BINARY_DIR}/libshell32-ordinals.a"
+  install(FILES "${PROJECT_BINARY_DIR}/libshell32-ordinals.a" "${OPENSSL_CRYPTO_LIBRARY}"
     DESTINATION "${CMAKE_INSTALL_LIBDIR}" COMPONENT development)
 endif()
 
 # The CMake package.
 install(EXPORT tarsio-common FILE ${PROJECT_NAME}-${kind}.cmake NAMESPACE tarsio::
   DESTINATION "${package_folder}" COMPONENT development)
+if(WIN32)
+  tarsio_runtime_dlls(runtime_dlls)
+  list(TRANSFORM runtime_dlls REPLACE "^.*/" "" OUTPUT_VARIABLE runtime_dll_names)
+endif()
+string(REGEX REPLACE "^(x86_64|AMD64)$" "x86_64|AMD64" processor "${CMAKE_SYSTEM_PROCESSOR}")
+configure_package_config_file(cmake/install/${PROJECT_NAME}-config.cmake.in
+  "${generated}/${PROJECT_NAME}-config.cmake" INSTALL_DESTINATION "${package_folder}"
+  PATH_VARS CMAKE_INSTALL_BINDIR NO_SET_AND_CHECK_MACRO NO_CHECK_REQUIRED_COMPONENTS_MACRO)
 write_basic_package_version_file("${generated}/${PROJECT_NAME}-config-version.cmake"
-  COMPATIBILITY SameMajorVersion)
-install(FILES cmake/install/${PROJECT_NAME}-config.cmake
+  COMPATIBILITY SameMajorVersion ARCH_INDEPENDENT)  # the package itself says what it is for
+install(FILES "${generated}/${PROJECT_NAME}-config.cmake"
     "${generated}/${PROJECT_NAME}-config-version.cmake"
   DESTINATION "${package_folder}" COMPONENT development)
 
-# The pkg-config module. The Windows package holds libcrypto without what linking with it takes, so
-# there only the static library's module asks for it.
+# The pkg-config module, one for both kinds of library.
 file(RELATIVE_PATH prefix_from_module "/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/")
 string(REGEX REPLACE "/$" "" prefix_from_module "${prefix_from_module}")
-if(NOT WIN32)
-  set(threads " -pthread")
-  set(private_packages "Requires.private: libcrypto")
-elseif(NOT BUILD_SHARED_LIBS)
-  set(private_packages "Requires.private: libcrypto")
-  set(private_libraries "Libs.private: -lshell32-ordinals -l:libssp.a")
+if(WIN32)
+  set(private "Libs.private: -lshell32-ordinals -lcrypto -l:libssp.a -lws2_32 -lcrypt32")
+else()
+  set(private "Requires.private: libcrypto")
 endif()
 configure_file(cmake/install/${PROJECT_NAME}.pc.in "${generated}/${PROJECT_NAME}.pc" @ONLY)
 install(FILES "${generated}/${PROJECT_NAME}.pc"
   DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig" COMPONENT development)
 
-# On Windows, all that a program needs beside it, and the terms on which it is handed on.
+# On Windows, all that a program needs beside it, and its licences.
 if(WIN32)
-  tarsio_runtime_dlls(runtime_dlls)
   install(PROGRAMS ${runtime_dlls} DESTINATION "${CMAKE_INSTALL_BINDIR}" COMPONENT runtime)
   list(TRANSFORM runtime_dlls REPLACE "^.*/"
     "\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_BINDIR}/")
@@ -88,6 +92,37 @@ install(CODE "
   set(objcopy \"${CMAKE_OBJCOPY}\")
   include(\"${PROJECT_SOURCE_DIR}/cmake/install/strip.cmake\")"
   COMPONENT ${library_component})
+
+if(BUILD_SHARED_LIBS AND NOT WIN32)
+  tarsio_install_gdb_printers(tarsio-common)
+endif()
+
+if(TARGET tarsio-digest)
+  install(TARGETS tarsio-digest RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}" COMPONENT digest)
+  install(CODE "
+    execute_process(COMMAND_ERROR_IS_FATAL ANY COMMAND \"${CMAKE_OBJCOPY}\" --strip-all
+      \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_BINDIR}/$<TARGET_FILE_NAME:tarsio-digest>\")"
+    COMPONENT digest)
+  if(NOT WIN32)
+    if(EXISTS "${PROJECT_SOURCE_DIR}/examples/digest/tarsio-digest.1")
+      install(FILES examples/digest/tarsio-digest.1
+        DESTINATION "${CMAKE_INSTALL_MANDIR}/man1" COMPONENT digest)
+    endif()
+    if(EXISTS "${PROJECT_SOURCE_DIR}/examples/digest/tarsio-digest.bash")
+      install(FILES examples/digest/tarsio-digest.bash RENAME tarsio-digest
+        DESTINATION "${CMAKE_INSTALL_DATADIR}/bash-completion/completions" COMPONENT digest)
+    endif()
+  endif()
+endif()
+
+# The examples, and the manual if `./dev docs` has built it.
+function(tarsio_install_manual folder component)
+  install(DIRECTORY "${PROJECT_SOURCE_DIR}/examples" DESTINATION "${folder}" COMPONENT ${component}
+    FILES_MATCHING PATTERN *.cpp PATTERN *.h PATTERN expected EXCLUDE)
+  install(DIRECTORY "${PROJECT_SOURCE_DIR}/build/docs/html" DESTINATION "${folder}"
+    COMPONENT ${component} OPTIONAL)
+endfunction()
+tarsio_install_manual("${CMAKE_INSTALL_DOCDIR}" documents)
 
 include(TarsioBillOfMaterials)
 tarsio_install_bill_of_materials("${CMAKE_INSTALL_DOCDIR}" "${installed_library}" documents)

@@ -1,5 +1,5 @@
-# What CPack makes: Debian packages on Linux, a ZIP for Windows. `./dev package` runs it over a build
-# of the shared library and, for the Debian packages, one of the static library too.
+# What CPack makes: Debian packages on Linux, a ZIP for Windows. `./dev package` runs it over two builds,
+# of the shared and of the static library.
 
 set(CPACK_PACKAGE_NAME ${PROJECT_NAME})
 set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
@@ -10,6 +10,7 @@ set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
 if(WIN32)
   set(CPACK_GENERATOR ZIP)
   set(CPACK_PACKAGE_FILE_NAME ${PROJECT_NAME}-${PROJECT_VERSION}-windows-x86_64)
+  set(CPACK_INSTALLED_DIRECTORIES "${PROJECT_SOURCE_DIR}/cmake/zip" .)
   include(CPack)
   return()
 endif()
@@ -18,11 +19,11 @@ set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_RELEASE 1)
-# Whoever hands the packages on puts an address of theirs here.
+# To be set by whoever publishes the packages.
 set(CPACK_DEBIAN_PACKAGE_MAINTAINER "${PROJECT_NAME} <${PROJECT_NAME}@owner.invalid>"
   CACHE STRING "The maintainer that the Debian packages name")
 set(CPACK_DEB_COMPONENT_INSTALL ON)
-set(CPACK_COMPONENTS_ALL runtime development dbgsym)
+set(CPACK_COMPONENTS_ALL runtime development dbgsym doc digest)
 set(about "Log, encodings, strings, paths, files, a blocking queue, a thread pool,
 latches, timers and system information, the same on Windows and on Linux.
 .
@@ -53,6 +54,22 @@ set(CPACK_DEBIAN_DBGSYM_PACKAGE_NAME ${dbgsym_package})
 set(CPACK_DEBIAN_DBGSYM_PACKAGE_SECTION debug)
 set(CPACK_DEBIAN_DBGSYM_DESCRIPTION "${about} the debug information of the shared library.")
 set(CPACK_DEBIAN_DBGSYM_PACKAGE_DEPENDS "${runtime_package} (= ${runtime_version})")
+
+set(doc_package libtarsio-common-doc)
+set(CPACK_DEBIAN_DOC_PACKAGE_NAME ${doc_package})
+set(CPACK_DEBIAN_DOC_PACKAGE_SECTION doc)
+set(CPACK_DEBIAN_DOC_PACKAGE_ARCHITECTURE all)
+set(CPACK_DEBIAN_DOC_DESCRIPTION "${about} the manual and the examples.")
+
+set(digest_package tarsio-digest)
+set(CPACK_DEBIAN_DIGEST_PACKAGE_NAME ${digest_package})
+set(CPACK_DEBIAN_DIGEST_PACKAGE_SECTION utils)
+set(CPACK_DEBIAN_DIGEST_DESCRIPTION "SHA-256 digests of many files, on several processors
+The program tarsio-digest prints what sha256sum prints, and reads and digests
+many files at once.")
+set(CPACK_DEBIAN_DIGEST_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS "${PROJECT_BINARY_DIR}")
+set(CPACK_DEBIAN_DIGEST_PACKAGE_DEPENDS "${runtime_package} (>= ${PROJECT_VERSION})")
 
 include(CPack)
 add_subdirectory(cmake/debian EXCLUDE_FROM_ALL)

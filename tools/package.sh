@@ -12,30 +12,39 @@ SOURCE_DATE_EPOCH=${SOURCE_DATE_EPOCH:-$(git log -1 --format=%ct)}
 export SOURCE_DATE_EPOCH TZ=UTC LC_ALL=C.UTF-8
 umask 022
 
-# build_one FOLDER PRESET OPTION...
+# quietly LOG COMMAND...: shows what the command printed only if it fails.
+quietly() {
+  log=$1
+  shift
+  "$@" > "$log" 2>&1 || { cat "$log" >&2; exit 1; }
+}
+
+# build_one FOLDER PRESET TARGET OPTION...
 build_one() {
-  folder=$build/$1 preset=$2
-  shift 2
-  cmake --preset "$preset" -B "$folder" -DCMAKE_INSTALL_PREFIX=/usr -DTARSIO_BUILD_TESTS=OFF \
-    -DTARSIO_BUILD_EXAMPLES=OFF "$@" > "$folder.log" 2>&1 || { cat "$folder.log" >&2; exit 1; }
-  cmake --build "$folder" --parallel "$jobs" -- --quiet
+  folder=$build/$1 preset=$2 target=$3
+  shift 3
+  quietly "$folder.log" cmake --preset "$preset" -B "$folder" -DCMAKE_INSTALL_PREFIX=/usr \
+    -DTARSIO_BUILD_TESTS=OFF "$@"
+  cmake --build "$folder" --target "$target" --parallel "$jobs" -- --quiet
 }
 
 # pack FOLDER PROJECTS: CPack, as the build in FOLDER sets it up, over the builds in PROJECTS.
 pack() {
-  cpack --config "$build/$1/CPackConfig.cmake" -B "$build/cpack" \
-    -D "CPACK_INSTALL_CMAKE_PROJECTS=$2" > "$build/$1.log" 2>&1 ||
-    { cat "$build/$1.log" >&2; exit 1; }
+  quietly "$build/$1.log" cpack --config "$build/$1/CPackConfig.cmake" -B "$build/cpack" \
+    -D "CPACK_INSTALL_CMAKE_PROJECTS=$2"
 }
 
-build_one shared linux -DBUILD_SHARED_LIBS=ON
-build_one static linux -DBUILD_SHARED_LIBS=OFF
-build_one windows windows -DBUILD_SHARED_LIBS=ON
+quietly "$build/docs.log" sh tools/docs.sh
+# A program in /usr/bin needs no path to the library.
+build_one shared linux tarsio-digest -DCMAKE_SKIP_INSTALL_RPATH=ON
+build_one static linux tarsio-common -DBUILD_SHARED_LIBS=OFF -DTARSIO_BUILD_EXAMPLES=OFF
+build_one windows windows tarsio-digest
+build_one windows-static windows tarsio-common -DBUILD_SHARED_LIBS=OFF -DTARSIO_BUILD_EXAMPLES=OFF
 
 rm -rf "$build/cpack" "$build/packages"
 pack shared "$build/static;tarsio-common;ALL;/;$build/shared;tarsio-common;ALL;/;\
 $build/shared/cmake/debian;Debian;ALL;/"
-pack windows "$build/windows;tarsio-common;ALL;/"
+pack windows "$build/windows-static;tarsio-common;ALL;/;$build/windows;tarsio-common;ALL;/"
 mkdir "$build/packages"
 mv "$build"/cpack/*.deb "$build/packages"
 

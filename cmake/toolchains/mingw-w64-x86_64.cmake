@@ -10,7 +10,11 @@ set(CMAKE_RC_COMPILER ${mingw}-windres)
 set(CMAKE_DLLTOOL ${mingw}-dlltool)
 set(CMAKE_OBJDUMP ${mingw}-objdump)
 
-set(CMAKE_FIND_ROOT_PATH /usr/${mingw} ${CMAKE_CURRENT_LIST_DIR}/../../.deps/windows-x86_64)
+# Nothing of this system is found, but what the caller gives is.
+file(TO_CMAKE_PATH "$ENV{CMAKE_PREFIX_PATH}" prefixes)
+list(APPEND CMAKE_FIND_ROOT_PATH ${CMAKE_PREFIX_PATH} ${prefixes}
+  /usr/${mingw} ${CMAKE_CURRENT_LIST_DIR}/../../.deps/windows-x86_64)
+list(REMOVE_DUPLICATES CMAKE_FIND_ROOT_PATH)
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)

@@ -136,7 +136,7 @@ int Run(const Options& options, const std::shared_ptr<Console>& console) {
 int PrintVersion() {
   auto system = std::make_shared<tarsio::ClientDeviceInfo>();
   if (!tarsio::SysInfo::GetClientOsInfo(system)) return 1;
-  std::cout << "tarsio-digest " TARSIO_COMMON_VERSION " (" << (kOnWindows ? "Windows " : "Linux ")
+  std::cout << "tarsio-digest " TARSIO_DIGEST_VERSION " (" << (kOnWindows ? "Windows " : "Linux ")
             << system->osVersion << ' ' << system->osManufacturingModel << ")\n";
   return std::cout.flush() ? 0 : 1;
 }
