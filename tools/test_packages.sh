@@ -25,7 +25,8 @@ python3 "$root/tests/packages/validate_bill.py" \
 python3 "$root/tests/packages/validate_bill.py" \
   "$work/windows/share/doc/tarsio-common/tarsio-common.spdx.json" "$work/windows"
 
-for folder in "$work/linux/usr/share/doc/libtarsio-common-doc" "$work/windows/share/doc/tarsio-common"; do
+for folder in "$work/linux/usr/share/doc/libtarsio-common-doc" \
+  "$work/windows/share/doc/tarsio-common"; do
   for file in html/index.html examples/path.cpp examples/digest/main.cpp; do
     [ -s "$folder/$file" ] || fail "no $folder/$file"
   done
@@ -35,10 +36,10 @@ sh "$root/tests/consumers/refusals.sh" "$work"
 cd "$root"
 libraries=$(dirname "$work"/linux/usr/lib/*/libtarsio-common.so.1)
 expected=$(sha256sum README.md)
-[ "$(LD_LIBRARY_PATH=$libraries "$work/linux/usr/bin/tarsio-digest" README.md)" = "$expected" ] ||
-  fail "tarsio-digest is wrong"
-[ "$(sh tools/run_under_wine.sh "$work/windows/bin/tarsio-digest.exe" README.md | tr -d '\r')" = "$expected" ] ||
-  fail "tarsio-digest.exe is wrong"
+printed=$(LD_LIBRARY_PATH=$libraries "$work/linux/usr/bin/tarsio-digest" README.md)
+[ "$printed" = "$expected" ] || fail "tarsio-digest is wrong"
+printed=$(sh tools/run_under_wine.sh "$work/windows/bin/tarsio-digest.exe" README.md | tr -d '\r')
+[ "$printed" = "$expected" ] || fail "tarsio-digest.exe is wrong"
 
 # The debugger finds the debug information: on Linux by the build id, in the folder that it always
 # looks into; on Windows from the DLL.
@@ -50,8 +51,8 @@ finds_a_line gdb -iex "set debug-file-directory $work/linux/usr/lib/debug" \
   "$libraries/libtarsio-common.so.1"
 finds_a_line x86_64-w64-mingw32-gdb "$work/windows/bin/tarsio-common.dll"
 # And the printers, by the library's path in /usr.
-[ -s "$work/linux/usr/share/gdb/auto-load${libraries#"$work/linux"}/$(
-  basename "$(realpath "$libraries/libtarsio-common.so.1")")-gdb.py" ] || fail "no printers for gdb"
+printers=$(find "$work/linux/usr/share/gdb/auto-load${libraries#"$work/linux"}" -name '*.so.*-gdb.py')
+[ -n "$printers" ] || fail "no printers for gdb"
 
 {
   # The slowest first.
