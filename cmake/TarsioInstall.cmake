@@ -82,7 +82,9 @@ if(BUILD_SHARED_LIBS)
   set(library_component runtime)
   set(debug_file "${generated}/$<TARGET_FILE_NAME:tarsio-common>.debug")
   add_custom_command(TARGET tarsio-common POST_BUILD VERBATIM
-    COMMAND "${CMAKE_OBJCOPY}" --only-keep-debug "$<TARGET_FILE:tarsio-common>" "${debug_file}")
+    # Otherwise the file for Windows has the time at which it was made.
+    COMMAND "${CMAKE_COMMAND}" -E env SOURCE_DATE_EPOCH=0
+            "${CMAKE_OBJCOPY}" --only-keep-debug "$<TARGET_FILE:tarsio-common>" "${debug_file}")
   install(FILES "${debug_file}" DESTINATION "${library_folder}/.debug" COMPONENT debug)
 endif()
 set(installed_library "${library_folder}/$<TARGET_FILE_NAME:tarsio-common>")

@@ -35,8 +35,8 @@ pack() {
 }
 
 quietly "$build/docs.log" sh tools/docs.sh
-# A program in /usr/bin needs no path to the library.
-build_one shared linux tarsio-digest -DCMAKE_SKIP_INSTALL_RPATH=ON
+# Programs in /usr/bin need no path to the library, and the path of the build would change the build id.
+build_one shared linux tarsio-digest -DCMAKE_SKIP_RPATH=ON
 build_one static linux tarsio-common -DBUILD_SHARED_LIBS=OFF -DTARSIO_BUILD_EXAMPLES=OFF
 build_one windows windows tarsio-digest
 build_one windows-static windows tarsio-common -DBUILD_SHARED_LIBS=OFF -DTARSIO_BUILD_EXAMPLES=OFF
