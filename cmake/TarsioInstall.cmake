@@ -106,14 +106,10 @@ if(TARGET tarsio-digest)
       \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_BINDIR}/$<TARGET_FILE_NAME:tarsio-digest>\")"
     COMPONENT digest)
   if(NOT WIN32)
-    if(EXISTS "${PROJECT_SOURCE_DIR}/examples/digest/tarsio-digest.1")
-      install(FILES examples/digest/tarsio-digest.1
-        DESTINATION "${CMAKE_INSTALL_MANDIR}/man1" COMPONENT digest)
-    endif()
-    if(EXISTS "${PROJECT_SOURCE_DIR}/examples/digest/tarsio-digest.bash")
-      install(FILES examples/digest/tarsio-digest.bash RENAME tarsio-digest
-        DESTINATION "${CMAKE_INSTALL_DATADIR}/bash-completion/completions" COMPONENT digest)
-    endif()
+    install(FILES examples/digest/tarsio-digest.1
+      DESTINATION "${CMAKE_INSTALL_MANDIR}/man1" COMPONENT digest)
+    install(FILES examples/digest/tarsio-digest.bash RENAME tarsio-digest
+      DESTINATION "${CMAKE_INSTALL_DATADIR}/bash-completion/completions" COMPONENT digest)
   endif()
 endif()
 

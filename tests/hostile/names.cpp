@@ -69,10 +69,10 @@ std::wstring Wide(const std::string& bytes) {
 }
 
 void Ask(const Path& path) {
-  path.Exists();
-  path.IsFile();
-  path.IsDirectory();
-  path.FileSize();
+  static_cast<void>(path.Exists());
+  static_cast<void>(path.IsFile());
+  static_cast<void>(path.IsDirectory());
+  static_cast<void>(path.FileSize());
   path.Absolute();
   path.ParentPath();
   path.Filename();
@@ -98,8 +98,8 @@ void Resolve(const std::string& name) {
   tarsio::PathResolver resolver;
   resolver.Append(Path(name));
   resolver.Prepend(Path(name));
-  resolver.Resolve(Path(name));
-  resolver.Resolve(Path("f"));
+  static_cast<void>(resolver.Resolve(Path(name)));
+  static_cast<void>(resolver.Resolve(Path("f")));
 }
 
 // Each call by itself: one that throws must not keep the others from being made.
@@ -115,20 +115,21 @@ void UseEverywhere(const std::string& name) {
         posix.Set(name, Path::POSIX_PATH);
         Ask(posix);
       },
-      [&] { FileUtils::CheckDirOrFileExists(name); },
+      [&] { static_cast<void>(FileUtils::CheckDirOrFileExists(name)); },
       [&] {
-        if (components < 5000) FileUtils::MakeDir(name);  // which looks at each prefix
+        if (components < 5000)
+          static_cast<void>(FileUtils::MakeDir(name));  // which looks at each prefix
       },
-      [&] { FileUtils::RemoveDir(name); },
-      [&] { tarsio::MakeDir(Path(name)); },
-      [&] { FileUtils::RemoveDir(name); },
-      [&] { tarsio::MakeDirs(Path(name)); },
+      [&] { static_cast<void>(FileUtils::RemoveDir(name)); },
+      [&] { static_cast<void>(tarsio::MakeDir(Path(name))); },
+      [&] { static_cast<void>(FileUtils::RemoveDir(name)); },
+      [&] { static_cast<void>(tarsio::MakeDirs(Path(name))); },
       [&] { Read(name); },
-      [&] { FileUtils::RemoveDir(name); },
+      [&] { static_cast<void>(FileUtils::RemoveDir(name)); },
       [&] { Write(name); },
       [&] { Write(".\\" + name); },
       [&] { Read(".\\" + name); },
-      [&] { FileUtils::RemoveFile(name); },
+      [&] { static_cast<void>(FileUtils::RemoveFile(name)); },
       [&] { Resolve(name); },
       [&] { tarsio::CharsetCvt::GetEnv(Wide(name), ""); },
   };

@@ -45,15 +45,15 @@ void Use(const std::string& name, int rounds) {
     Expect(got == 0 || content == (got == 3 ? "" : "as before"), "the output after a failure");
     Expect(got != 0 || !content.empty(), "nothing was read, with success");
     const Path path(name);
-    path.FileSize();
-    path.Exists();
-    path.IsFile();
-    path.IsDirectory();
-    FileUtils::CheckDirOrFileExists(name);
-    FileUtils::MakeDir(name + "/below/");
-    MakeDirs(Path(name + "/below"));
-    FileUtils::RemoveDir(name + "/below");
-    if (i % 4 == 0) FileUtils::RemoveFile(name);
+    static_cast<void>(path.FileSize());
+    static_cast<void>(path.Exists());
+    static_cast<void>(path.IsFile());
+    static_cast<void>(path.IsDirectory());
+    static_cast<void>(FileUtils::CheckDirOrFileExists(name));
+    static_cast<void>(FileUtils::MakeDir(name + "/below/"));
+    static_cast<void>(MakeDirs(Path(name + "/below")));
+    static_cast<void>(FileUtils::RemoveDir(name + "/below"));
+    if (i % 4 == 0) static_cast<void>(FileUtils::RemoveFile(name));
   }
 }
 

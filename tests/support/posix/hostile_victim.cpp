@@ -81,7 +81,7 @@ void WriteWhileClosed(int closed) {
   const int before = ::fcntl(closed, F_DUPFD, STDERR_FILENO + 1);
   ::close(closed);
   const std::string content(300000, 'c');  // more than a pipe holds
-  std::thread writer([&] { FileUtils::WriteFile(content, "./pipe", 0); });
+  std::thread writer([&] { static_cast<void>(FileUtils::WriteFile(content, "./pipe", 0)); });
   std::string received;
   std::array<char, 1000> bytes{};
   bool isFree = true;
@@ -357,9 +357,12 @@ void ReadMoreThanMemoryHolds() {
   std::string content = "as before";
   {
     const AddressSpaceLimit limit(64 * kMegabyte);
-    Expect(Throws<std::bad_alloc>([&] { FileUtils::GetFileContent("large", content); }), "reading");
+    Expect(Throws<std::bad_alloc>(
+               [&] { static_cast<void>(FileUtils::GetFileContent("large", content)); }),
+           "reading");
     Expect(content == "as before", "the output is as it was");
-    Expect(Throws<std::bad_alloc>([&] { FileUtils::WriteFile("x", text, 0); }), "writing");
+    Expect(Throws<std::bad_alloc>([&] { static_cast<void>(FileUtils::WriteFile("x", text, 0)); }),
+           "writing");
     LogLines(1);
     TARSIO_LOG(tarsio::LOG_LEVEL_ERROR, "%s", text.c_str());  // left out, so no memory is needed
     Expect(Throws<std::bad_alloc>([&] {
