@@ -35,6 +35,14 @@ class NotOwned : public std::bad_weak_ptr {
   }
 };
 
+std::shared_ptr<ThreadPool> Owned(ThreadPool* pool) {
+  try {
+    return pool->shared_from_this();
+  } catch (const std::bad_weak_ptr&) {
+    throw NotOwned();
+  }
+}
+
 }  // namespace
 
 // One thread of a pool.
@@ -189,9 +197,7 @@ bool ThreadPool::AddWorker() {
   if (runningThreadNumber.load(std::memory_order_relaxed) >= maxThreadNumber) return true;
   const std::lock_guard<std::mutex> lock(workersMutex);
   if (runningThreadNumber.load(std::memory_order_relaxed) >= maxThreadNumber) return true;
-  const std::shared_ptr<ThreadPool> self = weak_from_this().lock();
-  if (self == nullptr) throw NotOwned();
-  workers.push_back(std::make_shared<Worker>(name, self));
+  workers.push_back(std::make_shared<Worker>(name, Owned(this)));
   StartWorker();
   return true;
 }

@@ -26,14 +26,17 @@ unsigned long long AddSaturating(unsigned long long now, unsigned long long time
 class NotOwned : public std::bad_weak_ptr {
  public:
   const char* what() const noexcept override {
-    return "component::Timer: no shared_ptr owns the timer; create it with std::make_shared";
+    return "component::Timer: no shared_ptr owns the timer; create it with std::make_shared, and "
+           "stop it before the last owner goes";
   }
 };
 
-std::shared_ptr<Timer> Owned(const std::weak_ptr<Timer>& timer) {
-  std::shared_ptr<Timer> owned = timer.lock();
-  if (owned == nullptr) throw NotOwned();
-  return owned;
+std::shared_ptr<Timer> Owned(Timer* timer) {
+  try {
+    return timer->shared_from_this();
+  } catch (const std::bad_weak_ptr&) {
+    throw NotOwned();
+  }
 }
 
 // An expiry has changed, perhaps that of a queued timer: the next stop puts the queue in order.
@@ -95,7 +98,7 @@ Timer::~Timer() {
 void Timer::Start() {
   // Marked first, so a timer that no shared pointer owns stays marked (by design).
   if (state.exchange(true, std::memory_order_relaxed)) return;
-  std::shared_ptr<Timer> self = Owned(weak_from_this());
+  std::shared_ptr<Timer> self = Owned(this);
   if (ThreadIsGone()) return;
   bool queued = false;
   try {
@@ -108,7 +111,7 @@ void Timer::Start() {
 
 void Timer::Stop() {
   if (!state.exchange(false, std::memory_order_relaxed)) return;
-  const std::shared_ptr<Timer> self = Owned(weak_from_this());
+  const std::shared_ptr<Timer> self = Owned(this);
   if (!ThreadIsGone()) TimerManager::GetInstance()->Remove(self);
 }
 

@@ -726,7 +726,6 @@ std::vector<Encoding> AllEncodings() {
         {"another character within two bytes", "\xC3\x41", Bytes("\0\0", 2), 2, false},
         {"another character within three bytes", "\xE9\x41", Bytes("\0\0", 2), 2, false},
         {"lead byte after a lead byte", "\xC3\xC3", Bytes("\0\0", 2), 2, false},
-        {"lead byte above U+10FFFF", "\xF5", Bytes("\0", 1), 2, false},
         {"lead byte within three bytes", "\xE3\x81\xE3", Bytes("\0\0\0", 3), 2, false},
         {"surrogate", "A\xED\xA0\x80", Bytes("A\0\0\0", 4), 2, false},
         {"invalid behind a character above FF", "\xE3\x81\x82\xFF", "", 2, kThrows}},

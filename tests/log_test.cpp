@@ -512,6 +512,15 @@ TEST_F(LogTest, MacroPassesTheFileLineAndFunctionOfTheCaller) {
             "[<TIME>][ERROR]" + place + std::to_string(line + 1) + "] 2 and two");
 }
 
+TEST_F(LogTest, MacroEvaluatesArgumentsOnlyIfTheMessagePasses) {
+  int evaluated = 0;
+  Log::GetInstance().SetLevel(LOG_LEVEL_ERROR);
+  TARSIO_LOG(LOG_LEVEL_WARN, "%d", ++evaluated);
+  EXPECT_EQ(evaluated, 0);
+  TARSIO_LOG(LOG_LEVEL_ERROR, "%d", ++evaluated);
+  EXPECT_EQ(evaluated, 1);
+}
+
 // ---- threads ----
 
 constexpr int kThreads = 8;

@@ -130,7 +130,9 @@ static_assert(
     std::is_same<std::underlying_type<ThreadPool::SHUTDOWN_METHOD>::type, int32_t>::value &&
         std::is_convertible<ThreadPool::SHUTDOWN_METHOD, int>::value,
     "unscoped, 32 bits wide: any integer is a valid method");
-static_assert(ThreadPool::SHUTDOWN_NOW == 0 && ThreadPool::SHUTDOWN_WAIT == 1, "fixed values");
+static_assert(ThreadPool::SHUTDOWN_NOW == 0 && ThreadPool::SHUTDOWN_WAIT == 1 &&
+                  ThreadPool::SHUTDOWN_DRAIN == 2,
+              "fixed values");
 static_assert(
     std::is_same<decltype(std::declval<ThreadPool>().SubmitTask(std::declval<Task&>())),
                  bool>::value &&
@@ -786,7 +788,8 @@ TEST(ThreadPool, WithoutASharedPointerTheTaskIsQueuedAndTheCallerTold) {
   EXPECT_THROW(pool.SubmitTask(task), std::bad_weak_ptr);
   EXPECT_EQ(pool.GetPendingTaskNumber(), 1U) << "queued, and the lock released";
   EXPECT_EQ(pool.GetRunningThreadNumber(), 0U);
-  EXPECT_THROW(pool.SubmitTask(task), std::bad_weak_ptr);
+  EXPECT_THAT([&] { pool.SubmitTask(task); },
+              testing::ThrowsMessage<std::bad_weak_ptr>(testing::HasSubstr("make_shared")));
   EXPECT_EQ(pool.GetPendingTaskNumber(), 2U);
   pool.Shutdown(kMethodWithoutName);  // no worker is listed
   EXPECT_EQ(pool.GetPendingTaskNumber(), 2U);
@@ -1062,6 +1065,19 @@ void ExpectShutdownRunsEverything(ThreadPool::SHUTDOWN_METHOD method) {
 
 TEST(ThreadPool, ShutdownWaitRunsAllTasksAndLeavesThePoolOpen) {
   ExpectShutdownRunsEverything(ThreadPool::SHUTDOWN_WAIT);
+}
+
+TEST(ThreadPool, ShutdownDrainRunsAllTasksAndLeavesThePoolOpen) {
+  ExpectShutdownRunsEverything(ThreadPool::SHUTDOWN_DRAIN);
+}
+
+TEST(ThreadPool, RunsACopyOfAConstTask) {
+  const PoolPtr pool = MakePool(1);
+  const auto ran = std::make_shared<Gate>();
+  const Task task = [ran] { ran->Open(); };
+  EXPECT_TRUE(pool->SubmitTask(task));
+  EXPECT_TRUE(ran->WaitFor());
+  EXPECT_NE(task, nullptr);
 }
 
 TEST(ThreadPool, ShutdownByAMethodWithoutNameWaitsForTheWorkersOnly) {

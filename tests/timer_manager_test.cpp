@@ -1431,7 +1431,7 @@ TEST_F(TimerManagerProcess, TimerStillMarkedStartedAfterTheManagersEndEndsThePro
         StartTheThread();
         std::exit(0);
       },
-      "bad_weak_ptr");
+      "no shared_ptr owns the timer");
 }
 
 // A host that has let go of its timers is no reason to end the process otherwise.

@@ -913,7 +913,7 @@ TEST_F(TimerDeathTest, ZeroTimeoutTimerStillMarkedStartedEndsTheProcessWhenDropp
         timer->Start();
         timer.reset();
       },
-      "bad_weak_ptr");
+      "no shared_ptr owns the timer");
 }
 
 TEST_F(TimerDeathTest, MarkAloneEndsTheProcessWhenTheTimerIsDropped) {
@@ -923,7 +923,7 @@ TEST_F(TimerDeathTest, MarkAloneEndsTheProcessWhenTheTimerIsDropped) {
         timer->SetState(true);
         timer.reset();
       },
-      "bad_weak_ptr");
+      "no shared_ptr owns the timer");
 }
 
 TEST_F(TimerDeathTest, StartThatFailedEndsTheProcessWhenTheTimerIsDestroyed) {
@@ -932,7 +932,7 @@ TEST_F(TimerDeathTest, StartThatFailedEndsTheProcessWhenTheTimerIsDestroyed) {
         TsTimer timer(10, kOnce);
         EXPECT_THROW(timer.Start(), std::bad_weak_ptr);
       },
-      "bad_weak_ptr");
+      "no shared_ptr owns the timer");
 }
 
 TEST_F(TimerDeathTest, CallableIsReleasedBeforeTheTimerStops) {
