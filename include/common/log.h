@@ -131,6 +131,7 @@ namespace internal {
 
 // The log, or null if a message of that level does not pass its threshold.
 TARSIO_COMMON_LOCAL inline Log* LogFor(LOG_LEVEL messageLevel) {
+  // NOLINTNEXTLINE(*-non-const-global-variables): the log is not const
   static Log& log = Log::GetInstance();
   return messageLevel <= log.level.load(std::memory_order_relaxed) ? &log : nullptr;
 }
