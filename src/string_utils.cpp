@@ -6,6 +6,7 @@
 #include <array>
 #include <cctype>
 #include <cstdio>
+#include <cstring>
 #include <string_view>
 
 #include "platform/platform.h"
@@ -22,6 +23,14 @@ constexpr char kEofByte = '\xFF';
 int RuntimeCharacter(char c) { return c == kEofByte ? EOF : static_cast<unsigned char>(c); }
 
 bool IsSpace(char c) { return std::isspace(RuntimeCharacter(c)) != 0; }
+// As the classic locale has it.
+bool IsClassicSpace(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
+
+template <typename Predicate>
+void TrimEnds(std::string& s, Predicate isSpace) {
+  s.erase(std::find_if_not(s.rbegin(), s.rend(), isSpace).base(), s.end());
+  s.erase(s.begin(), std::find_if_not(s.begin(), s.end(), isSpace));
+}
 
 // Each byte mapped by the runtime. `first` is the first of the 26 letters that the classic locale
 // maps: there the runtime need not be asked.
@@ -95,20 +104,23 @@ std::vector<std::string> StringUtils::SplitFristByString(const std::string& s,
 }
 
 void StringUtils::Trim(std::string& s) {
-  s.erase(std::find_if_not(s.rbegin(), s.rend(), IsSpace).base(), s.end());
-  s.erase(s.begin(), std::find_if_not(s.begin(), s.end(), IsSpace));
+  if (platform::RuntimeLocaleIsClassic()) {
+    TrimEnds(s, [](char c) { return IsClassicSpace(c); });  // not a pointer: to be inlined
+  } else {
+    TrimEnds(s, IsSpace);
+  }
 }
 
 std::string StringUtils::ToUpper(const std::string& s) { return MapEach(s, std::toupper, 'a'); }
 std::string StringUtils::ToLower(const std::string& s) { return MapEach(s, std::tolower, 'A'); }
 
 bool StringUtils::StartsWith(const std::string& s, const std::string& prefix) {
-  return s.compare(0, prefix.size(), prefix) == 0;
+  return s.size() >= prefix.size() && std::memcmp(s.data(), prefix.data(), prefix.size()) == 0;
 }
 
 bool StringUtils::EndsWith(const std::string& s, const std::string& suffix) {
   return s.size() >= suffix.size() &&
-         s.compare(s.size() - suffix.size(), suffix.size(), suffix) == 0;
+         std::memcmp(s.data() + s.size() - suffix.size(), suffix.data(), suffix.size()) == 0;
 }
 
 bool StringUtils::Contains(const std::string& s, const std::string& part) {
