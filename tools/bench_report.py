@@ -198,7 +198,7 @@ def sort_by_size(workloads):
 
 
 def growth(workloads):
-    """(title, smallest size, largest size, exponent) for each workload of three sizes or more."""
+    """(title, a size, a larger size, exponent between them): the two largest of three or more."""
     series = collections.defaultdict(list)
     for workload in workloads:
         for parameter in workload.name.split("/")[1:]:
@@ -213,7 +213,7 @@ def growth(workloads):
         (small, _, before), (large, _, last) = points[-2:]
         ours = [w.sides["ours"].median("time") for w in (before, last)]
         exponent = math.log(ours[1] / ours[0]) / math.log(large / small)
-        yield (name.replace("_", " "), parameter_text(points[0][1]), parameter_text(points[-1][1]),
+        yield (name.replace("_", " "), parameter_text(points[-2][1]), parameter_text(points[-1][1]),
                exponent)
 
 
@@ -253,7 +253,10 @@ def plain_table(lines):
 
 
 def markdown_table(lines):
-    lines = [HEADINGS, ("---", *["--:"] * 4, "---", "---"), *lines]
+    """Without the bars, which are the project's own."""
+    columns = HEADINGS.index("bar")
+    lines = [HEADINGS, ("---", *["--:"] * (columns - 1)), *lines]
+    lines = [line[:columns] for line in lines]
     return "\n".join("| " + " | ".join(line) + " |" for line in lines)
 
 
@@ -273,6 +276,7 @@ def machine_text(context):
 
 STYLE = """
   text { font: 12px sans-serif; fill: #24292f; }
+  .page { fill: #ffffff; }
   .family { font-weight: bold; }
   .note { fill: #57606a; }
   .grid { stroke: #d0d7de; }
@@ -281,12 +285,15 @@ STYLE = """
   .slower { fill: #d9763c; }
   @media (prefers-color-scheme: dark) {
     text { fill: #e6edf3; }
+    .page { fill: #0d1117; }
     .note { fill: #9da7b3; }
     .grid { stroke: #3d444d; }
     .even { stroke: #9da7b3; }
   }
 """
-LEFT, WIDTH, RIGHT, ROW, TOP = 290, 460, 190, 18, 64
+# Narrow enough for a telephone: a workload's name stands above its bar.
+LEFT, WIDTH, RIGHT, ROW, TOP = 16, 264, 140, 32, 64
+BAR = 11
 LEAST, MOST = 0.1, 10.0
 
 
@@ -311,7 +318,7 @@ def picture(families):
              for family, workloads in families.items()}
     drawn = {family: workloads for family, workloads in drawn.items() if workloads}
     height = TOP + ROW * sum(len(workloads) + 1 for workloads in drawn.values()) + 16
-    text(16, 24, "What the library takes, over what the best peer takes (left of 1 is better)", "family")
+    text(16, 24, "The library's cost over the best peer's (left of 1 is better)", "family")
     for ratio in (0.1, 0.2, 0.5, 1, 2, 5, 10):
         line(x_of(ratio), "even" if ratio == 1 else "grid", height - 12)
         text(x_of(ratio), TOP - 8, f"{ratio:g}", "note", "middle")
@@ -325,15 +332,15 @@ def picture(families):
             ratio = workload.ratio("best peer")
             peer = workload.best("peer")[0].split(":")[1]
             kind = "faster" if ratio <= 1 else "slower"
-            text(LEFT - 10, y - 5, workload.title(), "", "end")
+            text(LEFT, y - BAR - 8, workload.title())
             left, right = sorted((x_of(1), x_of(ratio)))
-            body.append(f'<rect x="{left:.1f}" y="{y - ROW + 4}" width="{right - left:.1f}" '
-                        f'height="{ROW - 7}" class="{kind}"/>')
+            body.append(f'<rect x="{left:.1f}" y="{y - BAR - 3}" width="{right - left:.1f}" '
+                        f'height="{BAR}" class="{kind}"/>')
             text(LEFT + WIDTH + 10, y - 5, f"{ratio_text(ratio)} × {peer}")
     width = LEFT + WIDTH + RIGHT
     return (f'<svg xmlns="http://www.w3.org/2000/svg" viewBox="0 0 {width} {height}" '
             f'width="{width}" height="{height}">\n<title>Ratios to the best peer</title>\n'
-            f"<style>{STYLE}</style>\n" + "\n".join(body) + "\n</svg>\n")
+            f'<style>{STYLE}</style>\n<rect class="page" width="100%" height="100%"/>\n' + "\n".join(body) + "\n</svg>\n")
 
 
 # ---- where it goes ----
