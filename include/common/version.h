@@ -4,9 +4,9 @@
 /// \file
 /// The version of these headers, for the preprocessor.
 
-#define TARSIO_COMMON_VERSION_MAJOR 1
-#define TARSIO_COMMON_VERSION_MINOR 0
-#define TARSIO_COMMON_VERSION_PATCH 0
+#define TARSIO_COMMON_VERSION_MAJOR 1  ///< Changes when hosts must be changed.
+#define TARSIO_COMMON_VERSION_MINOR 0  ///< Changes when something is added.
+#define TARSIO_COMMON_VERSION_PATCH 0  ///< Changes when something is repaired.
 
 /// One number to compare: 10203 is 1.2.3.
 #define TARSIO_COMMON_VERSION                                                \
