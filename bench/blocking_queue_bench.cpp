@@ -31,10 +31,10 @@ namespace {
 class Ours {
  public:
   explicit Ours(size_t capacity) : queue(capacity) {}
-  void Push(int item) { queue.Push(item, 0); }
+  void Push(int item) { static_cast<void>(queue.Push(item, 0)); }
   int Pop() {
     int item = 0;
-    queue.Pop(item, 0);
+    static_cast<void>(queue.Pop(item, 0));
     return item;
   }
 
