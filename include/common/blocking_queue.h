@@ -50,9 +50,12 @@ inline std::string TypeSpelling<std::function<void()>>() {
 ///
 /// Every operation that may wait takes a signed timeout in milliseconds:
 ///
-///     timeoutMs > 0    waits up to that long; the deadline is fixed at entry, on the system clock
-///     timeoutMs == 0   waits without limit (the opposite of many queues, deliberately)
+///     timeoutMs > 0    waits up to that long, on the system clock
+///     timeoutMs == 0   waits without limit (the opposite of many queues)
 ///     timeoutMs < 0    does not wait
+///
+/// The deadline is fixed once the queue's lock has been taken; the time that the lock itself takes
+/// is not counted. Elements must be copyable (Push() copies) and assignable (Pop() moves).
 ///
 /// Asks:     no thread may be waiting when the queue is destroyed.
 /// Promises: elements leave in the order in which they came; after Close() nothing enters.
@@ -70,12 +73,12 @@ class BlockingQueue {
   BlockingQueue(const BlockingQueue&) = delete;
   BlockingQueue& operator=(const BlockingQueue&) = delete;
 
-  /// Destroys the elements that are left. Neither closes the queue nor wakes anybody.
+  /// Destroys the elements that are left. Neither closes the queue nor wakes a thread.
   virtual ~BlockingQueue() = default;
 
   /// Appends a copy of `item` when there is room, and returns whether it did. A refusal is reported
   /// at LOG_LEVEL_WARN: "queue full or timeout". On a closed queue it waits its whole timeout, with
-  /// timeout 0 for ever.
+  /// timeout 0 forever.
   TARSIO_COMMON_NODISCARD bool Push(const T& item, int timeoutMs) {
     std::unique_lock<std::mutex> lock(mutex);
     // Unequal, not less: with capacity 0 the empty queue counts as full.
@@ -90,8 +93,8 @@ class BlockingQueue {
   }
 
   /// Moves the first element into `item`, and returns whether it did; if not, `item` is left as it
-  /// was and nothing is reported. On a closed queue it waits its whole timeout, with timeout 0 for
-  /// ever.
+  /// was and nothing is reported. On a closed queue it waits its whole timeout, with timeout 0
+  /// forever.
   TARSIO_COMMON_NODISCARD bool Pop(T& item, int timeoutMs) {
     std::unique_lock<std::mutex> lock(mutex);
     if (!WaitFor(notEmpty, lock, timeoutMs, [this] { return !closed && !items.empty(); })) {

@@ -29,19 +29,24 @@ class deletable_facet : public Facet {
 ///     U8ToU16("\xC3\xA9")   => FFC3 FFA9     U16ToU8(u"\x00E9") => E9
 ///     U8ToU32("\xA9")       => FFFFFFA9      U32ToU8(U"\U0001F600") => 00
 ///
-/// Misuse is reported at LOG_LEVEL_INFO, which the log drops by default.
+/// Where a function says "reported", it logs at LOG_LEVEL_INFO, which the log drops by default.
 ///
-/// Threads: every function may be called from any thread at once, but for MbToU8() and U8ToMb(),
-///          which replace the process's global locale, for good, by the user's default locale.
+/// For real UTF-8 and UTF-16, Path converts: `Path(utf8).Wstr()` for names of files; for other
+/// strings, call the system's functions or another library's.
+///
+/// Threads: every function may be called from any thread at once, with two exceptions. MbToU8() and
+///          U8ToMb() replace the process's global locale, for good, by the user's default locale.
+///          On Linux, GetEnv() must not run while the host changes the environment (setenv()).
 /// Throws:  memory exhaustion, and what stands at the functions.
 class TARSIO_COMMON_API CharsetCvt {
  public:
   /// Whether no byte exceeds 0x7F. True for an empty text.
   static bool IsASCII(const std::string& s);
 
-  /// Whether every lead byte has its continuation bytes and none stands alone. Deliberately
-  /// generous: overlong forms and values above U+10FFFF pass; of all that is no character, only ED
-  /// A0 to ED BF (surrogates) is refused. False for an empty text.
+  /// Whether every lead byte has its continuation bytes and none stands alone. This is generous:
+  /// overlong forms and values above U+10FFFF pass, up to lead byte F7 (F8 and more are refused);
+  /// of all that is no character, only ED A0 to ED BF (surrogates) is refused. False for an empty
+  /// string.
   static bool IsU8(const std::string& s);
 
   /// Whether `s` passes IsU8(), as a whole, and begins with EF BB BF.
@@ -50,10 +55,10 @@ class TARSIO_COMMON_API CharsetCvt {
   /// From the user's encoding to UTF-8. A text that passes IsU8() is returned as it is, and the
   /// global locale is left alone.
   ///
-  /// Any other is decoded by the user's default locale, and each character becomes the byte of its
-  /// value. A text that cannot be decoded is reported ("Convert error: 1" if it ends too early, 2
-  /// if it is invalid); the result then has one byte for each byte of the text, zeros behind what
-  /// was decoded.
+  /// Any other, the empty one too, is decoded by the user's default locale, and each character
+  /// becomes the byte of its value. A string that cannot be decoded is reported ("Convert error: 1"
+  /// if it ends too early, 2 if it is invalid); the result then has as many bytes as `s`, zeros
+  /// after what was decoded.
   ///
   /// Throws: `std::range_error` ("bad conversion") for a character above U+00FF;
   /// `std::runtime_error` ("bad locale name") if the user's locale does not exist.
@@ -61,10 +66,12 @@ class TARSIO_COMMON_API CharsetCvt {
 
   /// From UTF-8 to the user's encoding: each byte of `s` is taken for the character of its value,
   /// and that is encoded by the user's default locale. (So in a UTF-8 locale, each byte above 0x7F
-  /// comes out as two.) A text that does not pass IsU8() is reported and gives an empty text.
+  /// comes out as two.) A string that does not pass IsU8() is reported and gives an empty one; the
+  /// global locale is then left alone.
   ///
-  /// A character that cannot be encoded is reported ("Convert error: 2"); the result then has its
-  /// full length, zeros behind what was encoded.
+  /// A character that cannot be encoded is reported ("Convert error: 2"); the result then has the
+  /// size of `s` times the most bytes that a character has in the user's encoding, zeros after what
+  /// was encoded.
   ///
   /// Throws: `std::runtime_error` ("bad locale name") if the user's locale does not exist.
   static std::string U8ToMb(const std::string& s);
@@ -88,7 +95,7 @@ class TARSIO_COMMON_API CharsetCvt {
 
   /// An environment variable as UTF-8, read anew at each call; what is no character in it becomes
   /// U+FFFD. Empty if there is none, or if its value has 256 UTF-16 units or more, or more than 254
-  /// bytes in UTF-8. `defaultValue` is accepted and never used, deliberately. `name` ends at its
+  /// bytes in UTF-8. `defaultValue` is accepted and never used. `name` ends at its
   /// first zero.
   static std::string GetEnv(const std::wstring& name, const std::string& defaultValue);
 };

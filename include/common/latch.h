@@ -14,7 +14,10 @@ namespace tarsio {
 /// A counter, set once, that threads wait for until it has been counted down to zero. There is no
 /// reset: once it is zero, every Wait() returns at once.
 ///
-/// Asks:    no thread may be waiting when the latch is destroyed.
+/// Asks:    no thread may be inside a member when the latch is destroyed, neither Wait() nor
+///          CountDown(). A thread that has seen GetCount() return 0 does not know that: the last
+///          CountDown() may still be on its way out. Join its thread first, or let all threads
+///          share the latch by a `std::shared_ptr`.
 /// Threads: every member may be called from any number of threads at once.
 /// Throws:  `std::system_error` when the system's locks fail.
 class TARSIO_COMMON_API CountDownLatch {
@@ -32,8 +35,8 @@ class TARSIO_COMMON_API CountDownLatch {
   /// waits without limit, 2^63 and more return at once, and a value too large for the clock waits
   /// as long as the clock can tell.
   ///
-  /// Waits once: a spurious wake-up ends it early, deliberately, and nothing is returned. A caller
-  /// that needs to know reads GetCount() afterwards.
+  /// Waits once: a spurious wake-up ends it early, and nothing is returned. A caller that needs to
+  /// know reads GetCount() afterwards.
   void Wait(unsigned long long timeoutMs);
 
   /// How many steps are left; 0 means that the latch is open.
@@ -45,10 +48,10 @@ class TARSIO_COMMON_API CountDownLatch {
   unsigned int count;  // guarded by mutex; never wraps below zero
 };
 
-/// A wake-up point that can be used for ever. The count is what the constructor was given plus the
-/// number of threads inside Wait(). A wake-up while nobody waits is lost.
+/// A wake-up point that can be used again and again. The count is what the constructor was given
+/// plus the number of threads inside Wait(). A wake-up while no thread waits is lost.
 ///
-/// Asks:    no thread may be waiting when the object is destroyed.
+/// Asks:    no thread may be inside a member when the object is destroyed.
 /// Threads: every member may be called from any number of threads at once.
 /// Throws:  `std::system_error` when the system's locks fail.
 class TARSIO_COMMON_API CountOutWake {
@@ -67,7 +70,7 @@ class TARSIO_COMMON_API CountOutWake {
   void CountAll();
 
   /// Waits once for a wake-up, at most `timeoutNs` **nanoseconds** on the system clock (unlike
-  /// CountDownLatch, deliberately: 1000000000 is a second). 0 waits without limit, 2^63 and more
+  /// CountDownLatch: 1000000000 is a second). 0 waits without limit, 2^63 and more
   /// return at once, and a value too large for the clock waits as long as the clock can tell. A
   /// spurious wake-up ends the wait early.
   void Wait(unsigned long long timeoutNs);

@@ -28,12 +28,14 @@ enum LOG_LEVEL : int32_t {
 ///
 ///     [2024-03-05 14:07:09.38][ERROR][worker_main.cpp:145] Convert error: 2
 ///
-/// The milliseconds carry no leading zeros (this is 38 ms past the second), deliberately.
+/// The milliseconds carry no leading zeros: this is 38 ms past the second.
 ///
 /// Derive from it to send lines elsewhere (DoOutput()) or to lay them out differently (VFormat()).
 ///
 /// Threads: both operations are called from every thread that logs, at the same time; an override
-/// must bear that. The default sink hands each line over whole, so lines never mix.
+/// must bear that. The default sink inserts each line into `std::cout` whole, so lines do not mix,
+/// unless the host has called `std::ios::sync_with_stdio(false)`: then `std::cout` itself must not
+/// be used by two threads at once.
 class TARSIO_COMMON_API Logger {
  public:
   /// A sink holds nothing, so copies and assignments have nothing to do.
@@ -52,6 +54,8 @@ class TARSIO_COMMON_API Logger {
   /// formatted: the line then ends in "] ". That includes a format that ends within a conversion
   /// ("100%"), a wide character that the C runtime's locale cannot encode (%ls), %n, numbered
   /// arguments (%1$d) and conversions that printf does not have. No width or precision is too much.
+  /// To have a long string cut instead, limit it in the format (`%.1900s`). A message with a NUL in
+  /// it (`%c` with 0) ends there.
   ///
   /// Throws: memory exhaustion; `out` is then unchanged.
   virtual void VFormat(LOG_LEVEL level, std::string& out, const char* file, int line,
@@ -61,7 +65,8 @@ class TARSIO_COMMON_API Logger {
   /// Writes `line` and a newline to `std::cout` in one insertion, and flushes. A null `line` is an
   /// empty one. If the stream has failed, the line is silently lost.
   ///
-  /// Throws: memory exhaustion; nothing is then written.
+  /// Throws: memory exhaustion, and nothing is then written; `std::ios_base::failure` if the host
+  /// has asked for it by `std::cout.exceptions()`.
   virtual void DoOutput(const char* line);
 };
 
@@ -76,6 +81,10 @@ TARSIO_COMMON_LOCAL Log* LogFor(LOG_LEVEL messageLevel);
 
 /// The process-wide log. It holds a threshold (LOG_LEVEL_ERROR at first, so warnings and below are
 /// dropped until SetLevel() lets them through) and owns one sink.
+///
+/// The library itself reports a task's exception (LOG_LEVEL_FATAL), system information that is not
+/// to be had (LOG_LEVEL_ERROR), a queue that refuses an element (LOG_LEVEL_WARN) and misuse of the
+/// conversions (LOG_LEVEL_INFO). Nothing else is reported.
 ///
 /// Threads: DoLog() may be called from any thread. No lock is taken: install the sink before other
 /// threads log. The threshold may be changed at any time.
@@ -100,7 +109,8 @@ class TARSIO_COMMON_API Log {
 
   /// Formats a line by printf's rules and hands it to the sink, on the calling thread. A message
   /// above the threshold is dropped: nothing is formatted. `file` is the caller's source path,
-  /// `function` its name. TARSIO_LOG() passes them.
+  /// `function` its name. TARSIO_LOG() passes them, the name without class and namespace; the
+  /// library's own reports pass the qualified name.
   ///
   /// Throws: whatever the sink throws.
   void DoLog(LOG_LEVEL messageLevel, const char* file, int line, const char* function,
@@ -141,8 +151,9 @@ TARSIO_COMMON_LOCAL inline Log* LogFor(LOG_LEVEL messageLevel) {
 }  // namespace tarsio
 
 /// `TARSIO_LOG(level, format, ...)` logs through the process-wide log with the caller's file, line
-/// and function (as `__func__` has it). A statement. If the message does not pass the threshold,
-/// its arguments are not evaluated.
+/// and function (`__func__`: the name alone, without class and namespace). It is a statement, not
+/// an expression. If the message does not pass the threshold, the format's arguments are not
+/// evaluated; `level` is, once.
 #define TARSIO_LOG(messageLevel, ...)                                               \
   do {                                                                              \
     const ::tarsio::LOG_LEVEL tarsioLevel_ = (messageLevel);                        \

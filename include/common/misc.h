@@ -20,8 +20,8 @@ TARSIO_COMMON_API std::string GetSupportedCiphersList();
 
 /// Whole milliseconds, the rest cut off, on the monotonic clock, for timeouts and durations: it
 /// never goes back, whatever the wall clock does. They count from the clock's own epoch, about the
-/// start of the system, not from 1970, deliberately: never show them as a date, and never mix them
-/// with the timers' wall clock.
+/// start of the system, not from 1970: never show them as a date, and never mix them with the
+/// timers' wall clock.
 ///
 /// Threads: may be called from any thread at once.
 TARSIO_COMMON_API long long GetTimeNowMsSinceEpoch();

@@ -34,15 +34,15 @@ namespace tarsio {
 /// object may run concurrently.
 ///
 /// What the system refuses gives an empty result, false or 0, without a cause and without a report.
-/// Answers about the file system are those of the moment.
+/// Answers about the file system are those of the moment, and of what a symbolic link leads to.
 ///
-/// Throws: nothing but memory exhaustion, and `std::out_of_range` with the text
-/// "invalid string position" from whatever parses a text, when a component would start behind the
-/// text's first NUL (see Tokenize()).
+/// Throws: nothing but memory exhaustion, and `std::out_of_range` ("invalid string position") from
+/// every member that parses a string, when a component would start after the string's first NUL
+/// (see Tokenize()).
 class TARSIO_COMMON_API Path {
  public:
   /// The rules by which a text is parsed and printed. Any other value is accepted: it parses as
-  /// POSIX_PATH and prints as WINDOWS_PATH, deliberately.
+  /// POSIX_PATH and prints as WINDOWS_PATH.
   enum PathType : int32_t {
     WINDOWS_PATH = 0,  ///< `\\?\` prefixes, shares, drive letters; `/` and `\` separate.
     POSIX_PATH = 1,    ///< Only `/` separates; a leading `/` makes the path absolute.
@@ -50,11 +50,12 @@ class TARSIO_COMMON_API Path {
 
   /// The empty relative path, of Windows type.
   Path();
-  /// Parses `text` (UTF-8) by the Windows rules. A null pointer is an empty text.
+  /// Parses `text` (UTF-8) by the Windows rules. A null `const char*` is an empty text;
+  /// `Path(nullptr)` is ambiguous and does not compile.
   Path(const char* text);  // NOLINT(google-explicit-constructor): a text is a path to callers
   /// Parses `text` (UTF-8) by the Windows rules.
   Path(const std::string& text);  // NOLINT(google-explicit-constructor): as above
-  /// Parses `text` (UTF-16) by the Windows rules. A null pointer is an empty text.
+  /// Parses `text` (UTF-16) by the Windows rules. A null `const wchar_t*` is an empty text.
   Path(const wchar_t* text);  // NOLINT(google-explicit-constructor): as above
   /// Parses `text` (UTF-16) by the Windows rules.
   Path(const std::wstring& text);  // NOLINT(google-explicit-constructor): as above
@@ -83,9 +84,10 @@ class TARSIO_COMMON_API Path {
   ///     UNC\server\share   => absolute, a share: server, share (what is left of \\?\UNC\...)
   ///     C:\a  C:/a         => absolute: C:, a
   ///     C:  C:a  \a  /a    => relative: C: | C:a | a | a
+  ///     //server/share/f   => relative: server | share | f (a share begins with two backslashes)
   ///
   /// POSIX rules: "/usr/lib" is absolute with the components usr and lib; a `\` stays inside its
-  /// component. A POSIX parse leaves the share flag as it was, deliberately.
+  /// component. A POSIX parse leaves the share flag as it was.
   ///
   /// If it throws, by Windows rules no component is left, by POSIX rules those of before.
   void Set(const std::string& text, PathType pathType = WINDOWS_PATH);
@@ -93,7 +95,7 @@ class TARSIO_COMMON_API Path {
   void Set(const std::wstring& text, PathType pathType = WINDOWS_PATH);
 
   /// The printed form. The prefix follows the type that the path was parsed with; the separator
-  /// follows `style`: `/` for POSIX_PATH, `\` for anything else. The asymmetry is deliberate.
+  /// follows `style`: `/` for POSIX_PATH, `\` for anything else.
   ///
   ///     parsed as      C:\a\b   \\srv\share\f   /usr/lib (POSIX)
   ///     WINDOWS_PATH   C:\a\b   \\srv\share\f   /usr\lib
@@ -108,8 +110,8 @@ class TARSIO_COMMON_API Path {
   /// Str() as UTF-16.
   std::wstring Wstr(PathType style = WINDOWS_PATH) const;
 
-  /// This path with the components of `other` behind its own. If `other` is absolute, or of another
-  /// type, the result is an unchanged copy of this path, deliberately and without a report.
+  /// This path with the components of `other` after its own. If `other` is absolute, or of another
+  /// type, the result is an unchanged copy of this path, without a report.
   Path operator/(const Path& other) const;
 
   /// All components but the last; the flags are kept and the type is WINDOWS_PATH, whatever this
@@ -132,8 +134,8 @@ class TARSIO_COMMON_API Path {
   /// The number of components (not of characters).
   uint64_t Length() const;
 
-  /// Compares the components byte for byte. Type and flags are ignored, deliberately: "/a" parsed
-  /// by the POSIX rules equals the relative "a".
+  /// Compares the components byte for byte. Type and flags are ignored: "/a" parsed by the POSIX
+  /// rules equals the relative "a".
   bool operator==(const Path& other) const;
   /// Whether the components differ.
   bool operator!=(const Path& other) const;
@@ -141,8 +143,8 @@ class TARSIO_COMMON_API Path {
   /// The full path as the operating system sees it: built on the current directory, "." and ".."
   /// resolved by text, never above the root. A single dot at the end of an inner component is
   /// dropped, and every dot and space at the end of the path. The default path if the system
-  /// refuses the text (an empty one, or a result of 32767 UTF-16 units or more), or if Getcwd() is
-  /// needed and empty.
+  /// refuses the text (an empty one, one of spaces alone, or a result of 32767 UTF-16 units or
+  /// more), or if Getcwd() is needed and empty.
   ///
   ///     a\..\b  => C:\work\b     C:\..\b => C:\b     a.\...\b. => C:\work\a\...\b
   Path Absolute() const;
@@ -158,17 +160,17 @@ class TARSIO_COMMON_API Path {
   TARSIO_COMMON_NODISCARD bool IsFile() const;
   /// Whether it exists and is a directory.
   TARSIO_COMMON_NODISCARD bool IsDirectory() const;
-  /// The size in bytes; 0 if it cannot be told, so that Exists() and IsFile() tell a missing file
-  /// from an empty one. What a directory gives is the system's choice.
+  /// The size in bytes; 0 if the system does not give it. Ask Exists() or IsFile() to distinguish a
+  /// missing file from an empty one. What a directory gives is the system's choice.
   TARSIO_COMMON_NODISCARD uint64_t FileSize() const;
 
  protected:
   /// Splits `text` at every byte that occurs in `delimiters`. Leading, trailing and repeated
   /// delimiters yield no empty components.
   ///
-  /// Components are cut from the text up to its first NUL, so those behind a NUL are shortened,
+  /// Components are cut from the text up to its first NUL, so those after a NUL are shortened,
   /// perhaps to nothing. Throws `std::out_of_range` ("invalid string position") if one would start
-  /// behind that NUL.
+  /// after that NUL.
   static std::vector<std::string> Tokenize(const std::string& text, const std::string& delimiters);
 
  private:
@@ -187,8 +189,9 @@ inline std::ostream& operator<<(std::ostream& out, const Path& path) {
   return out << path.Str(Path::WINDOWS_PATH);
 }
 
-/// Creates the directory that `path` names, its last component only. False if that fails for
-/// whatever reason: a missing parent, or anything of that name that exists already.
+/// Creates the directory that `path` names, its last component only. False if that fails for any
+/// reason: a missing parent, or anything of that name that exists already. On Linux its mode is
+/// 0777 less the umask.
 ///
 /// Threads: may be called from any thread, as may MakeDirs(). Throws what Path throws.
 TARSIO_COMMON_NODISCARD TARSIO_COMMON_API bool MakeDir(const Path& path);
@@ -204,10 +207,12 @@ TARSIO_COMMON_NODISCARD TARSIO_COMMON_API bool MakeDirs(const Path& path);
 ///     resolver.Prepend("C:\\overrides");
 ///     Path found = resolver.Resolve("images/logo.png");
 ///
+/// A relative entry is searched from the current directory at the time of each Resolve().
+///
 /// Copies are deep. Append(), Prepend() and Erase() invalidate positions in the list and references
 /// to its entries.
 ///
-/// Threads: a plain value. Resolve() calls may run concurrently while nobody changes the list.
+/// Threads: a plain value. Resolve() calls may run concurrently while no thread changes the list.
 /// Throws:  nothing but memory exhaustion.
 class TARSIO_COMMON_API PathResolver {
  public:
@@ -216,7 +221,7 @@ class TARSIO_COMMON_API PathResolver {
   /// A position in a list that is not to be changed.
   using const_iterator = std::vector<Path>::const_iterator;
 
-  /// One entry: Path::Getcwd(), so an empty path if the current directory cannot be told.
+  /// One entry: Path::Getcwd(), so an empty path if the current directory cannot be determined.
   PathResolver();
   /// Copies the list.
   PathResolver(const PathResolver& other);
@@ -226,11 +231,11 @@ class TARSIO_COMMON_API PathResolver {
 
   /// The first entry. Positions hold until the list is changed.
   iterator begin() { return paths.begin(); }
-  /// Behind the last entry.
+  /// After the last entry.
   iterator end() { return paths.end(); }
   /// The first entry.
   const_iterator begin() const { return paths.begin(); }
-  /// Behind the last entry.
+  /// After the last entry.
   const_iterator end() const { return paths.end(); }
 
   /// The number of entries.
@@ -244,13 +249,14 @@ class TARSIO_COMMON_API PathResolver {
   void Append(const Path& path);
   /// Adds a directory to be searched first. Duplicates are allowed.
   void Prepend(const Path& path);
-  /// Removes the entry at `position`, which must be one; those behind it move up.
+  /// Removes the entry at `position`, which must be one; those after it move up.
   void Erase(const_iterator position);
 
-  /// The first directory joined with `value` that exists; `value` itself if none does.
+  /// The first directory joined with `value` that exists, be it a file or a directory; `value`
+  /// itself if none does. A ".." in `value` leaves the search directory.
   ///
   /// Joining an absolute value, or one of another type, changes nothing: such a value resolves to
-  /// the first search directory that exists, deliberately.
+  /// the first search directory that exists.
   TARSIO_COMMON_NODISCARD Path Resolve(const Path& value) const;
 
  private:

@@ -14,8 +14,8 @@ namespace tarsio {
 
 /// Functions on byte strings. Texts may hold any bytes, NUL included.
 ///
-/// The three splitting functions differ deliberately. All match the delimiter as a whole, from left
-/// to right, without overlaps:
+/// The three splitting functions differ. All match the delimiter as a whole, from left to right,
+/// without overlaps:
 ///
 ///     text, delimiter   SplitString   SplitAllByString   SplitFristByString
 ///     "a,b"      ","    a b           a b                a b
@@ -34,15 +34,15 @@ namespace tarsio {
 class TARSIO_COMMON_API StringUtils {
  public:
   /// The pieces between delimiters, empty ones kept. The search runs over `s` with one more
-  /// delimiter behind it, so a tail of `s` that begins a delimiter is completed by it and cut.
+  /// delimiter after it, so a tail of `s` that begins a delimiter is completed by it and cut.
   static std::vector<std::string> SplitString(const std::string& s, const std::string& delimiter);
 
   /// The pieces between delimiters; an empty last piece is dropped. Where the delimiter does not
-  /// occur, a non-empty text comes out twice, deliberately.
+  /// occur, a non-empty text comes out twice.
   static std::vector<std::string> SplitAllByString(const std::string& s,
                                                    const std::string& delimiter);
 
-  /// The text before the first delimiter and all behind it; the whole text alone if there is none.
+  /// The text before the first delimiter and all after it; the whole text alone if there is none.
   static std::vector<std::string> SplitFristByString(const std::string& s,
                                                      const std::string& delimiter);
 
@@ -62,14 +62,14 @@ class TARSIO_COMMON_API StringUtils {
   /// Whether `part` occurs in `s`. The empty text occurs in every one.
   static bool Contains(const std::string& s, const std::string& part);
 
-  /// `s` with every byte that occurs in `characters` replaced by `replacement`. Neither the blank
+  /// `s` with every byte that occurs in `characters` replaced by `replacement`. Neither the space
   /// nor the underscore is built in.
   static std::string SpaceToUnderscore(std::string s, const std::string& characters,
                                        const char& replacement);
 
   /// The SHA-256 digest of `length` bytes at `data` as 64 characters: lower-case hexadecimal, with
-  /// a blank, not a zero, before the digit of a byte below 0x10. Deliberate: callers compare these
-  /// texts. SpaceToUnderscore(text, " ", '0') gives the usual form.
+  /// a space, not a zero, before the digit of a byte below 0x10: callers compare these texts.
+  /// SpaceToUnderscore(text, " ", '0') gives the usual form.
   ///
   /// An empty text if the digest cannot be computed, or if `data` is null and `length` is not 0.
   /// Null with length 0 is the empty input.

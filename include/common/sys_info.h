@@ -11,12 +11,12 @@
 
 namespace tarsio {
 
-/// A description of the client machine. The names of the first and the last field and what they
-/// hold do not match, deliberately.
+/// A description of the client machine. The names of the first and the last field do not match what
+/// they hold; callers rely on that.
 struct ClientDeviceInfo {
   std::string osArch;                ///< Always "Windows".
   std::string reserved;              ///< Neither read nor written.
-  std::string osVersion;             ///< Such as "10.0"; on Linux, the kernel's "6.1".
+  std::string osVersion;             ///< "10.0" on Windows 10 and 11; on Linux the kernel's "6.1".
   std::string osManufacturingModel;  ///< Always "x64".
 };
 
@@ -26,9 +26,10 @@ struct ClientDeviceInfo {
 /// Throws:  nothing but memory exhaustion.
 class TARSIO_COMMON_API SysInfo {
  public:
-  /// Fills `info`, which must not be empty, and returns whether all could be told. At the first
-  /// failure, one line is logged at LOG_LEVEL_ERROR; the fields written before keep their new
-  /// values, the others their old ones.
+  /// Fills `info`, which must hold a record (an empty pointer is not checked for and ends the
+  /// process), and returns whether everything could be found out. At the first failure, one line is
+  /// logged at LOG_LEVEL_ERROR; the fields written before keep their new values, the others their
+  /// old ones.
   TARSIO_COMMON_NODISCARD static bool GetClientOsInfo(std::shared_ptr<ClientDeviceInfo>& info);
 
  private:

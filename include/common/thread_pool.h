@@ -28,11 +28,14 @@ class Worker;
 ///     pool->Shutdown(tarsio::ThreadPool::SHUTDOWN_DRAIN);  // all tasks have run
 ///
 /// Asks:     a pool must be owned by a `std::shared_ptr`.
-/// Promises: tasks start in the order of submission; a task that was taken runs to its end; workers
-///           keep the pool alive, so dropping the last reference of the host runs every task that
-///           is pending as long as a worker lives. The destructor then runs on that worker.
+/// Promises: workers take the tasks in the order of submission (two workers may start them in the
+///           other order); a task that was taken runs to its end; workers keep the pool alive, so
+///           dropping the last reference of the host runs every task that is pending as long as a
+///           worker lives. The destructor then runs on that worker.
 /// Threads:  every member may be called from any thread at once, but for SetName(), which must not
-///           run beside GetName() or SubmitTask(). From a task, Shutdown() would wait for itself.
+///           run beside GetName() or SubmitTask(). From a task, Shutdown() would wait for itself. A
+///           task is copied under the queue's lock, so what it owns must not use the pool while it
+///           is copied.
 /// Throws:   `std::system_error` when the system's locks or threads fail, and memory exhaustion.
 class TARSIO_COMMON_API ThreadPool : public std::enable_shared_from_this<ThreadPool> {
  public:
@@ -41,11 +44,11 @@ class TARSIO_COMMON_API ThreadPool : public std::enable_shared_from_this<ThreadP
   enum SHUTDOWN_METHOD : int32_t {
     SHUTDOWN_NOW = 0,    ///< Discards the pending tasks and closes the pool for good.
     SHUTDOWN_WAIT = 1,   ///< Waits until every pending task has been taken; see Wait().
-    SHUTDOWN_DRAIN = 2,  ///< Does nothing before, so it waits for the tasks as well.
+    SHUTDOWN_DRAIN = 2,  ///< Nothing: workers that live leave only when no task is pending.
   };
 
   /// Starts no thread. Nothing is validated: with `threadLimit` 0 no task ever runs, with
-  /// `taskCapacity` 0 every submission blocks for ever. `reserved` is kept and has no effect.
+  /// `taskCapacity` 0 every submission blocks forever. `reserved` is kept and has no effect.
   ThreadPool(std::string poolName, uint64_t threadLimit, uint64_t reserved, uint64_t taskCapacity);
 
   ThreadPool(const ThreadPool&) = delete;
@@ -56,8 +59,7 @@ class TARSIO_COMMON_API ThreadPool : public std::enable_shared_from_this<ThreadP
 
   /// The name that the constructor or the last SetName() was given. The pool makes no use of it.
   std::string GetName() const;
-  /// Workers that live already keep the name that they were started with, and pass it on to a
-  /// worker that takes their place.
+  /// Changes what GetName() returns. Nothing else shows the name.
   void SetName(const std::string& newName);
 
   /// The number of tasks that no worker has taken yet.
@@ -75,10 +77,11 @@ class TARSIO_COMMON_API ThreadPool : public std::enable_shared_from_this<ThreadP
   /// `std::exception`, from the log's sink for instance, it is lost and the worker goes on; any
   /// other exception of a sink ends the process.
   ///
-  /// Throws: `std::bad_weak_ptr` if no shared pointer owns the pool, `std::system_error` if a
-  /// thread cannot be started. Either way the task stays queued and the pool remains usable; but if
-  /// the queue is full and no worker lives, one is started first, and the task is not queued if
-  /// that fails. And what copying the task throws; nothing is then queued.
+  /// Throws: `std::system_error` if a thread cannot be started: the task stays queued, and the next
+  /// submission tries again. `std::bad_weak_ptr` if no shared pointer owns the pool: the task stays
+  /// queued, but no worker will ever run it. If the queue is full and no worker lives, one is
+  /// started first, and the task is not queued if that fails. And what copying the task throws;
+  /// nothing is then queued.
   bool SubmitTask(std::function<void()>& task);
   /// As above, for a function that was made for the call.
   bool SubmitTask(std::function<void()>&& task) { return SubmitTask(task); }
@@ -88,16 +91,20 @@ class TARSIO_COMMON_API ThreadPool : public std::enable_shared_from_this<ThreadP
   }
 
   /// Acts on `method`, then waits until every worker has left. Workers leave only by having been
-  /// idle for 1000 ms, so this lasts about a second longer than the last task.
+  /// idle for 1000 ms, so this lasts up to a second longer than the last task; a pool without
+  /// workers is shut down at once.
   ///
-  /// After any method but SHUTDOWN_NOW, the pool is open again and has no workers.
+  /// All tasks have then run, or with SHUTDOWN_NOW have been discarded, unless other threads go on
+  /// submitting, or no worker lived to run them: with limit 0, after a failed SubmitTask(). With
+  /// any method but SHUTDOWN_NOW the pool stays open, and a later submission starts workers again.
   /// When a DLL's statics are destroyed on Windows, Shutdown() and Wait() return at once.
   void Shutdown(SHUTDOWN_METHOD method);
 
   /// Returns when the queue is empty; the last tasks may still be running. A wake-up that falls
-  /// between the look at the queue and the sleep is missed, deliberately: Wait() then lasts until
-  /// the next task is taken, for ever if none comes. To wait for all tasks without that, call
-  /// Shutdown(SHUTDOWN_DRAIN). Called from a task, it waits for the other workers.
+  /// between the look at the queue and the sleep is missed: Wait() then lasts until the next task
+  /// is taken, forever if none comes. To wait for all tasks without that, call
+  /// Shutdown(SHUTDOWN_DRAIN), or let the tasks count down a CountDownLatch. Called from a task, it
+  /// waits for other workers to take what is pending: forever, if there are none.
   void Wait();
 
  private:

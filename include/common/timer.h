@@ -27,27 +27,32 @@ class TARSIO_COMMON_API Timer : public std::enable_shared_from_this<Timer> {
   Timer(const Timer&) = delete;
   Timer& operator=(const Timer&) = delete;
 
-  /// Stops the timer. One that is still marked started when its last owner lets go ends the
-  /// process: a zero-timeout timer that was not stopped, or one started after the manager's end,
-  /// which is when the statics are destroyed. Then the manager marks what is queued as stopped.
-  /// But where the timer thread is gone (see Start()), it does nothing.
+  /// Does not stop the timer: by now it must not be marked started, or the process ends (by
+  /// `std::terminate`). A queued timer has an owner, so that concerns a zero-timeout timer that was
+  /// not stopped, one that no shared pointer owned at its Start(), and one that was started after
+  /// the manager's end, which is when the statics are destroyed. (The manager then marks what is
+  /// queued as stopped.) Where the timer thread is gone (see Start()), the mark does no harm.
   // NOLINTNEXTLINE(bugprone-exception-escape): as said
   virtual ~Timer();
 
   /// Queues the timer to fire after its timeout; does nothing if it is marked started. With timeout
-  /// 0 it is marked started and never fires. Where the timer thread is gone without having ended,
-  /// Start() and Stop() set the mark and nothing else: when a DLL's statics are destroyed on
-  /// Windows, and in a process that was forked from one that has started a timer.
+  /// 0 it is marked started and never fires. Waits while timers are being fired, unless called from
+  /// a timer's action. Where the timer thread is gone without having ended, Start() and Stop() set
+  /// the mark and nothing else: when a DLL's statics are destroyed on Windows, and in a process
+  /// that was forked from one that has started a timer.
   ///
   /// Throws: `std::bad_weak_ptr` if no shared pointer owns the timer, which stays marked started
-  /// (by design); `std::system_error` if the timer thread cannot be started, in which case the
-  /// timer stays queued and marked. After any other failure it is not started.
+  /// (by design); `std::system_error` or `std::bad_alloc` if the timer thread cannot be started, in
+  /// which case the timer stays queued and marked, and the next timer that is started tries again;
+  /// `std::bad_alloc` before that. After this and any other failure the timer is not started.
   void Start();
 
   /// Takes the timer out of the queue; does nothing if it is not marked started. Waits while timers
   /// are being fired, unless called from a timer's action; but a one-shot timer is not marked
-  /// started any more while its own action runs, so that nothing waits for it. A repeating timer
-  /// that stops itself in its own action is queued again and goes on firing, deliberately.
+  /// started any more while its own action runs, so that nothing waits for it. Of two threads that
+  /// stop a timer at once, one waits, and the other returns at once, perhaps while the action still
+  /// runs. A repeating timer that stops itself in its own action is queued again and goes on
+  /// firing.
   ///
   /// Throws: `std::bad_weak_ptr` if no shared pointer owns the timer, which stays marked stopped.
   void Stop();
@@ -67,7 +72,7 @@ class TARSIO_COMMON_API Timer : public std::enable_shared_from_this<Timer> {
 
   /// What the timer does when it fires: runs on the timer thread, which fires no other timer
   /// meanwhile. It may start and stop timers, itself included. An exception that leaves it ends the
-  /// process.
+  /// process; on Linux, so does a call of `exit()` in it, by `std::terminate`.
   virtual void OnTimeout() = 0;
 
  protected:
@@ -124,7 +129,8 @@ class TimerManager {
   static TARSIO_COMMON_API TimerManager* GetInstance();
 
   /// The timers' clock: milliseconds since 1970-01-01 UTC, on the system's wall clock. When that is
-  /// set back by an hour, every pending timer comes an hour late.
+  /// set back by an hour, every pending timer comes an hour late; when it is set forward, those
+  /// whose expiry it passes fire at once, a repeating one only once.
   TARSIO_COMMON_API unsigned long long GetCurrentMillisecs() const;
 
   /// Queues `timer` to fire after its timeout. For Timer, and not exported, as are the next two. A

@@ -14,6 +14,9 @@ namespace tarsio {
 /// A zero-terminated byte string that owns its buffer. The buffer grows and never shrinks; an empty
 /// string needs none. Copies are deep; there are no move operations, so moving copies.
 ///
+///     TsString name(text.c_str());      // from a std::string, up to its first NUL
+///     std::string text = name.Cstr();   // and back
+///
 /// Threads: one object must not be used from two threads at once; distinct objects may.
 /// Throws:  `std::bad_alloc` where a text is stored; the string is then empty and usable.
 class TARSIO_COMMON_API TsString {
@@ -23,7 +26,7 @@ class TARSIO_COMMON_API TsString {
   /// Copies `text` up to its terminator, but at most its first 16777214 (0xFFFFFE) bytes. Null is
   /// the empty text.
   TsString(const char* text);  // NOLINT(google-explicit-constructor): a text is a string to callers
-  /// Copies without that limit, deliberately.
+  /// Copies without that limit.
   TsString(const TsString& other);
   virtual ~TsString();
 
@@ -60,7 +63,7 @@ class TARSIO_COMMON_API TsString {
 };
 
 /// Two strings, copied and assigned in the order of their names. Moving copies: the source keeps
-/// its strings, deliberately.
+/// its strings.
 ///
 /// Threads: as TsString.
 /// Throws:  as TsString; an assignment whose second string fails has assigned the first.
