@@ -34,8 +34,8 @@ int main() {
   //! [submitting]
 
   //! [waiting]
-  // Waits until the workers have left, who run every task first. That lasts a second longer than the
-  // last task: they leave when they have been idle that long.
+  // Waits until the workers have left, who run every task first. That lasts up to a second longer
+  // than the last task: they leave when they have been idle that long.
   pool->Shutdown(tarsio::ThreadPool::SHUTDOWN_DRAIN);
   std::cout << "sum: " << sum << ", workers: " << pool->GetRunningThreadNumber() << '\n';
   //! [waiting]

@@ -210,10 +210,10 @@ def growth(workloads):
         if len(points) < 3:
             continue
         points.sort(key=lambda point: point[0])
-        (small, _, before), (large, _, last) = points[-2:]
+        (small, small_text, before), (large, large_text, last) = points[-2:]
         ours = [w.sides["ours"].median("time") for w in (before, last)]
         exponent = math.log(ours[1] / ours[0]) / math.log(large / small)
-        yield (name.replace("_", " "), parameter_text(points[-2][1]), parameter_text(points[-1][1]),
+        yield (name.replace("_", " "), parameter_text(small_text), parameter_text(large_text),
                exponent)
 
 
