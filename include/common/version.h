@@ -4,9 +4,12 @@
 /// \file
 /// The version of these headers, for the preprocessor.
 
-#define TARSIO_COMMON_VERSION_MAJOR 1  ///< Changes when hosts must be changed.
-#define TARSIO_COMMON_VERSION_MINOR 0  ///< Changes when something is added.
-#define TARSIO_COMMON_VERSION_PATCH 0  ///< Changes when something is repaired.
+/// Rises when something is removed or changes.
+#define TARSIO_COMMON_VERSION_MAJOR 1
+/// Rises when something is added.
+#define TARSIO_COMMON_VERSION_MINOR 0
+/// Rises when only faults are mended.
+#define TARSIO_COMMON_VERSION_PATCH 0
 
 /// One number to compare: 10203 is 1.2.3.
 #define TARSIO_COMMON_VERSION                                                \
