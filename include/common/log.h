@@ -52,10 +52,11 @@ class TARSIO_COMMON_API Logger {
   ///
   /// A message of more than 2047 bytes is left out as a whole, and so is one that cannot be
   /// formatted: the line then ends in "] ". That includes a format that ends within a conversion
-  /// ("100%"), a wide character that the C runtime's locale cannot encode (%ls), %n, numbered
-  /// arguments (%1$d) and conversions that printf does not have. No width or precision is too much.
+  /// ("100%"), a wide character that the C runtime's locale cannot encode ("%ls"), "%n", numbered
+  /// arguments ("%1$d") and conversions that printf does not have. No width or precision is too
+  /// much.
   /// To have a long string cut instead, limit it in the format (`%.1900s`). A message with a NUL in
-  /// it (`%c` with 0) ends there.
+  /// it (`"%c"` with 0) ends there.
   ///
   /// Throws: memory exhaustion; `out` is then unchanged.
   virtual void VFormat(LOG_LEVEL level, std::string& out, const char* file, int line,
