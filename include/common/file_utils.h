@@ -38,8 +38,8 @@ enum FileOptRet : int32_t {
 ///     other bytes  the encodings differ
 ///
 /// On Linux the paths are Windows paths as well (`C:\a` or `C:/a` is /a). On both systems "." and
-/// ".." are resolved by text before the system is asked: "missing/../f" is "f". Symbolic links are
-/// followed, but RemoveFile() removes the link itself.
+/// ".." are resolved by text before the system is asked: "missing/../f" is "f". Files are read and
+/// written through symbolic links; RemoveFile() removes the link itself.
 ///
 /// The result is the only sign of a failure: the cause is not kept, and nothing is logged.
 ///

@@ -34,7 +34,8 @@ namespace tarsio {
 /// object may run concurrently.
 ///
 /// What the system refuses gives an empty result, false or 0, without a cause and without a report.
-/// Answers about the file system are those of the moment, and of what a symbolic link leads to.
+/// Answers about the file system are those of the moment. A symbolic link stands for what it leads
+/// to, except that on Windows Exists(), IsFile() and IsDirectory() look at the link itself.
 ///
 /// Throws: nothing but memory exhaustion, and `std::out_of_range` ("invalid string position") from
 /// every member that parses a string, when a component would start after the string's first NUL

@@ -72,7 +72,7 @@ class TARSIO_COMMON_API Timer : public std::enable_shared_from_this<Timer> {
 
   /// What the timer does when it fires: runs on the timer thread, which fires no other timer
   /// meanwhile. It may start and stop timers, itself included. An exception that leaves it ends the
-  /// process; so does `exit()` in it, by `std::terminate`, except in a Windows program that uses the
+  /// process; so does `exit()` in it, by `std::terminate`, except in a Windows program with the
   /// DLL.
   virtual void OnTimeout() = 0;
 
