@@ -23,14 +23,14 @@ constexpr size_t kEnvironmentBytes = 255;  // its bytes in UTF-8 and their termi
 constexpr char kEmptyParameter[] = "Parameter is empty!";
 
 // `line` is where the report is made, as every report says.
-template <typename... Args>
-void Report(int line, const char* function, const char* format, Args... args) {
-  Log::GetInstance().DoLog(LOG_LEVEL_INFO, __FILE__, line, function, format, args...);
+void Report(int line, const char* function, const char* message) {
+  Log::GetInstance().DoLog(LOG_LEVEL_INFO, __FILE__, line, function, "%s", message);
 }
 
 void ReportUnlessOk(std::codecvt_base::result result, int line, const char* function) {
   if (result != std::codecvt_base::ok) {
-    Report(line, function, "Convert error: %d", static_cast<int>(result));
+    Log::GetInstance().DoLog(LOG_LEVEL_INFO, __FILE__, line, function, "Convert error: %d",
+                             static_cast<int>(result));
   }
 }
 

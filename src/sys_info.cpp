@@ -14,7 +14,7 @@ constexpr int kModelFailedLine = 37;
 
 bool ReportFailure(int line, const char* message) {
   Log::GetInstance().DoLog(LOG_LEVEL_ERROR, __FILE__, line, "tarsio::SysInfo::GetClientOsInfo",
-                           message);
+                           "%s", message);
   return false;
 }
 

@@ -414,7 +414,8 @@ TEST(BlockingQueue, NotificationsDoNotMoveADeadlineOnAClosedQueue) {
     const auto lasted = std::make_shared<std::atomic<int64_t>>(0);
     BackgroundCall call([=] {
       int item = 0;
-      *lasted = MicrosecondsOf([&] { push ? queue->Push(item, 300) : queue->Pop(item, 300); });
+      *lasted = MicrosecondsOf(
+          [&] { static_cast<void>(push ? queue->Push(item, 300) : queue->Pop(item, 300)); });
     });
     bool returned = false;
     for (int i = 0; i < 2000 && !returned; ++i) {
@@ -507,7 +508,8 @@ TEST(BlockingQueue, TheTimeoutBeginsWhenTheLockIsHad) {
     };
     BackgroundCall other([=] {
       Hooked item(hooks);
-      EXPECT_THROW(push ? queue->Pop(item, -1) : queue->Push(item, -1), std::runtime_error);
+      EXPECT_THROW(static_cast<void>(push ? queue->Pop(item, -1) : queue->Push(item, -1)),
+                   std::runtime_error);
     });
     ASSERT_TRUE(locked->WaitFor());
 

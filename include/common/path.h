@@ -21,10 +21,12 @@ namespace tarsio {
 /// native form of this library on Linux too, where drive `C:` is the root of the file system. A
 /// name with a colon, on another drive or on a share does not exist there.
 ///
-///     Path p("C:\\work");            p.IsAbsolute(), p.Length() == 2
-///     (p / "a/b.txt").Str()          => C:\work\a\b.txt
-///     (p / "a/b.txt").Filename()     => b.txt
-///     p.ParentPath().Str()           => C:
+/// \code{.unparsed}
+/// Path p("C:\\work");            p.IsAbsolute(), p.Length() == 2
+/// (p / "a/b.txt").Str()          => C:\work\a\b.txt
+/// (p / "a/b.txt").Filename()     => b.txt
+/// p.ParentPath().Str()           => C:
+/// \endcode
 ///
 /// Wide text is UTF-16 on every system: where `wchar_t` has 32 bits, each one holds one UTF-16
 /// unit. On the way in, a wider value is accepted as the character that it is. Invalid UTF-8 and
@@ -79,13 +81,15 @@ class TARSIO_COMMON_API Path {
   ///
   /// Windows rules, the first that matches:
   ///
-  ///     \\?\...            the prefix is dropped, once, and the rest is parsed
-  ///     \\server\share\f   => absolute, a share: server, share, f
-  ///     \\server           => relative: server
-  ///     UNC\server\share   => absolute, a share: server, share (what is left of \\?\UNC\...)
-  ///     C:\a  C:/a         => absolute: C:, a
-  ///     C:  C:a  \a  /a    => relative: C: | C:a | a | a
-  ///     //server/share/f   => relative: server | share | f (a share begins with two backslashes)
+  /// \code{.unparsed}
+  /// \\?\...            the prefix is dropped, once, and the rest is parsed
+  /// \\server\share\f   => absolute, a share: server, share, f
+  /// \\server           => relative: server
+  /// UNC\server\share   => absolute, a share: server, share (what is left of \\?\UNC\...)
+  /// C:\a  C:/a         => absolute: C:, a
+  /// C:  C:a  \a  /a    => relative: C: | C:a | a | a
+  /// //server/share/f   => relative: server | share | f (a share begins with two backslashes)
+  /// \endcode
   ///
   /// POSIX rules: "/usr/lib" is absolute with the components usr and lib; a `\` stays inside its
   /// component. A POSIX parse leaves the share flag as it was.
@@ -98,15 +102,17 @@ class TARSIO_COMMON_API Path {
   /// The printed form. The prefix follows the type that the path was parsed with; the separator
   /// follows `style`: `/` for POSIX_PATH, `\` for anything else.
   ///
-  ///     parsed as      C:\a\b   \\srv\share\f   /usr/lib (POSIX)
-  ///     WINDOWS_PATH   C:\a\b   \\srv\share\f   /usr\lib
-  ///     POSIX_PATH     C:/a/b   \\srv/share/f   /usr/lib
+  /// \code{.unparsed}
+  /// parsed as      C:\a\b   \\srv\share\f   /usr/lib (POSIX)
+  /// WINDOWS_PATH   C:\a\b   \\srv\share\f   /usr\lib
+  /// POSIX_PATH     C:/a/b   \\srv/share/f   /usr/lib
+  /// \endcode
   ///
   /// No separator ends it: `C:\` prints as `C:`, which names the drive's current directory. For the
   /// root of the drive, parse `C:\.`.
   ///
   /// An absolute path of Windows type whose printed form would have 260 bytes or more is printed
-  /// with the long-path prefix `\\?\`, or `\\?\UNC\` for a share.
+  /// with the long-path prefix that Set() drops: the one of shares for a share.
   std::string Str(PathType style = WINDOWS_PATH) const;
   /// Str() as UTF-16.
   std::wstring Wstr(PathType style = WINDOWS_PATH) const;
@@ -118,8 +124,10 @@ class TARSIO_COMMON_API Path {
   /// All components but the last; the flags are kept and the type is WINDOWS_PATH, whatever this
   /// path's is. So the parent of "/usr/lib", parsed by the POSIX rules, prints as usr.
   ///
-  ///     C:\a\b => C:\a     C:\x => C:     C:\ => (absolute, no components)
-  ///     a\b    => a        a    => (empty, relative)     (empty, relative) => ..
+  /// \code{.unparsed}
+  /// C:\a\b => C:\a     C:\x => C:     C:\ => (absolute, no components)
+  /// a\b    => a        a    => (empty, relative)     (empty, relative) => ..
+  /// \endcode
   Path ParentPath() const;
   /// The last component as it stands, or an empty text if there is none.
   std::string Filename() const;
@@ -147,14 +155,16 @@ class TARSIO_COMMON_API Path {
   /// refuses the text (an empty one, one of spaces alone, or a result of 32767 UTF-16 units or
   /// more), or if Getcwd() is needed and empty.
   ///
-  ///     a\..\b  => C:\work\b     C:\..\b => C:\b     a.\...\b. => C:\work\a\...\b
+  /// \code{.unparsed}
+  /// a\..\b  => C:\work\b     C:\..\b => C:\b     a.\...\b. => C:\work\a\...\b
+  /// \endcode
   Path Absolute() const;
   /// The current directory; the default path if it cannot be determined. On Linux that includes a
   /// directory whose path holds a backslash or a colon, or is not UTF-8.
   static Path Getcwd();
 
   /// Whether anything of that name exists and may be asked about. Here and below, "." and ".." are
-  /// resolved by text before the system is asked: `missing\..\f` is `f`. In a path that is printed
+  /// resolved by text before the system is asked: `missing/../f` is `f`. In a path that is printed
   /// with the long-path prefix they are names, so nothing is found.
   TARSIO_COMMON_NODISCARD bool Exists() const;
   /// Whether it exists and is no directory: devices and the like count as files.
@@ -204,9 +214,11 @@ TARSIO_COMMON_NODISCARD TARSIO_COMMON_API bool MakeDirs(const Path& path);
 /// An ordered list of search directories, first searched first. It begins with one entry, the
 /// current directory at the time of construction.
 ///
-///     PathResolver resolver;
-///     resolver.Prepend("C:\\overrides");
-///     Path found = resolver.Resolve("images/logo.png");
+/// \code{.unparsed}
+/// PathResolver resolver;
+/// resolver.Prepend("C:\\overrides");
+/// Path found = resolver.Resolve("images/logo.png");
+/// \endcode
 ///
 /// A relative entry is searched from the current directory at the time of each Resolve().
 ///
@@ -266,10 +278,12 @@ class TARSIO_COMMON_API PathResolver {
 
 /// Writes the entries, each on a line of its own; nothing ends the last line.
 ///
-///     resolver[
-///       "C:\work",
-///       "C:\other"
-///     ]
+/// \code{.unparsed}
+/// resolver[
+///   "C:\work",
+///   "C:\other"
+/// ]
+/// \endcode
 inline std::ostream& operator<<(std::ostream& out, const PathResolver& resolver) {
   out << "resolver[" << std::endl;
   for (auto entry = resolver.begin(); entry != resolver.end(); ++entry) {

@@ -200,7 +200,7 @@ std::vector<std::string> ListedNames(const std::string& inside) {
                                     R"(\\?\)" + inside + R"(\.\y)",
                                     inside + "/x/../y"};
   for (int byte = 1; byte < 256; ++byte) names.emplace_back(1, static_cast<char>(byte));
-  for (const size_t size : {255, 256, 4096, 1000000}) {
+  for (const size_t size : {255U, 256U, 4096U, 1000000U}) {
     names.emplace_back(size, 'n');
     names.emplace_back(size, '\xFF');
     names.emplace_back(size, '\\');

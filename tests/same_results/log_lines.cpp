@@ -6,6 +6,9 @@
 #include "common/log.h"
 #include "same_results/families.h"
 
+// The formats come from tables, some of them without arguments.
+#pragma GCC diagnostic ignored "-Wformat-security"
+
 namespace tarsio_test {
 
 namespace {
