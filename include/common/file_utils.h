@@ -31,7 +31,7 @@ enum FileOptRet : int32_t {
 /// drive and a separator or with a name, and whose full form has fewer than 248 characters. They
 /// differ for
 ///
-///     "/d/f"       the first group takes it for the relative d\f, as Path does; RemoveDir() and
+///     "/d/f"       the first group takes it for the relative d/f, as Path does; RemoveDir() and
 ///                  RemoveFile() take it from the root, and MakeDir() looks in one place and
 ///                  creates in the other
 ///     long paths   only the first group knows the long-path prefix (on Windows)
