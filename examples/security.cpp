@@ -1,39 +1,33 @@
 // Names and messages from outside: a check of a name, and a sink that escapes.
 
-#include <algorithm>
 #include <iostream>
 #include <memory>
 #include <string>
 
 #include "common/log.h"
-#include "common/path.h"
-#include "common/string_utils.h"
 
 namespace {
 
 //! [name]
-// Whether `name` is one component that means the same on Windows and on Linux. Accepts UTF-8.
+// Whether `name` is one component that means the same on Windows and on Linux. Whatever the locale,
+// so it compares bytes; it accepts letters, digits and a few signs of ASCII.
 bool IsPlainName(const std::string& name) {
-  const std::string forbidden = "\\/:*?\"<>|";
-  const auto isForbidden = [&forbidden](char c) {
-    return static_cast<unsigned char>(c) < 0x20 || forbidden.find(c) != std::string::npos;
-  };
+  constexpr char kAllowed[] = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789-_. ";
   if (name.empty() || name.size() > 255) return false;
-  if (std::any_of(name.begin(), name.end(), isForbidden)) return false;
+  if (name.find_first_not_of(kAllowed) != std::string::npos) return false;
   if (name.back() == '.' || name.back() == ' ') return false;  // "." and ".." as well
 
   // Devices of Windows, with any extension.
-  std::string base = tarsio::StringUtils::ToUpper(name.substr(0, name.find('.')));
-  tarsio::StringUtils::Trim(base);
-  for (const char* const device : {"CON", "PRN", "AUX", "NUL", "CONIN$", "CONOUT$"}) {
+  std::string base = name.substr(0, name.find('.'));
+  base.erase(base.find_last_not_of(' ') + 1);
+  for (char& c : base) {
+    if (c >= 'a' && c <= 'z') c = static_cast<char>(c - 'a' + 'A');
+  }
+  for (const char* const device : {"CON", "PRN", "AUX", "NUL"}) {
     if (base == device) return false;
   }
-  if (base.size() > 3 && (base.compare(0, 3, "COM") == 0 || base.compare(0, 3, "LPT") == 0)) {
-    const std::string number = base.substr(3);  // superscript digits count as well
-    const bool isDigit = number.size() == 1 && number[0] >= '0' && number[0] <= '9';
-    return !isDigit && number != "\xC2\xB9" && number != "\xC2\xB2" && number != "\xC2\xB3";
-  }
-  return true;
+  const bool isPort = base.compare(0, 3, "COM") == 0 || base.compare(0, 3, "LPT") == 0;
+  return !isPort || base.size() != 4 || base[3] < '0' || base[3] > '9';
 }
 //! [name]
 
@@ -44,8 +38,8 @@ class EscapingLogger : public tarsio::Logger {
     std::string escaped;
     for (const char* c = line; *c != '\0'; ++c) {
       const auto byte = static_cast<unsigned char>(*c);
-      const bool isControl = byte < 0x20 || byte == 0x7F;
-      if (isControl || byte == '\\') {
+      const bool isPrinted = byte >= 0x20 && byte < 0x7F;  // beyond ASCII there are controls, too
+      if (!isPrinted || byte == '\\') {
         const char digits[] = "0123456789abcdef";
         escaped += {'\\', 'x', digits[byte >> 4], digits[byte & 0x0F]};
       } else {

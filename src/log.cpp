@@ -95,6 +95,7 @@ std::atomic<bool> logHasEnded{false};
 // The end of the log waits for the lines in progress before it destroys the host's sink. The
 // default sink is never destroyed, so its lines need not be counted.
 std::atomic<bool> sinkIsTheHosts{false};
+std::atomic<int> forkCountOfSink{0};  // platform::ForkCount() where it was installed
 std::atomic<int> linesInProgress{0};
 // NOLINTEND(*-non-const-global-variables)
 
@@ -161,13 +162,16 @@ class Log::EndOfLog {
     // Some lines never end: the sink called exit() or is stuck, or the system has ended the thread.
     // Such a sink is not destroyed.
     for (int waits = 0; linesInProgress > 0; ++waits) {
-      if (waits == kMostWaits || platform::ProcessIsEnding() || platform::ForkCount() > 0) return;
+      if (waits == kMostWaits || platform::ProcessIsEnding() || WasForkedSince()) return;
       std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
     if (sinkIsTheHosts) log->logger.reset();
   }
 
  private:
+  // Lines of the parent's threads never end here.
+  static bool WasForkedSince() { return platform::ForkCount() != forkCountOfSink; }
+
   static constexpr int kMostWaits = 250;
   Log* const log;
 };
@@ -187,6 +191,7 @@ void Log::SetLevel(LOG_LEVEL newLevel) { level.store(newLevel, std::memory_order
 
 void Log::SetLogger(std::unique_ptr<Logger>&& newLogger) {
   sinkIsTheHosts = true;
+  forkCountOfSink = platform::ForkCount();
   logger = std::move(newLogger);
 }
 

@@ -21,6 +21,9 @@ enum class Length { kNone, kChar, kShort, kLong, kLongLong, kLongDouble, kMax, k
 constexpr int kNotGiven = -1;
 constexpr int kInArguments = -2;
 
+// What a null string prints as, unless the precision is too small for it.
+constexpr std::string_view kNullString = "(null)";
+
 // One conversion: "%-08.3lld".
 struct Conversion {
   std::string_view text;
@@ -69,10 +72,19 @@ struct Conversion {
     }
   }
 
-  // Whether every C library understands it and bears its numbers.
+  bool IsUnsigned() const { return type == 'o' || type == 'u' || type == 'x' || type == 'X'; }
+
+  // Where C libraries differ: signs of unsigned numbers, an octal zero without digits, and a null
+  // string that is cut.
+  bool IsContested() const {
+    if (type == 's') return precision >= 0 && precision < static_cast<int>(kNullString.size());
+    return IsUnsigned() && (HasFlag('+') || HasFlag(' ') || (type == 'o' && HasFlag('#')));
+  }
+
+  // Whether every C library understands it in the same way and bears its numbers.
   bool IsPlain() const {
     constexpr int kMost = static_cast<int>(kLongestMessage);
-    return IsKnown() && !hasForeignLength && !IsWide() && width != kInArguments &&
+    return IsKnown() && !hasForeignLength && !IsWide() && !IsContested() && width != kInArguments &&
            precision != kInArguments && width <= kMost && precision <= kMost;
   }
 };
@@ -103,7 +115,7 @@ constexpr LengthName kLengthNames[] = {
     {"L", Length::kLongDouble, false}, {"j", Length::kMax, false},
     {"z", Length::kSize, false},       {"t", Length::kDifference, false},
     {"I64", Length::kLongLong, true},  {"I32", Length::kNone, true},
-    {"I", Length::kSize, true},        {"q", Length::kLongLong, true},
+    {"I", Length::kNone, true},        {"q", Length::kLongLong, true},
     {"Z", Length::kSize, true},        {"", Length::kNone, false}};
 
 const LengthName& ParseLength(const char*& next) {
@@ -222,12 +234,17 @@ class CarefulFormatter {
       case 'c':
         return Print(field, "", Next<int>());
       case 's':
-        return Print(field, "", Next<const char*>());
+        return AppendString(field, Next<const char*>());
       case 'p':
         return Print(field, "", Next<void*>());
       default:  // 'm', which takes no argument
         return Print(field, "", 0);
     }
+  }
+
+  bool AppendString(const Field& field, const char* text) {
+    const bool cut = field.precision >= 0 && field.precision < static_cast<int>(kNullString.size());
+    return Print(field, "", text != nullptr ? text : cut ? "" : kNullString.data());
   }
 
   bool AppendSigned(const Field& field) {
@@ -277,12 +294,15 @@ class CarefulFormatter {
     char format[32] = "%";
     char* end = format + 1;
     for (const char flag : {'-', '+', ' ', '#', '0', '\''}) {
+      if ((flag == '+' || flag == ' ') && field.conversion.IsUnsigned()) continue;
       if (field.conversion.HasFlag(flag) || (flag == '-' && field.left)) *end++ = flag;
     }
     if (field.width > 0) end = AppendNumber(end, field.width);
     if (field.precision != kNotGiven) {
+      const bool octalZero = field.conversion.type == 'o' && field.conversion.HasFlag('#') &&
+                             value == Value{};  // its one digit counts
       *end++ = '.';
-      end = AppendNumber(end, field.precision);
+      end = AppendNumber(end, octalZero ? std::max(field.precision, 1) : field.precision);
     }
     end = std::copy_n(length, std::strlen(length), end);
     *end = field.conversion.type;

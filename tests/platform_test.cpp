@@ -11,6 +11,7 @@
 #include <climits>
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <ctime>
 #include <filesystem>
 #include <future>
@@ -194,6 +195,19 @@ std::string Bytes(size_t size) {
 }
 
 using PlatformFile = PlatformObjects;
+
+// A file that is open as the standard input would lose what others read from there.
+TEST_F(PlatformFile, IsNoStandardDescriptor) {
+  directory.Write("file", "content");
+  ASSERT_EQ(std::fclose(stdin), 0);
+  const File input = File::OpenForReading(Full("file"));
+  const File output = File::OpenForWriting(Full("other"), WriteMode{});
+  ASSERT_TRUE(input.IsOpen() && output.IsOpen());
+  std::FILE* const next = std::fopen(directory.Native("file").string().c_str(), "r");
+  ASSERT_NE(next, nullptr);
+  EXPECT_EQ(fileno(next), 0) << "it was free";
+  std::fclose(next);
+}
 
 TEST_F(PlatformFile, WhatIsTransferredInPiecesIsWhole) {
   const std::string content = Bytes(1000);

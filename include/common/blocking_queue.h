@@ -34,7 +34,7 @@ std::string TypeSpelling() {
   const std::string name = __PRETTY_FUNCTION__;
   const std::string::size_type begin = name.find("T = ") + std::strlen("T = ");
   // In parentheses, since a system's header may define min as a macro.
-  return name.substr(begin, (std::min)(name.find(';', begin), name.rfind(']')) - begin);
+  return name.substr(begin, (std::min)(name.find("; std::", begin), name.rfind(']')) - begin);
 #endif
 }
 
@@ -155,7 +155,7 @@ class BlockingQueue {
     return waiters.changed.wait_until(lock, deadline, readyOrWaits);
   }
 
-  static void ReportRefusal() {
+  TARSIO_COMMON_LOCAL static void ReportRefusal() {
     // Hosts match on file, line and function: they belong to the interface, so the line is not
     // __LINE__ and the file not the path by which a host's compiler found this header.
     constexpr int kQueueFullLine = 86;

@@ -12,6 +12,10 @@
 
 #include "common/export.h"
 
+#if defined(_GLIBCXX_USE_CXX11_ABI) && !_GLIBCXX_USE_CXX11_ABI
+#error "common/: the library has the std::string of _GLIBCXX_USE_CXX11_ABI=1; compile with it"
+#endif
+
 namespace tarsio {
 
 /// Severity: a smaller number is more severe. Any integer is accepted; one without a name here is

@@ -9,6 +9,10 @@
 
 #include "common/export.h"
 
+#if defined(_GLIBCXX_USE_CXX11_ABI) && !_GLIBCXX_USE_CXX11_ABI
+#error "common/: the library has the std::string of _GLIBCXX_USE_CXX11_ABI=1; compile with it"
+#endif
+
 namespace tarsio {
 
 /// A description of the client machine. The names of the first and the last field do not match what

@@ -97,7 +97,9 @@ class TARSIO_COMMON_API ThreadPool : public std::enable_shared_from_this<ThreadP
   /// All tasks have then run, or with SHUTDOWN_NOW have been discarded, unless other threads go on
   /// submitting, or no worker lived to run them: with limit 0, after a failed SubmitTask(). With
   /// any method but SHUTDOWN_NOW the pool stays open, and a later submission starts workers again.
-  /// When a DLL's statics are destroyed on Windows, Shutdown() and Wait() return at once.
+  /// At the end of a process on Windows, in the destructors of a DLL's statics, Shutdown() and
+  /// Wait() return at once. But do not call them there while the DLL is unloaded by FreeLibrary():
+  /// a thread cannot start or end meanwhile, so they wait for it and it waits for them.
   void Shutdown(SHUTDOWN_METHOD method);
 
   /// Returns when the queue is empty; the last tasks may still be running. A wake-up that falls

@@ -38,8 +38,8 @@ class TARSIO_COMMON_API Timer : public std::enable_shared_from_this<Timer> {
   /// Queues the timer to fire after its timeout; does nothing if it is marked started. With timeout
   /// 0 it is marked started and never fires. Waits while timers are being fired, unless called from
   /// a timer's action. Where the timer thread is gone without having ended, Start() and Stop() set
-  /// the mark and nothing else: when a DLL's statics are destroyed on Windows, and in a process
-  /// that was forked from one that has started a timer.
+  /// the mark and nothing else: when a process on Windows ends and a DLL's statics are destroyed,
+  /// and in a process that was forked from one that has started a timer.
   ///
   /// Throws: `std::bad_weak_ptr` if no shared pointer owns the timer, which stays marked started
   /// (by design); `std::system_error` or `std::bad_alloc` if the timer thread cannot be started, in

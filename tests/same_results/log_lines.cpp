@@ -106,6 +106,9 @@ void AddLogLines(Table& table) {
     AddLine(table, 1, "a.cpp", 1, "%*s|%.*s|", number, "abc", number, "defghijklmnop");
     AddLine(table, 1, "a.cpp", 1, "%*ls|%.*ls|", number, L"abc", number, L"defghijklmnop");
   }
+  for (const char* const format : {"% u", "%+5u", "%#.0o", "%#o", "% x|", "%Id"}) {
+    for (const unsigned number : {0U, 7U}) AddLine(table, 1, "a.cpp", 1, format, number);
+  }
   AddLine(table, 1, "a.cpp", 1, "%2147483647s%2147483647sabcd", "a", "b");
   AddLine(table, 1, "a.cpp", 1, "before %ls after", L"\x4E2D");
 }

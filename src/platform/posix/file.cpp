@@ -27,7 +27,8 @@ constexpr size_t kLargestTransfer = 0x7ffff000;
 bool StandardDescriptorIsFree() {
   std::array<pollfd, 3> standard{
       {{STDIN_FILENO, 0, 0}, {STDOUT_FILENO, 0, 0}, {STDERR_FILENO, 0, 0}}};
-  if (::poll(standard.data(), standard.size(), 0) == 0) return false;
+  const int events = ::poll(standard.data(), standard.size(), 0);
+  if (events <= 0) return events < 0;  // it fails where the process may not have three
   return std::any_of(standard.begin(), standard.end(),
                      [](const pollfd& each) { return (each.revents & POLLNVAL) != 0; });
 }
@@ -53,7 +54,11 @@ class ScopedPlaceholders {
   ScopedPlaceholders(const ScopedPlaceholders&) = delete;
   ScopedPlaceholders& operator=(const ScopedPlaceholders&) = delete;
   ~ScopedPlaceholders() {
-    while (count > 0) ::close(placeholders[--count]);
+    // The host may have put something else in the place of one.
+    while (count > 0) {
+      const int descriptor = placeholders[--count];
+      if ((::fcntl(descriptor, F_GETFL) & O_PATH) != 0) ::close(descriptor);
+    }
   }
 
  private:
@@ -93,8 +98,7 @@ bool SeekToEnd(int descriptor, mode_t kind) {
 
 // The signal that write() raises when a pipe's reader has left, or when a file gets too large for
 // the process's limit. 0 if there is none.
-int WriteSignalOf(int descriptor) {
-  const mode_t kind = KindOf(descriptor);
+int WriteSignalOf(mode_t kind) {
   if (kind == S_IFIFO || kind == S_IFSOCK) return SIGPIPE;
   rlimit limit{};
   const bool limited =
@@ -147,7 +151,7 @@ size_t File::Read(char* buffer, size_t size) {
 }
 
 void File::Write(const char* data, size_t size) {
-  const ScopedSignalBlock noSignal(WriteSignalOf(descriptor));
+  const ScopedSignalBlock noSignal(WriteSignalOf(KindOf(descriptor)));
   while (size > 0) {
     const ssize_t count = ::write(descriptor, data, std::min(size, kLargestTransfer));
     if (count < 0 && errno == EINTR) continue;
@@ -158,19 +162,21 @@ void File::Write(const char* data, size_t size) {
 }
 
 int StandardOutputSignal() {
-  // Asking takes about as long as writing a line.
+  // Asking for the kind takes about as long as writing a line.
   constexpr int64_t kPeriodMs = 100;
-  // The signal, and when it was asked for: in one value, since threads share it.
+  constexpr int64_t kKinds = S_IFMT + 1;
+  // The kind, and when it was asked for: in one value, since threads share it.
   // NOLINTNEXTLINE(*-non-const-global-variables): as said
   static std::atomic<int64_t> answer{-1};
   timespec time{};
   ::clock_gettime(CLOCK_MONOTONIC_COARSE, &time);
   const int64_t period = (time.tv_sec * 1000 + time.tv_nsec / 1000000) / kPeriodMs;
   const int64_t known = answer.load(std::memory_order_relaxed);
-  if (known >= 0 && known / NSIG == period) return static_cast<int>(known % NSIG);
-  const int signal = WriteSignalOf(STDOUT_FILENO);
-  answer.store(period * NSIG + signal, std::memory_order_relaxed);
-  return signal;
+  if (known >= 0 && known / kKinds == period)
+    return WriteSignalOf(static_cast<mode_t>(known % kKinds));
+  const mode_t kind = KindOf(STDOUT_FILENO);
+  answer.store(period * kKinds + kind, std::memory_order_relaxed);
+  return WriteSignalOf(kind);
 }
 
 ScopedSignalBlock::ScopedSignalBlock(int signal) : blocked(0) {

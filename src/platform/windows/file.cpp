@@ -15,15 +15,31 @@ namespace {
 // The runtime's calls count in int; a multiple of the page size below it.
 constexpr size_t kLargestTransfer = 0x40000000;
 
+HANDLE HandleOf(int descriptor) {
+  // NOLINTNEXTLINE(performance-no-int-to-ptr): the runtime has handles as integers
+  return reinterpret_cast<HANDLE>(::_get_osfhandle(descriptor));
+}
+
+// Above the three standard descriptors: if the host has closed one, what others write to it would
+// land in the file. -1 if there is none.
+int MoveAboveStandard(int descriptor) {
+  constexpr int kLastStandard = 2;
+  if (descriptor < 0 || descriptor > kLastStandard) return descriptor;
+  const int moved = MoveAboveStandard(::_dup(descriptor));  // at most three levels deep
+  ::_close(descriptor);
+  if (moved >= 0) ::SetHandleInformation(HandleOf(moved), HANDLE_FLAG_INHERIT, 0);
+  return moved;
+}
+
 int OpenShared(const std::wstring& path, int flags) {
-  return ::_wsopen(path.c_str(), flags | _O_NOINHERIT, _SH_DENYNO, _S_IREAD | _S_IWRITE);
+  return MoveAboveStandard(
+      ::_wsopen(path.c_str(), flags | _O_NOINHERIT, _SH_DENYNO, _S_IREAD | _S_IWRITE));
 }
 
 // A device or a pipe has no end to write at, though the runtime's seek succeeds on some of them.
 bool SeekToEnd(int descriptor) {
-  // NOLINTNEXTLINE(performance-no-int-to-ptr): the runtime has handles as integers
-  auto* const file = reinterpret_cast<HANDLE>(::_get_osfhandle(descriptor));
-  return ::GetFileType(file) == FILE_TYPE_DISK && ::_lseeki64(descriptor, 0, SEEK_END) >= 0;
+  return ::GetFileType(HandleOf(descriptor)) == FILE_TYPE_DISK &&
+         ::_lseeki64(descriptor, 0, SEEK_END) >= 0;
 }
 
 }  // namespace
