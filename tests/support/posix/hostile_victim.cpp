@@ -191,6 +191,7 @@ void LimitFileSize(rlim_t bytes) {
 void LogToAFileAtItsLimit() {
   const ScopedDirectory directory;
   MakeStandardOutput(::open("f", O_WRONLY | O_CREAT, 0600));
+  LogLines(1);  // the limit comes while the library knows its standard output
   LimitFileSize(100);
   LogLines(100);
   Expect(directory.Read("f").size() == 100, "as much as fits");
@@ -314,6 +315,41 @@ void ForkWhileALineIsInTheHostsSink() {
   Expect(fastest < std::chrono::milliseconds(240), "the child does not wait for the line");
   ended->Open();
   other.join();
+}
+
+// A sink that tells when it is destroyed.
+class TellingSink : public tarsio::Logger {
+ public:
+  explicit TellingSink(int pipe) : descriptor(pipe) {}
+  TellingSink(const TellingSink&) = delete;
+  TellingSink& operator=(const TellingSink&) = delete;
+  ~TellingSink() override { static_cast<void>(!::write(descriptor, "x", 1)); }
+  void DoOutput(const char* /*line*/) override {
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+
+ private:
+  const int descriptor;
+};
+
+// As a daemon does, which installs its sink once the parent has left.
+void LogInAForkedChild() {
+  int ends[2];
+  Check(::pipe(ends) == 0, "pipe");
+  const pid_t child = ::fork();
+  Check(child >= 0, "fork");
+  if (child == 0) {
+    tarsio::Log::GetInstance().SetLogger(std::make_unique<TellingSink>(ends[1]));
+    std::thread([] {
+      for (;;) LogLines(1);
+    }).detach();
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    std::exit(0);  // NOLINT(concurrency-mt-unsafe): what this is about
+  }
+  ::close(ends[1]);
+  char byte = '\0';
+  Expect(::read(ends[0], &byte, 1) == 1, "the child's sink is destroyed");
+  Check(::waitpid(child, nullptr, 0) == child, "waitpid");
 }
 
 // ---- memory and threads that run out ----
@@ -499,6 +535,7 @@ constexpr tarsio_test::Scenario kScenarios[] = {
     {"hosts_signals", LeaveTheHostsSignals},
     {"fork_with_pool", ForkWhileAPoolWorks},
     {"fork_with_line", ForkWhileALineIsInTheHostsSink},
+    {"log_in_child", LogInAForkedChild},
     {"large_texts", ReadMoreThanMemoryHolds},
     {"many_timers", StartMoreTimersThanMemoryHolds},
     {"many_tasks", SubmitMoreTasksThanMemoryHolds},
