@@ -145,7 +145,7 @@ class ScopedSignalBlock {
  private:
   void DiscardAndUnblock() const;
 
-  int blocked;
+  int blocked = 0;
 };
 
 // ---- time ----

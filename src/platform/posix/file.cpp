@@ -62,7 +62,8 @@ class ScopedPlaceholders {
   }
 
  private:
-  static inline std::mutex mutex;  // held while there are placeholders
+  // NOLINTNEXTLINE(*-non-const-global-variables): held while there are placeholders
+  static inline std::mutex mutex;
 
   std::unique_lock<std::mutex> lock;
   std::array<int, 3> placeholders{};
@@ -179,7 +180,7 @@ int StandardOutputSignal() {
   return WriteSignalOf(kind);
 }
 
-ScopedSignalBlock::ScopedSignalBlock(int signal) : blocked(0) {
+ScopedSignalBlock::ScopedSignalBlock(int signal) {
   if (signal == 0) return;
   sigset_t set;
   sigset_t before;

@@ -4,6 +4,8 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <array>
+#include <cstddef>
 
 #include "platform/platform.h"
 #include "platform/windows/windows_api.h"
@@ -23,12 +25,16 @@ HANDLE HandleOf(int descriptor) {
 // Above the three standard descriptors: if the host has closed one, what others write to it would
 // land in the file. -1 if there is none.
 int MoveAboveStandard(int descriptor) {
-  constexpr int kLastStandard = 2;
-  if (descriptor < 0 || descriptor > kLastStandard) return descriptor;
-  const int moved = MoveAboveStandard(::_dup(descriptor));  // at most three levels deep
-  ::_close(descriptor);
-  if (moved >= 0) ::SetHandleInformation(HandleOf(moved), HANDLE_FLAG_INHERIT, 0);
-  return moved;
+  std::array<int, 3> standard{};
+  size_t count = 0;
+  while (descriptor >= 0 && descriptor < static_cast<int>(standard.size())) {
+    standard[count++] = descriptor;
+    descriptor = ::_dup(descriptor);
+  }
+  if (count == 0) return descriptor;
+  while (count > 0) ::_close(standard[--count]);
+  if (descriptor >= 0) ::SetHandleInformation(HandleOf(descriptor), HANDLE_FLAG_INHERIT, 0);
+  return descriptor;
 }
 
 int OpenShared(const std::wstring& path, int flags) {
@@ -90,7 +96,7 @@ void File::Write(const char* data, size_t size) {
 // A failing write only fails here.
 int StandardOutputSignal() { return 0; }
 
-ScopedSignalBlock::ScopedSignalBlock(int /*signal*/) : blocked(0) {}
+ScopedSignalBlock::ScopedSignalBlock(int /*signal*/) {}
 
 void ScopedSignalBlock::DiscardAndUnblock() const {}
 
