@@ -124,6 +124,7 @@ class BlockingQueue {
   }
 
  private:
+  /// \cond
   // Those who wait for the same change, under the queue's lock.
   struct Waiters {
     std::condition_variable changed;
@@ -135,6 +136,7 @@ class BlockingQueue {
       changed.notify_all();
     }
   };
+  /// \endcond
 
   // The single waiting rule. A notification or a spurious wake-up never moves the deadline.
   template <typename Ready>
