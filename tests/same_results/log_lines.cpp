@@ -89,7 +89,7 @@ void AddLogLines(Table& table) {
   AddLine(table, 1, "a.cpp", 1, "no conversion");
   for (const char* const format :
        {"%3000000d", "%.3000000d", "%2147483647x", "%-2048d", "%2047d", "%.2047d", "100%", "%n",
-        "%1$d", "%y", "%I64u", "%I32d", "%Iu", "%99999999999999d"}) {
+        "%1$d", "%y", "%I32d", "%Iu", "%99999999999999d"}) {
     AddLine(table, 1, "a.cpp", 1, format, 7);
   }
   for (const int number :
@@ -109,6 +109,7 @@ void AddLogLines(Table& table) {
   for (const char* const format : {"% u", "%+5u", "%#.0o", "%#o", "% x|", "%Id"}) {
     for (const unsigned number : {0U, 7U}) AddLine(table, 1, "a.cpp", 1, format, number);
   }
+  AddLine(table, 1, "a.cpp", 1, "%I64u", 7ULL);
   AddLine(table, 1, "a.cpp", 1, "%2147483647s%2147483647sabcd", "a", "b");
   AddLine(table, 1, "a.cpp", 1, "before %ls after", L"\x4E2D");
 }
