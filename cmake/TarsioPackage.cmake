@@ -19,7 +19,7 @@ set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_RELEASE 1)
-# To be set by whoever publishes the packages.
+# Set this when you publish the packages.
 set(CPACK_DEBIAN_PACKAGE_MAINTAINER "${PROJECT_NAME} <${PROJECT_NAME}@owner.invalid>"
   CACHE STRING "The maintainer that the Debian packages name")
 set(CPACK_DEB_COMPONENT_INSTALL ON)

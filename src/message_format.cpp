@@ -214,12 +214,12 @@ class CarefulFormatter {
     switch (field.conversion.type) {
       case 'd':
       case 'i':
-        return AppendSigned(field);
+        return AppendInteger<int, long, long long, intmax_t, ptrdiff_t>(field);
       case 'o':
       case 'u':
       case 'x':
       case 'X':
-        return AppendUnsigned(field);
+        return AppendInteger<unsigned, unsigned long, unsigned long long, uintmax_t, size_t>(field);
       case 'a':
       case 'A':
       case 'e':
@@ -247,43 +247,24 @@ class CarefulFormatter {
     return Print(field, "", text != nullptr ? text : cut ? "" : kNullString.data());
   }
 
-  bool AppendSigned(const Field& field) {
+  template <typename Int, typename Long, typename LongLong, typename Max, typename Size>
+  bool AppendInteger(const Field& field) {
     switch (field.conversion.length) {
       case Length::kChar:
-        return Print(field, "hh", Next<int>());
+        return Print(field, "hh", Next<Int>());
       case Length::kShort:
-        return Print(field, "h", Next<int>());
+        return Print(field, "h", Next<Int>());
       case Length::kLong:
-        return Print(field, "l", Next<long>());
+        return Print(field, "l", Next<Long>());
       case Length::kLongLong:
-        return Print(field, "ll", Next<long long>());
+        return Print(field, "ll", Next<LongLong>());
       case Length::kMax:
-        return Print(field, "j", Next<intmax_t>());
+        return Print(field, "j", Next<Max>());
       case Length::kSize:
       case Length::kDifference:
-        return Print(field, "t", Next<ptrdiff_t>());
+        return Print(field, "z", Next<Size>());
       default:
-        return Print(field, "", Next<int>());
-    }
-  }
-
-  bool AppendUnsigned(const Field& field) {
-    switch (field.conversion.length) {
-      case Length::kChar:
-        return Print(field, "hh", Next<unsigned>());
-      case Length::kShort:
-        return Print(field, "h", Next<unsigned>());
-      case Length::kLong:
-        return Print(field, "l", Next<unsigned long>());
-      case Length::kLongLong:
-        return Print(field, "ll", Next<unsigned long long>());
-      case Length::kMax:
-        return Print(field, "j", Next<uintmax_t>());
-      case Length::kSize:
-      case Length::kDifference:
-        return Print(field, "z", Next<size_t>());
-      default:
-        return Print(field, "", Next<unsigned>());
+        return Print(field, "", Next<Int>());
     }
   }
 

@@ -137,7 +137,7 @@ void TsTimer::OnTimeout() {
   try {
     callback();
   } catch (const std::exception&) {
-    // In silence, by interface: an empty callback comes here as well.
+    // Ignored by design, also for an empty callback.
     return;
   }
 }

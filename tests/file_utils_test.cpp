@@ -568,6 +568,7 @@ TEST_F(FileUtilsTest, BytesOfANarrowNameStayAsTheyAre) {
 }
 
 TEST_F(MakeDir, CreatesNothingForAColonInAName) {
+  // Windows reads a stream's name there. Wine creates a directory, so it cannot run this.
   if (tarsio_test::RunsUnderWine()) GTEST_SKIP() << "Wine takes the colon for a part of the name";
   for (const char* text : {"ab:/x/", "\xC3\xA9:/x/"}) {
     SCOPED_TRACE(text);

@@ -1520,6 +1520,7 @@ TEST(Path, CurrentDirectoryThatCannotBeToldIsTheDefaultPath) {
 
 // A relative path would be built on another directory, or on none.
 TEST(Path, CurrentDirectoryThatIsNoWindowsPathIsTheDefaultPath) {
+  // Windows has no directories with such names.
   if (std::filesystem::path::preferred_separator == '\\') GTEST_SKIP() << "none on this system";
   const ScopedDirectory directory;
   for (const char* const name : {"a\\b", "a\xFF", "a:b"}) {
@@ -1899,6 +1900,7 @@ TEST_F(PathQueries, DotsAreResolvedByText) {
 }
 
 TEST_F(PathQueries, ParentOfALinkIsWhereTheLinkIs) {
+  // mingw-w64's standard library cannot create links.
   std::error_code error;
   std::filesystem::create_directory_symlink("d/sub", "link", error);
   if (error) GTEST_SKIP() << "the standard library makes no links here";
@@ -2182,6 +2184,7 @@ TEST(MakeDir, ReturnsFalseOnMissingDrivesAndShares) {
 
 // To Windows a colon begins the name of a stream, and a directory has none.
 TEST(MakeDir, ReturnsFalseForAColonInAName) {
+  // Wine creates a directory, so it cannot run this.
   if (RunsUnderWine()) GTEST_SKIP() << "Wine takes the colon for a part of the name";
   const ScopedDirectory directory;
   for (const char* const text : {"ab:", "ab:x", "./a:", "\xF0\x9F\x98\x80:"}) {

@@ -338,9 +338,11 @@ def picture(families):
                         f'height="{BAR}" class="{kind}"/>')
             text(LEFT + WIDTH + 10, y - 5, f"{ratio_text(ratio)} × {peer}")
     width = LEFT + WIDTH + RIGHT
+    # The namespace is the identifier of SVG; nothing is fetched.
     return (f'<svg xmlns="http://www.w3.org/2000/svg" viewBox="0 0 {width} {height}" '
             f'width="{width}" height="{height}">\n<title>Ratios to the best peer</title>\n'
-            f'<style>{STYLE}</style>\n<rect class="page" width="100%" height="100%"/>\n' + "\n".join(body) + "\n</svg>\n")
+            f'<style>{STYLE}</style>\n<rect class="page" width="100%" height="100%"/>\n'
+            + "\n".join(body) + "\n</svg>\n")
 
 
 # ---- where it goes ----

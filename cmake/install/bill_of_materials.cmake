@@ -2,6 +2,7 @@
 # is its owner's to state, so nothing is asserted about it.
 
 string(TIMESTAMP now "%Y-%m-%dT%H:%M:%SZ" UTC)  # SOURCE_DATE_EPOCH, where that is set
+# SPDX names documents and its vocabulary by IRIs. They are identifiers; nothing is fetched.
 if(windows)
   set(namespace "https://spdx.org/spdxdocs/${name}-${version}-windows-x86_64")
 else()

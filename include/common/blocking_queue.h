@@ -57,8 +57,8 @@ inline std::string TypeSpelling<std::function<void()>>() {
 /// The deadline is fixed once the queue's lock has been taken; the time that the lock itself takes
 /// is not counted. Elements must be copyable (Push() copies) and assignable (Pop() moves).
 ///
-/// Asks:     no thread may be waiting when the queue is destroyed.
-/// Promises: elements leave in the order in which they came; after Close() nothing enters.
+/// Requires: no thread may be waiting when the queue is destroyed.
+/// Guarantees: elements leave in the order in which they came; after Close() nothing enters.
 /// Threads:  every member may be called from any number of threads at once. A callback that runs
 ///           under the queue's lock (copying, moving or destroying an element, and the log's sink
 ///           when Push() reports) must not use the queue.

@@ -14,10 +14,9 @@ namespace tarsio {
 /// A counter, set once, that threads wait for until it has been counted down to zero. There is no
 /// reset: once it is zero, every Wait() returns at once.
 ///
-/// Asks:    no thread may be inside a member when the latch is destroyed, neither Wait() nor
-///          CountDown(). A thread that has seen GetCount() return 0 does not know that: the last
-///          CountDown() may still be on its way out. Join its thread first, or let all threads
-///          share the latch by a `std::shared_ptr`.
+/// Requires: no call is in progress when the latch is destroyed. GetCount() == 0 is not enough: the
+/// last CountDown() may not have returned. Join its thread first, or share the latch by a
+/// `std::shared_ptr`.
 /// Threads: every member may be called from any number of threads at once.
 /// Throws:  `std::system_error` when the system's locks fail.
 class TARSIO_COMMON_API CountDownLatch {
@@ -51,7 +50,7 @@ class TARSIO_COMMON_API CountDownLatch {
 /// A wake-up point that can be used again and again. The count is what the constructor was given
 /// plus the number of threads inside Wait(). A wake-up while no thread waits is lost.
 ///
-/// Asks:    no thread may be inside a member when the object is destroyed.
+/// Requires: no call is in progress when the object is destroyed.
 /// Threads: every member may be called from any number of threads at once.
 /// Throws:  `std::system_error` when the system's locks fail.
 class TARSIO_COMMON_API CountOutWake {

@@ -70,8 +70,8 @@ class TARSIO_COMMON_API Logger {
   /// Writes `line` and a newline to `std::cout` in one insertion, and flushes. A null `line` is an
   /// empty one. If the stream has failed, the line is silently lost.
   ///
-  /// Throws: memory exhaustion, and nothing is then written; `std::ios_base::failure` if the host
-  /// has asked for it by `std::cout.exceptions()`.
+  /// Throws: `std::bad_alloc`, before anything is written; `std::ios_base::failure` if
+  /// `std::cout.exceptions()` enables it.
   virtual void DoOutput(const char* line);
 };
 

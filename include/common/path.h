@@ -39,7 +39,7 @@ namespace tarsio {
 /// Answers about the file system are those of the moment. A symbolic link stands for what it leads
 /// to, except that on Windows Exists(), IsFile() and IsDirectory() look at the link itself.
 ///
-/// Throws: nothing but memory exhaustion, and `std::out_of_range` ("invalid string position") from
+/// Throws: `std::bad_alloc`, and `std::out_of_range` ("invalid string position") from
 /// every member that parses a string, when a component would start after the string's first NUL
 /// (see Tokenize()).
 class TARSIO_COMMON_API Path {

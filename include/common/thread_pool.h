@@ -27,11 +27,11 @@ class Worker;
 ///     pool->SubmitTask([] { Work(); });
 ///     pool->Shutdown(tarsio::ThreadPool::SHUTDOWN_DRAIN);  // all tasks have run
 ///
-/// Asks:     a pool must be owned by a `std::shared_ptr`.
-/// Promises: workers take the tasks in the order of submission (two workers may start them in the
-///           other order); a task that was taken runs to its end; workers keep the pool alive, so
-///           dropping the last reference of the host runs every task that is pending as long as a
-///           worker lives. The destructor then runs on that worker.
+/// Requires: a pool must be owned by a `std::shared_ptr`.
+/// Guarantees: tasks are dequeued in FIFO order, though two workers may start them in the other
+///           order. A dequeued task runs to completion. Workers keep the pool alive: if the host
+///           drops its last reference while a worker lives, all pending tasks run, and the
+///           destructor runs on that worker.
 /// Threads:  every member may be called from any thread at once, but for SetName(), which must not
 ///           run beside GetName() or SubmitTask(). From a task, Shutdown() would wait for itself. A
 ///           task is copied under the queue's lock, so what it owns must not use the pool while it

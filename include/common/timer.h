@@ -19,7 +19,7 @@ namespace component {
 /// The state of a timer. Times are whole milliseconds: a timeout is a duration, an expiry a point
 /// on the clock of TimerManager::GetCurrentMillisecs().
 ///
-/// Asks:    a `std::shared_ptr` owns the timer before Start() or Stop(). While a timer is queued,
+/// Requires: a `std::shared_ptr` owns the timer before Start() or Stop(). While a timer is queued,
 ///          the manager owns it too.
 /// Threads: every member may be called from any thread, and from a timer's action.
 class TARSIO_COMMON_API Timer : public std::enable_shared_from_this<Timer> {

@@ -300,7 +300,7 @@ else
   is_expected
   : > in
 
-  case='what is no file of known size has no digest'
+  case='special files are refused'
   mkfifo fifo
   run 1 /proc/cpuinfo fifo /dev/null empty
   echo "$nothing  empty" > expected

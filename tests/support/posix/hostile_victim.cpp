@@ -514,7 +514,7 @@ void UseAReadOnlyFileSystem() {
     Expect(FileUtils::WriteFile("new", "./d0", mode) == 6, "a directory");
     Expect(FileUtils::WriteFile("new", "./missing/new", mode) == 5, "no directory");
   }
-  Expect(!FileUtils::MakeDir("a/") && !MakeDir(tarsio::Path("a")), "no directory is made");
+  Expect(!FileUtils::MakeDir("a/") && !MakeDir(tarsio::Path("a")), "creating a directory fails");
   Expect(!MakeDirs(tarsio::Path("a\\b")), "nor several");
   Expect(FileUtils::MakeDir("d0/"), "one that exists is passed over");
   Expect(!FileUtils::RemoveFile("f") && !FileUtils::RemoveDir("d0"), "nothing is removed");
