@@ -41,7 +41,7 @@ class ScopedPlaceholders {
   ScopedPlaceholders() {
     if (!StandardDescriptorIsFree()) return;
     lock = std::unique_lock<std::mutex>(mutex);
-    for (;;) {
+    while (count < placeholders.size()) {  // the host may be closing them meanwhile
       const int descriptor = ::open("/", O_PATH | O_CLOEXEC);
       if (descriptor < 0) return;  // then no file can be opened either
       if (descriptor > STDERR_FILENO) {
@@ -57,7 +57,8 @@ class ScopedPlaceholders {
     // The host may have put something else in the place of one.
     while (count > 0) {
       const int descriptor = placeholders[--count];
-      if ((::fcntl(descriptor, F_GETFL) & O_PATH) != 0) ::close(descriptor);
+      const int flags = ::fcntl(descriptor, F_GETFL);
+      if (flags >= 0 && (flags & O_PATH) != 0) ::close(descriptor);
     }
   }
 
