@@ -1,13 +1,26 @@
 // A producer and a consumer over a small queue.
 
+//! [includes]
 #include "common/blocking_queue.h"
 
+#include <cstddef>
 #include <iostream>
+#include <memory>
 #include <thread>
+#include <vector>
+//! [includes]
+
+namespace {
+
+struct Job {
+  void Run() const {}
+};
+
+}  // namespace
 
 int main() {
   //! [timeouts]
-  constexpr int kForEver = 0;  // waits without limit
+  constexpr int kForever = 0;  // waits without limit
   constexpr int kDoNotWait = -1;
   tarsio::BlockingQueue<int> queue(2);
   //! [timeouts]
@@ -15,13 +28,13 @@ int main() {
   //! [both sides]
   std::thread producer([&queue] {
     for (int i = 1; i <= 5; ++i) {
-      if (!queue.Push(i, kForEver)) return;  // waits while two are queued
+      if (!queue.Push(i, kForever)) return;  // waits while two are queued
     }
   });
   int sum = 0;
   for (int taken = 0; taken < 5; ++taken) {
     int item = 0;
-    if (queue.Pop(item, kForEver)) sum += item;
+    if (queue.Pop(item, kForever)) sum += item;
   }
   producer.join();
   //! [both sides]
@@ -34,5 +47,24 @@ int main() {
   queue.Close();  // discards what is left; nothing enters any more
   std::cout << "after closing: " << queue.Size() << ", " << queue.Push(4, kDoNotWait) << '\n';
   //! [closing]
+
+  //! [consumers]
+  tarsio::BlockingQueue<std::shared_ptr<Job>> jobs(64);
+  std::vector<std::thread> consumers;
+  for (int i = 0; i < 4; ++i) {
+    consumers.emplace_back([&jobs] {
+      std::shared_ptr<Job> job;
+      while (jobs.Pop(job, kForever) && job != nullptr) job->Run();
+    });
+  }
+  for (int i = 0; i < 100; ++i) {
+    if (!jobs.Push(std::make_shared<Job>(), kForever)) return 1;
+  }
+  for (size_t i = 0; i < consumers.size(); ++i) {
+    if (!jobs.Push(nullptr, kForever)) return 1;  // each consumer takes one and leaves
+  }
+  for (std::thread& consumer : consumers) consumer.join();
+  //! [consumers]
+  std::cout << "left:   " << jobs.Size() << '\n';
   return 0;
 }

@@ -1,5 +1,6 @@
 // Telling encodings apart, and what the conversions do to single bytes.
 
+//! [includes]
 #include "common/charset_cvt.h"
 
 #include <iostream>
@@ -7,6 +8,7 @@
 #include <string>
 
 using tarsio::CharsetCvt;
+//! [includes]
 
 int main() {
   std::cout << std::boolalpha;

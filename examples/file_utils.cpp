@@ -1,11 +1,13 @@
 // Whole files written and read in one call.
 
+//! [includes]
 #include "common/file_utils.h"
 
 #include <iostream>
 #include <string>
 
 using tarsio::FileUtils;
+//! [includes]
 
 int main() {
   constexpr int kBinary = 0x20;

@@ -1,10 +1,14 @@
 // Waiting for threads: a count that runs down, and a wake-up point.
 
+//! [includes]
 #include "common/latch.h"
 
 #include <iostream>
 #include <thread>
 #include <vector>
+
+#include "common/misc.h"
+//! [includes]
 
 int main() {
   //! [latch]
@@ -12,11 +16,22 @@ int main() {
   std::vector<std::thread> threads;
   threads.reserve(3);
   for (int i = 0; i < 3; ++i) threads.emplace_back([&done] { done.CountDown(); });
-  // A wait may end early; the count tells.
+  // A wait may end early, so check the count.
   while (done.GetCount() > 0) done.Wait(1000);  // milliseconds
   for (std::thread& thread : threads) thread.join();
   //! [latch]
   std::cout << "left: " << done.GetCount() << '\n';
+
+  tarsio::CountDownLatch latch(1);
+  //! [deadline]
+  const long long deadline = tarsio::GetTimeNowMsSinceEpoch() + 50;
+  for (long long left = 50; latch.GetCount() > 0 && left > 0;
+       left = deadline - tarsio::GetTimeNowMsSinceEpoch()) {
+    latch.Wait(static_cast<unsigned long long>(left));
+  }
+  const bool opened = latch.GetCount() == 0;
+  //! [deadline]
+  std::cout << "opened: " << std::boolalpha << opened << '\n';
 
   //! [point]
   tarsio::CountOutWake point;
@@ -29,7 +44,7 @@ int main() {
   std::cout << "waiting: " << point.GetCount() << '\n';
 
   //! [units]
-  point.Wait(1000000);  // nanoseconds here: one millisecond, with nobody to wake it
+  point.Wait(1000000);  // nanoseconds here: one millisecond
   //! [units]
   return 0;
 }

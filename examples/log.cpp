@@ -1,10 +1,12 @@
 // Logging through the process-wide log, with a sink of the host's own; and past it.
 
+//! [includes]
 #include "common/log.h"
 
 #include <iostream>
 #include <memory>
 #include <string>
+//! [includes]
 
 namespace {
 

@@ -1,10 +1,12 @@
 // The cipher policy for secure connections, and a clock for durations.
 
+//! [includes]
 #include "common/misc.h"
 
 #include <chrono>
 #include <iostream>
 #include <thread>
+//! [includes]
 
 int main() {
   //! [ciphers]

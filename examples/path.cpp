@@ -1,10 +1,14 @@
 // Paths as values: parse, join, take apart, print.
 
+//! [includes]
 #include "common/path.h"
 
 #include <iostream>
+#include <string>
+#include <vector>
 
 using tarsio::Path;
+//! [includes]
 
 int main() {
   //! [taking apart]
@@ -22,6 +26,12 @@ int main() {
   const Path share(R"(\\?\UNC\server\share\f)");
   std::cout << "share:     " << share << '\n';
   //! [share]
+
+  //! [components]
+  std::vector<std::string> names;
+  for (Path p = file; !p.Empty(); p = p.ParentPath()) names.insert(names.begin(), p.Filename());
+  //! [components]
+  std::cout << "third:     " << names[2] << '\n';
 
   //! [join]
   // Joining an absolute path changes nothing.

@@ -1,5 +1,6 @@
 // Finding a file in an ordered list of directories.
 
+//! [includes]
 #include <iostream>
 
 #include "common/file_utils.h"
@@ -7,6 +8,7 @@
 
 using tarsio::FileUtils;
 using tarsio::PathResolver;
+//! [includes]
 
 namespace {
 

@@ -1,5 +1,6 @@
 // Waiting for a group of tasks, and taking their results, without the second that Shutdown() takes.
 
+//! [includes]
 #include <cstddef>
 #include <iostream>
 #include <memory>
@@ -7,6 +8,7 @@
 
 #include "common/latch.h"
 #include "common/thread_pool.h"
+//! [includes]
 
 namespace {
 

@@ -1,6 +1,7 @@
 // A sink that hands lines to a thread, so that logging does not wait for the disk. It loses no line
 // at the end of the process.
 
+//! [includes]
 #include <iostream>
 #include <memory>
 #include <optional>
@@ -9,6 +10,7 @@
 
 #include "common/blocking_queue.h"
 #include "common/log.h"
+//! [includes]
 
 namespace {
 

@@ -1,5 +1,6 @@
 // A search path of include directories, as a compiler has it.
 
+//! [includes]
 #include <iostream>
 #include <string>
 
@@ -8,6 +9,7 @@
 
 using tarsio::FileUtils;
 using tarsio::Path;
+//! [includes]
 
 namespace {
 

@@ -1,11 +1,13 @@
 // A sink that knows the level of each line: it colours errors.
 
+//! [includes]
 #include <cstdarg>
 #include <iostream>
 #include <memory>
 #include <string>
 
 #include "common/log.h"
+//! [includes]
 
 namespace {
 

@@ -1,5 +1,6 @@
 // A periodic task that stops itself.
 
+//! [includes]
 #include <iostream>
 #include <memory>
 
@@ -7,6 +8,7 @@
 #include "common/timer.h"
 
 using component::TsTimer;
+//! [includes]
 
 namespace {
 

@@ -1,5 +1,6 @@
 // A sink that writes to a file and starts a new one when it is full.
 
+//! [includes]
 #include <filesystem>
 #include <fstream>
 #include <iostream>
@@ -9,6 +10,7 @@
 #include <utility>
 
 #include "common/log.h"
+//! [includes]
 
 namespace {
 

@@ -1,10 +1,12 @@
 // Names and messages from outside: a check of a name, and a sink that escapes.
 
+//! [includes]
 #include <iostream>
 #include <memory>
 #include <string>
 
 #include "common/log.h"
+//! [includes]
 
 namespace {
 

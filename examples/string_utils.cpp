@@ -1,5 +1,6 @@
 // Splitting by three rules, trimming, replacing, and a digest.
 
+//! [includes]
 #include "common/string_utils.h"
 
 #include <iostream>
@@ -7,6 +8,7 @@
 #include <vector>
 
 using tarsio::StringUtils;
+//! [includes]
 
 namespace {
 

@@ -1,9 +1,11 @@
 // What the host tells about the machine.
 
+//! [includes]
 #include "common/sys_info.h"
 
 #include <iostream>
 #include <memory>
+//! [includes]
 
 int main() {
   //! [system]

@@ -1,14 +1,17 @@
 // Tasks on a pool that grows to four threads.
 
+//! [includes]
 #include "common/thread_pool.h"
 
 #include <atomic>
+#include <future>
 #include <iostream>
 #include <memory>
 #include <stdexcept>
 #include <string>
 
 #include "common/log.h"
+//! [includes]
 
 namespace {
 
@@ -33,11 +36,19 @@ int main() {
   pool->SubmitTask([] { throw std::runtime_error("boom"); });
   //! [submitting]
 
+  //! [result]
+  const auto work = std::make_shared<std::packaged_task<int()>>([] { return 6 * 7; });
+  std::future<int> result = work->get_future();
+  pool->SubmitTask([work] { (*work)(); });
+  const int answer = result.get();
+  //! [result]
+
   //! [waiting]
   // Waits until the workers have left, who run every task first. That lasts up to a second longer
   // than the last task: they leave when they have been idle that long.
   pool->Shutdown(tarsio::ThreadPool::SHUTDOWN_DRAIN);
-  std::cout << "sum: " << sum << ", workers: " << pool->GetRunningThreadNumber() << '\n';
+  std::cout << "sum: " << sum << ", workers: " << pool->GetRunningThreadNumber()
+            << ", result: " << answer << '\n';
   //! [waiting]
   return 0;
 }

@@ -1,5 +1,6 @@
 // Strings for a binary interface: deep copies, and moves that copy.
 
+//! [includes]
 #include "common/ts_string.h"
 
 #include <iostream>
@@ -7,6 +8,7 @@
 
 using tarsio::TsString;
 using tarsio::TsStringPair;
+//! [includes]
 
 int main() {
   //! [pair]
