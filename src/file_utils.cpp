@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "common/path.h"
+#include "path_syntax.h"
 #include "platform/platform.h"
 
 namespace tarsio {
@@ -19,7 +20,7 @@ constexpr int kTruncate = 0x10;
 constexpr int kBinary = 0x20;
 constexpr int kKnownBits = kInput | kOutput | kAtEnd | kAppend | kTruncate | kBinary;
 
-// False for a mode that no stream opens with.
+// Returns false for a mode that a stream does not open with.
 bool ToWriteMode(int mode, platform::WriteMode* writeMode) {
   const bool input = (mode & kInput) != 0;
   const bool atEnd = (mode & kAtEnd) != 0;
@@ -36,8 +37,8 @@ bool ToWriteMode(int mode, platform::WriteMode* writeMode) {
   return true;
 }
 
-// Appends the next `size` bytes of `file`; false if it has fewer. A string clears what it grows by:
-// it grows by pieces that are still in the processor's cache when the system fills them.
+// Appends the next `size` bytes of `file`. Returns false if it has fewer. Growing a string clears
+// the new bytes, so grow by pieces that stay in the cache until the system fills them.
 bool AppendFrom(platform::File& file, uint64_t size, std::string& bytes) {
   constexpr uint64_t kPiece = 0x40000;
   for (uint64_t left = size; left > 0;) {
@@ -50,24 +51,22 @@ bool AppendFrom(platform::File& file, uint64_t size, std::string& bytes) {
   return true;
 }
 
-bool IsSeparator(char c) { return c == '\\' || c == '/'; }
-
 }  // namespace
 
-// By value, as the interface has it: the text may be a part of `content`.
+// By value, as the interface requires: the path may be part of `content`.
 // NOLINTNEXTLINE(performance-unnecessary-value-param)
 FileOptRet FileUtils::GetFileContent(std::string path, std::string& content) {
   const std::wstring name = Path(path).Wstr(Path::WINDOWS_PATH);
-  const platform::Object object = platform::KindAndSizeOf(name);
-  if (object.kind != platform::ObjectKind::kOther) return FILE_OPT_NOT_FILE;
-  if (object.size == 0) return FILE_OPT_EMPTY_OR_UNREADABLE;
+  const platform::FileStatus status = platform::Status(name);
+  if (status.type != platform::FileType::kOther) return FILE_OPT_NOT_FILE;
+  if (status.size == 0) return FILE_OPT_EMPTY_OR_UNREADABLE;
   platform::File file = platform::File::OpenForReading(name);
   if (!file.IsOpen()) return FILE_OPT_EMPTY_OR_UNREADABLE;
 
   std::string bytes;
-  bytes.reserve(object.size);
+  bytes.reserve(status.size);
   char oneMore = '\0';
-  if (!AppendFrom(file, object.size, bytes) || file.Read(&oneMore, 1) != 0) {
+  if (!AppendFrom(file, status.size, bytes) || file.Read(&oneMore, 1) != 0) {
     content.clear();
     return FILE_OPT_SIZE_MISMATCH;
   }
@@ -75,11 +74,11 @@ FileOptRet FileUtils::GetFileContent(std::string path, std::string& content) {
   return FILE_OPT_SUCCESS;
 }
 
-// NOLINTNEXTLINE(performance-unnecessary-value-param): by value, as the interface has it
+// NOLINTNEXTLINE(performance-unnecessary-value-param): by value, as the interface requires
 FileOptRet FileUtils::WriteFile(std::string content, std::string path, int mode) {
   const Path p(path);
   if (p.IsDirectory()) return FILE_OPT_IS_DIRECTORY;
-  // An empty path has an existing parent, the one above the current directory; opening refuses it.
+  // The parent of an empty path is "..", which exists. Opening the file fails instead.
   if (!p.ParentPath().IsDirectory()) return FILE_OPT_NO_PARENT_DIR;
   platform::WriteMode writeMode{};
   if (!ToWriteMode(mode, &writeMode)) return FILE_OPT_WRITE_OPEN_FAILED;
@@ -93,7 +92,7 @@ bool FileUtils::MakeDir(const std::string& path) {
   if (path.empty()) return false;
   for (size_t end = 1; end <= path.size(); ++end) {
     if (!IsSeparator(path[end - 1])) continue;
-    const std::string prefix = path.substr(0, end);  // its separator included
+    const std::string prefix = path.substr(0, end);  // including the separator
     if (!CheckDirOrFileExists(prefix) && !platform::CreateDirectoryNarrow(prefix)) return false;
   }
   return true;
@@ -103,9 +102,9 @@ bool FileUtils::RemoveDir(const std::string& path) { return platform::RemoveDire
 
 bool FileUtils::RemoveFile(const std::string& path) { return platform::RemoveFileNarrow(path); }
 
-// NOLINTNEXTLINE(performance-unnecessary-value-param): by value, as the interface has it
+// NOLINTNEXTLINE(performance-unnecessary-value-param): by value, as the interface requires
 bool FileUtils::CheckDirOrFileExists(std::string path) {
-  // Printed and parsed again, so that "UNC\..." is read as a share here; deliberately.
+  // Parsed twice, so that "UNC\..." is a share here (by design).
   return Path(Path(path).Wstr(Path::WINDOWS_PATH)).Exists();
 }
 

@@ -9,19 +9,19 @@ namespace {
 
 using Clock = std::chrono::system_clock;
 
-// Waits once: without limit for 0, else until now plus `timeout` units. Read as a signed number, a
-// timeout of 2^63 or more is negative, and its deadline long past.
+// Waits once: without limit for 0, else until now plus `timeout` units. As a signed number, a
+// timeout of 2^63 or more is negative, so its deadline has passed.
 template <typename Unit>
 void WaitOnce(std::condition_variable& cv, std::unique_lock<std::mutex>& lock,
               unsigned long long timeout) {
   const auto count = static_cast<long long>(timeout);
-  if (count < 0) return;  // not left to the runtime: one takes such a deadline for none at all
+  if (count < 0) return;  // one runtime treats a negative deadline as infinite
   if (count == 0) {
     cv.wait(lock);
     return;
   }
   const auto now = Clock::now();
-  // A wall clock may be set to a time before 1970.
+  // The wall clock may be before 1970.
   const auto left = Clock::time_point::max() - std::max(now, Clock::time_point());
   const auto most = std::chrono::duration_cast<Unit>(left).count();
   cv.wait_until(lock, now + Unit(std::min<long long>(count, most)));
@@ -41,7 +41,7 @@ void CountDownLatch::CountDown() {
 void CountDownLatch::Wait(unsigned long long timeoutMs) {
   std::unique_lock<std::mutex> lock(mutex);
   if (count == 0) return;
-  // Not in a loop, deliberately: whatever wakes the thread ends the wait.
+  // No loop: any wake-up ends the wait (by design).
   WaitOnce<std::chrono::milliseconds>(cv, lock, timeoutMs);
 }
 

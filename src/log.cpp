@@ -11,6 +11,7 @@
 
 #include "common/path.h"
 #include "message_format.h"
+#include "path_syntax.h"
 #include "platform/platform.h"
 
 namespace tarsio {
@@ -33,34 +34,35 @@ const char* LevelName(LOG_LEVEL level) {
   return "";
 }
 
-void AppendTwoDigits(std::string& out, int value) {
+void AppendTwoDigits(std::string& out, char separator, int value) {
+  out += separator;
   out += static_cast<char>('0' + value / 10);
   out += static_cast<char>('0' + value % 10);
 }
 
-// "2024-03-05 14:07:09.38": the milliseconds without leading zeros, deliberately.
+// "2024-03-05 14:07:09.38": the milliseconds have no leading zeros (by design).
 void AppendLocalTime(std::string& out) {
   const int64_t ticks = platform::WallClockTicks();
   std::tm local{};
   if (platform::LocalTime(ticks / 10000000, &local)) {
     out += std::to_string(local.tm_year + 1900);
-    AppendTwoDigits(out += '-', local.tm_mon + 1);
-    AppendTwoDigits(out += '-', local.tm_mday);
-    AppendTwoDigits(out += ' ', local.tm_hour);
-    AppendTwoDigits(out += ':', local.tm_min);
-    AppendTwoDigits(out += ':', local.tm_sec);
+    AppendTwoDigits(out, '-', local.tm_mon + 1);
+    AppendTwoDigits(out, '-', local.tm_mday);
+    AppendTwoDigits(out, ' ', local.tm_hour);
+    AppendTwoDigits(out, ':', local.tm_min);
+    AppendTwoDigits(out, ':', local.tm_sec);
   }
-  (out += '.') += std::to_string(ticks / 10000 % 1000);
+  out += '.';
+  out += std::to_string(ticks / 10000 % 1000);
 }
 
-// The last component of `file`, as Path has it.
+// Appends the last component of `file`, like Path::Filename().
 void AppendFilename(std::string& out, std::string_view file) {
-  const auto isSeparator = [](char c) { return c == '/' || c == '\\'; };
-  const auto last = std::find_if_not(file.rbegin(), file.rend(), isSeparator);
-  const auto first = std::find_if(last, file.rend(), isSeparator);
+  const auto last = std::find_if_not(file.rbegin(), file.rend(), IsSeparator);
+  const auto first = std::find_if(last, file.rend(), IsSeparator);
   const std::string_view name =
       file.substr(static_cast<size_t>(file.rend() - first), static_cast<size_t>(first - last));
-  // What may belong to a prefix is left to the one who knows.
+  // These names may be part of a path prefix; let Path parse them.
   const bool maybePrefix = name == "?" || name == "UNC";
   if (maybePrefix) {
     out += Path(std::string(file)).Filename();
@@ -69,7 +71,7 @@ void AppendFilename(std::string& out, std::string_view file) {
   }
 }
 
-// Appends the message, or nothing if it is too long (it is never cut) or cannot be formatted.
+// Appends the message, or nothing if it is too long or cannot be formatted. It is never truncated.
 void AppendMessage(std::string& out, const char* format, va_list args) {
   if (format == nullptr) return;
   // NOLINTNEXTLINE(*-member-init): clearing it costs as much as formatting a short message
@@ -81,27 +83,32 @@ void BuildLine(LOG_LEVEL level, std::string& out, const char* file, int line, co
                va_list args) {
   std::string text;
   text.reserve(200);  // more than most lines have
-  AppendLocalTime(text += '[');
-  (text += "][") += LevelName(level);
-  AppendFilename(text += "][", file != nullptr ? file : "");
-  (text += ':') += std::to_string(line);
-  AppendMessage(text += "] ", format, args);
+  text += '[';
+  AppendLocalTime(text);
+  text += "][";
+  text += LevelName(level);
+  text += "][";
+  AppendFilename(text, file != nullptr ? file : "");
+  text += ':';
+  text += std::to_string(line);
+  text += "] ";
+  AppendMessage(text, format, args);
   out = std::move(text);
 }
 
 // NOLINTBEGIN(*-non-const-global-variables): constant-initialised, and outlive every static
 std::atomic<bool> logHasEnded{false};
 
-// The end of the log waits for the lines in progress before it destroys the host's sink. The
-// default sink is never destroyed, so its lines need not be counted.
-std::atomic<bool> sinkIsTheHosts{false};
-std::atomic<int> forkCountOfSink{0};  // platform::ForkCount() where it was installed
+// At exit, the log waits for the lines in progress before it destroys the host's sink. The default
+// sink is never destroyed, so its lines are not counted.
+std::atomic<bool> hasHostSink{false};
+std::atomic<int> forkCountOfSink{0};  // platform::ForkCount() when it was installed
 std::atomic<int> linesInProgress{0};
 // NOLINTEND(*-non-const-global-variables)
 
 class LineInProgress {
  public:
-  LineInProgress() : counted(sinkIsTheHosts.load(std::memory_order_relaxed)) {
+  LineInProgress() : counted(hasHostSink.load(std::memory_order_relaxed)) {
     if (counted) linesInProgress.fetch_add(1);
   }
   LineInProgress(const LineInProgress&) = delete;
@@ -114,11 +121,10 @@ class LineInProgress {
   const bool counted;
 };
 
-// `line` as an insertion into `stream` prints it, padded to the stream's width, and a newline.
-// Resets the width, as an insertion does.
+// Returns `line`, padded like an insertion into `stream`, and a newline. Resets the stream's width.
 std::string PaddedLine(std::ostream& stream, std::string_view line) {
   const auto width = static_cast<size_t>(std::max<std::streamsize>(stream.width(), 0));
-  if (width > 0) stream.width(0);  // not otherwise, since other threads read it
+  if (width > 0) stream.width(0);  // write only if needed, since other threads read it
   std::string text;
   text.reserve(std::max(line.size(), width) + 1);
   text += line;
@@ -144,32 +150,32 @@ void Logger::VFormat(LOG_LEVEL level, std::string& out, const char* file, int li
 
 void Logger::DoOutput(const char* line) {
   const platform::ScopedSignalBlock noSignal(platform::StandardOutputSignal());
-  // In one insertion, or lines of several threads would mix.
+  // One insertion, so that lines of several threads do not interleave.
   std::cout << PaddedLine(std::cout, line != nullptr ? line : "") << std::flush;
 }
 
 Log::Log() : logger(new Logger), level(LOG_LEVEL_ERROR) {}
 Log::~Log() = default;
 
-// Destroys the host's sink at the end of the process. Other threads may still be logging.
-class Log::EndOfLog {
+// Destroys the host's sink when statics are destroyed. Other threads may still be logging.
+class Log::EndAtExit {
  public:
-  explicit EndOfLog(Log* ended) : log(ended) {}
-  EndOfLog(const EndOfLog&) = delete;
-  EndOfLog& operator=(const EndOfLog&) = delete;
-  ~EndOfLog() {
+  explicit EndAtExit(Log* ended) : log(ended) {}
+  EndAtExit(const EndAtExit&) = delete;
+  EndAtExit& operator=(const EndAtExit&) = delete;
+  ~EndAtExit() {
     logHasEnded = true;  // later lines are dropped
-    // Some lines never end: the sink called exit() or is stuck, or the system has ended the thread.
-    // Such a sink is not destroyed.
+    // A line may never end: the sink called exit() or is stuck, or the system killed the thread.
+    // The sink is then not destroyed.
     for (int waits = 0; linesInProgress > 0; ++waits) {
       if (waits == kMostWaits || platform::ProcessIsEnding() || WasForkedSince()) return;
       std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
-    if (sinkIsTheHosts) log->logger.reset();
+    if (hasHostSink) log->logger.reset();
   }
 
  private:
-  // Lines of the parent's threads never end here.
+  // Lines of the parent's threads never end in a forked process.
   static bool WasForkedSince() { return platform::ForkCount() != forkCountOfSink; }
 
   static constexpr int kMostWaits = 250;
@@ -177,11 +183,11 @@ class Log::EndOfLog {
 };
 
 Log& Log::GetInstance() {
-  // Never destroyed, since threads may outlive the statics. The sink is.
+  // Never destroyed, since threads may outlive statics. Only the sink is destroyed.
   // NOLINTNEXTLINE(*-non-const-global-variables): the log is not const
   static Log* const instance = [] {
     auto* const log = new Log;  // NOLINT(*-owning-memory): see above
-    static const EndOfLog end(log);
+    static const EndAtExit end(log);
     return log;
   }();
   return *instance;
@@ -190,7 +196,7 @@ Log& Log::GetInstance() {
 void Log::SetLevel(LOG_LEVEL newLevel) { level.store(newLevel, std::memory_order_relaxed); }
 
 void Log::SetLogger(std::unique_ptr<Logger>&& newLogger) {
-  sinkIsTheHosts = true;
+  hasHostSink = true;
   forkCountOfSink = platform::ForkCount();
   logger = std::move(newLogger);
 }
@@ -212,7 +218,7 @@ void Log::DoLog(LOG_LEVEL messageLevel, const char* file, int line, const char* 
     throw;
   }
   va_end(args);
-  // Read again: VFormat() may have replaced the sink.
+  // Read the pointer again: VFormat() may have replaced the sink.
   if (logger != nullptr) logger->DoOutput(text.c_str());
 }
 

@@ -17,11 +17,11 @@ namespace {
 
 enum class Length { kNone, kChar, kShort, kLong, kLongLong, kLongDouble, kMax, kSize, kDifference };
 
-// A width or precision of a conversion that is no number in the format.
+// Values of a width or precision that is not a number in the format.
 constexpr int kNotGiven = -1;
 constexpr int kInArguments = -2;
 
-// What a null string prints as, unless the precision is too small for it.
+// Printed for a null string, unless the precision is smaller.
 constexpr std::string_view kNullString = "(null)";
 
 // One conversion: "%-08.3lld".
@@ -31,7 +31,7 @@ struct Conversion {
   int width = kNotGiven;
   int precision = kNotGiven;
   Length length = Length::kNone;
-  bool hasForeignLength = false;  // one that not every C library knows
+  bool hasForeignLength = false;  // one that not every C library supports
   char type = '\0';               // stays '\0' if the format ends first
 
   bool HasFlag(char flag) const { return flags.find(flag) != std::string_view::npos; }
@@ -39,7 +39,7 @@ struct Conversion {
     return type == 'C' || type == 'S' || (length == Length::kLong && (type == 'c' || type == 's'));
   }
 
-  // What the C library may read in another way, %n for instance, must never get to it.
+  // Other conversions, such as %n, never reach the C library.
   bool IsKnown() const {
     switch (type) {
       case 'd':
@@ -74,14 +74,14 @@ struct Conversion {
 
   bool IsUnsigned() const { return type == 'o' || type == 'u' || type == 'x' || type == 'X'; }
 
-  // Where C libraries differ: signs of unsigned numbers, an octal zero without digits, and a null
-  // string that is cut.
+  // Whether C libraries may format it differently: signs of unsigned numbers, an octal zero with
+  // precision 0, a truncated null string.
   bool IsContested() const {
     if (type == 's') return precision >= 0 && precision < static_cast<int>(kNullString.size());
     return IsUnsigned() && (HasFlag('+') || HasFlag(' ') || (type == 'o' && HasFlag('#')));
   }
 
-  // Whether every C library understands it in the same way and bears its numbers.
+  // Whether all C libraries format it in the same way and support its width and precision.
   bool IsPlain() const {
     constexpr int kMost = static_cast<int>(kLongestMessage);
     return IsKnown() && !hasForeignLength && !IsWide() && !IsContested() && width != kInArguments &&
@@ -89,7 +89,7 @@ struct Conversion {
   }
 };
 
-// A number, at most INT_MAX, or "*"; `missing` if neither is there.
+// Parses a number, clamped to INT_MAX, or "*". Returns `missing` if neither is there.
 int ParseNumber(const char*& next, int missing) {
   if (*next == '*') {
     ++next;
@@ -151,11 +151,11 @@ bool AllArePlain(const char* format) {
   return true;
 }
 
-// Formats one conversion at a time, each with a width and a precision that every C library can
-// take.
+// Formats one conversion at a time, each with a width and a precision that every C library
+// supports.
 class CarefulFormatter {
  public:
-  // `arguments` is read from, and left to the caller to end.
+  // Reads from `arguments`. The caller calls va_end().
   CarefulFormatter(MessageBuffer& target, va_list* arguments) : buffer(target), args(arguments) {}
 
   bool Format(const char* format) {
@@ -202,8 +202,7 @@ class CarefulFormatter {
     if (conversion.type == '%') return Append("%");
     if (std::abs(width) > static_cast<int64_t>(kLongestMessage)) return false;
 
-    // No value has more digits than this that are not zeros at its end, so a result that is short
-    // enough stays the same.
+    // No value has more significant digits than this, so results that fit do not change.
     constexpr int kMostPrecision = 17000;
     const Field field{conversion, conversion.HasFlag('-') || width < 0,
                       static_cast<int>(std::abs(width)), std::min(precision, kMostPrecision)};
@@ -268,8 +267,8 @@ class CarefulFormatter {
     }
   }
 
-  // Formats `value` by the C library, as an argument of the given length. The numbers are written
-  // out: one library does not treat "*" as it treats the number.
+  // Formats `value` with the C library. Width and precision are written as numbers, since one
+  // library treats "*" differently.
   template <typename Value>
   bool Print(const Field& field, const char* length, Value value) {
     char format[32] = "%";
@@ -281,7 +280,7 @@ class CarefulFormatter {
     if (field.width > 0) end = AppendNumber(end, field.width);
     if (field.precision != kNotGiven) {
       const bool octalZero = field.conversion.type == 'o' && field.conversion.HasFlag('#') &&
-                             value == Value{};  // its one digit counts
+                             value == Value{};  // the zero counts as a digit
       *end++ = '.';
       end = AppendNumber(end, octalZero ? std::max(field.precision, 1) : field.precision);
     }
@@ -303,7 +302,7 @@ class CarefulFormatter {
     std::array<char, kLongestMessage + MB_LEN_MAX> bytes;  // NOLINT(*-member-init): written first
     size_t size = 0;
     if (field.conversion.type == 'c' || field.conversion.type == 'C') {
-      // An int on every system: wint_t is one, or is promoted to one.
+      // wint_t is passed as an int on every system.
       const auto character = static_cast<wchar_t>(Next<int>());
       std::mbstate_t state{};
       size = Encode(character, bytes.data(), &state);
@@ -321,11 +320,11 @@ class CarefulFormatter {
 
   // Returns the number of bytes, at most MB_LEN_MAX, or kNotEncodable.
   static size_t Encode(wchar_t character, char* bytes, std::mbstate_t* state) {
-    // NOLINTNEXTLINE(concurrency-mt-unsafe): it is safe with a state of the caller's
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): safe, since the caller passes the state
     return std::wcrtomb(bytes, character, state);
   }
 
-  // Encodes `text` up to its terminator, by whole characters, to at most `precision` bytes.
+  // Encodes whole characters of `text`, to at most `precision` bytes.
   static bool Encode(const wchar_t* text, int precision, char* bytes, size_t* size) {
     if (text == nullptr) text = L"(null)";
     const size_t most = precision == kNotGiven ? SIZE_MAX : static_cast<size_t>(precision);
@@ -360,7 +359,7 @@ bool FormatLogMessage(MessageBuffer& buffer, const char* format, va_list args) {
     const int size = std::vsnprintf(buffer.data(), buffer.size(), format, args);
     return size >= 0 && static_cast<size_t>(size) < buffer.size();
   }
-  va_list own;  // on some systems a parameter of type va_list is a pointer, and own is not
+  va_list own;  // a va_list parameter may be a pointer; a local variable has the array type
   va_copy(own, args);
   const bool formatted = CarefulFormatter(buffer, &own).Format(format);
   va_end(own);

@@ -1,4 +1,4 @@
-// A log message by printf's rules, safe for every format.
+// Formats log messages like printf, safely for every format.
 
 #ifndef TARSIO_COMMON_SRC_MESSAGE_FORMAT_H_
 #define TARSIO_COMMON_SRC_MESSAGE_FORMAT_H_
@@ -12,12 +12,12 @@ namespace tarsio {
 constexpr size_t kLongestMessage = 2047;  // in bytes, without the terminator
 using MessageBuffer = std::array<char, kLongestMessage + 1>;
 
-// Formats into `buffer` as vsnprintf() does. Returns false, with anything in `buffer`, if the
-// result is longer than kLongestMessage, if a wide character cannot be encoded, or if the format
-// ends within a conversion or has one that is not known here, which includes %n and numbered
-// arguments (%1$d).
+// Formats into `buffer` like vsnprintf(). Returns false, with unspecified contents in `buffer`, if
+// the result is longer than kLongestMessage, if a wide character cannot be encoded, or if the
+// format ends within a conversion or has an unsupported one. %n and numbered arguments (%1$d) are
+// not supported.
 //
-// The C libraries disagree on these, and some end the process for a wide field or for %n.
+// C libraries disagree in these cases, and some terminate the process for a wide field or for %n.
 bool FormatLogMessage(MessageBuffer& buffer, const char* format, va_list args);
 
 }  // namespace tarsio

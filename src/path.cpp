@@ -7,18 +7,12 @@
 #include <string_view>
 #include <utility>
 
+#include "path_syntax.h"
 #include "platform/platform.h"
 
 namespace tarsio {
 
 namespace {
-
-constexpr std::string_view kLongPrefix = R"(\\?\)";
-constexpr std::string_view kLongSharePrefix = R"(\\?\UNC\)";
-constexpr std::string_view kSharePrefix = R"(\\)";
-constexpr std::string_view kShareAfterLongPrefix = R"(UNC\)";
-
-bool IsWindowsSeparator(char c) { return c == '/' || c == '\\'; }
 
 // Removes `prefix` from the front of `text`, and returns whether it was there.
 bool ConsumePrefix(std::string_view& text, std::string_view prefix) {
@@ -27,11 +21,11 @@ bool ConsumePrefix(std::string_view& text, std::string_view prefix) {
   return true;
 }
 
-// The components of `text`, as Tokenize() has it.
+// The components of `text`, as Path::Tokenize() returns them.
 template <typename IsSeparator>
 std::vector<std::string> Components(std::string_view text, IsSeparator isSeparator) {
   std::vector<std::string> components;
-  // Found in batches, so that each batch asks for memory once.
+  // Collected in batches, so that each batch allocates once.
   std::array<std::string_view, 8> found;
   size_t count = 0;
   const auto keep = [&] {
@@ -43,7 +37,7 @@ std::vector<std::string> Components(std::string_view text, IsSeparator isSeparat
     size_t end = begin;
     while (end < text.size() && !isSeparator(text[end])) ++end;
     if (end > begin) {
-      // Settles one text for what the standard libraries word differently.
+      // Throw here so that what() is the same everywhere.
       if (begin > upToNul.size()) throw std::out_of_range("invalid string position");
       if (count == found.size()) keep();
       found[count++] = upToNul.substr(begin, end - begin);
@@ -54,7 +48,7 @@ std::vector<std::string> Components(std::string_view text, IsSeparator isSeparat
   return components;
 }
 
-// The runtime sees a signed char: bytes from 0x80 up are negative, and no letters.
+// The runtime is given a signed char: bytes from 0x80 up are negative, so not letters.
 bool IsLetter(char c) {
   const auto byte = static_cast<unsigned char>(c);
   return byte < 0x80 && std::isalpha(byte) != 0;
@@ -62,7 +56,7 @@ bool IsLetter(char c) {
 
 // "C:\" or "C:/".
 bool StartsWithDriveRoot(std::string_view text) {
-  return text.size() >= 3 && IsLetter(text[0]) && text[1] == ':' && IsWindowsSeparator(text[2]);
+  return text.size() >= 3 && IsLetter(text[0]) && text[1] == ':' && IsSeparator(text[2]);
 }
 
 }  // namespace
@@ -97,16 +91,16 @@ void Path::Set(const std::string& text, PathType pathType) {
   if (type != WINDOWS_PATH) {
     tokens = Components(text, [](char c) { return c == '/'; });
     absolute = !text.empty() && text.front() == '/';
-    return;  // the share flag stays as it was, deliberately
+    return;  // the share flag keeps its value (by design)
   }
 
   tokens.clear();
   std::string_view rest = text;
   ConsumePrefix(rest, kLongPrefix);
   if (ConsumePrefix(rest, kSharePrefix)) {
-    absolute = smb = std::any_of(rest.begin(), rest.end(), IsWindowsSeparator);
+    absolute = smb = std::any_of(rest.begin(), rest.end(), IsSeparator);
   } else if (ConsumePrefix(rest, kShareAfterLongPrefix)) {
-    // A relative path whose first component is "UNC" is read the same way, deliberately.
+    // A relative path whose first component is "UNC" is parsed as a share, too (by design).
     absolute = smb = true;
   } else if (StartsWithDriveRoot(rest)) {
     absolute = true;
@@ -114,7 +108,7 @@ void Path::Set(const std::string& text, PathType pathType) {
   } else {
     absolute = smb = false;
   }
-  tokens = Components(rest, IsWindowsSeparator);
+  tokens = Components(rest, IsSeparator);
 }
 
 void Path::Set(const std::wstring& text, PathType pathType) {
@@ -122,7 +116,7 @@ void Path::Set(const std::wstring& text, PathType pathType) {
 }
 
 std::string Path::Str(PathType style) const {
-  size_t size = 0;  // with a separator or the terminator behind each component
+  size_t size = 0;  // including a separator or the terminator after each component
   for (const std::string& component : tokens) size += component.size() + 1;
   std::string_view prefix;
   if (absolute && type == POSIX_PATH) {
@@ -159,7 +153,7 @@ Path Path::operator/(const Path& other) const {
 }
 
 Path Path::ParentPath() const {
-  Path parent;  // of Windows type, whatever this path's type is
+  Path parent;  // always of type WINDOWS_PATH (by design)
   parent.absolute = absolute;
   parent.smb = smb;
   if (!tokens.empty()) {
@@ -191,15 +185,15 @@ Path Path::Absolute() const {
 Path Path::Getcwd() { return Path(platform::CurrentDirectory(MAX_PATH_WINDOWS)); }
 
 bool Path::Exists() const {
-  return platform::KindOf(Wstr(WINDOWS_PATH)) != platform::ObjectKind::kNone;
+  return platform::TypeOf(Wstr(WINDOWS_PATH)) != platform::FileType::kNone;
 }
 
 bool Path::IsFile() const {
-  return platform::KindOf(Wstr(WINDOWS_PATH)) == platform::ObjectKind::kOther;
+  return platform::TypeOf(Wstr(WINDOWS_PATH)) == platform::FileType::kOther;
 }
 
 bool Path::IsDirectory() const {
-  return platform::KindOf(Wstr(WINDOWS_PATH)) == platform::ObjectKind::kDirectory;
+  return platform::TypeOf(Wstr(WINDOWS_PATH)) == platform::FileType::kDirectory;
 }
 
 uint64_t Path::FileSize() const { return platform::SizeOf(Wstr(WINDOWS_PATH)); }
@@ -213,7 +207,7 @@ bool MakeDir(const Path& path) {
 }
 
 bool MakeDirs(const Path& path) {
-  return platform::CreateDirectoryChain(path.Absolute().Wstr(Path::WINDOWS_PATH));
+  return platform::CreateDirectories(path.Absolute().Wstr(Path::WINDOWS_PATH));
 }
 
 }  // namespace tarsio

@@ -17,8 +17,8 @@ void PathResolver::Erase(const_iterator position) { paths.erase(position); }
 
 Path PathResolver::Resolve(const Path& value) const {
   for (const Path& directory : paths) {
-    // An absolute value, or one of another type, leaves the directory as it is: then the first
-    // directory that exists is the result, deliberately.
+    // If `value` is absolute or of another type, the candidate is the directory itself, so the
+    // first directory that exists is returned (by design).
     Path candidate = directory / value;
     if (candidate.Exists()) return candidate;
   }

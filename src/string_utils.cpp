@@ -15,15 +15,15 @@ namespace tarsio {
 
 namespace {
 
-// The interface hands the runtime each byte sign-extended, but its tables answer for EOF and
-// 0..255 only. So 0xFF goes as EOF (-1), which it is when extended, and other bytes above 0x7F go
-// as the characters that they stand for.
+// The interface classifies each byte sign-extended, but the runtime's tables cover only EOF and
+// 0 to 255. So 0xFF is passed as EOF (-1), its sign-extended value, and other bytes above 0x7F as
+// unsigned characters.
 constexpr char kEofByte = '\xFF';
 
 int RuntimeCharacter(char c) { return c == kEofByte ? EOF : static_cast<unsigned char>(c); }
 
 bool IsSpace(char c) { return std::isspace(RuntimeCharacter(c)) != 0; }
-// As the classic locale has it.
+// isspace() in the classic locale.
 bool IsClassicSpace(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
 
 template <typename Predicate>
@@ -32,12 +32,12 @@ void TrimEnds(std::string& s, Predicate isSpace) {
   s.erase(s.begin(), std::find_if_not(s.begin(), s.end(), isSpace));
 }
 
-// Each byte mapped by the runtime. `first` is the first of the 26 letters that the classic locale
-// maps: there the runtime need not be asked.
+// Maps each byte with the runtime's `map`. `first` is the first of the 26 letters that `map`
+// changes in the classic locale, where the runtime need not be called.
 std::string MapEach(const std::string& s, int (*map)(int), char first) {
   std::string mapped = s;
   if (platform::RuntimeLocaleIsClassic()) {
-    const char mappedEof = static_cast<char>(map(EOF));  // one runtime has no fixed answer
+    const char mappedEof = static_cast<char>(map(EOF));  // runtimes differ
     for (char& c : mapped) {
       const bool letter = c >= first && c < first + 26;
       c = c == kEofByte ? mappedEof : static_cast<char>(letter ? c ^ 0x20 : c);
@@ -59,17 +59,6 @@ size_t AppendPieces(const std::string& s, const std::string& delimiter,
   return start;
 }
 
-// Where the first delimiter of `s` + `delimiter` is, given that `s` has none from `start` on.
-size_t FindCompleted(const std::string& s, const std::string& delimiter, size_t start) {
-  size_t begun = std::min(delimiter.size(), s.size() - start);
-  const auto isCompleted = [&] {
-    return s.compare(s.size() - begun, begun, delimiter, 0, begun) == 0 &&
-           delimiter.compare(begun, std::string::npos, delimiter, 0, delimiter.size() - begun) == 0;
-  };
-  while (!isCompleted()) --begun;  // where nothing has begun, it is all of `delimiter`
-  return s.size() - begun;
-}
-
 }  // namespace
 
 std::vector<std::string> StringUtils::SplitString(const std::string& s,
@@ -78,7 +67,10 @@ std::vector<std::string> StringUtils::SplitString(const std::string& s,
   if (delimiter.empty()) return {s};
   std::vector<std::string> pieces;
   const size_t start = AppendPieces(s, delimiter, &pieces);
-  pieces.emplace_back(s, start, FindCompleted(s, delimiter, start) - start);
+  // The rest ends at the first delimiter of `s + delimiter`, which may begin within `s`.
+  const size_t tail = std::max(start, s.size() - std::min(s.size(), delimiter.size() - 1));
+  const size_t end = tail + (s.substr(tail) + delimiter).find(delimiter);
+  pieces.emplace_back(s, start, end - start);
   return pieces;
 }
 
@@ -87,7 +79,7 @@ std::vector<std::string> StringUtils::SplitAllByString(const std::string& s,
   if (delimiter.empty()) return {s};
   std::vector<std::string> pieces;
   const size_t start = AppendPieces(s, delimiter, &pieces);
-  // A text without delimiter comes once here and once more as the rest below, deliberately.
+  // Without a delimiter, `s` is both a piece and the rest, so it is returned twice (by design).
   if (pieces.empty()) pieces.push_back(s);
   if (start < s.size()) pieces.emplace_back(s, start);
   return pieces;
@@ -105,7 +97,7 @@ std::vector<std::string> StringUtils::SplitFristByString(const std::string& s,
 
 void StringUtils::Trim(std::string& s) {
   if (platform::RuntimeLocaleIsClassic()) {
-    TrimEnds(s, [](char c) { return IsClassicSpace(c); });  // not a pointer: to be inlined
+    TrimEnds(s, [](char c) { return IsClassicSpace(c); });  // a lambda is inlined
   } else {
     TrimEnds(s, IsSpace);
   }
@@ -129,7 +121,7 @@ bool StringUtils::Contains(const std::string& s, const std::string& part) {
 
 std::string StringUtils::SpaceToUnderscore(std::string s, const std::string& characters,
                                            const char& replacement) {
-  // Copied, since the caller's replacement may be a character of the text that changes.
+  // Copy it: `replacement` may refer to a character of the caller's string.
   const char substitute = replacement;
   std::array<bool, 256> replaced{};
   for (const char c : characters) replaced[static_cast<unsigned char>(c)] = true;
@@ -147,7 +139,7 @@ std::string StringUtils::GetHashText(const void* data, const size_t& length) {
   std::string text(2 * digest.size(), '\0');
   char* next = text.data();
   for (const unsigned char byte : digest) {
-    // A blank where one expects a leading zero: callers compare these texts.
+    // A space instead of a leading zero (by design).
     *next++ = byte < 0x10 ? ' ' : kDigits[byte >> 4];
     *next++ = kDigits[byte & 0x0F];
   }

@@ -2,12 +2,11 @@
 
 #include <algorithm>
 #include <exception>
-#include <system_error>
-#include <thread>
 #include <utility>
 
 #include "common/log.h"
 #include "platform/platform.h"
+#include "worker.h"
 
 namespace tarsio {
 
@@ -15,10 +14,10 @@ namespace {
 
 constexpr int kIdleLimitMs = 1000;
 
-// Hosts match on this line number: it belongs to the interface, so it is not __LINE__.
+// Part of the interface, since hosts match on it, so not __LINE__.
 constexpr int kTaskExceptionLine = 196;
 
-// A report that fails is lost: there may be no memory for it, or the host's sink may throw.
+// Ignores failures: there may be no memory for the report, or the host's sink may throw.
 void ReportTaskException(const std::exception& error) {
   try {
     Log::GetInstance().DoLog(LOG_LEVEL_FATAL, __FILE__, kTaskExceptionLine,
@@ -45,91 +44,6 @@ std::shared_ptr<ThreadPool> Owned(ThreadPool* pool) {
 
 }  // namespace
 
-// One thread of a pool.
-class Worker : public std::enable_shared_from_this<Worker> {
- public:
-  Worker(std::string poolName, std::weak_ptr<ThreadPool> owner)
-      : name(std::move(poolName)), pool(std::move(owner)) {}
-  Worker(const Worker&) = delete;
-  Worker& operator=(const Worker&) = delete;
-  virtual ~Worker();
-
-  const std::string& Name() const { return name; }
-
-  void Start();
-  // After this, the worker leaves when the task that it runs has ended.
-  void Deactivate() { SetRunning(false); }
-  void Reactivate() { SetRunning(true); }
-
- private:
-  // The thread owns its worker, and from its start on the pool: one that the host drops at once
-  // still runs what was submitted.
-  static void ThreadMain(const std::shared_ptr<Worker>& worker,
-                         const std::shared_ptr<ThreadPool>& pool);
-  void SetRunning(bool value);
-  void LetGoOfThread();
-  void Stop();
-
-  const std::string name;
-  std::shared_ptr<std::thread> thread;  // empty before Start() and once detached or joined
-  std::mutex mutex;                     // guards thread; taken after the pool's workersMutex
-  std::atomic<bool> running{false};
-  std::atomic<bool> joining{false};
-  std::weak_ptr<ThreadPool> pool;
-};
-
-Worker::~Worker() {
-  try {
-    Stop();
-  } catch (const std::exception&) {
-    // The first use of a lock may allocate on Windows. The thread has not been started then.
-  }
-}
-
-void Worker::Start() {
-  if (thread != nullptr) return;
-  const std::lock_guard<std::mutex> lock(mutex);
-  running = true;
-  thread = std::make_shared<std::thread>(ThreadMain, shared_from_this(), pool.lock());
-}
-
-void Worker::ThreadMain(const std::shared_ptr<Worker>& worker,
-                        const std::shared_ptr<ThreadPool>& pool) {
-  do {
-    while (worker->running) pool->RunTask(worker);
-    worker->LetGoOfThread();
-  } while (!pool->RemoveWorker(worker));
-  // If this thread is the pool's last owner, its destructor runs now, and finds no workers.
-}
-
-void Worker::SetRunning(bool value) {
-  const std::lock_guard<std::mutex> lock(mutex);
-  running = value;
-}
-
-void Worker::LetGoOfThread() {
-  const std::lock_guard<std::mutex> lock(mutex);
-  if (joining || thread == nullptr) return;
-  thread->detach();
-  thread.reset();
-}
-
-// Joins a thread that has not let go of itself. In normal operation there is none: the last owner
-// of a worker is its own thread.
-void Worker::Stop() {
-  Deactivate();
-  std::shared_ptr<std::thread> owned = thread;
-  std::unique_lock<std::mutex> lock(mutex);
-  if (owned == nullptr) return;
-  thread.reset();
-  joining = true;
-  lock.unlock();
-  owned->join();
-  lock.lock();
-  owned.reset();
-  joining = false;
-}
-
 ThreadPool::ThreadPool(std::string poolName, uint64_t threadLimit, uint64_t reserved,
                        uint64_t taskCapacity)
     : name(std::move(poolName)),
@@ -137,17 +51,17 @@ ThreadPool::ThreadPool(std::string poolName, uint64_t threadLimit, uint64_t rese
       reservedNumber(reserved),
       queueCapacity(taskCapacity),
       queue(std::make_shared<BlockingQueue<std::function<void()>>>(queueCapacity)) {
-  static_cast<void>(reservedNumber);  // kept for the host's sake; nothing reads it
+  static_cast<void>(reservedNumber);  // part of the interface, never used
 }
 
 ThreadPool::~ThreadPool() {
-  // Where other threads are gone, one may have held a lock. No worker is left, for each owns the
-  // pool, and the members' destructors discard the tasks.
+  // If the other threads are gone, one of them may have held a lock. No worker is left, since each
+  // owns the pool; the members' destructors discard the tasks.
   if (platform::ProcessIsEnding() || platform::ForkCount() > 0) return;
   try {
     Shutdown(SHUTDOWN_NOW);
   } catch (const std::exception&) {
-    // The first use of a lock may allocate on Windows.
+    // On Windows the first use of a lock may allocate.
   }
 }
 
@@ -168,7 +82,7 @@ uint64_t ThreadPool::GetRunningThreadNumber() {
 bool ThreadPool::SubmitTask(std::function<void()>& task) {
   if (platform::ProcessIsEnding()) return false;
   platform::PinLibrary();  // for the workers; never under a lock
-  // After a thread could not be started, the queue may be full with no worker to empty it.
+  // If a thread could not be started earlier, the queue may be full and no worker takes from it.
   if (runningThreadNumber.load(std::memory_order_relaxed) == 0 && queueCapacity > 0 &&
       queue->Size() >= queueCapacity) {
     AddWorker();
@@ -192,7 +106,7 @@ void ThreadPool::Wait() {
   taskTaken.wait(lock, [this] { return queue->Size() == 0; });
 }
 
-// One worker more, unless as many live as may.
+// Starts a worker unless the limit is reached.
 bool ThreadPool::AddWorker() {
   if (runningThreadNumber.load(std::memory_order_relaxed) >= maxThreadNumber) return true;
   const std::lock_guard<std::mutex> lock(workersMutex);
@@ -202,8 +116,7 @@ bool ThreadPool::AddWorker() {
   return true;
 }
 
-// Under workersMutex. Starts the worker that was listed last; if its thread cannot be started, the
-// worker leaves the list again.
+// Requires workersMutex. Starts the last worker of the list, or removes it if that fails.
 void ThreadPool::StartWorker() {
   try {
     workers.back()->Start();
@@ -214,20 +127,21 @@ void ThreadPool::StartWorker() {
   runningThreadNumber.fetch_add(1, std::memory_order_relaxed);
 }
 
-// Takes a retiring worker out of the pool. False if it has to stay, having been put back to work.
+// Removes a retiring worker from the pool. Returns false if the worker has to go on working.
 bool ThreadPool::RemoveWorker(const std::shared_ptr<Worker>& worker) {
   const std::lock_guard<std::mutex> lock(workersMutex);
-  // Counted out before the look at the queue: a submission that this look misses then sees that a
-  // worker may be started, and one that saw the limit reached has its task seen here.
+  // Decrement first. A submission that pushes after the check below then sees room for a worker and
+  // starts one. A submission that saw the limit reached has pushed before, so its task is seen
+  // here.
   runningThreadNumber.fetch_sub(1, std::memory_order_relaxed);
   const bool taskLeft = queue->Size() > 0;
   if (taskLeft) {
     try {
-      // The worker's own name: the host may be changing the pool's.
+      // The worker's copy of the name: the host may be changing the pool's.
       workers.push_back(std::make_shared<Worker>(worker->Name(), shared_from_this()));
       StartWorker();
     } catch (const std::exception&) {
-      // No successor can be had: the task is this worker's.
+      // No successor can be started, so this worker runs the task.
       runningThreadNumber.fetch_add(1, std::memory_order_relaxed);
       worker->Reactivate();
       return false;
@@ -245,7 +159,7 @@ void ThreadPool::RunTask(const std::shared_ptr<Worker>& worker) {
     worker->Deactivate();
     return;
   }
-  taskTaken.notify_all();  // without waitMutex, deliberately: Wait() may miss it
+  taskTaken.notify_all();  // without waitMutex, so Wait() may miss it (by design)
   try {
     task();
   } catch (const std::exception& e) {

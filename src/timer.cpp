@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "platform/platform.h"
+#include "timer_heap.h"
 
 namespace component {
 
@@ -39,21 +40,23 @@ std::shared_ptr<Timer> Owned(Timer* timer) {
   }
 }
 
-// An expiry has changed, perhaps that of a queued timer: the next stop puts the queue in order.
-// NOLINTNEXTLINE(*-non-const-global-variables): a timer does not make the manager to say so
+// Set when an expiry changes, perhaps that of a queued timer. The next stop restores the order of
+// the queue.
+// NOLINTNEXTLINE(*-non-const-global-variables): global, so that SetExpire() need not create the
+// manager
 std::atomic<bool> orderMayBeWrong{false};
 
-// Taken before the manager's lock by each pass and by Shutdown(). A pass that waits for the lock
-// has the turn, so Shutdown() never joins the timer thread while that waits for the lock.
-// NOLINTNEXTLINE(*-non-const-global-variables): not in the manager, whose layout stays
+// Locked before the manager's mutex by each pass and by Shutdown(). A pass holds it while it waits
+// for the manager's mutex, so Shutdown() never joins a thread that waits for that mutex.
+// NOLINTNEXTLINE(*-non-const-global-variables): not a member, to keep the manager's layout
 std::mutex passTurn;
 
-// The thread inside TimerManager::Add(), where an allocation may run the host's code, even exit().
+// The thread in TimerManager::Add(), where an allocation may run the host's code, even exit().
 // NOLINTNEXTLINE(*-non-const-global-variables): likewise
 std::atomic<std::thread::id> addingThread{};
 
 constexpr int kNotUsed = -1;
-// platform::ForkCount() where the manager's lock was first taken, and the timer thread started.
+// platform::ForkCount() when the manager's lock was first taken.
 // NOLINTNEXTLINE(*-non-const-global-variables): likewise
 std::atomic<int> forkCountOfUse{kNotUsed};
 
@@ -63,15 +66,15 @@ void NoteUse() {
   forkCountOfUse.compare_exchange_strong(expected, platform::ForkCount());
 }
 
-// Whether the timer thread is gone without having ended, perhaps while it held the lock: the system
-// has killed it, or it is a thread of the process that this one was forked from.
+// Whether the timer thread has disappeared without ending, perhaps while it held the lock: the
+// system killed it at process exit, or this process was forked.
 bool ThreadIsGone() {
   if (platform::ProcessIsEnding()) return true;
   const int forkCount = forkCountOfUse.load(std::memory_order_relaxed);
   return forkCount != kNotUsed && forkCount != platform::ForkCount();
 }
 
-// Notes, under the manager's lock, that this thread is inside TimerManager::Add().
+// Marks this thread as the one in TimerManager::Add(). Requires the manager's lock.
 class Adding {
  public:
   Adding() : before(addingThread.load(std::memory_order_relaxed)) {
@@ -137,20 +140,20 @@ void TsTimer::OnTimeout() {
   try {
     callback();
   } catch (const std::exception&) {
-    // Ignored by design, also for an empty callback.
+    // Ignored (by design), also for an empty callback.
     return;
   }
 }
 
-// Shuts the manager down at the end of the process.
-class TimerManager::EndOfProcess {
+// Shuts the manager down when statics are destroyed.
+class TimerManager::ShutdownAtExit {
  public:
-  explicit EndOfProcess(TimerManager* owned) : manager(owned) {}
-  EndOfProcess(const EndOfProcess&) = delete;
-  EndOfProcess& operator=(const EndOfProcess&) = delete;
-  ~EndOfProcess() {
-    // exit() was called from inside Add(): this thread keeps the lock, so no timer fires any more,
-    // and the timer thread cannot be joined.
+  explicit ShutdownAtExit(TimerManager* owned) : manager(owned) {}
+  ShutdownAtExit(const ShutdownAtExit&) = delete;
+  ShutdownAtExit& operator=(const ShutdownAtExit&) = delete;
+  ~ShutdownAtExit() {
+    // exit() was called in Add(). This thread holds the lock, so no timer fires any more and the
+    // timer thread cannot be joined.
     if (addingThread == std::this_thread::get_id()) return;
     if (!ThreadIsGone()) manager->Shutdown();
   }
@@ -160,14 +163,14 @@ class TimerManager::EndOfProcess {
 };
 
 TimerManager* TimerManager::GetInstance() {
-  // Never destroyed: threads that run on while the process ends may use it to the last.
-  // NOLINTNEXTLINE(*-owning-memory,*-non-const-global-variables): as said
+  // Never destroyed, since threads may use it until the process has ended.
+  // NOLINTNEXTLINE(*-owning-memory,*-non-const-global-variables): see above
   static auto* const instance = new TimerManager;
-  static const EndOfProcess end(instance);
+  static const ShutdownAtExit end(instance);
   return instance;
 }
 
-// NOLINTNEXTLINE(readability-convert-member-functions-to-static): a member, by interface
+// NOLINTNEXTLINE(readability-convert-member-functions-to-static): the interface has a member
 unsigned long long TimerManager::GetCurrentMillisecs() const {
   return static_cast<unsigned long long>(platform::WallClockTicks() / kTicksPerMillisecond);
 }
@@ -177,7 +180,7 @@ void TimerManager::AddTimer(std::shared_ptr<Timer> timer) {
   Add(std::move(timer), queued);
 }
 
-// Sets `queued` once the timer is in the queue: what fails after that is the start of the thread.
+// Sets `queued` once the timer is queued; only starting the thread can fail after that.
 void TimerManager::Add(std::shared_ptr<Timer> timer, bool& queued) {
   const bool canFire = timer != nullptr && timer->GetTimeout() != 0;
   if (canFire) platform::PinLibrary();  // for the timer thread; never under a lock
@@ -187,24 +190,25 @@ void TimerManager::Add(std::shared_ptr<Timer> timer, bool& queued) {
   if (ended) return;
   if (canFire) {
     Arm(timer.get(), GetCurrentMillisecs());
-    // A slot is left for the repeating timer that may be firing: it must come back without memory.
+    // Keep one slot for a repeating timer that is firing: it is queued again without allocating.
     if (queue.capacity() < queue.size() + 2) queue.reserve(2 * queue.size() + 2);
-    Push(std::move(timer));
+    Heap(queue).Push(std::move(timer));
     queued = true;
   }
   if (!queue.empty() && thread == nullptr) StartThread();
 }
 
-// NOLINTNEXTLINE(performance-unnecessary-value-param): by value, as the interface has it
+// NOLINTNEXTLINE(performance-unnecessary-value-param): by value, as the interface requires
 void TimerManager::RemoveTimer(std::shared_ptr<Timer> timer) {
   NoteUse();
   const std::lock_guard<std::recursive_mutex> lock(mutex);
   if (timer == nullptr) return;
-  while (timer->entries > 0) TakeOut(PositionOf(timer));
+  Heap(queue).Remove(timer);
   if (orderMayBeWrong) RestoreOrder();
 }
 
-// As RemoveTimer(). The timer's action may have started it again while Stop() waited for the lock.
+// Like RemoveTimer(). The callback may have started the timer again while Stop() waited for the
+// lock.
 void TimerManager::Remove(const std::shared_ptr<Timer>& timer) {
   NoteUse();
   const std::lock_guard<std::recursive_mutex> lock(mutex);
@@ -212,7 +216,7 @@ void TimerManager::Remove(const std::shared_ptr<Timer>& timer) {
   RemoveTimer(timer);
 }
 
-// NOLINTNEXTLINE(performance-unnecessary-value-param): by value, as the interface has it
+// NOLINTNEXTLINE(performance-unnecessary-value-param): by value, as the interface requires
 void TimerManager::ResetTimer(std::shared_ptr<Timer> timer) {
   const std::lock_guard<std::recursive_mutex> lock(mutex);
   if (timer == nullptr || timer->entries == 0) return;
@@ -220,79 +224,20 @@ void TimerManager::ResetTimer(std::shared_ptr<Timer> timer) {
   RestoreOrder();
 }
 
-// Sets the expiry, which all entries of a timer share.
+// Sets the expiry, which all entries of the timer share.
 void TimerManager::Arm(Timer* timer, unsigned long long now) {
   timer->expire.store(AddSaturating(now, timer->GetTimeout()), std::memory_order_relaxed);
   if (timer->entries > 0) orderMayBeWrong = true;
 }
 
-void TimerManager::Place(size_t position, std::shared_ptr<Timer> timer) {
-  timer->position = position;
-  queue[position] = std::move(timer);
-}
-
-// Moves the entry at `position` towards the front until none above it expires later. Timers of
-// equal expiry come out in no defined order.
-void TimerManager::SiftUp(size_t position) {
-  std::shared_ptr<Timer> timer = std::move(queue[position]);
-  const unsigned long long expire = timer->GetExpire();
-  while (position > 0) {
-    const size_t parent = (position - 1) / 2;
-    if (queue[parent]->GetExpire() <= expire) break;
-    Place(position, std::move(queue[parent]));
-    position = parent;
-  }
-  Place(position, std::move(timer));
-}
-
-// Moves the entry at `position` away from the front until none below it expires earlier.
-void TimerManager::SiftDown(size_t position) {
-  std::shared_ptr<Timer> timer = std::move(queue[position]);
-  const unsigned long long expire = timer->GetExpire();
-  for (size_t child = 2 * position + 1; child < queue.size(); child = 2 * position + 1) {
-    const size_t other = child + 1;
-    if (other < queue.size() && queue[other]->GetExpire() < queue[child]->GetExpire())
-      child = other;
-    if (queue[child]->GetExpire() >= expire) break;
-    Place(position, std::move(queue[child]));
-    position = child;
-  }
-  Place(position, std::move(timer));
-}
-
-void TimerManager::Push(std::shared_ptr<Timer> timer) {
-  queue.push_back(std::move(timer));
-  ++queue.back()->entries;
-  SiftUp(queue.size() - 1);
-}
-
-std::shared_ptr<Timer> TimerManager::TakeOut(size_t position) {
-  std::shared_ptr<Timer> timer = std::move(queue[position]);
-  --timer->entries;
-  std::shared_ptr<Timer> last = std::move(queue.back());
-  queue.pop_back();
-  if (position < queue.size()) {
-    Place(position, std::move(last));
-    SiftUp(position);
-    SiftDown(position);
-  }
-  return timer;
-}
-
-// An entry of `timer`, which has one.
-size_t TimerManager::PositionOf(const std::shared_ptr<Timer>& timer) const {
-  const size_t position = timer->position;
-  if (position < queue.size() && queue[position] == timer) return position;
-  return static_cast<size_t>(std::find(queue.begin(), queue.end(), timer) - queue.begin());
-}
-
 void TimerManager::RestoreOrder() {
   orderMayBeWrong = false;  // first: an expiry that is set meanwhile counts for the next stop
-  for (size_t position = queue.size() / 2; position > 0; --position) SiftDown(position - 1);
+  Heap(queue).RestoreOrder();
 }
 
 void TimerManager::StartThread() {
-  // Its first use may allocate on Windows: better here, where the caller gets the exception.
+  // On Windows the first use of a lock may allocate. Do it here, where the caller gets the
+  // exception.
   const std::unique_lock<std::mutex> firstUse(passTurn, std::try_to_lock);
   running = true;
   thread = std::make_shared<std::thread>(&TimerManager::Run, this);
@@ -301,13 +246,13 @@ void TimerManager::StartThread() {
 void TimerManager::Run() {
   while (running) {
     CheckTimers();
-    // A duration, so on the monotonic clock: a step of the wall clock cannot put the thread, and
-    // with it the end of the process, to sleep.
+    // Uses the monotonic clock, so that a step of the wall clock does not delay the thread, and
+    // with it process exit.
     std::this_thread::sleep_for(kPassPeriod);
   }
 }
 
-// One pass: fires all that is due, in the order of expiry, and queues the repeating timers again.
+// One pass: fires all timers that are due, in order of expiry, and queues the repeating ones again.
 void TimerManager::CheckTimers() {
   std::unique_lock<std::mutex> turn(passTurn);
   if (!running) return;
@@ -316,14 +261,14 @@ void TimerManager::CheckTimers() {
 
   const unsigned long long now = GetCurrentMillisecs();
   while (!queue.empty() && queue.front()->GetExpire() <= now) {
-    const std::shared_ptr<Timer> timer = TakeOut(0);
+    const std::shared_ptr<Timer> timer = Heap(queue).PopFront();
     if (timer->GetLoop()) {
       Arm(timer.get(), now);
       timer->OnTimeout();
-      // Whatever the action did: a timer that stopped itself there goes on, deliberately.
-      Push(timer);
+      // Even if the callback stopped the timer (by design).
+      Heap(queue).Push(timer);
     } else {
-      timer->SetState(false);  // before the action, which may start the timer again
+      timer->SetState(false);  // first, since the callback may start the timer again
       timer->OnTimeout();
     }
   }
@@ -334,10 +279,9 @@ void TimerManager::Shutdown() {
   const std::lock_guard<std::recursive_mutex> lock(mutex);
   ended = true;
   running = false;
-  turn.unlock();  // the timer thread may be waiting for it, and gives up the pass
-  // Out of the queue first, since what a callback owns may stop other timers as it goes. And marked
-  // stopped before any is released: whoever lets go of one that is still marked started ends the
-  // process, and nobody can stop them in time any more.
+  turn.unlock();  // the timer thread may be waiting for it; it then skips the pass
+  // Empty the queue first: releasing a callback may stop other timers. Mark all timers stopped
+  // before releasing any: destroying a started timer terminates the process.
   std::vector<std::shared_ptr<Timer>> released;
   released.swap(queue);
   for (const std::shared_ptr<Timer>& timer : released) {

@@ -6,13 +6,13 @@ namespace tarsio {
 
 namespace {
 
-// The longest text that is taken from outside; copies of strings have no limit.
-constexpr size_t kLongestText = 0xFFFFFE;
+// The limit for C strings. Copies of TsString objects have no limit.
+constexpr size_t kMaxLength = 0xFFFFFE;
 
 size_t CappedLength(const char* text) {
   if (text == nullptr) return 0;
-  const void* const end = std::memchr(text, '\0', kLongestText);
-  return end == nullptr ? kLongestText : static_cast<size_t>(static_cast<const char*>(end) - text);
+  const void* const end = std::memchr(text, '\0', kMaxLength);
+  return end == nullptr ? kMaxLength : static_cast<size_t>(static_cast<const char*>(end) - text);
 }
 
 }  // namespace
@@ -30,7 +30,7 @@ TsString::TsString(const TsString& other) {
 // NOLINTEND(*-member-init)
 TsString::~TsString() { Release(); }
 
-// NOLINTNEXTLINE(*-self-assignment,cert-oop54-cpp): the text is then copied onto itself
+// NOLINTNEXTLINE(*-self-assignment,cert-oop54-cpp): PutData() handles overlap
 TsString& TsString::operator=(const TsString& other) {
   PutData(other.Cstr(), other.Length());
   return *this;
@@ -50,7 +50,7 @@ bool TsString::operator==(const TsString& other) const {
 }
 bool TsString::operator!=(const TsString& other) const { return !(*this == other); }
 
-// Gives the buffer up and leaves the empty string.
+// Frees the buffer and leaves the string empty.
 void TsString::Release() {
   if (data != &inlineBuffer) ::operator delete(data);
   Init();
@@ -59,22 +59,22 @@ void TsString::Release() {
 // `source` has at least `count` bytes before its terminator.
 void TsString::PutData(const char* source, size_t count) {
   if (count > capacity - 1) {
-    Release();  // first, so that a string for which there is no memory is the empty one
+    Release();  // first, so that the string is empty if the allocation fails
     data = static_cast<char*>(::operator new(count + 1));
     capacity = count + 1;
   }
-  // The source may lie in this very buffer, but not in one that was too small and has been
-  // released. NOLINTNEXTLINE(clang-analyzer-cplusplus.NewDelete): it does not see that
+  // The source may overlap this buffer, but only if nothing was released above.
+  // NOLINTNEXTLINE(clang-analyzer-cplusplus.NewDelete): it does not see that
   if (count > 0) std::memmove(data, source, count);
   data[count] = '\0';
 }
 
 TsStringPair::TsStringPair() = default;
 TsStringPair::TsStringPair(const TsStringPair& other) = default;
-// NOLINTNEXTLINE(performance-*,cert-oop11-cpp): copies, by interface
+// NOLINTNEXTLINE(performance-*,cert-oop11-cpp): the interface requires a copy
 TsStringPair::TsStringPair(TsStringPair&& other) : TsStringPair(other) {}
 TsStringPair& TsStringPair::operator=(const TsStringPair& other) = default;
-// NOLINTNEXTLINE(performance-noexcept-move-constructor): copies, by interface
+// NOLINTNEXTLINE(performance-noexcept-move-constructor): the interface requires a copy
 TsStringPair& TsStringPair::operator=(TsStringPair&& other) { return *this = other; }
 TsStringPair::~TsStringPair() = default;
 

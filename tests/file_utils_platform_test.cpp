@@ -25,7 +25,7 @@ using tarsio::FILE_OPT_SUCCESS;
 using tarsio::FILE_OPT_WRITE_OPEN_FAILED;
 using tarsio::FileOptRet;
 using tarsio::FileUtils;
-using tarsio::platform::ObjectKind;
+using tarsio::platform::FileType;
 using tarsio_test::Content;
 using tarsio_test::Failure;
 using tarsio_test::ReadFile;
@@ -69,21 +69,21 @@ bool IsFileName(const std::wstring& text) {
 }
 
 // Notes the text, lets pass what is to happen now, and tells what is there then.
-ObjectKind Ask(const std::wstring& text) {
+FileType Ask(const std::wstring& text) {
   current->texts.push_back(text);
   current->Step();
   if (!IsFileName(text)) {
-    return current->directoriesExist ? ObjectKind::kDirectory : ObjectKind::kNone;
+    return current->directoriesExist ? FileType::kDirectory : FileType::kNone;
   }
-  return current->exists ? ObjectKind::kOther : ObjectKind::kNone;
+  return current->exists ? FileType::kOther : FileType::kNone;
 }
 
 uint64_t AskSize(const std::wstring& text) {
-  return Ask(text) == ObjectKind::kOther ? current->content.size() : 0;
+  return Ask(text) == FileType::kOther ? current->content.size() : 0;
 }
 
 bool Opens(const std::wstring& text) {
-  if (Ask(text) == ObjectKind::kNone || !current->opens) return false;
+  if (Ask(text) == FileType::kNone || !current->opens) return false;
   ++current->openFiles;
   current->position = 0;
   return true;
@@ -103,15 +103,15 @@ std::string Narrow(const std::wstring& utf16) {
 std::wstring FullPath(const std::wstring& path, size_t /*capacity*/) { return path; }
 std::wstring CurrentDirectory(size_t /*capacity*/) { return L"C:\\"; }
 
-ObjectKind KindOf(const std::wstring& path) { return Ask(path); }
-Object KindAndSizeOf(const std::wstring& path) {
-  const ObjectKind kind = Ask(path);
-  return {kind, kind == ObjectKind::kOther ? AskSize(path) : 0};
+FileType TypeOf(const std::wstring& path) { return Ask(path); }
+FileStatus Status(const std::wstring& path) {
+  const FileType type = Ask(path);
+  return {type, type == FileType::kOther ? AskSize(path) : 0};
 }
 uint64_t SizeOf(const std::wstring& path) { return AskSize(path); }
 
 bool CreateOneDirectory(const std::wstring& /*path*/) { return false; }
-bool CreateDirectoryChain(const std::wstring& /*path*/) { return false; }
+bool CreateDirectories(const std::wstring& /*path*/) { return false; }
 bool CreateDirectoryNarrow(const std::string& path) {
   current->narrowTexts.push_back(path);
   return current->narrowTexts.size() <= current->directoriesToMake;

@@ -61,10 +61,10 @@ std::wstring Widen(const std::string& /*utf8*/) { std::abort(); }
 std::string Narrow(const std::wstring& /*utf16*/) { std::abort(); }
 std::wstring FullPath(const std::wstring& /*path*/, size_t /*capacity*/) { std::abort(); }
 std::wstring CurrentDirectory(size_t /*capacity*/) { std::abort(); }
-ObjectKind KindOf(const std::wstring& /*path*/) { std::abort(); }
+FileType TypeOf(const std::wstring& /*path*/) { std::abort(); }
 uint64_t SizeOf(const std::wstring& /*path*/) { std::abort(); }
 bool CreateOneDirectory(const std::wstring& /*path*/) { std::abort(); }
-bool CreateDirectoryChain(const std::wstring& /*path*/) { std::abort(); }
+bool CreateDirectories(const std::wstring& /*path*/) { std::abort(); }
 
 int StandardOutputSignal() { return 0; }
 ScopedSignalBlock::ScopedSignalBlock(int signal) : blocked(signal) {}

@@ -58,7 +58,7 @@ namespace {
 using tarsio::MakeDir;
 using tarsio::MakeDirs;
 using tarsio::Path;
-using tarsio::platform::ObjectKind;
+using tarsio::platform::FileType;
 using testing::_;
 using testing::ElementsAre;
 using testing::InSequence;
@@ -74,10 +74,10 @@ class Platform {
  public:
   MOCK_METHOD(std::wstring, FullPath, (const std::wstring& path, size_t capacity));
   MOCK_METHOD(std::wstring, CurrentDirectory, (size_t capacity));
-  MOCK_METHOD(ObjectKind, KindOf, (const std::wstring& path));
+  MOCK_METHOD(FileType, TypeOf, (const std::wstring& path));
   MOCK_METHOD(uint64_t, SizeOf, (const std::wstring& path));
   MOCK_METHOD(bool, CreateOneDirectory, (const std::wstring& path));
-  MOCK_METHOD(bool, CreateDirectoryChain, (const std::wstring& path));
+  MOCK_METHOD(bool, CreateDirectories, (const std::wstring& path));
 
   // The conversions keep their arguments and map ASCII to itself.
   std::vector<std::string> widened;
@@ -109,10 +109,10 @@ std::wstring FullPath(const std::wstring& path, size_t capacity) {
   return current->FullPath(path, capacity);
 }
 std::wstring CurrentDirectory(size_t capacity) { return current->CurrentDirectory(capacity); }
-ObjectKind KindOf(const std::wstring& path) { return current->KindOf(path); }
+FileType TypeOf(const std::wstring& path) { return current->TypeOf(path); }
 uint64_t SizeOf(const std::wstring& path) { return current->SizeOf(path); }
 bool CreateOneDirectory(const std::wstring& path) { return current->CreateOneDirectory(path); }
-bool CreateDirectoryChain(const std::wstring& path) { return current->CreateDirectoryChain(path); }
+bool CreateDirectories(const std::wstring& path) { return current->CreateDirectories(path); }
 
 }  // namespace platform
 }  // namespace tarsio
@@ -188,7 +188,7 @@ std::vector<Row> Rows() {
 TEST_F(PathPlatform, QueriesHandOverThePrintedWindowsForm) {
   for (const Row& row : Rows()) {
     SCOPED_TRACE(row.text);
-    EXPECT_CALL(platform, KindOf(Wide(row.text))).Times(3).WillRepeatedly(Return(ObjectKind{}));
+    EXPECT_CALL(platform, TypeOf(Wide(row.text))).Times(3).WillRepeatedly(Return(FileType{}));
     EXPECT_CALL(platform, SizeOf(Wide(row.text))).WillOnce(Return(0U));
     platform.widened.clear();
     static_cast<void>(row.path.Exists());
@@ -201,19 +201,19 @@ TEST_F(PathPlatform, QueriesHandOverThePrintedWindowsForm) {
 }
 
 TEST_F(PathPlatform, AnswersFollowTheKindOfTheObject) {
-  struct KindRow {
-    ObjectKind kind;
+  struct TypeRow {
+    FileType type;
     bool exists;
     bool file;
     bool directory;
   };
-  const KindRow rows[] = {{ObjectKind::kNone, false, false, false},
-                          {ObjectKind::kDirectory, true, false, true},
-                          {ObjectKind::kOther, true, true, false}};
+  const TypeRow rows[] = {{FileType::kNone, false, false, false},
+                          {FileType::kDirectory, true, false, true},
+                          {FileType::kOther, true, true, false}};
   const Path path("a");
-  for (const KindRow& row : rows) {
-    SCOPED_TRACE(static_cast<int>(row.kind));
-    EXPECT_CALL(platform, KindOf(std::wstring(L"a"))).Times(3).WillRepeatedly(Return(row.kind));
+  for (const TypeRow& row : rows) {
+    SCOPED_TRACE(static_cast<int>(row.type));
+    EXPECT_CALL(platform, TypeOf(std::wstring(L"a"))).Times(3).WillRepeatedly(Return(row.type));
     EXPECT_EQ(path.Exists(), row.exists);
     EXPECT_EQ(path.IsFile(), row.file);
     EXPECT_EQ(path.IsDirectory(), row.directory);
@@ -307,7 +307,7 @@ const Maker kMakers[] = {
      }},
     {"MakeDirs", MakeDirs,
      [](Platform& platform, const std::string& text, bool result) {
-       EXPECT_CALL(platform, CreateDirectoryChain(Wide(text))).WillOnce(Return(result));
+       EXPECT_CALL(platform, CreateDirectories(Wide(text))).WillOnce(Return(result));
      }},
 };
 

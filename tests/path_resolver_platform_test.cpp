@@ -18,13 +18,13 @@ namespace {
 
 using tarsio::Path;
 using tarsio::PathResolver;
-using tarsio::platform::ObjectKind;
+using tarsio::platform::FileType;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
 struct Platform {
   std::wstring currentDirectory;
-  std::map<std::wstring, ObjectKind> objects;  // nothing else exists
+  std::map<std::wstring, FileType> objects;  // nothing else exists
   std::vector<std::wstring> asked;
   int currentDirectoryAsked = 0;
 };
@@ -41,10 +41,10 @@ std::wstring CurrentDirectory(size_t /*capacity*/) {
   return current->currentDirectory;
 }
 
-ObjectKind KindOf(const std::wstring& path) {
+FileType TypeOf(const std::wstring& path) {
   current->asked.push_back(path);
   const auto found = current->objects.find(path);
-  return found != current->objects.end() ? found->second : ObjectKind::kNone;
+  return found != current->objects.end() ? found->second : FileType::kNone;
 }
 
 // ASCII is enough here.
@@ -59,7 +59,7 @@ std::string Narrow(const std::wstring& utf16) {
 std::wstring FullPath(const std::wstring& /*path*/, size_t /*capacity*/) { std::abort(); }
 uint64_t SizeOf(const std::wstring& /*path*/) { std::abort(); }
 bool CreateOneDirectory(const std::wstring& /*path*/) { std::abort(); }
-bool CreateDirectoryChain(const std::wstring& /*path*/) { std::abort(); }
+bool CreateDirectories(const std::wstring& /*path*/) { std::abort(); }
 
 }  // namespace platform
 }  // namespace tarsio
@@ -105,7 +105,7 @@ TEST_F(PathResolverPlatform, AsksForOneJoinedPathAfterTheOtherUpToTheFirstThatEx
   resolver.Append("rel");
   resolver.Append("rel");
   resolver.Append("never");
-  platform.objects[LR"(rel\a\b)"] = ObjectKind::kDirectory;
+  platform.objects[LR"(rel\a\b)"] = FileType::kDirectory;
   EXPECT_EQ(resolver.Resolve("a/b").Str(), R"(rel\a\b)");
   EXPECT_THAT(platform.asked,
               ElementsAre(LR"(C:\home\u\a\b)", LR"(\\srv\share\a\b)", LR"(rel\a\b)"));
@@ -114,14 +114,14 @@ TEST_F(PathResolverPlatform, AsksForOneJoinedPathAfterTheOtherUpToTheFirstThatEx
 TEST_F(PathResolverPlatform, AsksForEveryEntryAndNotForTheValueWhenNothingExists) {
   PathResolver resolver;
   resolver.Prepend("x");
-  platform.objects[L"a"] = ObjectKind::kOther;
+  platform.objects[L"a"] = FileType::kOther;
   EXPECT_EQ(resolver.Resolve("a").Str(), "a");
   EXPECT_THAT(platform.asked, ElementsAre(LR"(x\a)", LR"(C:\home\u\a)"));
 }
 
 TEST_F(PathResolverPlatform, ObjectOfAnyKindWins) {
-  for (const ObjectKind kind : {ObjectKind::kDirectory, ObjectKind::kOther}) {
-    platform.objects[LR"(C:\home\u\a)"] = kind;
+  for (const FileType type : {FileType::kDirectory, FileType::kOther}) {
+    platform.objects[LR"(C:\home\u\a)"] = type;
     EXPECT_EQ(PathResolver().Resolve("a").Str(), R"(C:\home\u\a)");
   }
 }
@@ -133,7 +133,7 @@ TEST_F(PathResolverPlatform, AsksForTheDirectoryItselfWhenTheValueDoesNotJoin) {
   for (const Path& value : {Path(R"(C:\a)"), Path(R"(\\srv\share\a)"), posix}) {
     SCOPED_TRACE(value.Str());
     platform.asked.clear();
-    platform.objects = {{value.Wstr(), ObjectKind::kOther}, {L"dir", ObjectKind::kDirectory}};
+    platform.objects = {{value.Wstr(), FileType::kOther}, {L"dir", FileType::kDirectory}};
     PathResolver resolver;
     resolver.Append("dir");
     resolver.Append("never");
@@ -145,7 +145,7 @@ TEST_F(PathResolverPlatform, AsksForTheDirectoryItselfWhenTheValueDoesNotJoin) {
 TEST_F(PathResolverPlatform, LongJoinedPathsCarryTheLongPathPrefix) {
   const std::string name(300, 'x');
   const std::wstring full = LR"(\\?\C:\home\u\)" + std::wstring(300, L'x');
-  platform.objects[full] = ObjectKind::kOther;
+  platform.objects[full] = FileType::kOther;
   EXPECT_EQ(PathResolver().Resolve(name).Wstr(), full);
 }
 

@@ -108,17 +108,17 @@ class PlatformObjects : public testing::Test {
 };
 
 TEST_F(PlatformObjects, AChainOfDirectoriesIsMadeOnce) {
-  EXPECT_TRUE(platform::CreateDirectoryChain(Full("a/b/c")));
+  EXPECT_TRUE(platform::CreateDirectories(Full("a/b/c")));
   EXPECT_TRUE(std::filesystem::is_directory(directory.Native("a/b/c")));
-  EXPECT_FALSE(platform::CreateDirectoryChain(Full("a/b/c")));
-  EXPECT_FALSE(platform::CreateDirectoryChain(Full("a")));
-  EXPECT_TRUE(platform::CreateDirectoryChain(Full("a/d")));
+  EXPECT_FALSE(platform::CreateDirectories(Full("a/b/c")));
+  EXPECT_FALSE(platform::CreateDirectories(Full("a")));
+  EXPECT_TRUE(platform::CreateDirectories(Full("a/d")));
 }
 
 TEST_F(PlatformObjects, AChainThroughAFileIsNotMade) {
   directory.Write("file", "content");
-  EXPECT_FALSE(platform::CreateDirectoryChain(Full("file/a/b")));
-  EXPECT_FALSE(platform::CreateDirectoryChain(Full("file")));
+  EXPECT_FALSE(platform::CreateDirectories(Full("file/a/b")));
+  EXPECT_FALSE(platform::CreateDirectories(Full("file")));
   EXPECT_EQ(directory.Read("file"), "content");
 }
 
@@ -128,7 +128,7 @@ TEST_F(PlatformObjects, ManyMayMakeTheirChainsBelowTheSameDirectoriesAtOnce) {
     std::vector<std::future<bool>> made;
     for (const char* name : {"1", "2", "3", "4"}) {
       made.push_back(std::async(std::launch::async, [chain = Full(common + name)] {
-        return platform::CreateDirectoryChain(chain);
+        return platform::CreateDirectories(chain);
       }));
     }
     for (auto& each : made) EXPECT_TRUE(each.get()) << common;
@@ -138,7 +138,7 @@ TEST_F(PlatformObjects, ManyMayMakeTheirChainsBelowTheSameDirectoriesAtOnce) {
 TEST_F(PlatformObjects, WhatIsMadeIsForWhomTheUserMakesThings) {
   std::filesystem::create_directory(directory.Native("a directory"));
   ASSERT_TRUE(platform::CreateOneDirectory(Full("one")));
-  ASSERT_TRUE(platform::CreateDirectoryChain(Full("chain/link")));
+  ASSERT_TRUE(platform::CreateDirectories(Full("chain/link")));
   EXPECT_EQ(Permissions("one"), Permissions("a directory"));
   EXPECT_EQ(Permissions("chain"), Permissions("a directory"));
   EXPECT_EQ(Permissions("chain/link"), Permissions("a directory"));
@@ -154,10 +154,10 @@ TEST_F(PlatformObjects, SizesAreExactWhenStatFails) {
     SCOPED_TRACE(size);
     std::filesystem::resize_file(directory.Native("file"), size);
     EXPECT_EQ(platform::SizeOf(Full("file")), size);
-    EXPECT_EQ(platform::KindAndSizeOf(Full("file")).size, size);
+    EXPECT_EQ(platform::Status(Full("file")).size, size);
     const FailingStat failing;
     EXPECT_EQ(platform::SizeOf(Full("file")), size);
-    EXPECT_EQ(platform::KindAndSizeOf(Full("file")).size, size);
+    EXPECT_EQ(platform::Status(Full("file")).size, size);
   }
 }
 

@@ -1,6 +1,4 @@
-// A worker by itself, in ways in which its pool does not use it: started twice, stopped in the
-// midst of a task, started once more. The pool's source keeps the class to itself, so it is a part
-// of this one.
+// A worker used as its pool never uses it: started twice, stopped during a task, started again.
 
 #include <gtest/gtest.h>
 
@@ -15,7 +13,7 @@
 #include "support/background_call.h"
 #include "support/gate.h"
 #include "support/private_member.h"
-#include "thread_pool.cpp"
+#include "worker.h"
 
 namespace tarsio_test {
 

@@ -61,13 +61,13 @@ TESTS = {
     "src/platform/posix/environment.cpp": ["platform_test", "kernel_release_test", "charset_cvt_test",
                                            "sys_info_test"],
     "src/platform/posix/file.cpp": ["platform_test", "file_utils_test", "file_faults_test"],
-    "src/platform/posix/library.cpp": ["library_unload_test", "timer_test", "timer_exit_child"],
+    "src/platform/posix/module.cpp": ["library_unload_test", "timer_test", "timer_exit_child"],
     "src/platform/posix/locale.cpp": ["charset_cvt_test", "string_utils_test"],
     "src/platform/posix/native_path.cpp": ["path_test", "file_utils_test"],
-    "src/platform/posix/objects.cpp": ["platform_test", "path_test", "file_utils_test",
+    "src/platform/posix/file_status.cpp": ["platform_test", "path_test", "file_utils_test",
                                        "file_faults_test"],
     "src/platform/posix/paths.cpp": ["platform_test", "path_test"],
-    "src/platform/posix/text.cpp": ["path_test", "charset_cvt_test"],
+    "src/platform/posix/utf.cpp": ["path_test", "charset_cvt_test"],
 }
 
 CONFIGURE = ["cmake", "-G", "Ninja", "-S", str(TREE), "-DTARSIO_BUILD_TESTS=ON",
@@ -118,7 +118,7 @@ REPLACEMENTS = [
     (r"^ *((?:const )?std::(?:lock_guard|unique_lock)<[^;]*;)", [";"]),
     (r"^ *(throw\b[^;]*;)", [";"]),
     (r"\b((?:break|continue);)", [";"]),
-    (r"\breturn (?!(?:true|false|0|nullptr|FILE_OPT_SUCCESS|ObjectKind::kNone);)([^;{}]+);", ["{}"]),
+    (r"\breturn (?!(?:true|false|0|nullptr|FILE_OPT_SUCCESS|FileType::kNone);)([^;{}]+);", ["{}"]),
 ]
 
 NUMBER = r"(?<![\w.'])(0x[0-9A-Fa-f]+|\d+)(?=[uUlL]*(?![\w.']))"

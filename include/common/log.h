@@ -122,7 +122,7 @@ class TARSIO_COMMON_API Log {
              const char* format, ...) TARSIO_COMMON_PRINTF(6, 7);
 
  private:
-  class EndOfLog;
+  class EndAtExit;
   friend Log* internal::LogFor(LOG_LEVEL messageLevel);
 
   Log();

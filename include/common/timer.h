@@ -144,7 +144,8 @@ class TimerManager {
 
  private:
   friend class Timer;
-  class EndOfProcess;
+  class Heap;
+  class ShutdownAtExit;
 
   TimerManager() = default;
   ~TimerManager() = default;
@@ -152,12 +153,6 @@ class TimerManager {
   void Add(std::shared_ptr<Timer> timer, bool& queued);
   void Remove(const std::shared_ptr<Timer>& timer);
   static void Arm(Timer* timer, unsigned long long now);
-  void Place(size_t position, std::shared_ptr<Timer> timer);
-  void SiftUp(size_t position);
-  void SiftDown(size_t position);
-  void Push(std::shared_ptr<Timer> timer);
-  std::shared_ptr<Timer> TakeOut(size_t position);
-  size_t PositionOf(const std::shared_ptr<Timer>& timer) const;
   void RestoreOrder();
 
   void StartThread();

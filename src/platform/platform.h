@@ -1,11 +1,11 @@
-// All that the library asks of an operating system. The folders beside this file answer, one each;
-// no other file knows which system it is built for.
+// Everything the library needs from the operating system. Each folder next to this file implements
+// it for one system; no other file depends on the system.
 //
-// Wide text is UTF-16, one unit per wchar_t, on every system. Paths are Windows paths; a system
-// that has others maps them: drive C: is its root, other drives and shares do not exist, "." and
-// ".." are resolved by text. Nothing here keeps the cause of a failure.
+// Wide strings are UTF-16, one unit per wchar_t, on every system. Paths are Windows paths. A system
+// with other paths maps them: drive C: is its root, other drives and shares do not exist, and "."
+// and ".." are resolved lexically. Failures carry no cause.
 //
-// Threads: every function may be called from any thread at once.
+// Threads: all functions are safe to call concurrently.
 
 #ifndef TARSIO_COMMON_SRC_PLATFORM_PLATFORM_H_
 #define TARSIO_COMMON_SRC_PLATFORM_PLATFORM_H_
@@ -19,28 +19,29 @@
 
 namespace tarsio::platform {
 
-// ---- text ----
+// ---- UTF-8 and UTF-16 ----
 
-// UTF-8 to UTF-16. Each bad part becomes one U+FFFD: a lead byte with the continuation bytes after
-// it, up to and including the first that no valid sequence allows. Empty for INT_MAX bytes or more.
+// UTF-8 to UTF-16. Each ill-formed part becomes one U+FFFD: a lead byte with the continuation bytes
+// after it, up to and including the first that no valid sequence allows. Returns an empty string
+// for INT_MAX bytes or more.
 std::wstring Widen(const std::string& utf8);
 
-// UTF-16 to UTF-8. A lone surrogate becomes U+FFFD. Where wchar_t is wider, a value above 0xFFFF is
-// accepted as the character that it is. Empty for INT_MAX units or more.
+// UTF-16 to UTF-8. A lone surrogate becomes U+FFFD. Where wchar_t is wider than 16 bits, a value
+// above 0xFFFF is encoded as that code point. Returns an empty string for INT_MAX units or more.
 std::string Narrow(const std::wstring& utf16);
 
-// Makes the user's default locale the global one, of the C runtime too, and returns it. Its facet
-// between wchar_t and char knows the user's multibyte encoding. Throws std::runtime_error ("bad
-// locale name") if there is no such locale.
+// Makes the user's default locale the global locale, of C++ and of the C runtime, and returns it.
+// Its codecvt<wchar_t, char> facet converts the user's multibyte encoding. Throws
+// std::runtime_error ("bad locale name") if the locale does not exist.
 std::locale MakeUserLocaleGlobal();
 
-// Whether the C runtime classifies and maps this thread's characters by the classic locale, "C".
+// Returns true if the C runtime's character functions use the "C" locale on this thread.
 bool RuntimeLocaleIsClassic();
 
 // ---- environment ----
 
-// The value of an environment variable. Empty if there is none, or if the value with its terminator
-// exceeds `capacity` units.
+// The value of an environment variable. Empty if it is not set, or if the value and its terminator
+// need more than `capacity` units.
 std::wstring Environment(const std::wstring& name, size_t capacity);
 
 struct Version {
@@ -48,61 +49,60 @@ struct Version {
   uint32_t minor;
 };
 
-// The version of the running system. None if it cannot be told.
+// The version of the running system, or nullopt if it cannot be determined.
 std::optional<Version> RunningVersion();
 
 // ---- paths ----
 
-// The full path of `path`, built on the current directory: "." and ".." resolved but never above
-// the root, repeated separators merged, a single dot at the end of an inner component and all dots
-// and spaces at the end of the path dropped. Empty if `path` is empty or only spaces, or if the
-// result with its terminator exceeds `capacity` units.
+// Resolves `path` against the current directory. "." and ".." are resolved, never above the root;
+// repeated separators are merged. A single dot at the end of an inner component and all dots and
+// spaces at the end of the path are dropped. Empty if `path` is empty or only spaces, or if the
+// result and its terminator need more than `capacity` units.
 std::wstring FullPath(const std::wstring& path, size_t capacity);
 
-// The current directory as an absolute path. Empty if it cannot be told, or if it exceeds
-// `capacity` units with its terminator.
+// The current directory as an absolute path. Empty if it cannot be determined, or if it and its
+// terminator need more than `capacity` units.
 std::wstring CurrentDirectory(size_t capacity);
 
-// ---- objects in the file system ----
+// ---- file status ----
 
-enum class ObjectKind { kNone, kDirectory, kOther };
+enum class FileType { kNone, kDirectory, kOther };
 
-struct Object {
-  ObjectKind kind;
-  uint64_t size;  // as SizeOf() has it, of a file
+struct FileStatus {
+  FileType type;
+  uint64_t size;  // SizeOf() a file; unspecified for a directory
 };
 
-// What `path` names; kNone whenever the system does not say.
-ObjectKind KindOf(const std::wstring& path);
-Object KindAndSizeOf(const std::wstring& path);
+// What `path` names. kNone if it does not exist or the system reports an error.
+FileType TypeOf(const std::wstring& path);
+FileStatus Status(const std::wstring& path);
 
-// The size in bytes, of a directory too, as the runtime's stat reports it. 0 if the system does not
-// say.
+// The size in bytes that the runtime's stat() reports, for a directory too. 0 on failure.
 uint64_t SizeOf(const std::wstring& path);
 
-// Creates one directory. False if anything of that name exists, or its parent does not.
+// Creates one directory. False if the name exists or its parent does not.
 bool CreateOneDirectory(const std::wstring& path);
-// Creates a directory, given by its full path, and those missing above it. False if it exists.
-bool CreateDirectoryChain(const std::wstring& path);
+// Creates a directory and its missing parents. `path` must be a full path. False if it exists.
+bool CreateDirectories(const std::wstring& path);
 
-// The runtime's narrow calls, the bytes of `path` handed over as they are.
+// The runtime's narrow calls. The bytes of `path` are passed unchanged.
 bool CreateDirectoryNarrow(const std::string& path);
-bool RemoveDirectoryNarrow(const std::string& path);  // an empty one only
-bool RemoveFileNarrow(const std::string& path);       // refuses a directory
+bool RemoveDirectoryNarrow(const std::string& path);  // fails if it is not empty
+bool RemoveFileNarrow(const std::string& path);       // fails for a directory
 
 // ---- files ----
 
 // How to open a file for writing.
 struct WriteMode {
-  bool alsoRead;   // ask for the right to read it as well
-  bool mustExist;  // else a missing file is created
-  bool truncate;   // empty an existing file
-  bool atEnd;      // begin behind what the file holds
-  bool append;     // each write goes to the end, wherever that is by then
-  bool text;       // write line ends as the system's text files have them
+  bool alsoRead;   // request read access as well
+  bool mustExist;  // do not create a missing file
+  bool truncate;   // discard the contents of an existing file
+  bool atEnd;      // start writing at the end of the file
+  bool append;     // seek to the current end of the file before each write
+  bool text;       // convert "\n" to the system's line ending
 };
 
-// An open file. Others may read and write it meanwhile.
+// An open file, shared for reading and writing.
 class File {
  public:
   // Check IsOpen() for success.
@@ -114,9 +114,9 @@ class File {
   ~File();
 
   bool IsOpen() const { return descriptor >= 0; }
-  // Reads until `size` bytes have come or no more will; returns how many came.
+  // Reads up to `size` bytes. Returns fewer only at the end of the file or on failure.
   size_t Read(char* buffer, size_t size);
-  // Writes all of `data`, or as much as the system takes.
+  // Writes all of `data`, or less on failure.
   void Write(const char* data, size_t size);
 
  private:
@@ -127,12 +127,12 @@ class File {
 
 // ---- signals ----
 
-// The signal that a write to the standard output may raise where it should only fail: its reader
-// has left, or the file may not grow. 0 if there is none. A new standard output counts within 100
-// ms.
+// The signal that a failing write to the standard output may raise: the reader of a pipe is gone,
+// or a file has reached its size limit. 0 if none. The answer is cached for up to 100 ms.
 int StandardOutputSignal();
 
-// Blocks `signal` for this thread and discards one that was raised meanwhile. 0 blocks nothing.
+// Blocks `signal` for this thread and discards it if it was raised in the scope. Does nothing for
+// 0.
 class ScopedSignalBlock {
  public:
   explicit ScopedSignalBlock(int signal);
@@ -150,26 +150,26 @@ class ScopedSignalBlock {
 
 // ---- time ----
 
-// The wall clock: 100-ns ticks since 1970-01-01 UTC, as precise as the system has them.
+// The wall clock in 100-ns ticks since 1970-01-01 UTC, at the system's best resolution.
 int64_t WallClockTicks();
 
 // `seconds` since 1970-01-01 UTC as local calendar time. False if the system cannot convert it.
 bool LocalTime(int64_t seconds, std::tm* local);
 
-// Whether libcrypto can be called: at the end of the process it may have cleaned up after itself.
+// Whether libcrypto may be called. At process exit it may have run its own cleanup already.
 bool LibcryptoIsUsable();
 
-// ---- the library itself ----
+// ---- module and process ----
 
-// Keeps the library loaded until the process ends. Must be called before the library starts a
-// thread, and not under a lock: it may wait until another thread has loaded or unloaded a module.
+// Keeps the library loaded until the process ends. Call it before the library starts a thread, and
+// never while holding a lock: it may wait for another thread that loads or unloads a module.
 void PinLibrary();
 
-// Whether the process is ending and the system has killed every other thread already, perhaps one
-// that held a lock.
+// Whether the process is exiting and the system has killed all other threads. A killed thread may
+// have held a lock.
 bool ProcessIsEnding();
 
-// The number of forks between the process that loaded the library and this one.
+// The number of forks since the library was loaded, on the way to this process.
 int ForkCount();
 
 }  // namespace tarsio::platform

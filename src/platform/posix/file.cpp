@@ -82,7 +82,7 @@ int OpenNative(const std::wstring& path, int flags) {
   }
 }
 
-mode_t KindOf(int descriptor) {
+mode_t TypeOfDescriptor(int descriptor) {
   struct stat status {};
   return ::fstat(descriptor, &status) == 0 ? status.st_mode & S_IFMT : 0;
 }
@@ -94,17 +94,17 @@ void LetWait(int descriptor) {
 }
 
 // A device or a pipe has no end to write at, though lseek() succeeds on some devices.
-bool SeekToEnd(int descriptor, mode_t kind) {
-  return kind != S_IFCHR && ::lseek(descriptor, 0, SEEK_END) >= 0;
+bool SeekToEnd(int descriptor, mode_t type) {
+  return type != S_IFCHR && ::lseek(descriptor, 0, SEEK_END) >= 0;
 }
 
 // The signal that write() raises when a pipe's reader has left, or when a file gets too large for
 // the process's limit. 0 if there is none.
-int WriteSignalOf(mode_t kind) {
-  if (kind == S_IFIFO || kind == S_IFSOCK) return SIGPIPE;
+int WriteSignalOf(mode_t type) {
+  if (type == S_IFIFO || type == S_IFSOCK) return SIGPIPE;
   rlimit limit{};
   const bool limited =
-      kind == S_IFREG && ::getrlimit(RLIMIT_FSIZE, &limit) == 0 && limit.rlim_cur != RLIM_INFINITY;
+      type == S_IFREG && ::getrlimit(RLIMIT_FSIZE, &limit) == 0 && limit.rlim_cur != RLIM_INFINITY;
   return limited ? SIGXFSZ : 0;
 }
 
@@ -112,7 +112,7 @@ int WriteSignalOf(mode_t kind) {
 
 File File::OpenForReading(const std::wstring& path) {
   const int descriptor = OpenNative(path, O_RDONLY);
-  if (descriptor < 0 || KindOf(descriptor) == S_IFREG) return File(descriptor);
+  if (descriptor < 0 || TypeOfDescriptor(descriptor) == S_IFREG) return File(descriptor);
   // The caller has seen a file's size, but the name is that of something else by now.
   ::close(descriptor);
   return File(-1);
@@ -126,13 +126,13 @@ File File::OpenForWriting(const std::wstring& path, const WriteMode& mode) {
   if (mode.append) flags |= O_APPEND;
   const int descriptor = OpenNative(path, flags);
   if (descriptor < 0) return File(-1);
-  const mode_t kind = KindOf(descriptor);
+  const mode_t type = TypeOfDescriptor(descriptor);
   // A FIFO that is open for reading, too, has a reader that never reads.
-  if ((mode.alsoRead && kind == S_IFIFO) || (mode.atEnd && !SeekToEnd(descriptor, kind))) {
+  if ((mode.alsoRead && type == S_IFIFO) || (mode.atEnd && !SeekToEnd(descriptor, type))) {
     ::close(descriptor);
     return File(-1);
   }
-  if (kind != S_IFREG) LetWait(descriptor);
+  if (type != S_IFREG) LetWait(descriptor);
   return File(descriptor);
 }
 
@@ -153,7 +153,7 @@ size_t File::Read(char* buffer, size_t size) {
 }
 
 void File::Write(const char* data, size_t size) {
-  const ScopedSignalBlock noSignal(WriteSignalOf(KindOf(descriptor)));
+  const ScopedSignalBlock noSignal(WriteSignalOf(TypeOfDescriptor(descriptor)));
   while (size > 0) {
     const ssize_t count = ::write(descriptor, data, std::min(size, kLargestTransfer));
     if (count < 0 && errno == EINTR) continue;
@@ -164,21 +164,21 @@ void File::Write(const char* data, size_t size) {
 }
 
 int StandardOutputSignal() {
-  // Asking for the kind takes about as long as writing a line.
+  // Asking for the type takes about as long as writing a line.
   constexpr int64_t kPeriodMs = 100;
-  constexpr int64_t kKinds = S_IFMT + 1;
-  // The kind, and when it was asked for: in one value, since threads share it.
+  constexpr int64_t kTypes = S_IFMT + 1;
+  // The type, and when it was asked for: in one value, since threads share it.
   // NOLINTNEXTLINE(*-non-const-global-variables): as said
   static std::atomic<int64_t> answer{-1};
   timespec time{};
   ::clock_gettime(CLOCK_MONOTONIC_COARSE, &time);
   const int64_t period = (time.tv_sec * 1000 + time.tv_nsec / 1000000) / kPeriodMs;
   const int64_t known = answer.load(std::memory_order_relaxed);
-  if (known >= 0 && known / kKinds == period)
-    return WriteSignalOf(static_cast<mode_t>(known % kKinds));
-  const mode_t kind = KindOf(STDOUT_FILENO);
-  answer.store(period * kKinds + kind, std::memory_order_relaxed);
-  return WriteSignalOf(kind);
+  if (known >= 0 && known / kTypes == period)
+    return WriteSignalOf(static_cast<mode_t>(known % kTypes));
+  const mode_t type = TypeOfDescriptor(STDOUT_FILENO);
+  answer.store(period * kTypes + type, std::memory_order_relaxed);
+  return WriteSignalOf(type);
 }
 
 ScopedSignalBlock::ScopedSignalBlock(int signal) {

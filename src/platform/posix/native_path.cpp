@@ -3,13 +3,12 @@
 #include <algorithm>
 #include <utility>
 
+#include "path_syntax.h"
 #include "platform/platform.h"
 
 namespace tarsio::platform {
 
 namespace {
-
-constexpr std::string_view kLongPrefix = R"(\\?\)";
 
 size_t ComponentEnd(std::string_view path, size_t begin) {
   while (begin < path.size() && !IsSeparator(path[begin])) ++begin;

@@ -14,8 +14,6 @@ namespace tarsio::platform {
 std::string NativePath(std::string path);
 std::string NativePath(const std::wstring& path);
 
-inline bool IsSeparator(char c) { return c == '\\' || c == '/'; }
-
 struct RootedPath {
   // "C:/", "//server/share/" or "//?/", each with the separators it was given. Empty if the path is
   // relative to the current directory.

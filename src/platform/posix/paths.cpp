@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <memory>
 
+#include "path_syntax.h"
 #include "platform/platform.h"
 #include "platform/posix/native_path.h"
 

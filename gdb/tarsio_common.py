@@ -6,7 +6,7 @@
     $2 = BlockingQueue: 2 of 64 elements, open = {1, 2}
 
 Nothing runs in the debugged program, so a core file will do. gdb loads this file by itself with an
-installed library; `source tools/gdb/tarsio_common.py` loads it by hand. The standard library's own
+installed library; `source gdb/tarsio_common.py` loads it by hand. The standard library's own
 printers show what is inside.
 """
 

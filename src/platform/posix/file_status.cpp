@@ -17,20 +17,20 @@ bool MakeNativeDirectory(const std::string& native) { return ::mkdir(native.c_st
 
 }  // namespace
 
-ObjectKind KindOf(const std::wstring& path) { return KindAndSizeOf(path).kind; }
+FileType TypeOf(const std::wstring& path) { return Status(path).type; }
 
-Object KindAndSizeOf(const std::wstring& path) {
+FileStatus Status(const std::wstring& path) {
   struct stat status {};
   if (!Stat(path, &status)) return {};
-  return {S_ISDIR(status.st_mode) ? ObjectKind::kDirectory : ObjectKind::kOther,
+  return {S_ISDIR(status.st_mode) ? FileType::kDirectory : FileType::kOther,
           static_cast<uint64_t>(status.st_size)};
 }
 
-uint64_t SizeOf(const std::wstring& path) { return KindAndSizeOf(path).size; }
+uint64_t SizeOf(const std::wstring& path) { return Status(path).size; }
 
 bool CreateOneDirectory(const std::wstring& path) { return MakeNativeDirectory(NativePath(path)); }
 
-bool CreateDirectoryChain(const std::wstring& path) {
+bool CreateDirectories(const std::wstring& path) {
   const std::string native = NativePath(path);
   if (native.empty() || native[0] != '/') return false;
   // Those that exist stay, and if one cannot be made, the last cannot either.

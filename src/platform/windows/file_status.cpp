@@ -11,15 +11,15 @@ extern "C" __declspec(dllimport) int WINAPI SHCreateDirectory(HWND owner, LPCWST
 
 namespace tarsio::platform {
 
-ObjectKind KindOf(const std::wstring& path) {
+FileType TypeOf(const std::wstring& path) {
   const DWORD attributes = ::GetFileAttributesW(path.c_str());
-  if (attributes == INVALID_FILE_ATTRIBUTES) return ObjectKind::kNone;
-  return (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0 ? ObjectKind::kDirectory : ObjectKind::kOther;
+  if (attributes == INVALID_FILE_ATTRIBUTES) return FileType::kNone;
+  return (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0 ? FileType::kDirectory : FileType::kOther;
 }
 
-Object KindAndSizeOf(const std::wstring& path) {
-  const ObjectKind kind = KindOf(path);
-  return {kind, kind == ObjectKind::kOther ? SizeOf(path) : 0};
+FileStatus Status(const std::wstring& path) {
+  const FileType type = TypeOf(path);
+  return {type, type == FileType::kOther ? SizeOf(path) : 0};
 }
 
 uint64_t SizeOf(const std::wstring& path) {
@@ -35,7 +35,7 @@ bool CreateOneDirectory(const std::wstring& path) {
   return ::CreateDirectoryW(path.c_str(), nullptr) != 0;
 }
 
-bool CreateDirectoryChain(const std::wstring& path) {
+bool CreateDirectories(const std::wstring& path) {
   return ::SHCreateDirectory(nullptr, path.c_str()) == ERROR_SUCCESS;
 }
 
