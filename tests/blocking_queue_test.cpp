@@ -47,7 +47,7 @@ using tarsio::BlockingQueue;
 using tarsio_test::AllocationWatch;
 using tarsio_test::BackgroundCall;
 using tarsio_test::Gate;
-using tarsio_test::kPatience;
+using tarsio_test::kTestTimeout;
 using tarsio_test::LogRecord;
 using tarsio_test::LogRecords;
 using testing::ElementsAre;
@@ -112,7 +112,7 @@ int64_t MicrosecondsOf(Call call) {
   return std::chrono::duration_cast<std::chrono::microseconds>(end - begin).count();
 }
 
-constexpr int64_t kPatienceUs = std::chrono::microseconds(kPatience).count();
+constexpr int64_t kTestTimeoutUs = std::chrono::microseconds(kTestTimeout).count();
 
 // ---- capacity and order ----
 
@@ -228,7 +228,7 @@ TEST(BlockingQueue, PositiveTimeoutIsWaitedOutAndNotOneInstantLess) {
       const int64_t lasted = MicrosecondsOf([&] { result = row.Call(*queue, timeoutMs); });
       EXPECT_FALSE(result);
       EXPECT_GE(lasted, timeoutMs * 1000);
-      EXPECT_LT(lasted, kPatienceUs);
+      EXPECT_LT(lasted, kTestTimeoutUs);
     }
     EXPECT_EQ(queue->Size(), row.closed ? 0 : row.content.size());
   }

@@ -67,8 +67,8 @@ using std::chrono::system_clock;
 using tarsio::CountDownLatch;
 using tarsio::CountOutWake;
 using tarsio_test::BackgroundCall;
-using tarsio_test::kPatience;
-using tarsio_test::kWatch;
+using tarsio_test::kBlockedCheck;
+using tarsio_test::kTestTimeout;
 using tarsio_test::LogRecords;
 
 using Timeout = unsigned long long;
@@ -158,7 +158,7 @@ class Waiters {
 
   // Watches the threads for a while; whether none has returned.
   bool AllStayBlocked() {
-    milliseconds watch = kWatch;
+    milliseconds watch = kBlockedCheck;
     for (BackgroundCall& call : calls) {
       if (!call.StaysBlocked(std::exchange(watch, milliseconds(0)))) return false;
     }
@@ -170,7 +170,7 @@ class Waiters {
   std::vector<BackgroundCall> calls;
 };
 
-// How long Wait() lasts on the system clock; more than kPatience if it does not return.
+// How long Wait() lasts on the system clock; more than kTestTimeout if it does not return.
 template <typename Latch>
 nanoseconds DurationOfWait(const std::shared_ptr<Latch>& latch, Timeout timeout) {
   const auto duration = std::make_shared<nanoseconds>();
@@ -189,7 +189,7 @@ nanoseconds ShortestWait(const std::shared_ptr<Latch>& latch, Timeout timeout) {
   nanoseconds shortest = nanoseconds::max();
   for (int i = 0; i < kAttempts && shortest >= kAtOnce; ++i) {
     const nanoseconds duration = DurationOfWait(latch, timeout);
-    if (duration > kPatience) return duration;  // another attempt would take as long
+    if (duration > kTestTimeout) return duration;  // another attempt would take as long
     shortest = std::min(shortest, duration);
   }
   return shortest;
@@ -229,7 +229,7 @@ void ExpectTimeoutsWaitUntilFreed(const std::vector<TimeoutRow>& rows) {
     waiters.push_back(std::make_unique<Waiters<Latch>>(latches.back()));
     waiters.back()->Add(row.timeout);
   }
-  std::this_thread::sleep_for(kWatch);
+  std::this_thread::sleep_for(kBlockedCheck);
   for (size_t i = 0; i < rows.size(); ++i) {
     SCOPED_TRACE(rows[i].name);
     EXPECT_EQ(waiters[i]->Returned(), 0u);
@@ -248,7 +248,7 @@ void ExpectAnyWakeUpEndsTheWait() {
     waiters.Add(timeout);
     ASSERT_TRUE(waiters.AllStayBlocked());
     const auto start = std::chrono::steady_clock::now();
-    while (waiters.Returned() == 0 && std::chrono::steady_clock::now() - start < kPatience) {
+    while (waiters.Returned() == 0 && std::chrono::steady_clock::now() - start < kTestTimeout) {
       CvOf(*latch).notify_all();  // again, if the thread was not inside yet
       std::this_thread::sleep_for(milliseconds(1));
     }
@@ -271,7 +271,7 @@ void ExpectWaitsForTheMutex(const std::shared_ptr<Latch>& latch, std::function<v
 bool Reads(CountOutWake& wake, unsigned int count) {
   const auto start = std::chrono::steady_clock::now();
   while (wake.GetCount() != count) {
-    if (std::chrono::steady_clock::now() - start > kPatience) return false;
+    if (std::chrono::steady_clock::now() - start > kTestTimeout) return false;
     std::this_thread::sleep_for(milliseconds(1));
   }
   return true;
@@ -364,7 +364,7 @@ TEST(CountDownLatch, TimeoutIsInMillisecondsAndLeavesTheCount) {
   const auto latch = std::make_shared<CountDownLatch>(2u);
   const nanoseconds duration = DurationOfWait(latch, 1500);
   EXPECT_GE(duration, milliseconds(1500));
-  EXPECT_LT(duration, kPatience);
+  EXPECT_LT(duration, kTestTimeout);
   EXPECT_EQ(latch->GetCount(), 2u);
 }
 
@@ -374,7 +374,7 @@ TEST(CountDownLatch, WaitIsNeverShorterThanItsTimeout) {
     SCOPED_TRACE(timeout);
     const nanoseconds duration = DurationOfWait(latch, timeout);
     ASSERT_GE(duration, milliseconds(timeout));
-    ASSERT_LT(duration, kPatience);
+    ASSERT_LT(duration, kTestTimeout);
   }
   EXPECT_EQ(latch->GetCount(), 1u);
 }
@@ -515,7 +515,7 @@ TEST(CountOutWake, CountOutWakesOneOfSeveral) {
     wake->CountOut();
     ASSERT_TRUE(Reads(*wake, left));
     if (left == 0) break;
-    std::this_thread::sleep_for(kWatch / 3);
+    std::this_thread::sleep_for(kBlockedCheck / 3);
     ASSERT_EQ(wake->GetCount(), left) << "more than one has been woken";
     ASSERT_LE(waiters.Returned(), kWaiters - left);
   }
@@ -576,7 +576,7 @@ TEST(CountOutWake, TimeoutIsInNanoseconds) {
   const auto wake = std::make_shared<CountOutWake>(1u);
   const nanoseconds duration = DurationOfWait(wake, 100'000'000);
   EXPECT_GE(duration, milliseconds(100));
-  EXPECT_LT(duration, kPatience);
+  EXPECT_LT(duration, kTestTimeout);
   EXPECT_EQ(wake->GetCount(), 1u);
 }
 
@@ -584,7 +584,7 @@ TEST(CountOutWake, OneSecondIsABillion) {
   const auto wake = std::make_shared<CountOutWake>();
   const nanoseconds duration = DurationOfWait(wake, 1'000'000'000);
   EXPECT_GE(duration, seconds(1));
-  EXPECT_LT(duration, kPatience);
+  EXPECT_LT(duration, kTestTimeout);
 }
 
 TEST(CountOutWake, TimeoutOfAThousandIsNotASecond) {
@@ -603,7 +603,7 @@ TEST(CountOutWake, WaitIsNeverShorterThanItsTimeout) {
     SCOPED_TRACE(timeout);
     const nanoseconds duration = DurationOfWait(wake, timeout);
     ASSERT_GE(duration, nanoseconds(timeout));
-    ASSERT_LT(duration, kPatience);
+    ASSERT_LT(duration, kTestTimeout);
   }
 }
 
@@ -718,7 +718,7 @@ TEST(CountOutWake, CountOutsReleaseThreadsThatWaitWithoutLimit) {
     return std::any_of(calls.begin(), calls.end(),
                        [](BackgroundCall& call) { return !call.ReturnsWithin(milliseconds(0)); });
   };
-  while (running() && std::chrono::steady_clock::now() - start < kPatience) wake->CountOut();
+  while (running() && std::chrono::steady_clock::now() - start < kTestTimeout) wake->CountOut();
   EXPECT_FALSE(running());
   EXPECT_EQ(*wakeUps, kWaiters * kRounds);
   EXPECT_EQ(wake->GetCount(), 0u);

@@ -55,7 +55,7 @@ using tarsio::TsStringPair;
 using tarsio_test::AllocationWatch;
 using tarsio_test::Events;
 using tarsio_test::Gate;
-using tarsio_test::kPatience;
+using tarsio_test::kTestTimeout;
 using tarsio_test::LiveAllocations;
 using tarsio_test::ScopedDirectory;
 using tarsio_test::ScopedVariable;
@@ -518,7 +518,7 @@ TEST(MemoryFaults, Close) {
 
 // The threads of a pool let go of what they hold shortly after they have left it.
 bool AllocationsFallTo(size_t number) {
-  for (const auto end = std::chrono::steady_clock::now() + kPatience;
+  for (const auto end = std::chrono::steady_clock::now() + kTestTimeout;
        std::chrono::steady_clock::now() < end;) {
     if (LiveAllocations() == number) return true;
     std::this_thread::sleep_for(std::chrono::milliseconds(5));

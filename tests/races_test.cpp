@@ -38,7 +38,7 @@ using tarsio::CountDownLatch;
 using tarsio::CountOutWake;
 using tarsio::ThreadPool;
 using tarsio_test::Events;
-using tarsio_test::kPatience;
+using tarsio_test::kTestTimeout;
 
 constexpr int kRounds = 1000;
 constexpr auto kMethodWithoutName = static_cast<ThreadPool::SHUTDOWN_METHOD>(7);
@@ -373,7 +373,7 @@ TEST_F(Races, OneShotTimersFireOnceUnlessTheyAreStopped) {
       }
     }
   });
-  const auto giveUp = steady_clock::now() + kPatience;
+  const auto giveUp = steady_clock::now() + kTestTimeout;
   int stopped = 0;
   int total = 0;
   for (auto& list : timers) {
@@ -444,7 +444,7 @@ TEST_F(Races, OneTimerStartedAndStoppedByManyFiresOncePerStartAtMost) {
   EXPECT_LE(*counted.fired, starts);
   *counted.fired = 0;
   counted.timer->Start();
-  for (const auto giveUp = steady_clock::now() + kPatience;
+  for (const auto giveUp = steady_clock::now() + kTestTimeout;
        *counted.fired == 0 && steady_clock::now() < giveUp;) {
     std::this_thread::sleep_for(milliseconds(1));
   }

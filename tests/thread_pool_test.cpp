@@ -100,7 +100,7 @@ using tarsio_test::AllocationWatch;
 using tarsio_test::BackgroundCall;
 using tarsio_test::Events;
 using tarsio_test::Gate;
-using tarsio_test::kPatience;
+using tarsio_test::kTestTimeout;
 using tarsio_test::LogRecord;
 using tarsio_test::LogRecords;
 using tarsio_test::RefuseThreadStarts;
@@ -201,7 +201,7 @@ class HeldTask {
   // Submits it, and returns whether a worker has taken it.
   bool StartIn(const PoolPtr& pool) const {
     SubmitTo(pool);
-    return StartsWithin(kPatience);
+    return StartsWithin(kTestTimeout);
   }
   bool StartsWithin(milliseconds limit) const { return state->started.WaitFor(limit); }
   void Release() const { state->release.Open(); }
@@ -933,9 +933,9 @@ TEST(ThreadPool, WaitFromATaskBlocksForEverWithoutOtherWorkers) {
   });
   pool->SubmitTask([] {});
   goOn->Open();
-  EXPECT_FALSE(waited->WaitFor(tarsio_test::kWatch));
+  EXPECT_FALSE(waited->WaitFor(tarsio_test::kBlockedCheck));
   while (pool->GetPendingTaskNumber() != 1) std::this_thread::yield();
-  EXPECT_FALSE(waited->WaitFor(tarsio_test::kWatch));
+  EXPECT_FALSE(waited->WaitFor(tarsio_test::kBlockedCheck));
 }
 
 // ---- Shutdown ----
@@ -1171,7 +1171,7 @@ TEST(ThreadPool, WorkersKeepThePoolAndRunAllThatIsPending) {
       });
     }
   }
-  EXPECT_FALSE(destruction->begun.WaitFor(tarsio_test::kWatch)) << "the workers own it, too";
+  EXPECT_FALSE(destruction->begun.WaitFor(tarsio_test::kBlockedCheck)) << "the workers own it, too";
   tasks[0].Release();
   tasks[1].Release();
   ASSERT_TRUE(destruction->finished.WaitFor());
@@ -1493,7 +1493,7 @@ class RetiringWorker {
       late = std::make_shared<HeldTask>();
       late->Release();
       late->SubmitTo(pool);
-      if (!late->StartsWithin(tarsio_test::kWatch)) return;  // the worker looks no more
+      if (!late->StartsWithin(tarsio_test::kBlockedCheck)) return;  // the worker looks no more
       lock.unlock();  // it was late, and took the task as usual
     }
     FAIL() << "the worker does not retire";

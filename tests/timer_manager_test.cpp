@@ -46,7 +46,7 @@ using component::TsTimer;
 using tarsio_test::BackgroundCall;
 using tarsio_test::Events;
 using tarsio_test::Gate;
-using tarsio_test::kPatience;
+using tarsio_test::kTestTimeout;
 using tarsio_test::OpenOnExit;
 using testing::ElementsAre;
 using testing::ElementsAreArray;
@@ -101,7 +101,7 @@ class FakePlatform {
 
   bool AwaitPassAfter(int number) {
     std::unique_lock<std::mutex> lock(mutex);
-    return passed.wait_for(lock, kPatience, [&] { return passes > number; });
+    return passed.wait_for(lock, kTestTimeout, [&] { return passes > number; });
   }
 
   int Passes() {
@@ -232,7 +232,7 @@ FakePlatform& Platform() { return FakePlatform::Get(); }
 // Ends a child process that hangs.
 void StartWatchdog() {
   std::thread([] {
-    std::this_thread::sleep_for(kPatience);
+    std::this_thread::sleep_for(kTestTimeout);
     std::fputs("the process hangs\n", stderr);
     std::_Exit(3);
   }).detach();
@@ -1302,7 +1302,7 @@ TEST_F(TimerManagerProcess, EndIsReachedWhileTheTimerThreadWaitsForTheLock) {
             std::this_thread::sleep_for(kSeveralPasses);
           });
           other->Start();
-          std::this_thread::sleep_for(2 * kPatience);
+          std::this_thread::sleep_for(2 * kTestTimeout);
         },
         testing::ExitedWithCode(0), "");
   }
@@ -1344,7 +1344,7 @@ TEST_F(TimerManagerProcess, EndInAnActionFailsToJoinItsOwnThreadAndEndsTheProces
         });
         const auto timer = Started(10, kOnce, [] { std::exit(0); });
         BeginPassAt(kStart + 10);
-        std::this_thread::sleep_for(kPatience);
+        std::this_thread::sleep_for(kTestTimeout);
       },
       "deadlock");
 }
@@ -1359,7 +1359,7 @@ TEST_F(TimerManagerProcess, EndNeitherLocksNorJoinsWhenTheTimerThreadIsGone) {
           StartWatchdog();
           const auto timer = Started(10, kRepeating, [] {
             LastingGate().Open();
-            std::this_thread::sleep_for(2 * kPatience);  // as good as gone
+            std::this_thread::sleep_for(2 * kTestTimeout);  // as good as gone
           });
           BeginPassAt(kStart + 10);
           LastingGate().WaitFor();

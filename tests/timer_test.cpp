@@ -71,7 +71,7 @@ using component::TsTimer;
 using tarsio_test::BackgroundCall;
 using tarsio_test::Events;
 using tarsio_test::Gate;
-using tarsio_test::kPatience;
+using tarsio_test::kTestTimeout;
 using tarsio_test::OpenOnExit;
 using testing::Each;
 using testing::ElementsAre;
@@ -133,7 +133,7 @@ void AwaitPasses() {
 // Waits for something that only a look can tell.
 template <typename Condition>
 bool Eventually(Condition condition) {
-  const auto deadline = std::chrono::steady_clock::now() + kPatience;
+  const auto deadline = std::chrono::steady_clock::now() + kTestTimeout;
   while (!condition()) {
     if (std::chrono::steady_clock::now() > deadline) return false;
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
@@ -691,7 +691,7 @@ TEST(Timer, StartAndStopOfOtherThreadsWaitWhileTimersFire) {
     other->SetState(other->GetLoop());
     TimerManager::GetInstance()->GetCurrentMillisecs();
   });
-  EXPECT_TRUE(unrelated.ReturnsWithin(kPatience / 4));  // before the action gives up
+  EXPECT_TRUE(unrelated.ReturnsWithin(kTestTimeout / 4));  // before the action gives up
   release->Open();
   EXPECT_TRUE(start.ReturnsWithin());
   EXPECT_TRUE(stop.ReturnsWithin());

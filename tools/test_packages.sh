@@ -74,4 +74,4 @@ printers=$(find "$work/linux/usr/share/gdb/auto-load${libraries#"$work/linux"}" 
     echo "windows toolchain $kind x86_64-w64-mingw32-g++-posix"
   done
 } > "$work/matrix"
-xargs -P "$jobs" -L 1 sh "$root/tests/consumers/cell.sh" "$work" < "$work/matrix"
+xargs -P "$jobs" -L 1 sh "$root/tests/consumers/run_cell.sh" "$work" < "$work/matrix"

@@ -36,12 +36,12 @@ class BackgroundCall {
   }
 
   // Waits up to `limit`; whether the call has returned and let go of all that it used.
-  bool ReturnsWithin(std::chrono::milliseconds limit = kPatience) {
+  bool ReturnsWithin(std::chrono::milliseconds limit = kTestTimeout) {
     return call->returned.WaitFor(limit);
   }
 
   // Watches the running call for a while; whether it has not returned.
-  bool StaysBlocked(std::chrono::milliseconds watch = kWatch) {
+  bool StaysBlocked(std::chrono::milliseconds watch = kBlockedCheck) {
     return call->started.WaitFor() && !call->returned.WaitFor(watch);
   }
 

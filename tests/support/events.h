@@ -26,7 +26,7 @@ class Events {
   // Waits until there have been `number` events. False if they do not come.
   bool Await(int number = 1) const {
     std::unique_lock<std::mutex> lock(mutex);
-    return added.wait_for(lock, kPatience, [&] { return count >= number; });
+    return added.wait_for(lock, kTestTimeout, [&] { return count >= number; });
   }
 
  private:

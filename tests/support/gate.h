@@ -14,9 +14,9 @@
 namespace tarsio_test {
 
 // How long an event that must come is waited for before the test fails.
-constexpr std::chrono::seconds kPatience{40};
+constexpr std::chrono::seconds kTestTimeout{40};
 // How long a call that must not return is watched.
-constexpr std::chrono::milliseconds kWatch{300};
+constexpr std::chrono::milliseconds kBlockedCheck{300};
 
 // Whoever has waited for its opening may destroy it.
 class Gate {
@@ -33,7 +33,7 @@ class Gate {
   }
 
   // Waits up to `limit`; whether the gate is open.
-  bool WaitFor(std::chrono::milliseconds limit = kPatience) {
+  bool WaitFor(std::chrono::milliseconds limit = kTestTimeout) {
     std::unique_lock<std::mutex> lock(mutex);
     return changed.wait_for(lock, limit, [this] { return open; });
   }

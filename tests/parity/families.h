@@ -3,7 +3,7 @@
 #ifndef TARSIO_COMMON_TESTS_SAME_RESULTS_FAMILIES_H_
 #define TARSIO_COMMON_TESTS_SAME_RESULTS_FAMILIES_H_
 
-#include "same_results/table.h"
+#include "parity/table.h"
 
 namespace tarsio_test {
 

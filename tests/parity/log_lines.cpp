@@ -4,7 +4,7 @@
 #include <string>
 
 #include "common/log.h"
-#include "same_results/families.h"
+#include "parity/families.h"
 
 // The formats come from tables, some of them without arguments.
 #pragma GCC diagnostic ignored "-Wformat-security"

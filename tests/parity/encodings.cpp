@@ -2,7 +2,7 @@
 
 #include "common/charset_cvt.h"
 #include "common/log.h"
-#include "same_results/families.h"
+#include "parity/families.h"
 #include "support/recording_logger.h"
 
 namespace tarsio_test {

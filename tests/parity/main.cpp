@@ -1,13 +1,13 @@
-// same_results FILE: writes what the library's pure functions make of some thousand inputs. The
+// parity FILE: writes what the library's pure functions make of some thousand inputs. The
 // files that two systems write have to be the same, byte for byte.
 
 #include <cstdio>
 
-#include "same_results/families.h"
+#include "parity/families.h"
 
 int main(int argc, char** argv) {
   if (argc != 2) {
-    std::fputs("usage: same_results FILE\n", stderr);
+    std::fputs("usage: parity FILE\n", stderr);
     return 2;
   }
   tarsio_test::Table table(argv[1]);

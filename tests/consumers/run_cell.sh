@@ -1,5 +1,5 @@
 #!/bin/sh
-# tests/consumers/cell.sh WORK SYSTEM WAY KIND COMPILER: builds and runs the host in every language
+# tests/consumers/run_cell.sh WORK SYSTEM WAY KIND COMPILER: builds and runs the host in every language
 # standard. SYSTEM is linux or windows, whose package lies unpacked in WORK/SYSTEM; WAY is cmake, toolchain
 # (CMake, with the library's toolchain file), pkg-config or add_subdirectory; KIND is shared or static.
 set -eu

@@ -1,7 +1,7 @@
 #include <sstream>
 
 #include "common/path.h"
-#include "same_results/families.h"
+#include "parity/families.h"
 
 namespace tarsio_test {
 

@@ -3,7 +3,7 @@
 #include "common/misc.h"
 #include "common/string_utils.h"
 #include "common/ts_string.h"
-#include "same_results/families.h"
+#include "parity/families.h"
 
 namespace tarsio_test {
 
