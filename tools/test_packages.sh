@@ -31,7 +31,7 @@ for folder in "$work/linux/usr/share/doc/libtarsio-common-doc" \
     [ -s "$folder/$file" ] || fail "no $folder/$file"
   done
 done
-sh "$root/tests/consumers/refusals.sh" "$work"
+sh "$root/tests/packages/consumers/refusals.sh" "$work"
 
 cd "$root"
 libraries=$(dirname "$work"/linux/usr/lib/*/libtarsio-common.so.1)
@@ -74,4 +74,4 @@ printers=$(find "$work/linux/usr/share/gdb/auto-load${libraries#"$work/linux"}" 
     echo "windows toolchain $kind x86_64-w64-mingw32-g++-posix"
   done
 } > "$work/matrix"
-xargs -P "$jobs" -L 1 sh "$root/tests/consumers/run_cell.sh" "$work" < "$work/matrix"
+xargs -P "$jobs" -L 1 sh "$root/tests/packages/consumers/run_cell.sh" "$work" < "$work/matrix"

@@ -1,10 +1,10 @@
 #!/bin/sh
-# tests/consumers/run_cell.sh WORK SYSTEM WAY KIND COMPILER: builds and runs the host in every language
+# tests/packages/consumers/run_cell.sh WORK SYSTEM WAY KIND COMPILER: builds and runs the host in every language
 # standard. SYSTEM is linux or windows, whose package lies unpacked in WORK/SYSTEM; WAY is cmake, toolchain
 # (CMake, with the library's toolchain file), pkg-config or add_subdirectory; KIND is shared or static.
 set -eu
 here=$(cd "$(dirname "$0")" && pwd)
-root=$(cd "$here/../.." && pwd)
+root=$(cd "$here/../../.." && pwd)
 work=$1 system=$2 way=$3 kind=$4 compiler=$5
 cell=$work/$system-$way-$kind-$compiler
 package=$work/$system

@@ -1,5 +1,5 @@
 #!/bin/sh
-# tests/consumers/refusals.sh WORK: what the packages unpacked in WORK/linux and WORK/windows say to
+# tests/packages/consumers/refusals.sh WORK: what the packages unpacked in WORK/linux and WORK/windows say to
 # projects that they are not for. Each project is described by the variables that CMake sets for it.
 set -eu
 here=$(cd "$(dirname "$0")" && pwd)

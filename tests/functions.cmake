@@ -1,0 +1,96 @@
+# Functions that define the test programs.
+
+# What a test needs from one system is in a folder of that system's.
+if(WIN32)
+  set(system_support "${PROJECT_SOURCE_DIR}/tests/support/windows")
+else()
+  set(system_support "${PROJECT_SOURCE_DIR}/tests/support/posix")
+endif()
+set(test_support "${PROJECT_SOURCE_DIR}/tests/support")
+
+# What is tested is optimised; the tests are not, which takes a quarter of the time to compile. Except
+# those that compute a lot, count what the compiler may leave out, or race.
+set(optimised_tests charset_cvt_test string_utils_test allocation_counts_test races_test)
+
+# tarsio_test_program(name sources...): each case runs in a process of its own, since the log and the
+# timers live as long as the process.
+function(tarsio_test_program name)
+  add_executable(${name} ${ARGN})
+  if(NOT MSVC AND NOT name IN_LIST optimised_tests)
+    set_source_files_properties(${name}.cpp PROPERTIES COMPILE_OPTIONS -O0)
+  endif()
+  target_compile_features(${name} PRIVATE cxx_std_17)
+  target_include_directories(${name} PRIVATE "${PROJECT_SOURCE_DIR}/tests")
+  target_link_libraries(${name} PRIVATE GTest::gmock_main)
+  tarsio_compile_options(${name})
+  if(under_wine)
+    add_dependencies(${name} launcher)
+  endif()
+  # A race of a thousand rounds takes minutes on a busy machine.
+  gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60
+    PROPERTIES TIMEOUT $<IF:$<STREQUAL:${name},races_test>,600,300> LABELS ${name})
+endfunction()
+
+# tarsio_test(name sources...): name.cpp, linked with the library.
+function(tarsio_test name)
+  tarsio_test_program(${name} ${name}.cpp ${ARGN})
+  target_link_libraries(${name} PRIVATE tarsio::common)
+endfunction()
+
+# tarsio_platform_test(name sources...): name.cpp with sources of the library, over a platform that the
+# test supplies.
+function(tarsio_platform_test name)
+  list(TRANSFORM ARGN PREPEND "${PROJECT_SOURCE_DIR}/src/" OUTPUT_VARIABLE sources)
+  tarsio_test_program(${name} ${name}.cpp ${sources})
+  target_compile_definitions(${name} PRIVATE TARSIO_COMMON_STATIC)
+  target_include_directories(${name} PRIVATE
+    "${PROJECT_SOURCE_DIR}/include" "${PROJECT_SOURCE_DIR}/src")
+  add_dependencies(${name} tarsio-common)  # which copies the runtime DLLs
+endfunction()
+
+# tarsio_embedded_library(): all of the library's sources, to be linked into a test program.
+function(tarsio_embedded_library)
+  get_target_property(sources tarsio-common SOURCES)
+  list(FILTER sources EXCLUDE REGEX "\\.rc$")  # the DLL's alone
+  list(TRANSFORM sources PREPEND "${PROJECT_SOURCE_DIR}/")
+  add_library(tarsio-common-embedded STATIC EXCLUDE_FROM_ALL ${sources})
+  target_compile_features(tarsio-common-embedded PUBLIC cxx_std_17)
+  target_compile_definitions(tarsio-common-embedded PUBLIC TARSIO_COMMON_STATIC)
+  target_include_directories(tarsio-common-embedded
+    PUBLIC "${PROJECT_SOURCE_DIR}/include" PRIVATE "${PROJECT_SOURCE_DIR}/src")
+  target_link_libraries(tarsio-common-embedded PUBLIC Threads::Threads PRIVATE OpenSSL::Crypto)
+  tarsio_compile_options(tarsio-common-embedded)
+  if(WIN32)
+    tarsio_import_by_ordinal(tarsio-common-embedded
+      "${PROJECT_SOURCE_DIR}/src/platform/windows/shell32.def")
+  endif()
+endfunction()
+
+# tarsio_embedded_test(name sources...): name.cpp with the whole library embedded, and on Windows the C++
+# runtime as well, so that a replaced allocator, lock or transfer reaches no other module.
+function(tarsio_embedded_test name)
+  tarsio_test_program(${name} ${name}.cpp ${ARGN})
+  target_include_directories(${name} PRIVATE "${PROJECT_SOURCE_DIR}/src")
+  target_link_libraries(${name} PRIVATE tarsio-common-embedded)
+  target_link_options(${name} PRIVATE $<IF:$<BOOL:${WIN32}>,-static,-static-libstdc++>)
+  add_dependencies(${name} tarsio-common)  # which copies the runtime DLLs
+endfunction()
+
+# tarsio_tls_library(program): links it with OpenSSL's libssl, which nothing else needs.
+function(tarsio_tls_library program)
+  find_package(OpenSSL 1.1 REQUIRED COMPONENTS SSL)
+  target_link_libraries(${program} PRIVATE OpenSSL::SSL)
+  if(WIN32 AND TARSIO_SHARED_CRYPTO)
+    file(GLOB tls_dll "${OPENSSL_INCLUDE_DIR}/../bin/libssl-*.dll")
+    add_custom_command(TARGET ${program} POST_BUILD
+      COMMAND "${CMAKE_COMMAND}" -E copy_if_different ${tls_dll} "$<TARGET_FILE_DIR:${program}>"
+      VERBATIM)
+  endif()
+endfunction()
+
+# tarsio_wrap(program symbols...): the program supplies __wrap_SYMBOL for each call of SYMBOL.
+function(tarsio_wrap program)
+  foreach(symbol IN LISTS ARGN)
+    target_link_options(${program} PRIVATE "LINKER:--wrap=${symbol}")
+  endforeach()
+endfunction()
