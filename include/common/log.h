@@ -2,7 +2,7 @@
 #define TARSIO_COMMON_LOG_H_
 
 /// \file
-/// One process-wide log with a severity threshold and a sink that the host may replace.
+/// A process-wide log with a severity threshold and a sink that the host can replace.
 
 #include <atomic>
 #include <cstdarg>
@@ -18,7 +18,7 @@
 
 namespace tarsio {
 
-/// Severity: a smaller number is more severe. Any integer is accepted; one without a name here is
+/// Severity: a smaller number is more severe. Any integer is accepted; a value not listed here is
 /// printed with an empty name.
 enum LOG_LEVEL : int32_t {
   LOG_LEVEL_FATAL = 0,
@@ -28,50 +28,51 @@ enum LOG_LEVEL : int32_t {
   LOG_LEVEL_DEBUG = 4,
 };
 
-/// A sink. The default one builds a line and writes it to standard output:
+/// A sink. The default sink formats a line and writes it to standard output:
 ///
 ///     [2024-03-05 14:07:09.38][ERROR][worker_main.cpp:145] Convert error: 2
 ///
-/// The milliseconds carry no leading zeros: this is 38 ms past the second.
+/// The milliseconds have no leading zeros (by design): this line is 38 ms past the second.
 ///
-/// Derive from it to send lines elsewhere (DoOutput()) or to lay them out differently (VFormat()).
+/// To write lines elsewhere, override DoOutput(). To change their layout, override VFormat().
 ///
-/// Threads: both operations are called from every thread that logs, at the same time; an override
-/// must bear that. The default sink inserts each line into `std::cout` whole, so lines do not mix,
-/// unless the host has called `std::ios::sync_with_stdio(false)`: then `std::cout` itself must not
-/// be used by two threads at once.
+/// Threads: every thread that logs calls both functions, possibly at the same time, so overrides
+/// must be thread-safe. The default sink writes each line to `std::cout` in one insertion, so lines
+/// do not interleave. After `std::ios::sync_with_stdio(false)` this no longer holds: `std::cout`
+/// must then not be used by two threads at once.
 class TARSIO_COMMON_API Logger {
  public:
-  /// A sink holds nothing, so copies and assignments have nothing to do.
+  /// A Logger has no state.
   Logger();
-  /// As the default constructor.
+  /// Same as the default constructor.
   Logger(const Logger& other);
-  /// Changes nothing.
+  /// Does nothing.
   Logger& operator=(const Logger& other);
   virtual ~Logger();
 
-  /// Replaces `out` with one line, without a newline at its end. The time is the local time of the
-  /// call. `file` is reduced to its last component (both `/` and `\` separate). `function` is not
-  /// printed. A null `file` or `format` stands for an empty one.
+  /// Replaces `out` with one line without a trailing newline. The time is the local time of the
+  /// call. Only the last component of `file` is printed (both `/` and `\` are separators).
+  /// `function` is not printed. A null `file` or `format` is treated as an empty string.
   ///
-  /// A message of more than 2047 bytes is left out as a whole, and so is one that cannot be
-  /// formatted: the line then ends in "] ". That includes a format that ends within a conversion
-  /// ("100%"), a wide character that the C runtime's locale cannot encode ("%ls"), "%n", numbered
-  /// arguments ("%1$d") and conversions that printf does not have. No width or precision is too
-  /// much.
-  /// To have a long string cut instead, limit it in the format (`%.1900s`). A message with a NUL in
-  /// it (`"%c"` with 0) ends there.
+  /// A message longer than 2047 bytes is omitted, not truncated (by design), and so is a message
+  /// that cannot be formatted; the line then ends in "] ". Formatting fails for a format that ends
+  /// inside a conversion ("100%"), a wide character that the C runtime's locale cannot encode
+  /// ("%ls"), "%n", numbered arguments ("%1$d") and conversions unknown to printf. Any width and
+  /// precision is safe. To truncate a long string, limit it in the format (`%.1900s`). A message
+  /// ends at its first NUL (`"%c"` with 0).
   ///
-  /// Throws: memory exhaustion; `out` is then unchanged.
+  /// Guarantees: if it throws, `out` is unchanged.
+  ///
+  /// Throws: `std::bad_alloc`.
   virtual void VFormat(LOG_LEVEL level, std::string& out, const char* file, int line,
                        const char* function, const char* format, va_list args)
       TARSIO_COMMON_PRINTF(7, 0);
 
-  /// Writes `line` and a newline to `std::cout` in one insertion, and flushes. A null `line` is an
-  /// empty one. If the stream has failed, the line is silently lost.
+  /// Writes `line` and a newline to `std::cout` in one insertion, then flushes. A null `line` is
+  /// treated as an empty string. If the stream has failed, the line is silently lost.
   ///
-  /// Throws: `std::bad_alloc`, before anything is written; `std::ios_base::failure` if
-  /// `std::cout.exceptions()` enables it.
+  /// Throws: `std::bad_alloc` before anything is written, and `std::ios_base::failure` if enabled
+  /// with `std::cout.exceptions()`.
   virtual void DoOutput(const char* line);
 };
 
@@ -79,43 +80,43 @@ class Log;
 
 namespace internal {
 
-// Below.
+// Defined below.
 TARSIO_COMMON_LOCAL Log* LogFor(LOG_LEVEL messageLevel);
 
 }  // namespace internal
 
-/// The process-wide log. It holds a threshold (LOG_LEVEL_ERROR at first, so warnings and below are
-/// dropped until SetLevel() lets them through) and owns one sink.
+/// The process-wide log. It has a threshold and owns one sink. The initial threshold is
+/// LOG_LEVEL_ERROR: warnings and less severe messages are dropped until SetLevel() is called.
 ///
-/// The library itself reports a task's exception (LOG_LEVEL_FATAL), system information that is not
-/// to be had (LOG_LEVEL_ERROR), a queue that refuses an element (LOG_LEVEL_WARN) and misuse of the
-/// conversions (LOG_LEVEL_INFO). Nothing else is reported.
+/// The library itself logs only these events: an exception thrown by a task (LOG_LEVEL_FATAL),
+/// unavailable system information (LOG_LEVEL_ERROR), a queue that refuses an element
+/// (LOG_LEVEL_WARN) and failed or invalid encoding conversions (LOG_LEVEL_INFO).
 ///
-/// Threads: DoLog() may be called from any thread. No lock is taken: install the sink before other
-/// threads log. The threshold may be changed at any time.
+/// Threads: DoLog() and SetLevel() may be called from any thread at any time. SetLogger() takes no
+/// lock: install the sink before other threads log.
 class TARSIO_COMMON_API Log {
  public:
-  /// The one instance, built by the first caller. It stays for threads and statics that outlive it;
-  /// the host's sink is destroyed at the end of the process, in reverse order of construction among
-  /// the statics, and later lines are dropped. A sink that is still at work 250 ms later, or that
-  /// called exit(), is not destroyed.
+  /// The instance, created by the first call and never destroyed. At the end of the process the
+  /// host's sink is destroyed, in the order of a static object constructed by that first call, and
+  /// later messages are dropped. A sink that a thread is still using about 250 ms later, or that
+  /// itself called exit(), is not destroyed.
   static Log& GetInstance();
 
   Log(const Log&) = delete;
   Log& operator=(const Log&) = delete;
 
-  /// A message passes when its level is at most `newLevel`. Any integer is accepted: a negative
-  /// one silences everything, 4 and above let all five levels through.
+  /// Messages with a level of at most `newLevel` are logged. Any integer is accepted: with a
+  /// negative value none of the five levels is logged, with 4 or more all of them are.
   void SetLevel(LOG_LEVEL newLevel);
 
-  /// Takes over `newLogger`, which is left empty, and deletes the sink before. Nothing happens if
-  /// the argument is the log's own owner. With an empty owner, lines are dropped.
+  /// Takes ownership of `newLogger` and destroys the previous sink. If `newLogger` is empty, all
+  /// messages are dropped.
   void SetLogger(std::unique_ptr<Logger>&& newLogger);
 
-  /// Formats a line by printf's rules and hands it to the sink, on the calling thread. A message
-  /// above the threshold is dropped: nothing is formatted. `file` is the caller's source path,
-  /// `function` its name. TARSIO_LOG() passes them, the name without class and namespace; the
-  /// library's own reports pass the qualified name.
+  /// Formats a message by the rules of printf and passes it to the sink, on the calling thread. If
+  /// `messageLevel` is above the threshold, nothing is formatted. `file` is the caller's source
+  /// file, `function` the caller's name. TARSIO_LOG() passes both; its function name has no class
+  /// or namespace, while the library's own messages have the qualified name.
   ///
   /// Throws: whatever the sink throws.
   void DoLog(LOG_LEVEL messageLevel, const char* file, int line, const char* function,
@@ -132,11 +133,14 @@ class TARSIO_COMMON_API Log {
   std::atomic<LOG_LEVEL> level;  // relaxed: a threshold orders nothing
 };
 
-/// Builds a line as the default sink does and hands it, without a newline, to `output`, once, on
-/// the calling thread. `getLevel` is asked once for the threshold. Does nothing if `getLevel` or
-/// `output` is null. The process-wide log is not touched, neither its threshold nor its sink.
+/// Logs without the process-wide log: neither its threshold nor its sink is used. Calls `getLevel`
+/// once for the threshold. If `level` is at most that, formats a line as the default sink does and
+/// passes it, without a newline, to `output`. Both are called on the calling thread. Does nothing
+/// if `getLevel` or `output` is null.
 ///
-/// Threads: as safe as the two functions are.
+/// Threads: may be called from any thread if `getLevel` and `output` may.
+///
+/// Throws: `std::bad_alloc`, and whatever the two functions throw.
 TARSIO_COMMON_API void TsLog(LOG_LEVEL level, void (*output)(const char* line),
                              LOG_LEVEL (*getLevel)(), const char* file, int line,
                              const char* function, const char* format, ...)
@@ -144,7 +148,7 @@ TARSIO_COMMON_API void TsLog(LOG_LEVEL level, void (*output)(const char* line),
 
 namespace internal {
 
-// The log, or null if a message of that level does not pass its threshold.
+// The log, or null if `messageLevel` is above its threshold.
 TARSIO_COMMON_LOCAL inline Log* LogFor(LOG_LEVEL messageLevel) {
   // NOLINTNEXTLINE(*-non-const-global-variables): the log is not const
   static Log& log = Log::GetInstance();
@@ -155,10 +159,10 @@ TARSIO_COMMON_LOCAL inline Log* LogFor(LOG_LEVEL messageLevel) {
 
 }  // namespace tarsio
 
-/// `TARSIO_LOG(level, format, ...)` logs through the process-wide log with the caller's file, line
-/// and function (`__func__`: the name alone, without class and namespace). It is a statement, not
-/// an expression. If the message does not pass the threshold, the format's arguments are not
-/// evaluated; `level` is, once.
+/// `TARSIO_LOG(level, format, ...)` logs to the process-wide log with the caller's file, line and
+/// function (`__func__`, which has no class or namespace). It is a statement, not an expression.
+/// `level` is evaluated once. The other arguments are not evaluated if `level` is above the
+/// threshold.
 #define TARSIO_LOG(messageLevel, ...)                                               \
   do {                                                                              \
     const ::tarsio::LOG_LEVEL tarsioLevel_ = (messageLevel);                        \
