@@ -2,7 +2,8 @@
 #define TARSIO_COMMON_STRING_UTILS_H_
 
 /// \file
-/// Helpers for byte strings: splitting, trimming, case, tests, replacement, and a SHA-256 text.
+/// Functions on byte strings: splitting, trimming, case, tests, replacement, and SHA-256 in
+/// hexadecimal.
 
 #include <cstddef>
 #include <string>
@@ -12,12 +13,12 @@
 
 namespace tarsio {
 
-/// Functions on byte strings. Texts may hold any bytes, NUL included.
+/// Functions on byte strings. Strings may contain any bytes, including NUL.
 ///
-/// The three splitting functions differ. All match the delimiter as a whole, from left to right,
-/// without overlaps:
+/// The three splitting functions match the delimiter as a whole, from left to right, without
+/// overlaps. They differ in the rest:
 ///
-///     text, delimiter   SplitString   SplitAllByString   SplitFristByString
+///     s, delimiter      SplitString   SplitAllByString   SplitFristByString
 ///     "a,b"      ","    a b           a b                a b
 ///     "a,,b"     ","    a "" b        a "" b             a ",b"
 ///     "a,b,"     ","    a b ""        a b                a "b,"
@@ -27,52 +28,55 @@ namespace tarsio {
 ///     "a-"       "--"   a             a- a-              a-
 ///     "ab"       ""     ab            ab                 "" ab
 ///
-/// Threads: every function may be called from any thread at once. Trim(), ToUpper() and ToLower()
-/// follow the C runtime's current locale, which other code may change.
+/// Threads: every function may be called from any thread. Trim(), ToUpper() and ToLower() use the C
+/// runtime's current locale, which other code may change.
 ///
-/// Throws: nothing but memory exhaustion.
+/// Throws: `std::bad_alloc` only.
 class TARSIO_COMMON_API StringUtils {
  public:
-  /// The pieces between delimiters, empty ones kept. The search runs over `s` with one more
-  /// delimiter after it, so a tail of `s` that begins a delimiter is completed by it and cut.
+  /// Returns the pieces between delimiters, including empty ones. The search runs over `s` followed
+  /// by one more delimiter, which may complete a partial delimiter at the end of `s`: "a-" by "--"
+  /// gives "a", but "a\r" by "\r\n" gives "a\r".
   static std::vector<std::string> SplitString(const std::string& s, const std::string& delimiter);
 
-  /// The pieces between delimiters; an empty last piece is dropped. Where the delimiter does not
-  /// occur, a non-empty text comes out twice.
+  /// Returns the pieces between delimiters, without an empty last piece. If a non-empty `s` does
+  /// not contain the delimiter, `s` is returned twice (by design).
   static std::vector<std::string> SplitAllByString(const std::string& s,
                                                    const std::string& delimiter);
 
-  /// The text before the first delimiter and all after it; the whole text alone if there is none.
+  /// Returns the part before the first delimiter and the part after it, or `s` alone if it does not
+  /// contain the delimiter.
   static std::vector<std::string> SplitFristByString(const std::string& s,
                                                      const std::string& delimiter);
 
-  /// Removes white space, as the runtime's isspace() classifies it, from both ends of `s`.
+  /// Removes white space, as classified by the runtime's isspace(), from both ends of `s`.
   static void Trim(std::string& s);
 
-  /// `s` with each byte mapped by the runtime's toupper(). Bytes above 0x7F are mapped only as the
-  /// runtime's locale allows; the byte 0xFF is handed over as the runtime's EOF.
+  /// Returns `s` with each byte mapped by the runtime's toupper(). Which bytes above 0x7F change
+  /// depends on the runtime's locale. The byte 0xFF is passed to the runtime as EOF.
   static std::string ToUpper(const std::string& s);
-  /// `s` with each byte mapped by the runtime's tolower(), as ToUpper() maps by toupper().
+  /// Returns `s` with each byte mapped by the runtime's tolower(), with the same rules as
+  /// ToUpper().
   static std::string ToLower(const std::string& s);
 
-  /// Whether `s` begins with `prefix`. Every text begins with the empty one.
+  /// Whether `s` begins with `prefix`. True for an empty `prefix`.
   static bool StartsWith(const std::string& s, const std::string& prefix);
-  /// Whether `s` ends with `suffix`. Every text ends with the empty one.
+  /// Whether `s` ends with `suffix`. True for an empty `suffix`.
   static bool EndsWith(const std::string& s, const std::string& suffix);
-  /// Whether `part` occurs in `s`. The empty text occurs in every one.
+  /// Whether `s` contains `part`. True for an empty `part`.
   static bool Contains(const std::string& s, const std::string& part);
 
-  /// `s` with every byte that occurs in `characters` replaced by `replacement`. Neither the space
-  /// nor the underscore is built in.
+  /// Returns `s` with every byte that occurs in `characters` replaced by `replacement`. In spite of
+  /// the name, neither the space nor the underscore is built in.
   static std::string SpaceToUnderscore(std::string s, const std::string& characters,
                                        const char& replacement);
 
-  /// The SHA-256 digest of `length` bytes at `data` as 64 characters: lower-case hexadecimal, with
-  /// a space, not a zero, before the digit of a byte below 0x10: callers compare these texts.
-  /// SpaceToUnderscore(text, " ", '0') gives the usual form.
+  /// Returns the SHA-256 digest of `length` bytes at `data` as 64 characters of lower-case
+  /// hexadecimal, except that a byte below 0x10 is written as a space and one digit (by design:
+  /// callers compare these strings). SpaceToUnderscore(digest, " ", '0') gives the usual form.
   ///
-  /// An empty text if the digest cannot be computed, or if `data` is null and `length` is not 0.
-  /// Null with length 0 is the empty input.
+  /// Returns an empty string if the digest cannot be computed, or if `data` is null and `length` is
+  /// not 0. Null with length 0 is an empty input.
   static std::string GetHashText(const void* data, const size_t& length);
 };
 
