@@ -2,7 +2,7 @@
 #define TARSIO_COMMON_TS_STRING_H_
 
 /// \file
-/// Plain strings for a binary interface that carries no standard-library strings.
+/// Plain strings for a binary interface that cannot use standard-library strings.
 
 #include <cstddef>
 #include <cstdint>
@@ -11,44 +11,48 @@
 
 namespace tarsio {
 
-/// A zero-terminated byte string that owns its buffer. The buffer grows and never shrinks; an empty
-/// string needs none. Copies are deep; there are no move operations, so moving copies.
+/// A NUL-terminated byte string that owns its buffer. The buffer grows and never shrinks; an empty
+/// string needs no heap buffer. Copies are deep. There are no move operations: a move copies.
 ///
 ///     TsString name(text.c_str());      // from a std::string, up to its first NUL
 ///     std::string text = name.Cstr();   // and back
 ///
-/// Threads: one object must not be used from two threads at once; distinct objects may.
-/// Throws:  `std::bad_alloc` where a text is stored; the string is then empty and usable.
+/// Guarantees: if storing a string fails, this string is empty and usable.
+///
+/// Threads: distinct objects may be used from any threads. One object must not be used from two
+/// threads at once.
+///
+/// Throws: `std::bad_alloc` from every function that stores a string.
 class TARSIO_COMMON_API TsString {
  public:
   /// The empty string.
   TsString();
-  /// Copies `text` up to its terminator, but at most its first 16777214 (0xFFFFFE) bytes. Null is
-  /// the empty text.
+  /// Copies `text` up to its terminator, but at most its first 16777214 (0xFFFFFE) bytes. A null
+  /// pointer gives the empty string.
   TsString(const char* text);  // NOLINT(google-explicit-constructor): a text is a string to callers
-  /// Copies without that limit.
+  /// Copies `other`, without that limit.
   TsString(const TsString& other);
   virtual ~TsString();
 
-  /// Copies without a limit. Assigning a string to itself leaves it as it is.
+  /// Copies `other`, without that limit. Self-assignment has no effect.
   TsString& operator=(const TsString& other);
-  /// As the constructor from a text. `text` may lie in this string's own buffer.
+  /// Copies `text` as the constructor does. `text` may point into this string's own buffer.
   TsString& operator=(const char* text);
 
-  /// The text, never null. Valid until the string is changed or destroyed.
+  /// The contents, NUL-terminated and never null. Valid until the string is changed or destroyed.
   const char* Cstr() const;
-  /// The number of bytes before the terminator, counted at every call.
+  /// The number of bytes before the terminator. It is counted at every call.
   size_t Length() const;
   /// Whether Length() is 0.
   bool IsEmpty() const;
 
-  /// Compares the texts byte for byte, whatever the sizes of their buffers.
+  /// Whether both strings have the same bytes.
   bool operator==(const TsString& other) const;
-  /// Whether the texts differ.
+  /// Whether the strings differ.
   bool operator!=(const TsString& other) const;
 
  private:
-  // The empty string. Releases nothing.
+  // Sets the empty string. Releases nothing.
   void Init() {
     data = &inlineBuffer;
     inlineBuffer = '\0';
@@ -62,28 +66,31 @@ class TARSIO_COMMON_API TsString {
   uint64_t capacity;  // bytes at data, the terminator included
 };
 
-/// Two strings, copied and assigned in the order of their names. Moving copies: the source keeps
+/// Two strings, copied and assigned in the order of declaration. A move copies: the source keeps
 /// its strings.
 ///
-/// Threads: as TsString.
-/// Throws:  as TsString; an assignment whose second string fails has assigned the first.
+/// Guarantees: if assigning the second string fails, the first has been assigned.
+///
+/// Threads: as for TsString.
+///
+/// Throws: as for TsString.
 struct TARSIO_COMMON_API TsStringPair {
   /// Two empty strings.
   TsStringPair();
-  /// Copies the first, then the second.
+  /// Copies the first string, then the second.
   TsStringPair(const TsStringPair& other);
-  /// Copies: `other` keeps its strings.
+  /// Copies; `other` keeps its strings.
   // NOLINTNEXTLINE(performance-noexcept-move-constructor): copies, so it may throw
   TsStringPair(TsStringPair&& other);
-  /// Copies the first, then the second.
+  /// Copies the first string, then the second.
   TsStringPair& operator=(const TsStringPair& other);
-  /// Copies: `other` keeps its strings.
+  /// Copies; `other` keeps its strings.
   // NOLINTNEXTLINE(performance-noexcept-move-constructor): copies, so it may throw
   TsStringPair& operator=(TsStringPair&& other);
   ~TsStringPair();
 
-  TsString first;   ///< The one, a name for instance.
-  TsString second;  ///< The other, its value.
+  TsString first;   ///< For example a name.
+  TsString second;  ///< For example its value.
 };
 
 }  // namespace tarsio
