@@ -2,8 +2,8 @@
 #define TARSIO_COMMON_PATH_H_
 
 /// \file
-/// A path as a value: parse a text once, look at its components, join, print it again, and ask the
-/// operating system about the object that it names.
+/// A path as a value: parse a string once, inspect its components, join it with another path, print
+/// it, and query the file system object that it names.
 
 #include <cstdint>
 #include <ostream>
@@ -16,10 +16,10 @@ namespace tarsio {
 
 /// A file-system path: an ordered list of UTF-8 components and two flags.
 ///
-/// A text is split into components and nothing else: "." and ".." stay ordinary components, letter
-/// case is kept, nothing is trimmed. The same rules hold on every system; Windows paths are the
-/// native form of this library on Linux too, where drive `C:` is the root of the file system. A
-/// name with a colon, on another drive or on a share does not exist there.
+/// Parsing only splits a string into components: "." and ".." are ordinary components, letter case
+/// is kept, and nothing is trimmed. The rules are the same on every system. Paths are Windows paths
+/// on Linux too, where drive `C:` is the root of the file system. There, no file exists on another
+/// drive, on a share, or under a name that contains a colon.
 ///
 /// \code{.unparsed}
 /// Path p("C:\\work");            p.IsAbsolute(), p.Length() == 2
@@ -28,37 +28,38 @@ namespace tarsio {
 /// p.ParentPath().Str()           => C:
 /// \endcode
 ///
-/// Wide text is UTF-16 on every system: where `wchar_t` has 32 bits, each one holds one UTF-16
-/// unit. On the way in, a wider value is accepted as the character that it is. Invalid UTF-8 and
-/// lone surrogates turn into U+FFFD.
+/// Wide strings are UTF-16 on every system: where `wchar_t` has 32 bits, each holds one UTF-16
+/// unit. Wider values are also accepted as input, as code points. Invalid UTF-8 and lone surrogates
+/// become U+FFFD.
 ///
-/// Threads: a plain value. Distinct objects may be used from any thread; the const members of one
-/// object may run concurrently.
+/// Functions that query the file system return an empty result, false or 0 on failure; the cause is
+/// not available, and nothing is logged. Their answers may be out of date as soon as they return.
+/// Symbolic links are followed, except that on Windows Exists(), IsFile() and IsDirectory() report
+/// on the link itself.
 ///
-/// What the system refuses gives an empty result, false or 0, without a cause and without a report.
-/// Answers about the file system are those of the moment. A symbolic link stands for what it leads
-/// to, except that on Windows Exists(), IsFile() and IsDirectory() look at the link itself.
+/// Threads: distinct objects may be used from any threads. Const members of one object may be
+/// called concurrently.
 ///
-/// Throws: `std::bad_alloc`, and `std::out_of_range` ("invalid string position") from
-/// every member that parses a string, when a component would start after the string's first NUL
-/// (see Tokenize()).
+/// Throws: `std::bad_alloc`. Every member that parses a string also throws `std::out_of_range`
+/// ("invalid string position") if a component starts after the string's first NUL (see Tokenize()).
 class TARSIO_COMMON_API Path {
  public:
-  /// The rules by which a text is parsed and printed. Any other value is accepted: it parses as
-  /// POSIX_PATH and prints as WINDOWS_PATH.
+  /// The rules for parsing and printing. Any other value is accepted: it parses as POSIX_PATH and
+  /// prints as WINDOWS_PATH.
   enum PathType : int32_t {
-    WINDOWS_PATH = 0,  ///< `\\?\` prefixes, shares, drive letters; `/` and `\` separate.
-    POSIX_PATH = 1,    ///< Only `/` separates; a leading `/` makes the path absolute.
+    WINDOWS_PATH = 0,  ///< `\\?\` prefixes, shares, drives; `/` and `\` are separators.
+    POSIX_PATH = 1,    ///< `/` is the only separator; a leading `/` means absolute.
   };
 
   /// The empty relative path, of Windows type.
   Path();
-  /// Parses `text` (UTF-8) by the Windows rules. A null `const char*` is an empty text;
-  /// `Path(nullptr)` is ambiguous and does not compile.
+  /// Parses `text` (UTF-8) by the Windows rules. A null `const char*` is treated as an empty
+  /// string. `Path(nullptr)` is ambiguous and does not compile.
   Path(const char* text);  // NOLINT(google-explicit-constructor): a text is a path to callers
   /// Parses `text` (UTF-8) by the Windows rules.
   Path(const std::string& text);  // NOLINT(google-explicit-constructor): as above
-  /// Parses `text` (UTF-16) by the Windows rules. A null `const wchar_t*` is an empty text.
+  /// Parses `text` (UTF-16) by the Windows rules. A null `const wchar_t*` is treated as an empty
+  /// string.
   Path(const wchar_t* text);  // NOLINT(google-explicit-constructor): as above
   /// Parses `text` (UTF-16) by the Windows rules.
   Path(const std::wstring& text);  // NOLINT(google-explicit-constructor): as above
@@ -74,33 +75,36 @@ class TARSIO_COMMON_API Path {
   Path& operator=(Path&& other) noexcept;
   /// Parses `text` (UTF-16) by the Windows rules.
   Path& operator=(const std::wstring& text);
-  /// Parses `text` (UTF-16) by the Windows rules. A null pointer is an empty text.
+  /// Parses `text` (UTF-16) by the Windows rules. A null pointer is treated as an empty string.
   Path& operator=(const wchar_t* text);
 
-  /// Parses `text` by the rules of `pathType` and replaces what the path held.
+  /// Replaces this path with `text`, parsed by the rules of `pathType`.
   ///
-  /// Windows rules, the first that matches:
+  /// Windows rules (the first that matches applies):
   ///
   /// \code{.unparsed}
-  /// \\?\...            the prefix is dropped, once, and the rest is parsed
+  /// \\?\...            the prefix is removed once, and the rest is parsed by the rules below
   /// \\server\share\f   => absolute, a share: server, share, f
+  /// \\server\          => absolute, a share: server
   /// \\server           => relative: server
   /// UNC\server\share   => absolute, a share: server, share (what is left of \\?\UNC\...)
   /// C:\a  C:/a         => absolute: C:, a
-  /// C:  C:a  \a  /a    => relative: C: | C:a | a | a
-  /// //server/share/f   => relative: server | share | f (a share begins with two backslashes)
+  /// C:   C:a           => relative: C:   C:a
+  /// \a   /a            => relative: a
+  /// //server/share/f   => relative: server, share, f (a share begins with two backslashes)
   /// \endcode
   ///
-  /// POSIX rules: "/usr/lib" is absolute with the components usr and lib; a `\` stays inside its
-  /// component. A POSIX parse leaves the share flag as it was.
+  /// POSIX rules: "/usr/lib" is absolute with the components usr and lib. A `\` is part of its
+  /// component. The share flag is not changed (by design).
   ///
-  /// If it throws, by Windows rules no component is left, by POSIX rules those of before.
+  /// Guarantees: if parsing throws, the path already has the new type. By the Windows rules it has
+  /// no components then; by the POSIX rules it keeps its components and flags.
   void Set(const std::string& text, PathType pathType = WINDOWS_PATH);
-  /// As above, from UTF-16.
+  /// As above, for UTF-16.
   void Set(const std::wstring& text, PathType pathType = WINDOWS_PATH);
 
-  /// The printed form. The prefix follows the type that the path was parsed with; the separator
-  /// follows `style`: `/` for POSIX_PATH, `\` for anything else.
+  /// Returns the path as a string. The prefix depends on the type that the path was parsed with,
+  /// the separator on `style`: `/` for POSIX_PATH, `\` for anything else.
   ///
   /// \code{.unparsed}
   /// parsed as      C:\a\b   \\srv\share\f   /usr/lib (POSIX)
@@ -108,80 +112,87 @@ class TARSIO_COMMON_API Path {
   /// POSIX_PATH     C:/a/b   \\srv/share/f   /usr/lib
   /// \endcode
   ///
-  /// No separator ends it: `C:\` prints as `C:`, which names the drive's current directory. For the
-  /// root of the drive, parse `C:\.`.
+  /// The result never ends with a separator: `C:\` is printed as `C:`, which names the drive's
+  /// current directory. To name the root of the drive, parse `C:\.`.
   ///
-  /// An absolute path of Windows type whose printed form would have 260 bytes or more is printed
-  /// with the long-path prefix that Set() drops: the one of shares for a share.
+  /// An absolute path of Windows type that would print as 260 bytes or more is printed with the
+  /// long-path prefix: `\\?\`, or `\\?\UNC\` for a share.
   std::string Str(PathType style = WINDOWS_PATH) const;
   /// Str() as UTF-16.
   std::wstring Wstr(PathType style = WINDOWS_PATH) const;
 
-  /// This path with the components of `other` after its own. If `other` is absolute, or of another
-  /// type, the result is an unchanged copy of this path, without a report.
+  /// Returns this path followed by the components of `other`. If `other` is absolute or of another
+  /// type, returns an unchanged copy of this path (by design).
   Path operator/(const Path& other) const;
 
-  /// All components but the last; the flags are kept and the type is WINDOWS_PATH, whatever this
-  /// path's is. So the parent of "/usr/lib", parsed by the POSIX rules, prints as usr.
+  /// Returns all components except the last. The flags are kept, but the type is always
+  /// WINDOWS_PATH (by design): the parent of "/usr/lib", parsed by the POSIX rules, is printed as
+  /// usr.
   ///
   /// \code{.unparsed}
   /// C:\a\b => C:\a     C:\x => C:     C:\ => (absolute, no components)
   /// a\b    => a        a    => (empty, relative)     (empty, relative) => ..
   /// \endcode
   Path ParentPath() const;
-  /// The last component as it stands, or an empty text if there is none.
+  /// The last component, or an empty string if there are no components.
   std::string Filename() const;
-  /// What follows the last "." of Filename(): "a.tar.gz" => gz, ".bashrc" => bashrc, "name." and
-  /// "name" => an empty text.
+  /// The part of Filename() after the last ".": "a.tar.gz" => gz, ".bashrc" => bashrc. Empty for
+  /// "name." and "name".
   std::string Extension() const;
 
-  /// Whether the text named a place from a root on: of a drive, of a share, or "/" by POSIX rules.
+  /// Whether the path starts at a root: of a drive, of a share, or "/" by the POSIX rules.
   bool IsAbsolute() const;
-  /// True when there are no components, also for an absolute path such as `/` or the parent of
-  /// `C:\`.
+  /// Whether there are no components. True also for absolute paths such as POSIX `/` and the parent
+  /// of `C:\`.
   bool Empty() const;
-  /// The number of components (not of characters).
+  /// The number of components (not characters).
   uint64_t Length() const;
 
-  /// Compares the components byte for byte. Type and flags are ignored: "/a" parsed by the POSIX
-  /// rules equals the relative "a".
+  /// Whether the components are equal, compared byte for byte. Type and flags are ignored: "/a"
+  /// parsed by the POSIX rules equals the relative "a".
   bool operator==(const Path& other) const;
   /// Whether the components differ.
   bool operator!=(const Path& other) const;
 
-  /// The full path as the operating system sees it: built on the current directory, "." and ".."
-  /// resolved by text, never above the root. A single dot at the end of an inner component is
-  /// dropped, and every dot and space at the end of the path. The default path if the system
-  /// refuses the text (an empty one, one of spaces alone, or a result of 32767 UTF-16 units or
-  /// more), or if Getcwd() is needed and empty.
+  /// Returns the full path as the operating system sees it. A relative path starts at the current
+  /// directory. "." and ".." are resolved by name, never above the root. A single dot at the end of
+  /// an inner component and all dots and spaces at the end of the path are removed. The root of a
+  /// drive is printed as `C:` again (see Str()).
+  ///
+  /// Returns the default path if the system rejects the path (an empty one, one of spaces only, or
+  /// a result of 32767 UTF-16 units or more), or if it needs the current directory and Getcwd() is
+  /// empty.
   ///
   /// \code{.unparsed}
   /// a\..\b  => C:\work\b     C:\..\b => C:\b     a.\...\b. => C:\work\a\...\b
   /// \endcode
   Path Absolute() const;
-  /// The current directory; the default path if it cannot be determined. On Linux that includes a
-  /// directory whose path holds a backslash or a colon, or is not UTF-8.
+  /// Returns the current directory, or the default path if it cannot be determined. On Linux, it
+  /// cannot be determined if its path contains a backslash or a colon or is not valid UTF-8.
   static Path Getcwd();
 
-  /// Whether anything of that name exists and may be asked about. Here and below, "." and ".." are
-  /// resolved by text before the system is asked: `missing/../f` is `f`. In a path that is printed
-  /// with the long-path prefix they are names, so nothing is found.
+  /// Whether a file system object with this name exists and can be queried. For this and all other
+  /// operations, "." and ".." are resolved by name, before the system is asked: `missing/../f` is
+  /// `f`. A path that is printed with the long-path prefix is not resolved: with "." or ".." in it,
+  /// nothing is found.
   TARSIO_COMMON_NODISCARD bool Exists() const;
-  /// Whether it exists and is no directory: devices and the like count as files.
+  /// Whether it exists and is not a directory. Devices count as files.
   TARSIO_COMMON_NODISCARD bool IsFile() const;
   /// Whether it exists and is a directory.
   TARSIO_COMMON_NODISCARD bool IsDirectory() const;
-  /// The size in bytes; 0 if the system does not give it. Ask Exists() or IsFile() to distinguish a
-  /// missing file from an empty one. What a directory gives is the system's choice.
+  /// The size in bytes, or 0 if the system does not report one. Use Exists() or IsFile() to
+  /// distinguish a missing file from an empty one. The size of a directory depends on the system.
   TARSIO_COMMON_NODISCARD uint64_t FileSize() const;
 
  protected:
   /// Splits `text` at every byte that occurs in `delimiters`. Leading, trailing and repeated
-  /// delimiters yield no empty components.
+  /// delimiters do not produce empty components.
   ///
-  /// Components are cut from the text up to its first NUL, so those after a NUL are shortened,
-  /// perhaps to nothing. Throws `std::out_of_range` ("invalid string position") if one would start
-  /// after that NUL.
+  /// A component that contains the first NUL of `text` ends there; if the NUL is its first byte, it
+  /// is empty.
+  ///
+  /// Throws: `std::out_of_range` ("invalid string position") if a component starts after the first
+  /// NUL of `text`.
   static std::vector<std::string> Tokenize(const std::string& text, const std::string& delimiters);
 
  private:
@@ -200,19 +211,26 @@ inline std::ostream& operator<<(std::ostream& out, const Path& path) {
   return out << path.Str(Path::WINDOWS_PATH);
 }
 
-/// Creates the directory that `path` names, its last component only. False if that fails for any
-/// reason: a missing parent, or anything of that name that exists already. On Linux its mode is
-/// 0777 less the umask.
+/// Creates the directory `path`. Returns false on failure, for example if the parent does not exist
+/// or if anything with that name exists. On Linux the mode is 0777 minus the umask. On Windows, the
+/// system may reject a full path of 248 to 259 characters.
 ///
-/// Threads: may be called from any thread, as may MakeDirs(). Throws what Path throws.
+/// Threads: may be called from any thread.
+///
+/// Throws: `std::bad_alloc`.
 TARSIO_COMMON_NODISCARD TARSIO_COMMON_API bool MakeDir(const Path& path);
 
-/// Creates the directory that `path` names with every missing directory on the way. False if that
-/// fails, and also if the directory exists already: a second call returns false.
+/// Creates the directory `path` and all missing parents. Returns false on failure, and also if the
+/// directory exists already (by design). Parents that were created before a failure remain. On
+/// Windows, the system limits the full path to fewer than 248 characters.
+///
+/// Threads: may be called from any thread.
+///
+/// Throws: `std::bad_alloc`.
 TARSIO_COMMON_NODISCARD TARSIO_COMMON_API bool MakeDirs(const Path& path);
 
-/// An ordered list of search directories, first searched first. It begins with one entry, the
-/// current directory at the time of construction.
+/// An ordered list of directories to search. Initially it has one entry: the current directory at
+/// the time of construction.
 ///
 /// \code{.unparsed}
 /// PathResolver resolver;
@@ -220,21 +238,22 @@ TARSIO_COMMON_NODISCARD TARSIO_COMMON_API bool MakeDirs(const Path& path);
 /// Path found = resolver.Resolve("images/logo.png");
 /// \endcode
 ///
-/// A relative entry is searched from the current directory at the time of each Resolve().
+/// A relative entry is resolved against the current directory at the time of each Resolve().
 ///
-/// Copies are deep. Append(), Prepend() and Erase() invalidate positions in the list and references
-/// to its entries.
+/// Copies are deep. Append(), Prepend() and Erase() invalidate iterators and references to entries.
 ///
-/// Threads: a plain value. Resolve() calls may run concurrently while no thread changes the list.
-/// Throws:  nothing but memory exhaustion.
+/// Threads: distinct objects may be used from any threads. Resolve() may be called concurrently
+/// while no thread changes the list.
+///
+/// Throws: `std::bad_alloc` only.
 class TARSIO_COMMON_API PathResolver {
  public:
-  /// A position in the list, for going through the entries and for Erase().
+  /// Iterates over the entries; also the argument of Erase().
   using iterator = std::vector<Path>::iterator;
-  /// A position in a list that is not to be changed.
+  /// Iterates over the entries of a const list.
   using const_iterator = std::vector<Path>::const_iterator;
 
-  /// One entry: Path::Getcwd(), so an empty path if the current directory cannot be determined.
+  /// Creates a list of one entry: Path::Getcwd(), an empty path if that cannot be determined.
   PathResolver();
   /// Copies the list.
   PathResolver(const PathResolver& other);
@@ -242,41 +261,48 @@ class TARSIO_COMMON_API PathResolver {
   PathResolver& operator=(const PathResolver& other);
   ~PathResolver();
 
-  /// The first entry. Positions hold until the list is changed.
+  /// The first entry.
   iterator begin() { return paths.begin(); }
-  /// After the last entry.
+  /// Past the last entry.
   iterator end() { return paths.end(); }
   /// The first entry.
   const_iterator begin() const { return paths.begin(); }
-  /// After the last entry.
+  /// Past the last entry.
   const_iterator end() const { return paths.end(); }
 
   /// The number of entries.
   uint64_t Size() const;
-  /// The entry at `index`, which must be below Size(); it is not checked.
+  /// The entry at `index`.
+  ///
+  /// Requires: `index` is less than Size(); this is not checked.
   Path& operator[](uint64_t index);
-  /// The entry at `index`, which must be below Size(); it is not checked.
+  /// The entry at `index`.
+  ///
+  /// Requires: `index` is less than Size(); this is not checked.
   const Path& operator[](uint64_t index) const;
 
-  /// Adds a directory to be searched last. Duplicates are allowed.
+  /// Adds `path` as the last entry. Duplicates are allowed.
   void Append(const Path& path);
-  /// Adds a directory to be searched first. Duplicates are allowed.
+  /// Adds `path` as the first entry. Duplicates are allowed.
   void Prepend(const Path& path);
-  /// Removes the entry at `position`, which must be one; those after it move up.
+  /// Removes the entry at `position`.
+  ///
+  /// Requires: `position` refers to an entry of this list; this is not checked.
   void Erase(const_iterator position);
 
-  /// The first directory joined with `value` that exists, be it a file or a directory; `value`
-  /// itself if none does. A ".." in `value` leaves the search directory.
+  /// Joins each entry with `value` and returns the first result that exists, whether file or
+  /// directory. Returns `value` if none exists. A ".." in `value` can lead out of the search
+  /// directory.
   ///
-  /// Joining an absolute value, or one of another type, changes nothing: such a value resolves to
-  /// the first search directory that exists.
+  /// If `value` is absolute or of another type, joining leaves the entry unchanged, so the result
+  /// is the first search directory that exists (by design).
   TARSIO_COMMON_NODISCARD Path Resolve(const Path& value) const;
 
  private:
   std::vector<Path> paths;
 };
 
-/// Writes the entries, each on a line of its own; nothing ends the last line.
+/// Writes the entries, one per line, without a newline at the end.
 ///
 /// \code{.unparsed}
 /// resolver[
