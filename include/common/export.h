@@ -2,11 +2,12 @@
 #define TARSIO_COMMON_EXPORT_H_
 
 /// \file
-/// Marks what the shared library exports, and what compilers check.
+/// Macros for exports and compiler checks.
 
 /// \def TARSIO_COMMON_API
-/// Stands before whatever the shared library exports. A host that links the static library defines
-/// `TARSIO_COMMON_STATIC`, which empties it; the CMake target `tarsio::common` does so by itself.
+/// Marks a declaration that the shared library exports. A host that links the static library must
+/// define `TARSIO_COMMON_STATIC`, which makes this macro empty; the CMake target `tarsio::common`
+/// does that.
 
 #ifdef _GLIBCXX_DEBUG
 #error "common/: _GLIBCXX_DEBUG changes the size of standard containers; compile without it"
@@ -23,8 +24,8 @@
 #endif
 
 /// \def TARSIO_COMMON_LOCAL
-/// Each module of the host has its own copy of an inline function. One that all modules shared
-/// could not be unloaded on Linux, if the function has a static variable.
+/// Gives each module of the host its own copy of an inline function. On Linux, a module that shares
+/// an inline function with a static variable could not be unloaded.
 #ifdef _WIN32
 #define TARSIO_COMMON_LOCAL
 #else
@@ -32,8 +33,9 @@
 #endif
 
 /// \def TARSIO_COMMON_PRINTF
-/// The compiler checks the arguments from `first` on against the printf format that is argument
-/// `format`; 0 for a `va_list`. Arguments count from 1, and a member's `this` is one.
+/// Makes the compiler check the arguments from position `first` against the printf format at
+/// position `format`. `first` is 0 for a `va_list`. Positions count from 1; `this` of a member
+/// function counts.
 #if defined(__clang__)
 #define TARSIO_COMMON_PRINTF(format, first) __attribute__((__format__(__printf__, format, first)))
 #elif defined(__GNUC__)
@@ -44,7 +46,7 @@
 #endif
 
 /// \def TARSIO_COMMON_NODISCARD
-/// `[[nodiscard]]` where the host's C++ has it: the result is the only sign of failure.
+/// `[[nodiscard]]` from C++17 on, for results that are the only sign of a failure.
 #if __cplusplus >= 201703L
 #define TARSIO_COMMON_NODISCARD [[nodiscard]]
 #else
