@@ -69,8 +69,7 @@ class TARSIO_COMMON_API FileUtils {
   ///     0x20 binary     write the bytes unchanged; otherwise Windows turns LF into CR LF
   ///
   /// 0x08 with 0x10, or any other bit, gives result 4 and does not touch the file. Results 6 and 5
-  /// take precedence. A bare file name gives 5, since its parent is an empty path (by design):
-  /// write
+  /// take precedence. A bare file name gives 5, since its parent is an empty path (by design): use
   /// "./name". Errors during writing are not detected and may leave a truncated file. On Linux a
   /// new file has mode 0666 minus the umask.
   TARSIO_COMMON_NODISCARD static FileOptRet WriteFile(std::string content, std::string path,
