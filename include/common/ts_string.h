@@ -19,8 +19,8 @@ namespace tarsio {
 ///
 /// Guarantees: if storing a string fails, this string is empty and usable.
 ///
-/// Threads: distinct objects may be used from any threads. One object must not be used from two
-/// threads at once.
+/// Threads: distinct objects may be used from any threads. Const members of one object may be
+/// called concurrently.
 ///
 /// Throws: `std::bad_alloc` from every function that stores a string.
 class TARSIO_COMMON_API TsString {
