@@ -23,7 +23,7 @@ namespace tarsio {
 
 namespace internal {
 
-// The compiler's own spelling of T, cut out of the name that it gives this very function.
+// The compiler's spelling of T, taken from the name of this function.
 template <typename T>
 std::string TypeSpelling() {
 #if defined(_MSC_VER)
@@ -33,12 +33,12 @@ std::string TypeSpelling() {
 #else
   const std::string name = __PRETTY_FUNCTION__;
   const std::string::size_type begin = name.find("T = ") + std::strlen("T = ");
-  // In parentheses, since a system's header may define min as a macro.
+  // In parentheses, since a system header may define min as a macro.
   return name.substr(begin, (std::min)(name.find("; std::", begin), name.rfind(']')) - begin);
 #endif
 }
 
-// Hosts match on this spelling, so it is the same from every compiler.
+// Hosts match on this spelling, so it is the same for every compiler.
 template <>
 inline std::string TypeSpelling<std::function<void()>>() {
   return "class std::function<void __cdecl(void)> ";
@@ -51,34 +51,37 @@ inline std::string TypeSpelling<std::function<void()>>() {
 /// Every operation that may wait takes a signed timeout in milliseconds:
 ///
 ///     timeoutMs > 0    waits up to that long, on the system clock
-///     timeoutMs == 0   waits without limit (the opposite of many queues)
+///     timeoutMs == 0   waits without limit (by design; unlike many queues)
 ///     timeoutMs < 0    does not wait
 ///
-/// The deadline is fixed once the queue's lock has been taken; the time that the lock itself takes
-/// is not counted. Elements must be copyable (Push() copies) and assignable (Pop() moves).
+/// The deadline is computed once the queue's lock is held, so the time spent waiting for the lock
+/// does not count. Elements must be copyable (Push() copies) and assignable (Pop() move-assigns).
 ///
-/// Requires: no thread may be waiting when the queue is destroyed.
-/// Guarantees: elements leave in the order in which they came; after Close() nothing enters.
-/// Threads:  every member may be called from any number of threads at once. A callback that runs
-///           under the queue's lock (copying, moving or destroying an element, and the log's sink
-///           when Push() reports) must not use the queue.
-/// Throws:   `std::system_error` when the system's locks fail, memory exhaustion, and what copying
-///           or moving an element throws; a failed Push() leaves the queue as it was.
+/// Requires: no thread is waiting when the queue is destroyed. Code that runs under the queue's
+///           lock must not use the queue: copying, moving and destroying an element, and the log's
+///           sink when Push() logs a refusal.
+/// Guarantees: elements are popped in the order in which they were pushed; Close() is final. If
+///           Push() throws, the queue is unchanged. If Pop() throws, the element stays queued, as
+///           the failed assignment left it.
+/// Threads:  every member may be called concurrently.
+/// Ordering: everything done before a Push() is visible after the Pop() that returns its element.
+/// Throws:   `std::system_error` if a lock fails, `std::bad_alloc`, what copying or assigning an
+///           element throws, and what the log's sink throws when Push() logs a refusal.
 template <typename T>
 class BlockingQueue {
  public:
-  /// Any capacity is accepted. A queue of capacity 0 never takes an element.
+  /// Any capacity is valid. A queue of capacity 0 never accepts an element.
   explicit BlockingQueue(uint64_t queueCapacity) : capacity(queueCapacity) {}
 
   BlockingQueue(const BlockingQueue&) = delete;
   BlockingQueue& operator=(const BlockingQueue&) = delete;
 
-  /// Destroys the elements that are left. Neither closes the queue nor wakes a thread.
+  /// Destroys the remaining elements. Does not close the queue or wake any thread.
   virtual ~BlockingQueue() = default;
 
-  /// Appends a copy of `item` when there is room, and returns whether it did. A refusal is reported
-  /// at LOG_LEVEL_WARN: "queue full or timeout". On a closed queue it waits its whole timeout, with
-  /// timeout 0 forever.
+  /// Appends a copy of `item` if there is room before the timeout. Otherwise returns false and logs
+  /// "queue full or timeout" at LOG_LEVEL_WARN. On a closed queue, waits for the whole timeout
+  /// before it returns false; with timeout 0, forever.
   TARSIO_COMMON_NODISCARD bool Push(const T& item, int timeoutMs) {
     std::unique_lock<std::mutex> lock(mutex);
     // Unequal, not less: with capacity 0 the empty queue counts as full.
@@ -92,9 +95,9 @@ class BlockingQueue {
     return true;
   }
 
-  /// Moves the first element into `item`, and returns whether it did; if not, `item` is left as it
-  /// was and nothing is reported. On a closed queue it waits its whole timeout, with timeout 0
-  /// forever.
+  /// Moves the first element into `item` if there is one before the timeout. Otherwise returns
+  /// false, leaves `item` unchanged and logs nothing. On a closed queue, waits for the whole
+  /// timeout before it returns false; with timeout 0, forever.
   TARSIO_COMMON_NODISCARD bool Pop(T& item, int timeoutMs) {
     std::unique_lock<std::mutex> lock(mutex);
     if (!WaitFor(notEmpty, lock, timeoutMs, [this] { return !closed && !items.empty(); })) {
@@ -106,18 +109,17 @@ class BlockingQueue {
     return true;
   }
 
-  /// Discards every element and closes the queue for good. Waiting threads are woken, but find the
-  /// queue closed and wait until their own deadline (by design). The elements are destroyed under
-  /// the lock. Allocates nothing.
+  /// Discards all elements and closes the queue permanently. Threads that are waiting keep waiting
+  /// until their own deadline (by design). Elements are destroyed under the lock. No allocation.
   void Close() {
     const std::lock_guard<std::mutex> lock(mutex);
     closed = true;
     notFull.Wake();
     notEmpty.Wake();
-    items.clear();  // in place: another container to exchange them with would allocate
+    items.clear();  // in place: swapping in an empty deque would allocate
   }
 
-  /// The number of elements at this moment.
+  /// Returns the current number of elements.
   uint64_t Size() {
     const std::lock_guard<std::mutex> lock(mutex);
     return items.size();
@@ -125,10 +127,10 @@ class BlockingQueue {
 
  private:
   /// \cond
-  // Those who wait for the same change, under the queue's lock.
+  // Threads that wait for the same change. Guarded by the queue's mutex.
   struct Waiters {
     std::condition_variable changed;
-    bool any = false;  // somebody has begun to wait since the last wake
+    bool any = false;  // a thread has started to wait since the last wake-up
 
     void Wake() {
       if (!any) return;
@@ -138,7 +140,7 @@ class BlockingQueue {
   };
   /// \endcond
 
-  // The single waiting rule. A notification or a spurious wake-up never moves the deadline.
+  // All waits go through here. Neither notifications nor spurious wake-ups move the deadline.
   template <typename Ready>
   static bool WaitFor(Waiters& waiters, std::unique_lock<std::mutex>& lock, int timeoutMs,
                       Ready ready) {
@@ -158,17 +160,17 @@ class BlockingQueue {
   }
 
   TARSIO_COMMON_LOCAL static void ReportRefusal() {
-    // Hosts match on file, line and function: they belong to the interface, so the line is not
-    // __LINE__ and the file not the path by which a host's compiler found this header.
+    // Hosts match on file, line and function, so these are part of the interface: not __LINE__, and
+    // not the path by which the host's compiler found this header.
     constexpr int kQueueFullLine = 86;
-    // Never destroyed: threads may report while the process ends.
+    // Never destroyed: threads may still log while the process ends.
     static const std::string& function =
         *new std::string("tarsio::BlockingQueue<" + internal::TypeSpelling<T>() + ">::Push");
     Log::GetInstance().DoLog(LOG_LEVEL_WARN, "include/common/blocking_queue.h", kQueueFullLine,
                              function.c_str(), "queue full or timeout");
   }
 
-  std::mutex mutex;  // guards all that follows
+  std::mutex mutex;  // guards all members below
   const uint64_t capacity;
   std::deque<T> items;
   Waiters notFull;
