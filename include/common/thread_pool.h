@@ -2,7 +2,7 @@
 #define TARSIO_COMMON_THREAD_POOL_H_
 
 /// \file
-/// A named pool of threads that grows on demand and shrinks by itself.
+/// A named thread pool that grows on demand and shrinks when idle.
 
 #include <atomic>
 #include <condition_variable>
@@ -20,93 +20,101 @@ namespace tarsio {
 
 class Worker;
 
-/// Runs tasks on worker threads. Each submission starts one more worker until the limit is reached,
-/// even when others are idle; a worker that finds no task for 1000 ms leaves.
+/// Runs tasks on worker threads. Each submission starts another worker until the limit is reached,
+/// even if other workers are idle. A worker that gets no task for 1000 ms exits.
 ///
 ///     auto pool = std::make_shared<tarsio::ThreadPool>("readers", 4, 0, 64);
 ///     pool->SubmitTask([] { Work(); });
 ///     pool->Shutdown(tarsio::ThreadPool::SHUTDOWN_DRAIN);  // all tasks have run
 ///
-/// Requires: a pool must be owned by a `std::shared_ptr`.
+/// Requires: a `std::shared_ptr` owns the pool. A task is copied under the queue's lock, so copying
+///           what it owns must not use the pool. SHUTDOWN_NOW also destroys the pending
+///           tasks under that lock.
 /// Guarantees: tasks are dequeued in FIFO order, though two workers may start them in the other
-///           order. A dequeued task runs to completion. Workers keep the pool alive: if the host
-///           drops its last reference while a worker lives, all pending tasks run, and the
-///           destructor runs on that worker.
-/// Threads:  every member may be called from any thread at once, but for SetName(), which must not
-///           run beside GetName() or SubmitTask(). From a task, Shutdown() would wait for itself. A
-///           task is copied under the queue's lock, so what it owns must not use the pool while it
-///           is copied.
-/// Throws:   `std::system_error` when the system's locks or threads fail, and memory exhaustion.
+///           order. A dequeued task runs to completion unless the process ends. Workers keep the
+///           pool alive: if the host drops its last reference while a worker lives, all pending
+///           tasks run, and the destructor runs on a worker.
+/// Threads:  every member may be called concurrently, except that SetName() must not run
+///           concurrently with GetName(), SubmitTask() or another SetName(). A task must not call
+///           Shutdown() of its own pool: it would wait for itself.
+/// Ordering: everything done before a SubmitTask() is visible to the task. What a task did is
+///           visible after a Shutdown() that waited for it, but not after Wait().
+/// Throws:   `std::system_error` if a lock or a thread fails, and `std::bad_alloc`.
 class TARSIO_COMMON_API ThreadPool : public std::enable_shared_from_this<ThreadPool> {
  public:
-  /// What Shutdown() does before it waits for the workers to leave. Any other value is accepted and
+  /// What Shutdown() does before it waits for the workers to exit. Any other value is accepted and
   /// acts as SHUTDOWN_DRAIN.
   enum SHUTDOWN_METHOD : int32_t {
-    SHUTDOWN_NOW = 0,    ///< Discards the pending tasks and closes the pool for good.
-    SHUTDOWN_WAIT = 1,   ///< Waits until every pending task has been taken; see Wait().
-    SHUTDOWN_DRAIN = 2,  ///< Nothing: workers that live leave only when no task is pending.
+    SHUTDOWN_NOW = 0,    ///< Discards the pending tasks and closes the pool permanently.
+    SHUTDOWN_WAIT = 1,   ///< Waits until every pending task has been dequeued; see Wait().
+    SHUTDOWN_DRAIN = 2,  ///< Nothing: live workers exit only when no task is pending.
   };
 
-  /// Starts no thread. Nothing is validated: with `threadLimit` 0 no task ever runs, with
-  /// `taskCapacity` 0 every submission blocks forever. `reserved` is kept and has no effect.
+  /// Starts no thread. The arguments are not validated: with `threadLimit` 0 no task ever runs, and
+  /// with `taskCapacity` 0 every submission blocks forever. `reserved` has no effect.
   ThreadPool(std::string poolName, uint64_t threadLimit, uint64_t reserved, uint64_t taskCapacity);
 
   ThreadPool(const ThreadPool&) = delete;
   ThreadPool& operator=(const ThreadPool&) = delete;
 
-  /// Shutdown(SHUTDOWN_NOW).
+  /// Discards the tasks that are still pending. Does not wait: live workers own the pool, so there
+  /// are none left.
   virtual ~ThreadPool();
 
-  /// The name that the constructor or the last SetName() was given. The pool makes no use of it.
+  /// Returns the name passed to the constructor or to the last SetName().
   std::string GetName() const;
-  /// Changes what GetName() returns. Nothing else shows the name.
+  /// Changes what GetName() returns. The name has no other effect; threads are not renamed.
   void SetName(const std::string& newName);
 
-  /// The number of tasks that no worker has taken yet.
+  /// Returns the number of tasks that no worker has dequeued yet.
   uint64_t GetPendingTaskNumber();
-  /// The number of workers that live, idle ones included.
+  /// Returns the number of live workers, including idle ones.
   uint64_t GetRunningThreadNumber();
 
-  /// Queues a copy of `task` and starts a worker if fewer than the limit live. Blocks while the
-  /// queue is full, and forever on a pool that was shut down with SHUTDOWN_NOW. Always true,
-  /// except at the end of a process on Windows, when a DLL's statics are destroyed: it drops the
-  /// task and returns false, since the workers have been killed.
+  /// Queues a copy of `task` and starts a worker if the limit is not reached. Blocks while the
+  /// queue is full, and forever on a pool that was shut down with SHUTDOWN_NOW. Always returns
+  /// true, except at the end of a process on Windows, when a DLL's statics are destroyed: the
+  /// workers have been killed by then, so it drops the task and returns false.
   ///
-  /// A task's `std::exception` is reported at LOG_LEVEL_FATAL ("task exception: ..."), an empty
-  /// task the same way; any other exception ends the process. If the report itself fails with a
-  /// `std::exception`, from the log's sink for instance, it is lost and the worker goes on; any
-  /// other exception of a sink ends the process.
+  /// A `std::exception` thrown by a task is logged at LOG_LEVEL_FATAL ("task exception: ..."), and
+  /// so is an empty task; any other exception ends the process. If logging fails
+  /// with a `std::exception`, for example from the log's sink, the message is lost and the worker
+  /// continues; any other exception from the sink ends the process.
   ///
-  /// Throws: `std::system_error` if a thread cannot be started: the task stays queued, and the next
-  /// submission tries again. `std::bad_weak_ptr` if no shared pointer owns the pool: the task stays
-  /// queued, but no worker will ever run it. If the queue is full and no worker lives, one is
-  /// started first, and the task is not queued if that fails. And what copying the task throws;
-  /// nothing is then queued.
+  /// Throws: `std::system_error` if no thread can be started: the task stays queued, and the next
+  /// submission tries again. If the queue is full and there is no worker, one is started first; if
+  /// that fails, the task is not queued. `std::bad_weak_ptr` if no shared pointer owns the pool:
+  /// the task stays queued, but never runs. Whatever copying the task throws: the task is not
+  /// queued.
   bool SubmitTask(std::function<void()>& task);
-  /// As above, for a function that was made for the call.
+  /// As above, for a temporary function.
   bool SubmitTask(std::function<void()>&& task) { return SubmitTask(task); }
-  /// As above, for a function that may not be changed.
+  /// As above, for a const function.
   bool SubmitTask(const std::function<void()>& task) {
     return SubmitTask(std::function<void()>(task));
   }
 
-  /// Acts on `method`, then waits until every worker has left. Workers leave only by having been
-  /// idle for 1000 ms, so this lasts up to a second longer than the last task; a pool without
-  /// workers is shut down at once.
+  /// Does what `method` says, then waits until every worker has exited. Workers exit only after
+  /// they have been idle for 1000 ms, so this takes up to a second longer than the last task.
+  /// Without workers it returns at once, except that SHUTDOWN_WAIT waits for pending tasks as
+  /// Wait() does.
   ///
-  /// All tasks have then run, or with SHUTDOWN_NOW have been discarded, unless other threads go on
-  /// submitting, or no worker lived to run them: with limit 0, after a failed SubmitTask(). With
-  /// any method but SHUTDOWN_NOW the pool stays open, and a later submission starts workers again.
+  /// When it returns, all tasks have run, or have been discarded with SHUTDOWN_NOW. Exceptions:
+  /// other threads keep submitting tasks, or there was no worker to run them (limit 0, or a
+  /// SubmitTask() that threw). With any method but SHUTDOWN_NOW the pool stays open, and later
+  /// submissions start workers again.
+  ///
   /// At the end of a process on Windows, in the destructors of a DLL's statics, Shutdown() and
-  /// Wait() return at once. But do not call them there while the DLL is unloaded by FreeLibrary():
-  /// a thread cannot start or end meanwhile, so they wait for it and it waits for them.
+  /// Wait() return at once. Do not call them from such destructors while FreeLibrary() unloads the
+  /// DLL: threads cannot start or exit then, so this is a deadlock.
   void Shutdown(SHUTDOWN_METHOD method);
 
-  /// Returns when the queue is empty; the last tasks may still be running. A wake-up that falls
-  /// between the look at the queue and the sleep is missed: Wait() then lasts until the next task
-  /// is taken, forever if none comes. To wait for all tasks without that, call
-  /// Shutdown(SHUTDOWN_DRAIN), or let the tasks count down a CountDownLatch. Called from a task, it
-  /// waits for other workers to take what is pending: forever, if there are none.
+  /// Waits until the queue is empty; the last tasks may still be running. Wait() may miss the
+  /// moment when the last task is dequeued (by design). It then waits until another task is
+  /// dequeued, forever if none is submitted. It also waits forever if another thread discards the
+  /// pending tasks with SHUTDOWN_NOW. To wait for tasks reliably, use Shutdown(SHUTDOWN_DRAIN) or a
+  /// CountDownLatch. In a task, Wait() waits for other workers to dequeue the pending tasks:
+  /// forever if there are none.
   void Wait();
 
  private:
@@ -126,7 +134,7 @@ class TARSIO_COMMON_API ThreadPool : public std::enable_shared_from_this<ThreadP
   std::condition_variable workersChanged;
   const std::shared_ptr<BlockingQueue<std::function<void()>>> queue;
   std::vector<std::shared_ptr<Worker>> workers;  // guarded by workersMutex
-  std::mutex waitMutex;                          // Wait() alone; taken before the queue's mutex
+  std::mutex waitMutex;  // used by Wait() only; taken before the queue's mutex
   std::condition_variable taskTaken;
 };
 
