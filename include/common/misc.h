@@ -10,20 +10,19 @@
 
 namespace tarsio {
 
-/// The TLS cipher policy of secure connections, in OpenSSL's cipher-list syntax (see
-/// openssl-ciphers(1)): AES-GCM suites with ephemeral elliptic-curve key exchange. To be handed
-/// unchanged to a TLS library; this library does not read it.
+/// Returns the TLS cipher policy in OpenSSL's cipher-list syntax (see openssl-ciphers(1)): AES-GCM
+/// suites with ephemeral elliptic-curve key exchange, for TLS 1.2. Pass it to the TLS library
+/// unchanged. TLS 1.3 suites are configured separately.
 ///
-/// Threads: may be called from any thread at once.
-/// Throws:  nothing but memory exhaustion.
+/// Threads: may be called concurrently.
+/// Throws:  `std::bad_alloc`.
 TARSIO_COMMON_API std::string GetSupportedCiphersList();
 
-/// Whole milliseconds, the rest cut off, on the monotonic clock, for timeouts and durations: it
-/// never goes back, whatever the wall clock does. They count from the clock's own epoch, about the
-/// start of the system, not from 1970: never show them as a date, and never mix them with the
-/// timers' wall clock.
+/// Returns the monotonic clock in whole milliseconds, rounded down. It never goes back, even if the
+/// wall clock does; use it for timeouts and durations. Its epoch is about the start of the system,
+/// not 1970 (by design): do not print it as a date or compare it with the timers' wall clock.
 ///
-/// Threads: may be called from any thread at once.
+/// Threads: may be called concurrently.
 TARSIO_COMMON_API long long GetTimeNowMsSinceEpoch();
 
 }  // namespace tarsio

@@ -15,25 +15,25 @@
 
 namespace tarsio {
 
-/// A description of the client machine. The names of the first and the last field do not match what
-/// they hold; callers rely on that.
+/// A description of the client machine. The first and the last field do not hold what their names
+/// say (by design).
 struct ClientDeviceInfo {
-  std::string osArch;                ///< Always "Windows".
-  std::string reserved;              ///< Neither read nor written.
-  std::string osVersion;             ///< "10.0" on Windows 10 and 11; on Linux the kernel's "6.1".
+  std::string osArch;     ///< Always "Windows".
+  std::string reserved;   ///< Not read or written.
+  std::string osVersion;  ///< Major and minor: "10.0" on Windows 10 and 11, "6.1" on Linux 6.1.
   std::string osManufacturingModel;  ///< Always "x64".
 };
 
 /// Describes the system that the process runs on.
 ///
-/// Threads: may be called from any thread at once, each with a record of its own.
-/// Throws:  nothing but memory exhaustion.
+/// Threads: may be called concurrently, each call with its own record.
+/// Throws:  `std::bad_alloc`, and what the log's sink throws when a failure is logged.
 class TARSIO_COMMON_API SysInfo {
  public:
-  /// Fills `info`, which must hold a record (an empty pointer is not checked for and ends the
-  /// process), and returns whether everything could be found out. At the first failure, one line is
-  /// logged at LOG_LEVEL_ERROR; the fields written before keep their new values, the others their
-  /// old ones.
+  /// Fills the record that `info` points to. Returns false and logs one line at LOG_LEVEL_ERROR if
+  /// the version cannot be determined; `osArch` has then been written, the other fields have not.
+  ///
+  /// Requires: `info` is not empty. This is not checked; an empty pointer ends the process.
   TARSIO_COMMON_NODISCARD static bool GetClientOsInfo(std::shared_ptr<ClientDeviceInfo>& info);
 
  private:

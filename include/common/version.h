@@ -4,14 +4,14 @@
 /// \file
 /// The version of these headers, for the preprocessor.
 
-/// Rises when something is removed or changes.
+/// Incremented when something is removed or changed incompatibly.
 #define TARSIO_COMMON_VERSION_MAJOR 1
-/// Rises when something is added.
+/// Incremented when something is added.
 #define TARSIO_COMMON_VERSION_MINOR 0
-/// Rises when only faults are mended.
+/// Incremented when bugs are fixed and nothing is added.
 #define TARSIO_COMMON_VERSION_PATCH 0
 
-/// One number to compare: 10203 is 1.2.3.
+/// The version as one number, for comparisons: 10203 is 1.2.3.
 #define TARSIO_COMMON_VERSION                                                \
   (TARSIO_COMMON_VERSION_MAJOR * 10000 + TARSIO_COMMON_VERSION_MINOR * 100 + \
    TARSIO_COMMON_VERSION_PATCH)
