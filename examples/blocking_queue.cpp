@@ -1,4 +1,4 @@
-// A producer and a consumer over a small queue.
+// A producer and a consumer with a small queue.
 
 //! [includes]
 #include "common/blocking_queue.h"
@@ -28,7 +28,7 @@ int main() {
   //! [both sides]
   std::thread producer([&queue] {
     for (int i = 1; i <= 5; ++i) {
-      if (!queue.Push(i, kForever)) return;  // waits while two are queued
+      if (!queue.Push(i, kForEver)) return;  // waits while the queue is full
     }
   });
   int sum = 0;
@@ -44,7 +44,7 @@ int main() {
   std::cout << std::boolalpha << "first:  " << queue.Push(1, kDoNotWait) << '\n'
             << "second: " << queue.Push(2, kDoNotWait) << '\n'
             << "third:  " << queue.Push(3, kDoNotWait) << '\n';
-  queue.Close();  // discards what is left; nothing enters any more
+  queue.Close();  // discards the elements; later pushes fail
   std::cout << "after closing: " << queue.Size() << ", " << queue.Push(4, kDoNotWait) << '\n';
   //! [closing]
 

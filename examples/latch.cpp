@@ -1,4 +1,4 @@
-// Waiting for threads: a count that runs down, and a wake-up point.
+// Waiting for threads: a count-down latch and a wake-up point.
 
 //! [includes]
 #include "common/latch.h"
@@ -44,7 +44,7 @@ int main() {
   std::cout << "waiting: " << point.GetCount() << '\n';
 
   //! [units]
-  point.Wait(1000000);  // nanoseconds here: one millisecond
+  point.Wait(1000000);  // nanoseconds here: waits for one millisecond
   //! [units]
   return 0;
 }

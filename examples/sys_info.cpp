@@ -1,4 +1,4 @@
-// What the host tells about the machine.
+// Describes the operating system.
 
 //! [includes]
 #include "common/sys_info.h"

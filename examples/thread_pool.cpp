@@ -30,7 +30,7 @@ int main() {
   tarsio::Log::GetInstance().SetLogger(std::make_unique<MessageLogger>());
   std::atomic<int> sum{0};
   //! [submitting]
-  // Owned by a shared pointer, as it must be: up to four workers, up to 64 tasks that wait.
+  // A shared pointer must own the pool. Up to four workers, up to 64 pending tasks.
   const auto pool = std::make_shared<tarsio::ThreadPool>("adders", 4, 0, 64);
   for (int i = 1; i <= 100; ++i) pool->SubmitTask([i, &sum] { sum += i; });
   pool->SubmitTask([] { throw std::runtime_error("boom"); });
@@ -44,8 +44,8 @@ int main() {
   //! [result]
 
   //! [waiting]
-  // Waits until the workers have left, who run every task first. That lasts up to a second longer
-  // than the last task: they leave when they have been idle that long.
+  // Waits until the workers have exited, after every task has run. This takes up to a second longer
+  // than the last task: a worker exits after a second without one.
   pool->Shutdown(tarsio::ThreadPool::SHUTDOWN_DRAIN);
   std::cout << "sum: " << sum << ", workers: " << pool->GetRunningThreadNumber()
             << ", result: " << answer << '\n';

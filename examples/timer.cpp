@@ -1,4 +1,4 @@
-// A repeating timer that a one-shot timer stops.
+// A one-shot timer stops a repeating timer.
 
 //! [includes]
 #include "common/timer.h"
@@ -49,7 +49,7 @@ int main() {
   //! [repeating]
 
   //! [one-shot]
-  // Callbacks may start and stop timers.
+  // Actions may start and stop timers.
   tarsio::CountDownLatch stopped(1);
   const auto stopper = std::make_shared<TsTimer>(10, false);
   stopper->Init([&ticker, &stopped] {
