@@ -1,4 +1,4 @@
-// Waiting for a group of tasks, and taking their results, without the second that Shutdown() takes.
+// Waits for a group of tasks and uses their results, without the extra second of Shutdown().
 
 //! [includes]
 #include <cstddef>
@@ -27,7 +27,7 @@ int main() {
   for (size_t i = 0; i < group->results.size(); ++i) {
     pool->SubmitTask([group, i] {
       group->results[i] = Square(static_cast<int>(i));
-      group->left.CountDown();  // last: what was written before is visible to the waiter
+      group->left.CountDown();  // last: the waiting thread sees everything written before
     });
   }
   while (group->left.GetCount() > 0) group->left.Wait(1000);

@@ -1,5 +1,5 @@
-// A sink that hands lines to a thread, so that logging does not wait for the disk. It loses no line
-// at the end of the process.
+// A sink that passes lines to a thread, so that logging does not wait for the disk. No line is lost
+// if the sink is replaced before main() returns.
 
 //! [includes]
 #include <iostream>
@@ -21,7 +21,7 @@ class AsyncLogger : public tarsio::Logger {
   AsyncLogger(const AsyncLogger&) = delete;
   AsyncLogger& operator=(const AsyncLogger&) = delete;
 
-  // The queue's Close() would discard what is queued; a null line marks the end instead.
+  // Close() would discard the queued lines, so a null line marks the end instead.
   ~AsyncLogger() override {
     static_cast<void>(lines.Push(std::nullopt, kForEver));
     writer.join();
@@ -54,7 +54,7 @@ int main() {
   log.SetLogger(std::make_unique<AsyncLogger>());
   for (int i = 1; i <= 3; ++i) TARSIO_LOG(tarsio::LOG_LEVEL_ERROR, "line %d", i);
   //! [end]
-  // Before main() returns, while threads may still be joined on every system.
+  // Before main() returns, while the thread still runs on every system.
   log.SetLogger(nullptr);
   //! [end]
   return 0;

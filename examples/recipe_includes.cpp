@@ -1,4 +1,4 @@
-// A search path of include directories, as a compiler has it.
+// A search path of include directories, like a compiler's.
 
 //! [includes]
 #include <iostream>
@@ -14,7 +14,7 @@ using tarsio::Path;
 namespace {
 
 //! [search]
-// Resolve() gives the name back if no directory has it, and finds directories too.
+// Resolve() returns the name unchanged if it finds nothing, and also finds directories.
 bool FindInclude(const tarsio::PathResolver& directories, const std::string& name, Path& found) {
   found = directories.Resolve(name);
   return found.IsFile();
@@ -36,7 +36,7 @@ int main() {
 
   //! [directories]
   tarsio::PathResolver directories;
-  directories.Erase(directories.begin());  // not the current directory
+  directories.Erase(directories.begin());  // the current directory
   directories.Append("recipe-includes/own");
   directories.Append("recipe-includes/system");
   //! [directories]

@@ -1,4 +1,4 @@
-// A sink that knows the level of each line: it colours errors.
+// A sink that knows the level of each line and marks errors.
 
 //! [includes]
 #include <cstdarg>
@@ -14,7 +14,7 @@ namespace {
 //! [sink]
 class MarkingLogger : public tarsio::Logger {
  public:
-  // The level comes with the line's layout. DoOutput() follows on the same thread.
+  // Called with the level, just before DoOutput() and on the same thread.
   void VFormat(tarsio::LOG_LEVEL level, std::string& out, const char* file, int line,
                const char* function, const char* format, va_list args) override {
     Logger::VFormat(level, out, file, line, function, format, args);

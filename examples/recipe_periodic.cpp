@@ -13,12 +13,12 @@ using component::TsTimer;
 namespace {
 
 //! [poller]
-// A repeating timer cannot stop itself in its own action. A one-shot timer that starts itself again
-// can: it just does not.
+// A repeating timer cannot stop itself in its own action. Use a one-shot timer instead that starts
+// itself again until it is done.
 class Poller : public std::enable_shared_from_this<Poller> {
  public:
   void Start() {
-    // A weak pointer: the timer must not keep its owner alive.
+    // A weak pointer, so that the timer does not keep its owner alive.
     timer->Init([weak = weak_from_this()] {
       const std::shared_ptr<Poller> self = weak.lock();
       if (self != nullptr && !self->Poll()) self->timer->Start();

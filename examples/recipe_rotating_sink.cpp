@@ -1,4 +1,4 @@
-// A sink that writes to a file and starts a new one when it is full.
+// A sink that writes to a file and starts a new file when it is full.
 
 //! [includes]
 #include <filesystem>
@@ -20,7 +20,7 @@ class RotatingLogger : public tarsio::Logger {
   RotatingLogger(std::string fileName, std::streamoff mostBytes)
       : name(std::move(fileName)), limit(mostBytes), file(name, std::ios::binary) {}
 
-  // Any thread may be logging.
+  // Several threads may log concurrently.
   void DoOutput(const char* line) override {
     const std::lock_guard<std::mutex> lock(mutex);
     if (file.tellp() >= limit) Rotate();
@@ -30,7 +30,7 @@ class RotatingLogger : public tarsio::Logger {
  private:
   void Rotate() {
     file.close();
-    std::filesystem::rename(name, name + ".1");  // replaces the one before
+    std::filesystem::rename(name, name + ".1");  // replaces the previous one
     file.open(name, std::ios::binary);
   }
 
