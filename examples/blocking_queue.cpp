@@ -28,7 +28,7 @@ int main() {
   //! [both sides]
   std::thread producer([&queue] {
     for (int i = 1; i <= 5; ++i) {
-      if (!queue.Push(i, kForEver)) return;  // waits while the queue is full
+      if (!queue.Push(i, kForever)) return;  // waits while the queue is full
     }
   });
   int sum = 0;
