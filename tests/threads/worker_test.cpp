@@ -1,5 +1,7 @@
 // A worker used as its pool never uses it: started twice, stopped during a task, started again.
 
+#include "worker.h"
+
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -13,7 +15,6 @@
 #include "support/background_call.h"
 #include "support/gate.h"
 #include "support/private_member.h"
-#include "worker.h"
 
 namespace tarsio_test {
 
