@@ -3,7 +3,7 @@
 //
 // Wide strings are UTF-16, one unit per wchar_t, on every system. Paths are Windows paths. A system
 // with other paths maps them: drive C: is its root, other drives and shares do not exist, and "."
-// and ".." are resolved lexically. Failures carry no cause.
+// and ".." are resolved lexically. Failures are reported without their cause.
 //
 // Threads: all functions are safe to call concurrently.
 
@@ -21,16 +21,17 @@ namespace tarsio::platform {
 
 // ---- UTF-8 and UTF-16 ----
 
-// UTF-8 to UTF-16. Each ill-formed part becomes one U+FFFD: a lead byte with the continuation bytes
-// after it, up to and including the first that no valid sequence allows. Returns an empty string
-// for INT_MAX bytes or more.
+// Converts UTF-8 to UTF-16. Each ill-formed sequence becomes one U+FFFD: a lead byte and the
+// continuation bytes after it, up to and including the first one that makes the sequence invalid.
+// Returns an empty string for INT_MAX bytes or more.
 std::wstring Widen(const std::string& utf8);
 
-// UTF-16 to UTF-8. A lone surrogate becomes U+FFFD. Where wchar_t is wider than 16 bits, a value
-// above 0xFFFF is encoded as that code point. Returns an empty string for INT_MAX units or more.
+// Converts UTF-16 to UTF-8. A lone surrogate becomes U+FFFD. Where wchar_t is wider than 16 bits, a
+// value above 0xFFFF is encoded as that code point. Returns an empty string for INT_MAX units or
+// more.
 std::string Narrow(const std::wstring& utf16);
 
-// Makes the user's default locale the global locale, of C++ and of the C runtime, and returns it.
+// Makes the user's default locale the global locale of both C++ and the C runtime, and returns it.
 // Its codecvt<wchar_t, char> facet converts the user's multibyte encoding. Throws
 // std::runtime_error ("bad locale name") if the locale does not exist.
 std::locale MakeUserLocaleGlobal();
@@ -40,8 +41,8 @@ bool RuntimeLocaleIsClassic();
 
 // ---- environment ----
 
-// The value of an environment variable. Empty if it is not set, or if the value and its terminator
-// need more than `capacity` units.
+// Returns the value of an environment variable. Empty if it is not set, or if the value and its
+// terminator need more than `capacity` units.
 std::wstring Environment(const std::wstring& name, size_t capacity);
 
 struct Version {
@@ -49,19 +50,19 @@ struct Version {
   uint32_t minor;
 };
 
-// The version of the running system, or nullopt if it cannot be determined.
+// Returns the version of the running system, or nullopt if it cannot be determined.
 std::optional<Version> RunningVersion();
 
 // ---- paths ----
 
 // Resolves `path` against the current directory. "." and ".." are resolved, never above the root;
-// repeated separators are merged. A single dot at the end of an inner component and all dots and
-// spaces at the end of the path are dropped. Empty if `path` is empty or only spaces, or if the
-// result and its terminator need more than `capacity` units.
+// repeated separators are merged. A single dot at the end of an inner component is dropped, and so
+// are all dots and spaces at the end of the path. Returns an empty string if `path` is empty or
+// only spaces, or if the result and its terminator need more than `capacity` units.
 std::wstring FullPath(const std::wstring& path, size_t capacity);
 
-// The current directory as an absolute path. Empty if it cannot be determined, or if it and its
-// terminator need more than `capacity` units.
+// Returns the current directory as an absolute path. Empty if it cannot be determined, or if it and
+// its terminator need more than `capacity` units.
 std::wstring CurrentDirectory(size_t capacity);
 
 // ---- file status ----
@@ -70,22 +71,23 @@ enum class FileType { kNone, kDirectory, kOther };
 
 struct FileStatus {
   FileType type;
-  uint64_t size;  // SizeOf() a file; unspecified for a directory
+  uint64_t size;  // in bytes, as SizeOf() returns it; unspecified for a directory
 };
 
-// What `path` names. kNone if it does not exist or the system reports an error.
+// Returns what `path` names. The type is kNone if it does not exist or the system reports an error.
 FileType TypeOf(const std::wstring& path);
 FileStatus Status(const std::wstring& path);
 
-// The size in bytes that the runtime's stat() reports, for a directory too. 0 on failure.
+// Returns the size in bytes that the runtime's stat() reports, also for a directory. 0 on failure.
 uint64_t SizeOf(const std::wstring& path);
 
-// Creates one directory. False if the name exists or its parent does not.
+// Creates one directory. Returns false if the name exists or its parent does not.
 bool CreateOneDirectory(const std::wstring& path);
-// Creates a directory and its missing parents. `path` must be a full path. False if it exists.
+// Creates a directory and its missing parents. `path` must be a full path. Returns false if it
+// exists.
 bool CreateDirectories(const std::wstring& path);
 
-// The runtime's narrow calls. The bytes of `path` are passed unchanged.
+// The runtime's narrow calls. The bytes of `path` are passed to them unchanged.
 bool CreateDirectoryNarrow(const std::string& path);
 bool RemoveDirectoryNarrow(const std::string& path);  // fails if it is not empty
 bool RemoveFileNarrow(const std::string& path);       // fails for a directory
@@ -116,7 +118,7 @@ class File {
   bool IsOpen() const { return descriptor >= 0; }
   // Reads up to `size` bytes. Returns fewer only at the end of the file or on failure.
   size_t Read(char* buffer, size_t size);
-  // Writes all of `data`, or less on failure.
+  // Writes `size` bytes, or fewer on failure.
   void Write(const char* data, size_t size);
 
  private:
@@ -127,8 +129,9 @@ class File {
 
 // ---- signals ----
 
-// The signal that a failing write to the standard output may raise: the reader of a pipe is gone,
-// or a file has reached its size limit. 0 if none. The answer is cached for up to 100 ms.
+// Returns the signal that a failing write to standard output may raise, because the reader of a
+// pipe is gone or a file has reached its size limit. 0 if none. The result is cached for up to
+// 100 ms.
 int StandardOutputSignal();
 
 // Blocks `signal` for this thread and discards it if it was raised in the scope. Does nothing for
@@ -150,13 +153,14 @@ class ScopedSignalBlock {
 
 // ---- time ----
 
-// The wall clock in 100-ns ticks since 1970-01-01 UTC, at the system's best resolution.
+// Returns the wall clock in 100-ns ticks since 1970-01-01 UTC, at the system's best resolution.
 int64_t WallClockTicks();
 
-// `seconds` since 1970-01-01 UTC as local calendar time. False if the system cannot convert it.
+// Converts `seconds` since 1970-01-01 UTC to local calendar time. Returns false if the system
+// cannot convert them.
 bool LocalTime(int64_t seconds, std::tm* local);
 
-// Whether libcrypto may be called. At process exit it may have run its own cleanup already.
+// Returns true if libcrypto may be called. At process exit it may have cleaned up already.
 bool LibcryptoIsUsable();
 
 // ---- module and process ----
@@ -165,11 +169,11 @@ bool LibcryptoIsUsable();
 // never while holding a lock: it may wait for another thread that loads or unloads a module.
 void PinLibrary();
 
-// Whether the process is exiting and the system has killed all other threads. A killed thread may
-// have held a lock.
+// Returns true if the process is exiting and the system has killed all other threads. A killed
+// thread may have held a lock.
 bool ProcessIsEnding();
 
-// The number of forks since the library was loaded, on the way to this process.
+// Returns the number of forks between the process that loaded the library and this one.
 int ForkCount();
 
 }  // namespace tarsio::platform

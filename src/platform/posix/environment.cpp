@@ -10,7 +10,7 @@ namespace tarsio::platform {
 
 std::wstring Environment(const std::wstring& name, size_t capacity) {
   const std::string narrow = Narrow(name);
-  // getenv() takes "A=B" for the beginning of A's value.
+  // getenv("A=B") would match a variable A whose value begins with "B=".
   if (std::strchr(narrow.c_str(), '=') != nullptr) return {};
   // NOLINTNEXTLINE(concurrency-mt-unsafe): safe as long as the host does not change the environment
   const char* const value = std::getenv(narrow.c_str());

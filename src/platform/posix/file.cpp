@@ -20,30 +20,31 @@ namespace tarsio::platform {
 
 namespace {
 
-// The most that one call of read(2) or write(2) transfers.
+// Linux transfers at most this many bytes in one read(2) or write(2).
 constexpr size_t kLargestTransfer = 0x7ffff000;
 
-// Whether the host has closed one of the three. A placeholder of another thread's counts as closed.
+// Returns true if the host has closed a standard descriptor. A placeholder that another thread has
+// opened there counts as closed.
 bool StandardDescriptorIsFree() {
   std::array<pollfd, 3> standard{
       {{STDIN_FILENO, 0, 0}, {STDOUT_FILENO, 0, 0}, {STDERR_FILENO, 0, 0}}};
   const int events = ::poll(standard.data(), standard.size(), 0);
-  if (events <= 0) return events < 0;  // it fails where the process may not have three
+  if (events <= 0) return events < 0;  // fails if the descriptor limit is below three
   return std::any_of(standard.begin(), standard.end(),
                      [](const pollfd& each) { return (each.revents & POLLNVAL) != 0; });
 }
 
-// Keeps files from becoming a standard descriptor that the host has closed, not even for a moment:
-// what other threads write to it would land in the file. It is taken by a placeholder meanwhile,
-// which can neither be read nor written, as if it were still closed.
+// Keeps a file from becoming a standard descriptor that the host has closed, even for a moment:
+// other threads' output would end up in the file. Occupies the free standard descriptors with
+// placeholders, which cannot be read or written, as if they were still closed.
 class ScopedPlaceholders {
  public:
   ScopedPlaceholders() {
     if (!StandardDescriptorIsFree()) return;
     lock = std::unique_lock<std::mutex>(mutex);
-    while (count < placeholders.size()) {  // the host may be closing them meanwhile
+    while (count < placeholders.size()) {  // the host may close one at any time
       const int descriptor = ::open("/", O_PATH | O_CLOEXEC);
-      if (descriptor < 0) return;  // then no file can be opened either
+      if (descriptor < 0) return;  // opening the file will fail, too
       if (descriptor > STDERR_FILENO) {
         ::close(descriptor);
         return;
@@ -54,7 +55,7 @@ class ScopedPlaceholders {
   ScopedPlaceholders(const ScopedPlaceholders&) = delete;
   ScopedPlaceholders& operator=(const ScopedPlaceholders&) = delete;
   ~ScopedPlaceholders() {
-    // The host may have put something else in the place of one.
+    // The host may have replaced a placeholder, for example with dup2().
     while (count > 0) {
       const int descriptor = placeholders[--count];
       const int flags = ::fcntl(descriptor, F_GETFL);
@@ -63,7 +64,7 @@ class ScopedPlaceholders {
   }
 
  private:
-  // NOLINTNEXTLINE(*-non-const-global-variables): held while there are placeholders
+  // NOLINTNEXTLINE(*-non-const-global-variables): held while placeholders are open
   static inline std::mutex mutex;
 
   std::unique_lock<std::mutex> lock;
@@ -71,7 +72,7 @@ class ScopedPlaceholders {
   size_t count = 0;
 };
 
-// Waits neither for the other end of a FIFO nor for a modem, and a terminal does not become the
+// Does not wait for the other end of a FIFO or for a modem. Opening a terminal does not make it the
 // controlling one.
 int OpenNative(const std::wstring& path, int flags) {
   const std::string native = NativePath(path);
@@ -87,19 +88,19 @@ mode_t TypeOfDescriptor(int descriptor) {
   return ::fstat(descriptor, &status) == 0 ? status.st_mode & S_IFMT : 0;
 }
 
-// Reading and writing may wait, unlike opening.
+// Only opening must not block; reading and writing may.
 void LetWait(int descriptor) {
   const int flags = ::fcntl(descriptor, F_GETFL);
   ::fcntl(descriptor, F_SETFL, flags & ~O_NONBLOCK);
 }
 
-// A device or a pipe has no end to write at, though lseek() succeeds on some devices.
+// Devices and pipes have no end to seek to, although lseek() succeeds on some devices.
 bool SeekToEnd(int descriptor, mode_t type) {
   return type != S_IFCHR && ::lseek(descriptor, 0, SEEK_END) >= 0;
 }
 
-// The signal that write() raises when a pipe's reader has left, or when a file gets too large for
-// the process's limit. 0 if there is none.
+// Returns the signal that write() raises when a pipe's reader is gone, or when a file would exceed
+// the process's size limit. 0 if none.
 int WriteSignalOf(mode_t type) {
   if (type == S_IFIFO || type == S_IFSOCK) return SIGPIPE;
   rlimit limit{};
@@ -113,12 +114,12 @@ int WriteSignalOf(mode_t type) {
 File File::OpenForReading(const std::wstring& path) {
   const int descriptor = OpenNative(path, O_RDONLY);
   if (descriptor < 0 || TypeOfDescriptor(descriptor) == S_IFREG) return File(descriptor);
-  // The caller has seen a file's size, but the name is that of something else by now.
+  // The caller has checked that this is a file, but it has been replaced since.
   ::close(descriptor);
   return File(-1);
 }
 
-// Text and binary files are the same here.
+// Text and binary mode are the same here.
 File File::OpenForWriting(const std::wstring& path, const WriteMode& mode) {
   int flags = mode.alsoRead ? O_RDWR : O_WRONLY;
   if (!mode.mustExist) flags |= O_CREAT;
@@ -127,7 +128,8 @@ File File::OpenForWriting(const std::wstring& path, const WriteMode& mode) {
   const int descriptor = OpenNative(path, flags);
   if (descriptor < 0) return File(-1);
   const mode_t type = TypeOfDescriptor(descriptor);
-  // A FIFO that is open for reading, too, has a reader that never reads.
+  // Opened for reading as well, a FIFO would be its own reader, and writes would block once it is
+  // full.
   if ((mode.alsoRead && type == S_IFIFO) || (mode.atEnd && !SeekToEnd(descriptor, type))) {
     ::close(descriptor);
     return File(-1);
@@ -164,11 +166,11 @@ void File::Write(const char* data, size_t size) {
 }
 
 int StandardOutputSignal() {
-  // Asking for the type takes about as long as writing a line.
+  // fstat() takes about as long as writing a line.
   constexpr int64_t kPeriodMs = 100;
   constexpr int64_t kTypes = S_IFMT + 1;
-  // The type, and when it was asked for: in one value, since threads share it.
-  // NOLINTNEXTLINE(*-non-const-global-variables): as said
+  // The type and the period in which it was read, in one value: threads share it without a lock.
+  // NOLINTNEXTLINE(*-non-const-global-variables): a cache shared by all threads
   static std::atomic<int64_t> answer{-1};
   timespec time{};
   ::clock_gettime(CLOCK_MONOTONIC_COARSE, &time);
@@ -187,7 +189,7 @@ ScopedSignalBlock::ScopedSignalBlock(int signal) {
   sigset_t before;
   ::sigemptyset(&set);
   ::sigaddset(&set, signal);
-  // One that the host blocks is the host's to take.
+  // If the host blocks the signal itself, leave it to the host.
   if (::pthread_sigmask(SIG_BLOCK, &set, &before) == 0 && ::sigismember(&before, signal) == 0)
     blocked = signal;
 }

@@ -8,7 +8,7 @@ namespace tarsio::platform {
 
 namespace {
 
-// An empty name, which NativePath() gives for what cannot exist, is refused by every call.
+// NativePath() returns an empty string for a path that cannot exist. Every system call rejects it.
 bool Stat(const std::wstring& path, struct stat* status) {
   return ::stat(NativePath(path).c_str(), status) == 0;
 }
@@ -33,7 +33,7 @@ bool CreateOneDirectory(const std::wstring& path) { return MakeNativeDirectory(N
 bool CreateDirectories(const std::wstring& path) {
   const std::string native = NativePath(path);
   if (native.empty() || native[0] != '/') return false;
-  // Those that exist stay, and if one cannot be made, the last cannot either.
+  // Ignore errors here; the final mkdir() reports them.
   for (size_t end = native.find('/', 1); end != std::string::npos;
        end = native.find('/', end + 1)) {
     MakeNativeDirectory(native.substr(0, end));

@@ -8,12 +8,13 @@ namespace tarsio::platform {
 
 namespace {
 
-// NOLINTNEXTLINE(*-non-const-global-variables): set once, at the end of the process
+// NOLINTNEXTLINE(*-non-const-global-variables): set once, at process exit
 std::atomic<bool> cleanedUp{false};
 
 bool Prepare() {
-  // The clean-up at exit would come before the statics that are older. It is not registered, unless
-  // the host has used libcrypto first; then the library has to know when it has happened.
+  // libcrypto's cleanup would run at exit before the destructors of older statics, which may still
+  // hash. So do not register it. If the host used libcrypto first, it is registered already, and
+  // the library has to know when it has run.
   OPENSSL_init_crypto(OPENSSL_INIT_NO_ATEXIT, nullptr);
   OPENSSL_atexit([] { cleanedUp = true; });
   return true;

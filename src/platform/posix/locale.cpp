@@ -13,13 +13,13 @@ std::locale MakeUserLocaleGlobal() {
     std::locale::global(user);
     return user;
   } catch (const std::runtime_error&) {
-    throw std::runtime_error("bad locale name");  // each standard library has a text of its own
+    throw std::runtime_error("bad locale name");  // standard libraries differ in their messages
   }
 }
 
 bool RuntimeLocaleIsClassic() {
-  // Not by the locale's name, which another thread's setlocale() frees. toupper() and its relatives
-  // read this thread's tables; those of "C" are the C library's own.
+  // Do not compare the locale's name: another thread's setlocale() may free it. toupper() and
+  // similar functions read this thread's tables. All "C" locales share the same ones.
   static const locale_t classic = ::newlocale(LC_CTYPE_MASK, "C", nullptr);
   return classic != nullptr && *::__ctype_toupper_loc() == classic->__ctype_toupper;
 }

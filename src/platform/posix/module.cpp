@@ -8,19 +8,19 @@ namespace tarsio::platform {
 
 namespace {
 
-// NOLINTNEXTLINE(*-non-const-global-variables): changed by each fork
+// NOLINTNEXTLINE(*-non-const-global-variables): incremented in each forked child
 std::atomic<int> forkCount{0};
 
-// Registered while the library is loaded: pthread_atfork() must not be called under a lock that
-// another module's handler may want.
+// Registered when the library is loaded: pthread_atfork() must not be called while holding a lock
+// that another module's handler may take.
 [[maybe_unused]] const int registered = ::pthread_atfork(nullptr, nullptr, [] { ++forkCount; });
 
 }  // namespace
 
-// The shared object is linked with -z nodelete, so it stays loaded anyway.
+// The shared object is linked with -z nodelete, so it is never unloaded.
 void PinLibrary() {}
 
-// The other threads run on while the statics are destroyed.
+// Other threads keep running while statics are destroyed.
 bool ProcessIsEnding() { return false; }
 
 int ForkCount() { return forkCount.load(std::memory_order_relaxed); }

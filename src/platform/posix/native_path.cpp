@@ -24,10 +24,11 @@ bool IsDot(std::string_view component) {
   return component.size() <= 2 && (component == "." || component == "..");
 }
 
-// The size of "C:" in front of `path`, or 0. To Windows any UTF-16 unit before a colon is a drive.
+// Returns the size of the drive, such as "C:", that `path` begins with, or 0. Windows takes any
+// UTF-16 unit before a colon for a drive.
 size_t DriveSize(std::string_view path) {
   if (path.size() > 1 && path[1] == ':') return 2;
-  for (const size_t colon : {2U, 3U}) {  // a unit beyond ASCII has two or three bytes
+  for (const size_t colon : {2U, 3U}) {  // a non-ASCII unit takes two or three bytes
     if (path.size() <= colon || path[colon] != ':') continue;
     if (Widen(std::string(path.substr(0, colon))).size() == 1) return colon + 1;
   }
@@ -42,14 +43,14 @@ bool IsDriveC(std::string_view root) {
 RootedPath OnShareOrDevice(std::string_view path) {
   const size_t server = ComponentEnd(path, 2);
   if (server == 3 && (path[2] == '.' || path[2] == '?')) {
-    // Below a device nothing else is part of the root.
+    // A device has no share that belongs to the root.
     if (server == path.size()) return {"//./", {}};
     return {std::string(path.substr(0, 4)), path.substr(4)};
   }
   if (server == path.size()) return {std::string(path), {}};
   size_t begin = ComponentBegin(path, server);
   size_t end = ComponentEnd(path, begin);
-  while (IsDot(path.substr(begin, end - begin))) {  // there is nothing above the share to go to
+  while (IsDot(path.substr(begin, end - begin))) {  // dots cannot go above the share
     begin = ComponentBegin(path, end);
     end = ComponentEnd(path, begin);
   }
@@ -59,8 +60,8 @@ RootedPath OnShareOrDevice(std::string_view path) {
   return rooted;
 }
 
-// Whether all that follows the long-path prefix can name something: a drive's root, then components
-// that are taken literally, so "/" is a character that no name has.
+// Returns true if `path`, which followed the long-path prefix, can exist: a drive's root, then
+// components that are taken literally. A "/" would be part of a name, which Windows does not allow.
 bool IsLiteralPath(std::string_view path) {
   if (path.size() < 3 || path[1] != ':' || path[2] != '\\') return false;
   if (path.find('/') != std::string_view::npos) return false;
@@ -72,7 +73,8 @@ bool IsLiteralPath(std::string_view path) {
   return true;
 }
 
-// Whether a component begins with a dot, as "." and ".." do; few components do.
+// Returns true if a component begins with a dot. Cheaper than looking for "." and "..", and few
+// components begin with one.
 bool MayHaveDots(const std::string& path) {
   for (size_t dot = path.find('.'); dot != std::string::npos; dot = path.find('.', dot + 1)) {
     if (dot == 0 || IsSeparator(path[dot - 1])) return true;
@@ -90,14 +92,14 @@ RootedPath FindRoot(std::string_view path) {
   const size_t drive = DriveSize(path);
   if (drive == 0) return {{}, path};
   const bool absolute = path.size() > drive && IsSeparator(path[drive]);
-  // Only C: has a current directory; another drive's is its root.
+  // Only C: has a current directory. A relative path on another drive starts at its root.
   if (!absolute && IsDriveC(path)) return {{}, path.substr(drive)};
   return {std::string(path.substr(0, drive)) + '/', path.substr(absolute ? drive + 1 : drive)};
 }
 
 size_t ResolveDots(std::string& path, size_t root, size_t begin, bool keepParents) {
   const std::string_view given(path);
-  char* const resolved = path.data();  // in the same place: writing never overtakes reading
+  char* const resolved = path.data();  // in place: writing never overtakes reading
   size_t size = begin;
   size_t left = begin;
   for (size_t next = ComponentBegin(given, begin); next < given.size();
@@ -124,7 +126,7 @@ size_t ResolveDots(std::string& path, size_t root, size_t begin, bool keepParent
 
 namespace {
 
-// `path` holds no zero.
+// Requires: `path` contains no null character.
 std::string MapToNative(std::string path) {
   if (std::string_view(path).substr(0, kLongPrefix.size()) == kLongPrefix) {
     path.erase(0, kLongPrefix.size());
@@ -139,7 +141,8 @@ std::string MapToNative(std::string path) {
   if (absolute) path[0] = '/';
   if (MayHaveDots(path)) {
     const bool endsInSeparator = IsSeparator(path.back());
-    // The system itself goes up from the current directory, which is not reached through a link.
+    // Leading ".." are kept for the system to resolve: the current directory is a real path,
+    // without links.
     ResolveDots(path, root, root, !absolute);
     if (endsInSeparator && path.size() > root) path += '/';
   } else {

@@ -9,27 +9,27 @@
 
 namespace tarsio::platform {
 
-// The native name of `path`, a Windows path; bytes that are not UTF-8 stay as they are. Empty if it
-// names nothing here: an empty string, another drive than C:, a share or device, a colon in a name.
+// Converts a Windows path to a native one. Bytes that are not UTF-8 are kept. Returns an empty
+// string if `path` cannot exist here: it is empty, is on a drive other than C:, on a share or a
+// device, or has a colon in a name.
 std::string NativePath(std::string path);
 std::string NativePath(const std::wstring& path);
 
 struct RootedPath {
-  // "C:/", "//server/share/" or "//?/", each with the separators it was given. Empty if the path is
-  // relative to the current directory.
+  // "C:/", "//server/share/" or "//?/". Separators before the share's or device's name are kept as
+  // given. Empty if the path is relative to the current directory.
   std::string root;
-  std::string_view rest;  // a part of the path given
+  std::string_view rest;  // points into the path passed to FindRoot()
 };
 
 RootedPath FindRoot(std::string_view path);
 
-// Resolves "." and ".." in the components from `begin` to the end of `path`, merges separators, and
-// leaves "/" between the components and none at the end. What is before `begin` is resolved
-// already;
-// ".." removes components of it too, but nothing of the root, the first `root` bytes. Returns how
-// many bytes of what was resolved already are left.
+// Resolves "." and ".." in the components of `path` from `begin` on. Merges separators, writes each
+// as "/" and drops them at the end. The part before `begin` must be resolved already. A ".." may
+// remove its components, but never the root, which is the first `root` bytes. Returns how many
+// bytes of that part remain.
 //
-// If `keepParents`, a ".." without a component to remove stays, rather than being dropped.
+// A ".." with no component to remove is kept if `keepParents`, and dropped otherwise.
 size_t ResolveDots(std::string& path, size_t root, size_t begin, bool keepParents);
 
 }  // namespace tarsio::platform

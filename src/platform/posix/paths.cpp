@@ -12,8 +12,8 @@ namespace tarsio::platform {
 
 namespace {
 
-// The current directory as "C:/home/u". Empty if it cannot be determined: also if its name cannot
-// be part of a Windows path, which would name another directory or none.
+// Returns the current directory, such as "C:/home/u". Empty if it cannot be determined, or if its
+// name is not valid in a Windows path, which would then name something else.
 std::string DirectoryOnDrive() {
   struct Free {
     // NOLINTNEXTLINE(*-no-malloc,*-owning-memory): getcwd allocates with malloc
@@ -32,7 +32,7 @@ std::wstring WithBackslashes(const std::string& path, size_t capacity) {
   return text.size() < capacity ? text : std::wstring();
 }
 
-// Of an inner component Windows drops a single dot at its end, but keeps two or more.
+// At the end of an inner component Windows drops a single dot, but keeps two or more.
 std::string WithoutSingleDots(std::string_view path) {
   std::string text;
   for (const char c : path) {
@@ -64,7 +64,7 @@ std::wstring FullPath(const std::wstring& path, size_t capacity) {
   if (rooted.root.empty()) full += '/';
   full += WithoutSingleDots(rooted.rest);
   const bool endsInSeparator = !rooted.rest.empty() && IsSeparator(rooted.rest.back());
-  // The names in the current directory are real ones and stay.
+  // Keep trailing dots and spaces in the current directory's name: there they are real.
   const size_t real = ResolveDots(full, root, begin, false);
   if (!endsInSeparator && full.size() > real) DropTrailingDots(full, std::max(root, real));
   return WithBackslashes(full, capacity);

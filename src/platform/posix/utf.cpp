@@ -12,7 +12,7 @@ namespace {
 
 constexpr uint32_t kReplacement = 0xFFFD;
 
-// Continuation bytes that a lead byte asks for; 0 for a byte that leads nothing.
+// Returns how many continuation bytes follow this lead byte; 0 if it is not a lead byte.
 size_t ContinuationCount(unsigned char lead) {
   if (lead < 0xC2) return 0;
   if (lead < 0xE0) return 1;
@@ -22,13 +22,14 @@ size_t ContinuationCount(unsigned char lead) {
 
 bool IsContinuation(unsigned char byte) { return (byte & 0xC0) == 0x80; }
 
-// Whether `second` leads to an overlong form, a surrogate or a value above U+10FFFF.
+// Returns true if `second` would give an overlong form, a surrogate or a value above U+10FFFF.
 bool IsImpossibleSecond(unsigned char lead, unsigned char second) {
   return (lead == 0xE0 && second < 0xA0) || (lead == 0xED && second >= 0xA0) ||
          (lead == 0xF0 && second < 0x90) || (lead == 0xF4 && second >= 0x90);
 }
 
-// Takes one character, or one bad part, from the front of [next, end) and advances `next`.
+// Decodes one character, or one ill-formed sequence, from the front of [next, end) and advances
+// `next`.
 uint32_t DecodeOne(const unsigned char*& next, const unsigned char* end) {
   const unsigned char lead = *next++;
   if (lead < 0x80) return lead;
@@ -82,7 +83,7 @@ std::wstring Widen(const std::string& utf8) {
   const auto* const begin = reinterpret_cast<const unsigned char*>(utf8.data());
   const unsigned char* const end = begin + utf8.size();
   const unsigned char* next = std::find_if(begin, end, [](unsigned char c) { return c >= 0x80; });
-  std::wstring text(begin, next);  // most texts are ASCII altogether
+  std::wstring text(begin, next);  // most strings are entirely ASCII
   while (next != end) AppendUtf16(text, DecodeOne(next, end));
   return text;
 }
@@ -90,7 +91,7 @@ std::wstring Widen(const std::string& utf8) {
 std::string Narrow(const std::wstring& utf16) {
   if (utf16.size() >= INT_MAX) return {};
   const auto ascii = std::find_if_not(utf16.begin(), utf16.end(), IsAscii);
-  std::string text(utf16.begin(), ascii);  // most texts are ASCII altogether
+  std::string text(utf16.begin(), ascii);  // most strings are entirely ASCII
   for (size_t i = text.size(); i < utf16.size(); ++i) {
     uint32_t character = UnitAt(utf16, i);
     if (IsHighSurrogate(character) && i + 1 < utf16.size() &&

@@ -10,7 +10,7 @@ namespace {
 
 using SystemTime = void(WINAPI*)(FILETIME*);
 
-// NOLINTNEXTLINE(*-non-const-global-variables): written by whichever call comes first
+// NOLINTNEXTLINE(*-non-const-global-variables): written by the first call
 std::atomic<SystemTime> preciseSystemTime{nullptr};
 
 int64_t ReadClock() noexcept {
@@ -28,14 +28,15 @@ bool ToLocalTime(int64_t seconds, std::tm* local) noexcept {
   return ::_localtime64_s(local, &time) == 0;
 }
 
-// mingw-w64 looks _localtime64_s up at its first call. For this time it does nothing else.
+// mingw-w64 looks up _localtime64_s on the first call. The call then rejects this time, so the
+// look-up is its only effect.
 bool LookUpLocalTime() noexcept {
   std::tm local{};
   return ToLocalTime(INT64_MIN, &local);
 }
 
-// Looked up while the library is loaded: the clock is read under the library's locks, and a timer's
-// action may log.
+// Looked up when the library is loaded: later calls may come while a lock is held, since the
+// library reads the clock under its locks and a timer's action may log.
 [[maybe_unused]] const int64_t loadedAt = ReadClock();
 [[maybe_unused]] const bool lookedUp = LookUpLocalTime();
 

@@ -4,7 +4,7 @@
 namespace tarsio::platform {
 
 std::wstring Environment(const std::wstring& name, size_t capacity) {
-  // A missing variable leaves the buffer as it is, and a value that is too long writes a zero.
+  // A missing variable leaves the buffer unchanged; a value that is too long writes a zero.
   std::wstring buffer(capacity, L'\0');
   ::GetEnvironmentVariableW(name.c_str(), &buffer[0], static_cast<DWORD>(capacity));
   return buffer.c_str();
@@ -12,8 +12,8 @@ std::wstring Environment(const std::wstring& name, size_t capacity) {
 
 namespace {
 
-// Passed with its size field unset (by design), so large enough for the longest form and zeroed:
-// RtlGetVersion then fills the short form, in wide characters.
+// Passed with its size field unset (by design), so it is zeroed and large enough for the longest
+// form. RtlGetVersion then fills the short form, with wide characters.
 union VersionRecord {
   OSVERSIONINFOEXW wide;
   OSVERSIONINFOEXA narrow;
@@ -21,10 +21,10 @@ union VersionRecord {
 
 using RtlGetVersion = LONG(WINAPI*)(VersionRecord*);
 
-// NOLINTNEXTLINE(*-non-const-global-variables): written by whichever call comes first
+// NOLINTNEXTLINE(*-non-const-global-variables): written by the first call
 std::atomic<RtlGetVersion> rtlGetVersion{nullptr};
 
-// For systems without RtlGetVersion.
+// Replaces RtlGetVersion on systems without it.
 LONG WINAPI OlderGetVersion(VersionRecord* record) {
   return ::GetVersionExA(reinterpret_cast<OSVERSIONINFOA*>(&record->narrow)) != 0 ? 0 : -1;
 }
@@ -33,7 +33,8 @@ RtlGetVersion VersionFunction() noexcept {
   return LoadedFunction<RtlGetVersion>(rtlGetVersion, "ntdll", "RtlGetVersion", OlderGetVersion);
 }
 
-// Looked up while the library is loaded, since a timer's action may ask under the manager's lock.
+// Looked up when the library is loaded, since a timer's action may need it while the manager's lock
+// is held.
 [[maybe_unused]] const RtlGetVersion loadedVersionFunction = VersionFunction();
 
 }  // namespace

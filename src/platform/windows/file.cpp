@@ -14,16 +14,16 @@ namespace tarsio::platform {
 
 namespace {
 
-// The runtime's calls count in int; a multiple of the page size below it.
+// The runtime's calls count bytes in int. This is a multiple of the page size that fits.
 constexpr size_t kLargestTransfer = 0x40000000;
 
 HANDLE HandleOf(int descriptor) {
-  // NOLINTNEXTLINE(performance-no-int-to-ptr): the runtime has handles as integers
+  // NOLINTNEXTLINE(performance-no-int-to-ptr): the runtime returns handles as integers
   return reinterpret_cast<HANDLE>(::_get_osfhandle(descriptor));
 }
 
-// Above the three standard descriptors: if the host has closed one, what others write to it would
-// land in the file. -1 if there is none.
+// Moves an open file above the three standard descriptors: if the host has closed one of them,
+// other threads' output to it would end up in the file. Returns -1 on failure.
 int MoveAboveStandard(int descriptor) {
   std::array<int, 3> standard{};
   size_t count = 0;
@@ -42,7 +42,7 @@ int OpenShared(const std::wstring& path, int flags) {
       ::_wsopen(path.c_str(), flags | _O_NOINHERIT, _SH_DENYNO, _S_IREAD | _S_IWRITE));
 }
 
-// A device or a pipe has no end to write at, though the runtime's seek succeeds on some of them.
+// Devices and pipes have no end to seek to, although the runtime's seek succeeds on some of them.
 bool SeekToEnd(int descriptor) {
   return ::GetFileType(HandleOf(descriptor)) == FILE_TYPE_DISK &&
          ::_lseeki64(descriptor, 0, SEEK_END) >= 0;
@@ -93,7 +93,7 @@ void File::Write(const char* data, size_t size) {
   }
 }
 
-// A failing write only fails here.
+// A failing write raises no signal here.
 int StandardOutputSignal() { return 0; }
 
 ScopedSignalBlock::ScopedSignalBlock(int /*signal*/) {}

@@ -6,7 +6,7 @@
 #include "platform/platform.h"
 #include "platform/windows/windows_api.h"
 
-// Imported by its ordinal, through an import library made for it.
+// Imported by its ordinal, through an import library built from shell32.def.
 extern "C" __declspec(dllimport) int WINAPI SHCreateDirectory(HWND owner, LPCWSTR path);
 
 namespace tarsio::platform {
@@ -25,7 +25,7 @@ FileStatus Status(const std::wstring& path) {
 uint64_t SizeOf(const std::wstring& path) {
   struct _stat64 status {};
   if (::_wstat64(path.c_str(), &status) == 0) return static_cast<uint64_t>(status.st_size);
-  // One runtime's stat refuses every path with a "?", so all with the long-path prefix.
+  // msvcrt.dll's stat rejects every path that contains "?", such as one with the long-path prefix.
   WIN32_FILE_ATTRIBUTE_DATA data{};
   if (::GetFileAttributesExW(path.c_str(), GetFileExInfoStandard, &data) == 0) return 0;
   return static_cast<uint64_t>(data.nFileSizeHigh) << 32 | data.nFileSizeLow;

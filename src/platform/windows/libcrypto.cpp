@@ -2,7 +2,7 @@
 
 namespace tarsio::platform {
 
-// What is linked of it has no state that could be cleaned up.
+// The parts of it that are linked in have no state to clean up.
 bool LibcryptoIsUsable() { return true; }
 
 }  // namespace tarsio::platform

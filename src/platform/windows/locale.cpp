@@ -13,7 +13,8 @@ namespace tarsio::platform {
 
 namespace {
 
-// Between wide characters and a code page: the C++ runtime here knows the classic locale only.
+// Converts between wide characters and a code page. The C++ runtime supports only the classic
+// locale here.
 class CodePageFacet : public std::codecvt<wchar_t, char, std::mbstate_t> {
  public:
   explicit CodePageFacet(UINT page) : codePage(page) {
@@ -40,7 +41,7 @@ class CodePageFacet : public std::codecvt<wchar_t, char, std::mbstate_t> {
     return ok;
   }
 
-  // A high surrogate is kept in the state until its other half comes, perhaps with the next call.
+  // A high surrogate is kept in the state until the low one arrives, perhaps with the next call.
   result do_out(state_type& state, const wchar_t* from, const wchar_t* fromEnd,
                 const wchar_t*& fromNext, char* to, char* toEnd, char*& toNext) const override {
     toNext = to;
@@ -92,7 +93,7 @@ class CodePageFacet : public std::codecvt<wchar_t, char, std::mbstate_t> {
     std::memcpy(&state, &unit, sizeof unit);
   }
 
-  // The length of the character that `lead` begins; 1 if it begins none.
+  // Returns the length in bytes of a character that begins with `lead`; 1 if it is not a lead byte.
   int LengthByLead(char lead) const {
     const auto byte = static_cast<unsigned char>(lead);
     if (codePage != CP_UTF8) return ::IsDBCSLeadByteEx(codePage, byte) != 0 ? 2 : 1;
@@ -100,25 +101,26 @@ class CodePageFacet : public std::codecvt<wchar_t, char, std::mbstate_t> {
     return byte < 0xE0 ? 2 : byte < 0xF0 ? 3 : 4;
   }
 
-  // Whether `count` bytes, the first of which is a lead byte, begin a character of `length` bytes.
+  // Returns true if a character of `length` bytes can begin with these `count` bytes. The first
+  // must be a lead byte.
   bool IsPrefix(const char* bytes, ptrdiff_t count, int length) const {
     if (count == 1) return true;
-    // Of UTF-8: what follows the second byte may be any continuation byte.
+    // Only UTF-8 gets here. After the second byte any continuation byte is valid, so try with 0x80.
     char character[] = "\x80\x80\x80\x80";
     std::copy_n(bytes, count, character);
     wchar_t units[2];
     return Decode(character, length, units) != 0;
   }
 
-  // Returns the number of units, or 0 if `bytes` are no character. `units` has room for two; they
-  // may be written to even then.
+  // Returns the number of units, or 0 if `bytes` is not a valid character. `units` has room for
+  // two; they may be overwritten on failure as well.
   int Decode(const char* bytes, int length, wchar_t* units) const {
     return ::MultiByteToWideChar(codePage, MB_ERR_INVALID_CHARS, bytes, length, units, 2);
   }
 
   // Returns the number of bytes, or 0 if the code page has no such character.
   int Encode(const wchar_t* units, int count, char* bytes, int room) const {
-    if (codePage == CP_UTF8) {  // which takes no default character
+    if (codePage == CP_UTF8) {  // does not support `replaced`
       return ::WideCharToMultiByte(codePage, WC_ERR_INVALID_CHARS, units, count, bytes, room,
                                    nullptr, nullptr);
     }
@@ -136,10 +138,11 @@ class CodePageFacet : public std::codecvt<wchar_t, char, std::mbstate_t> {
 
 std::locale MakeUserLocaleGlobal() {
   if (std::setlocale(LC_ALL, "") == nullptr) throw std::runtime_error("bad locale name");
-  PinLibrary();  // the global locale keeps the facet, whose code is the library's
-  // The runtime's locale is the user's now. It has no UTF-8, which a process may have for its own.
+  PinLibrary();  // the global locale keeps the facet, whose code is in the library
+  // The runtime's locale is now the user's, but it does not support UTF-8, which the process may
+  // have chosen as its code page.
   const UINT codePage = ::GetACP() == CP_UTF8 ? CP_UTF8 : ::___lc_codepage_func();
-  // A locale that cannot be made has not taken the facet yet.
+  // If the constructor throws, the locale does not own the facet yet.
   auto facet = std::make_unique<CodePageFacet>(codePage);
   const std::locale user(std::locale::classic(), facet.get());
   static_cast<void>(facet.release());
@@ -147,8 +150,8 @@ std::locale MakeUserLocaleGlobal() {
   return user;
 }
 
-// Not by the locale's name, which another thread's setlocale() frees. The runtime's classic locale
-// has no code page; the answer is this thread's.
+// Does not compare the locale's name: another thread's setlocale() may free it. The classic locale
+// has no code page. The result is for this thread.
 bool RuntimeLocaleIsClassic() { return ::___lc_codepage_func() == 0; }
 
 }  // namespace tarsio::platform

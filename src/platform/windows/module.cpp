@@ -10,7 +10,7 @@ namespace {
 
 using ShutdownInProgress = BOOLEAN(WINAPI*)();
 
-// NOLINTBEGIN(*-non-const-global-variables): written by whichever call comes first
+// NOLINTBEGIN(*-non-const-global-variables): written by the first call
 std::atomic<bool> isPinned{false};
 std::atomic<ShutdownInProgress> shutdownInProgress{nullptr};
 // NOLINTEND(*-non-const-global-variables)
@@ -23,13 +23,13 @@ bool IsShuttingDown() noexcept {
   return inProgress() != 0;
 }
 
-// Looked up while the library is loaded, since a look-up at the end of the process may wait for a
-// lock that a killed thread held.
+// Looked up when the library is loaded: at process exit the look-up could wait for a lock that a
+// killed thread held.
 [[maybe_unused]] const bool wasShuttingDown = IsShuttingDown();
 
-// For the same reason: this creates the C++ runtime's key for thread-local data. Otherwise the
-// flush of std::cout at the end of the process may be what creates it. Volatile, or nothing is
-// called.
+// For the same reason: this creates the C++ runtime's key for thread-local data, which otherwise
+// the flush of std::cout at process exit might create. Volatile, so that the call is not optimised
+// away.
 [[maybe_unused]] const volatile int uncaughtExceptions = std::uncaught_exceptions();
 
 }  // namespace

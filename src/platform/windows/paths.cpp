@@ -11,7 +11,7 @@ std::wstring FullPath(const std::wstring& path, size_t capacity) {
   std::wstring buffer(capacity + 1, L'\0');
   const DWORD length =
       ::GetFullPathNameW(path.c_str(), static_cast<DWORD>(capacity), &buffer[0], nullptr);
-  // Where the buffer is too short the call returns the size that it asks for and writes nothing.
+  // If the buffer is too small, the call returns the required size and writes nothing.
   return std::wstring(buffer.c_str()).substr(0, length);
 }
 

@@ -1,4 +1,4 @@
-// The Windows headers, without what the library does not need and without their macros.
+// The Windows headers, without the parts that the library does not need and without min and max.
 
 #ifndef TARSIO_COMMON_SRC_PLATFORM_WINDOWS_WINDOWS_API_H_
 #define TARSIO_COMMON_SRC_PLATFORM_WINDOWS_WINDOWS_API_H_
@@ -15,18 +15,19 @@
 
 namespace tarsio::platform {
 
-// An export of a module that every process has loaded, or `fallback` if this version of the system
-// does not have it. The first call looks it up and keeps it in `found`; racing calls find the same.
+// Returns an export of a module that every process has loaded, or `fallback` if this version of the
+// system does not have it. The first call looks it up and caches it in `found`; concurrent first
+// calls get the same result.
 //
-// A look-up may wait for a thread that is inside LoadLibrary(), whose modules may use this library
-// in their initialisers. So the first call must not be made under a lock of the library, and no
-// function-local static may be initialised by one.
+// The look-up may wait for a thread that is inside LoadLibrary(), and that thread may be running an
+// initialiser that uses this library. So the first call must not be made while holding a lock of
+// the library, nor to initialise a function-local static.
 template <typename F>
 F LoadedFunction(std::atomic<F>& found, const char* module, const char* name, F fallback) {
   F function = found.load(std::memory_order_relaxed);
   if (function != nullptr) return function;
   const HMODULE handle = ::GetModuleHandleA(module);
-  // Through void(*)(), since a cast between two function types is taken for a mistake.
+  // Cast through void(*)() to avoid the warning about incompatible function types.
   if (handle != nullptr) {
     function = reinterpret_cast<F>(reinterpret_cast<void (*)()>(::GetProcAddress(handle, name)));
   }
