@@ -1,7 +1,7 @@
 #!/bin/sh
-# tools/bench.sh BUILD [--quick] [--docs] [FAMILY]...: runs the benchmarks of the families, or all,
-# and prints the table. What was measured stays in BUILD/results, the picture beside it. --docs
-# writes both into docs/performance.*.
+# tools/bench.sh BUILD [--quick] [--docs] [FAMILY]...: runs the benchmarks of the given families, or
+# all, and prints a table. Writes the results to BUILD/results and a chart to BUILD/ratios.svg.
+# --docs updates docs/performance.md and docs/performance.svg.
 set -eu
 
 root=$(cd "$(dirname "$0")/.." && pwd)
@@ -13,7 +13,7 @@ for argument; do
   case "$argument" in
     --quick) runs=3 seconds=0.01 ;;
     --docs) docs="--docs $root/docs" ;;
-    -*) echo "bench: what is $argument?" >&2; exit 2 ;;
+    -*) echo "bench: unknown option $argument" >&2; exit 2 ;;
     *) families="$families $argument" ;;
   esac
 done
@@ -27,8 +27,8 @@ fi
 
 rm -rf "$build/results"
 mkdir -p "$build/results"
-# Each run is a process of its own, and the report takes medians: neither a slow moment of the
-# machine nor where the memory of one process happens to lie decides.
+# Each run is a separate process, and the report uses medians. So neither a slow moment of the machine
+# nor the memory layout of one process distorts the result.
 run=1
 while [ "$run" -le "$runs" ]; do
   for family in $families; do
@@ -40,7 +40,7 @@ while [ "$run" -le "$runs" ]; do
       "$build/bin/${family}_bench" --benchmark_min_time=$seconds --benchmark_out="$result" \
         > "$build/results/$family.log" 2>&1 || { cat "$build/results/$family.log" >&2; exit 1; }
     else
-      echo "bench: no family $family; there are:" "$(cd "$root/bench" && echo *_bench.*)" >&2
+      echo "bench: unknown family $family; benchmarks:" "$(cd "$root/bench" && echo *_bench.*)" >&2
       exit 2
     fi
   done
@@ -48,5 +48,5 @@ while [ "$run" -le "$runs" ]; do
 done
 [ ! -t 2 ] || printf '\r\033[K' >&2
 
-# shellcheck disable=SC2086 # none, or an option and its value
+# shellcheck disable=SC2086 # $docs is empty, or an option and its value
 python3 "$root/tools/bench_report.py" "$build/results" --svg "$build/ratios.svg" $docs

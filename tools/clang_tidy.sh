@@ -1,6 +1,6 @@
 #!/bin/sh
-# tools/clang_tidy.sh BUILD JOBS: clang-tidy over the library and its programs, with BUILD's compile
-# commands; and over what is Windows only, as the cross compiler sees it.
+# tools/clang_tidy.sh BUILD JOBS: runs clang-tidy on the library and the examples with BUILD's compile
+# commands, then on the Windows sources with the cross compiler's headers.
 set -eu
 
 tidy() { xargs -P "$jobs" -I{} clang-tidy --quiet --warnings-as-errors='*' "$@"; }
@@ -8,7 +8,7 @@ tidy() { xargs -P "$jobs" -I{} clang-tidy --quiet --warnings-as-errors='*' "$@";
 jobs=$2
 git ls-files 'src/*.cpp' 'examples/*.cpp' | grep -v /windows/ | tidy -p "$1" {}
 
-# In this order, Clang looks into them as the cross compiler does.
+# The cross compiler's include folders, in its order.
 system=$(x86_64-w64-mingw32-g++-posix -E -x c++ -v /dev/null 2>&1 |
   sed -n 's/^ \(\/.*\(c++\|x86_64-w64-mingw32\/include\|c++\/x86_64-w64-mingw32\)\)$/-isystem \1/p')
 git ls-files 'src/platform/windows/*.cpp' 'examples/digest/windows/*.cpp' |

@@ -1,16 +1,16 @@
 #!/bin/sh
-# tools/coverage.sh BUILD JOBS: runs the tests that BUILD has built with counters, prints the
-# coverage of src and include on Linux and writes BUILD/report/index.html. Fails below the aim.
+# tools/coverage.sh BUILD JOBS: runs the tests in BUILD, which must be built with counters, prints the
+# coverage of src and include and writes BUILD/report/index.html. Fails if the coverage is too low.
 set -eu
 build=$1
 jobs=$2
 
 find "$build" -name '*.gcda' -delete
-# Without what takes minutes in a build that is not optimised, and reaches nothing that others do not.
+# Skips tests that take minutes without optimisation and reach no code that others do not.
 ctest --test-dir "$build" -j $((jobs * 3)) --no-label-summary --progress --output-on-failure \
   -E 'AnEnormousText|Million|UpToThreeBytes'
 
-# The standard library throws from nearly every line, so branches to its exceptions are left out.
+# Leaves out branches to exceptions: nearly every line calls something that may throw.
 python3 tools/gcov_tracefile.py "$build" "$build/counts.json"
 report() { gcovr --root . --add-tracefile "$build/counts.json" "$@"; }
 mkdir -p "$build/report"

@@ -1,6 +1,6 @@
 #!/bin/sh
-# tools/cppcheck.sh: Cppcheck over what is handed on and the fuzz targets, once for each system. Not
-# over the tests: they misuse the library on purpose.
+# tools/cppcheck.sh: runs Cppcheck on the library, the examples and the fuzz targets, once for each
+# system. Leaves out the tests, since they misuse the library to see what happens.
 set -eu
 
 check() {

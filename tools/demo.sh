@@ -1,6 +1,6 @@
 #!/bin/sh
 # tools/demo.sh BUILD DIR: digests every file under DIR with BUILD's tarsio-digest and compares each
-# line with sha256sum's.
+# line with the output of sha256sum.
 set -eu
 
 bin=$1/bin
@@ -11,7 +11,7 @@ program=$bin/tarsio-digest
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
-# Names go to the program one per line. Those with a backslash or a colon are no Windows paths.
+# Passes the names one per line. A name with a backslash or a colon cannot be part of a Windows path.
 find "$dir" -type f | LC_ALL=C sort > "$work/all"
 grep -v '[\\:]' "$work/all" > "$work/names" || true
 total=$(wc -l < "$work/names")
@@ -30,6 +30,6 @@ tr -d '\r' < "$work/log" | tail -n 5
 agreed=$(awk 'NR == FNR { theirs[$0] = 1; next } $0 in theirs { n++ } END { print n + 0 }' \
   "$work/theirs" "$work/ours")
 echo "$agreed of $total lines agree with sha256sum"
-[ "$left_out" -eq 0 ] || echo "$left_out names with a backslash or a colon were left out"
+[ "$left_out" -eq 0 ] || echo "$left_out names with a backslash or a colon were skipped"
 cmp -s "$work/ours" "$work/theirs" || { echo "the outputs differ" >&2; exit 1; }
 exit "$status"

@@ -1,7 +1,7 @@
 #!/bin/sh
-# tools/fuzz.sh BUILD SECONDS JOBS: runs every fuzz target for SECONDS, JOBS at a time, from the
-# corpus in fuzz/corpus, which stays as it is. What is found goes to BUILD/found/NAME, an input that
-# breaks a promise to BUILD/broken-NAME-*; run the target with that file's name to see it again.
+# tools/fuzz.sh BUILD SECONDS JOBS: runs each fuzz target for SECONDS, JOBS at a time. They start from
+# fuzz/corpus, which is not changed. New inputs go to BUILD/found/NAME, failing inputs to
+# BUILD/broken-NAME-*. To reproduce a failure, run the target with the file as its argument.
 set -eu
 
 if [ "${1-}" = --one ]; then
@@ -17,7 +17,7 @@ if [ "${1-}" = --one ]; then
     /cov: / { for (i = 1; i < NF; ++i) if ($i == "cov:") coverage = $(i + 1) }
     /number_of_executed_units/ { runs = $2 }
     /new_units_added/ { found = $2 }
-    END { printf "%-10s %10d inputs, %5d of them new, %d edges\n", name, runs, found, coverage }' \
+    END { printf "%-10s %10d inputs, %5d new, %d edges\n", name, runs, found, coverage }' \
     "$build/$name.log"
   exit
 fi

@@ -1,11 +1,11 @@
 #!/usr/bin/env python3
-"""Writes GCC's counters of src and include as a tracefile for gcovr.
+"""Converts GCC's coverage counters of src and include to a tracefile for gcovr.
 
 usage: gcov_tracefile.py BUILD TRACEFILE
 
-Most sources are compiled several times over, into the library and into tests, and templates for several
-types: here each line and each of its branches is counted once, over all of these. gcovr would take
-the branches to exceptions for ordinary ones wherever a function was not called.
+Most sources are compiled several times, into the library and into tests, and templates are compiled for
+several types. Here each line and each of its branches counts once. gcovr alone would count branches to
+exceptions as ordinary branches in functions that were not called.
 """
 
 import collections
@@ -20,13 +20,13 @@ ROOT = pathlib.Path(__file__).resolve().parent.parent
 
 
 def reports_of(build):
-    """(file, report on it), for each object file and each source of ours in it."""
+    """Yields (file, report) for each object file and each of our sources in it."""
     for counters in sorted(build.rglob("*.gcda")):
         output = subprocess.run(["gcov", "--stdout", "--json", "--branch-probabilities", counters],
                                 cwd=build, check=True, capture_output=True).stdout
         report = json.loads(output)
         for of_file in report["files"]:
-            # The library is compiled as if that were done in the sources' folder.
+            # The library's paths are relative to the source folder: -ffile-prefix-map.
             folders = (report["current_working_directory"], ROOT)
             for path in {pathlib.Path(folder, of_file["file"]).resolve() for folder in folders}:
                 if path.is_file() and (ROOT / "src" in path.parents or ROOT / "include" in path.parents):
@@ -35,8 +35,8 @@ def reports_of(build):
 
 @functools.lru_cache(maxsize=None)
 def lines_without_code(path):
-    """The lines that only close something, by their numbers: the clean-up behind exceptions is
-    counted there."""
+    """The numbers of the lines with only braces, parentheses and semicolons. GCC counts the cleanup after
+    an exception there."""
     lines = enumerate(path.read_text().splitlines(), 1)
     return {number for number, line in lines if re.fullmatch(r"[\s{}();]*", line)}
 
@@ -46,7 +46,7 @@ def main():
     lines = collections.defaultdict(collections.Counter)  # file => line => count
     branches = collections.defaultdict(collections.Counter)  # file, line => branch => count
     for path, report in reports_of(build):
-        # All instances of a template begin at the same place.
+        # All instances of a template begin at the same position.
         places = {each["name"]: (each["start_line"], each["start_column"])
                   for each in report["functions"]}
         for line in report["lines"]:

@@ -1,13 +1,12 @@
 #!/usr/bin/env python3
-"""Changes the library in one place at a time and asks whether a test notices.
+"""Mutation tests: changes the library in one place at a time and checks that a test fails.
 
 usage: mutate.py [--most N] [FILE...]
 
-Works on a copy of the tree under build/mutate, where only the tests of the changed file's family are
-built and run, one program after the other, until one fails or takes too long; first in a quick build,
-then, as in `dev test`, with the sanitizers. A mutant that no test notices survives; docs/testing.md
-says of each survivor why it cannot be noticed. Tries every mutant there is; with --most at most N of
-each file, drawn at random, the same ones each time.
+Works on a copy of the tree in build/mutate. Builds and runs only the tests of the changed file's family,
+one program after the other, until one fails or exceeds its time limit: first in a quick build, then with
+the sanitizers. A mutant that no test notices survives; docs/testing.md lists the acceptable kinds. Tries
+all mutants, or with --most at most N per file: a random selection that is the same each time.
 """
 
 import argparse
@@ -28,7 +27,7 @@ ROOT = pathlib.Path(__file__).resolve().parent.parent
 WORK = ROOT / "build" / "mutate"
 TREE = WORK / "tree"
 
-# The test programs that a file's behaviour shows in, the quickest to notice first.
+# The test programs for each file, those that notice most mutants first.
 TESTS = {
     "include/common/blocking_queue.h": ["blocking_queue_test", "lock_faults_test",
                                         "memory_faults_test", "races_test",
@@ -88,8 +87,8 @@ BUILDS = {
 # ---- mutants ----
 
 def blank_out(text):
-    """The text with comments, literals, preprocessor lines and what is for other compilers blank, so
-    that code is left."""
+    """Returns the source with comments, literals, preprocessor lines and code for other compilers replaced
+    by spaces, so that only code is left."""
     pattern = re.compile(
         r'^#if defined\(_MSC_VER\).*?^#(?:else|endif)'
         r'|//[^\n]*|/\*.*?\*/|L?R"\((?:.*?)\)"|L?"(?:\\.|[^"\\\n])*"|L?\'(?:\\.|[^\'\\\n])+\''
@@ -98,7 +97,7 @@ def blank_out(text):
 
 
 REPLACEMENTS = [
-    # What is matched, and what the first group may become.
+    # A pattern, and the replacements for its first group.
     (r" (==) ", ["!="]),
     (r" (!=) ", ["=="]),
     (r" (<) ", [">=", "<="]),
@@ -132,7 +131,7 @@ CONDITION = re.compile(r"\b(?:if|while) \(")
 
 
 def closing(code, start):
-    """The index of the parenthesis that closes the one before `start`."""
+    """Returns the index of the parenthesis that closes the one before `start`, or -1."""
     depth = 1
     for index in range(start, len(code)):
         depth += {"(": 1, ")": -1}.get(code[index], 0)
@@ -142,7 +141,7 @@ def closing(code, start):
 
 
 def mutants_of(text):
-    """All (begin, end, replacement) of a source."""
+    """Returns all mutants of a source as (begin, end, replacement)."""
     code = blank_out(text)
     found = set()
     for pattern, replacements in REPLACEMENTS:
@@ -162,7 +161,7 @@ def mutants_of(text):
             found.add((match.start(1), match.end(1), ";"))
     for match in CONDITION.finditer(code):
         begin, end = match.end(), closing(code, match.end())
-        # Not one that declares something.
+        # Skips conditions that declare a variable.
         if end > 0 and ";" not in code[begin:end] and " = " not in code[begin:end]:
             found.add((begin, end, "!(" + text[begin:end] + ")"))
     return sorted(found)
@@ -179,7 +178,7 @@ def describe(text, mutant):
 # ---- building and running ----
 
 def kill_session(process):
-    """Ends a process that leads a session, and all that it has started."""
+    """Kills a session leader and all processes in its session."""
     for entry in pathlib.Path("/proc").iterdir():
         try:
             if os.getsid(int(entry.name)) == process.pid:
@@ -190,14 +189,14 @@ def kill_session(process):
 
 
 def build(folder, program):
-    """Returns whether it can be built, and what the compiler says."""
+    """Returns whether the build succeeded, and its output."""
     command = ["cmake", "--build", str(folder), "--target", program, "--", "-j2", "--quiet"]
     done = subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
     return done.returncode == 0, done.stdout
 
 
 class Test:
-    """One case of a program, in a process of its own."""
+    """One case of a test program, run in a separate process."""
 
     def __init__(self, entry):
         properties = {each["name"]: each["value"] for each in entry["properties"]}
@@ -208,7 +207,7 @@ class Test:
         for each in properties.get("ENVIRONMENT_MODIFICATION", []):
             name, value = each.split("=string_append:", 1)
             self.environment[name] = os.environ.get(name, "") + value
-        self.limit = 600  # seconds; less once it is known how long the test takes
+        self.limit = 600  # seconds; lowered once the test's duration is known
 
     def start(self, temporary):
         return subprocess.Popen(self.command, cwd=self.folder, start_new_session=True,
@@ -217,7 +216,7 @@ class Test:
 
 
 def run_tests(tests):
-    """Runs four at a time until one fails. Returns what failed, or None, and the time of each."""
+    """Runs four tests at a time until one fails. Returns the failed one or None, and the time of each."""
     waiting, running, times = list(tests), {}, {}
     with tempfile.TemporaryDirectory(ignore_cleanup_errors=True) as folder:
         try:
@@ -243,10 +242,10 @@ def run_tests(tests):
 
 @functools.lru_cache(maxsize=None)
 def tests_of(folder, program):
-    """Builds a program and runs its tests without a mutant. Returns them, the quickest first."""
+    """Builds a program and runs its tests without a mutant. Returns the tests, fastest first."""
     built, output = build(folder, program)
     if not built:
-        sys.exit(f"{program} does not build:\n{output}")
+        sys.exit(f"cannot build {program}:\n{output}")
     listed = subprocess.run(["ctest", "--test-dir", str(folder), "--show-only=json-v1",
                              "-L", f"^{program}$"], check=True, capture_output=True)
     failed, times = run_tests([Test(entry) for entry in json.loads(listed.stdout)["tests"]])
@@ -258,7 +257,7 @@ def tests_of(folder, program):
 
 
 def try_mutant(programs):
-    """'killed' with the test that noticed, 'survived', or 'invalid' if it does not compile."""
+    """Returns 'killed' and the test that failed, 'survived', or 'invalid' if it does not compile."""
     for folder in BUILDS:
         for program in programs:
             if not build(folder, program)[0]:
@@ -269,10 +268,10 @@ def try_mutant(programs):
     return "survived", ""
 
 
-# ---- the whole ----
+# ---- main ----
 
 def prepare():
-    """Copies the tree. What is as it was keeps its time, and so what was built of it."""
+    """Copies the tree. Unchanged files keep their time, so that they are not built again."""
     names = subprocess.run(["git", "ls-files", "-z"], cwd=ROOT, check=True, capture_output=True)
     for name in names.stdout.decode().split("\0"):
         source, copy = ROOT / name, TREE / name
@@ -287,7 +286,7 @@ def prepare():
 
 
 def mutate_file(name, most):
-    """Tries the mutants of one file. Returns how many were killed, and the survivors."""
+    """Tries the mutants of one file. Returns the number killed, and the survivors."""
     for folder in BUILDS:
         for program in TESTS[name]:
             tests_of(folder, program)
@@ -319,12 +318,12 @@ def mutate_file(name, most):
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
-    parser.add_argument("--most", type=int, help="mutants of each file, not all")
+    parser.add_argument("--most", type=int, help="try at most this many mutants per file")
     parser.add_argument("files", nargs="*", metavar="FILE")
     arguments = parser.parse_args()
     unknown = [name for name in arguments.files if name not in TESTS]
     if unknown:
-        parser.error("no tests are known for " + " ".join(unknown))
+        parser.error("no tests listed for " + " ".join(unknown))
     files = arguments.files or list(TESTS)
     prepare()
 

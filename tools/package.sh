@@ -1,18 +1,18 @@
 #!/bin/sh
-# tools/package.sh BUILD JOBS: builds this folder's sources in BUILD and puts the packages into
-# BUILD/packages. The same commit gives the same bytes, whatever the folders are called.
+# tools/package.sh BUILD JOBS: builds this checkout in BUILD and writes the packages to BUILD/packages.
+# The packages are reproducible: the same commit gives the same bytes in any folder.
 set -eu
 cd "$(dirname "$0")/.."
 mkdir -p "$1"
 build=$(cd "$1" && pwd)
 jobs=$2
 
-# A file's time is never later than the commit's, and nobody's time zone or locale matters.
+# No timestamp is later than the commit. The user's time zone and locale have no effect.
 SOURCE_DATE_EPOCH=${SOURCE_DATE_EPOCH:-$(git log -1 --format=%ct)}
 export SOURCE_DATE_EPOCH TZ=UTC LC_ALL=C.UTF-8
 umask 022
 
-# quietly LOG COMMAND...: shows what the command printed only if it fails.
+# quietly LOG COMMAND...: shows the command's output only if it fails.
 quietly() {
   log=$1
   shift
@@ -28,14 +28,14 @@ build_one() {
   cmake --build "$folder" --target "$target" --parallel "$jobs" -- --quiet
 }
 
-# pack FOLDER PROJECTS: CPack, as the build in FOLDER sets it up, over the builds in PROJECTS.
+# pack FOLDER PROJECTS: packs the builds in PROJECTS with FOLDER's CPack configuration.
 pack() {
   quietly "$build/$1.log" cpack --config "$build/$1/CPackConfig.cmake" -B "$build/cpack" \
     -D "CPACK_INSTALL_CMAKE_PROJECTS=$2"
 }
 
 quietly "$build/docs.log" sh tools/docs.sh
-# Programs in /usr/bin need no path to the library, and the path of the build would change the build id.
+# A program in /usr/bin needs no RPATH, and the build folder's path would change the build id.
 build_one shared linux tarsio-digest -DCMAKE_SKIP_RPATH=ON
 build_one static linux tarsio-common -DBUILD_SHARED_LIBS=OFF -DTARSIO_BUILD_EXAMPLES=OFF
 build_one windows windows tarsio-digest
@@ -48,7 +48,7 @@ pack windows "$build/windows-static;tarsio-common;ALL;/;$build/windows;tarsio-co
 mkdir "$build/packages"
 mv "$build"/cpack/*.deb "$build/packages"
 
-# CPack's own ZIP has the files in the order in which the file system happens to list them.
+# CPack's own ZIP is not reproducible: its order is the file system's.
 cd "$build"/cpack/_CPack_Packages/*/ZIP
 for name in tarsio-common-*-windows-x86_64; do
   find "$name" -exec touch --date="@$SOURCE_DATE_EPOCH" {} +

@@ -1,6 +1,6 @@
 #!/bin/sh
-# tools/reproduce_packages.sh PACKAGES WORK JOBS: builds the packages once more, of a copy of the sources
-# in another folder and for a user with other habits, and compares them byte for byte with PACKAGES.
+# tools/reproduce_packages.sh PACKAGES WORK JOBS: builds the packages again from a copy of the sources in
+# another folder, with another umask, time zone and locale. Compares them byte for byte with PACKAGES.
 set -eu
 cd "$(dirname "$0")/.."
 packages=$(cd "$1" && pwd)
@@ -22,4 +22,4 @@ cd "$packages"
 sha256sum -- * > "$copy/checksums"
 cd "$copy/made-here/packages"
 sha256sum --check --quiet "$copy/checksums"
-echo "$(wc -l < "$copy/checksums") packages are the same, byte for byte"
+echo "$(wc -l < "$copy/checksums") packages are identical"

@@ -1,18 +1,18 @@
 #!/bin/sh
-# tools/run_under_wine.sh PROGRAM [ARGUMENT...]: runs a Windows program under Wine and ends when the
-# program does: Wine's own processes inherit what the program that starts them writes to, and keep a
-# pipe open for as long as they live. So the program writes to files, which are passed on at its end.
+# tools/run_under_wine.sh PROGRAM [ARGUMENT...]: runs a Windows program under Wine and exits when the
+# program does. The program's output goes to files, which are copied when it has exited: Wine's own
+# processes inherit the output and would keep a pipe open as long as they live.
 #
-# The tests build launcher.exe beside their programs, which reports the program's exit code. Without
-# it, the status is what Wine makes of that code: its last 8 bits.
+# If launcher.exe is next to the program, as in test builds, it reports the program's exit code. Without
+# it, the exit status is Wine's: the last 8 bits of that code.
 set -u
 say() { echo "run_under_wine.sh: $name: $*" >&2; }
 
 output=$(mktemp -d) || exit 1
 trap 'rm -rf "$output"' EXIT
 
-# With random addresses, one start in some thousands fails silently: the heap of Wine's loader takes
-# the place of a page that Wine needs at a fixed address. Some containers do not allow this.
+# With random addresses, one start in a few thousand fails silently because the heap of Wine's loader
+# occupies a page that Wine needs at a fixed address. Some containers do not allow setarch.
 setarch=
 setarch -R true 2>/dev/null && setarch='setarch -R'
 start() {
@@ -33,7 +33,7 @@ if [ ! -f "$folder/launcher.exe" ]; then
   exit "$status"
 fi
 
-# Z: is the root.
+# Drive Z: is the root.
 program=$(printf 'Z:%s/%s' "$folder" "$name" | tr / '\134')
 restarts=0
 while start "$folder/launcher.exe" "Z:$output/code" "$program" "$@"; [ ! -f "$output/code" ]; do

@@ -1,6 +1,6 @@
 #!/bin/sh
-# tools/test_packages.sh PACKAGES WORK JOBS: unpacks the packages into empty folders in WORK, and builds
-# and runs a host over them in every way that there is.
+# tools/test_packages.sh PACKAGES WORK JOBS: unpacks the packages in WORK, then builds and runs a host
+# against them in every supported way.
 set -eu
 root=$(cd "$(dirname "$0")/.." && pwd)
 packages=$(cd "$1" && pwd)
@@ -15,10 +15,10 @@ mv "$work"/tarsio-common-*-windows-x86_64 "$work/windows"
 
 fail() { echo "packages: $*" >&2; exit 1; }
 
-# Nothing in them tells where they were made.
-! grep -rlF "$root" "$work/linux" "$work/windows" || fail "these files name the folder of the build"
+# The packages must not contain the path of the build machine.
+! grep -rlF "$root" "$work/linux" "$work/windows" || fail "these files contain the path of the sources"
 for text in gcc-runtime GPL-3 mingw-w64 openssl; do
-  [ -s "$work/windows/share/doc/tarsio-common/licences/$text.txt" ] || fail "no licence text: $text"
+  [ -s "$work/windows/share/doc/tarsio-common/licences/$text.txt" ] || fail "missing licence: $text"
 done
 python3 "$root/tests/packages/validate_bill.py" \
   "$work/linux/usr/share/doc/libtarsio-common1/tarsio-common.spdx.json" "$work/linux/usr"
@@ -28,7 +28,7 @@ python3 "$root/tests/packages/validate_bill.py" \
 for folder in "$work/linux/usr/share/doc/libtarsio-common-doc" \
   "$work/windows/share/doc/tarsio-common"; do
   for file in html/index.html examples/path.cpp examples/digest/main.cpp; do
-    [ -s "$folder/$file" ] || fail "no $folder/$file"
+    [ -s "$folder/$file" ] || fail "missing: $folder/$file"
   done
 done
 sh "$root/tests/packages/consumers/refusals.sh" "$work"
@@ -37,12 +37,11 @@ cd "$root"
 libraries=$(dirname "$work"/linux/usr/lib/*/libtarsio-common.so.1)
 expected=$(sha256sum README.md)
 printed=$(LD_LIBRARY_PATH=$libraries "$work/linux/usr/bin/tarsio-digest" README.md)
-[ "$printed" = "$expected" ] || fail "tarsio-digest is wrong"
+[ "$printed" = "$expected" ] || fail "tarsio-digest: wrong output"
 printed=$(sh tools/run_under_wine.sh "$work/windows/bin/tarsio-digest.exe" README.md | tr -d '\r')
-[ "$printed" = "$expected" ] || fail "tarsio-digest.exe is wrong"
+[ "$printed" = "$expected" ] || fail "tarsio-digest.exe: wrong output"
 
-# The debugger finds the debug information: on Linux by the build id, in the folder that it always
-# looks into; on Windows from the DLL.
+# gdb must find the debug information: on Linux by its build id, on Windows by the link in the DLL.
 finds_a_line() {
   "$@" -nx -batch -ex 'info line tarsio::MakeDirs' 2>&1 | grep -q 'of "src/path.cpp" starts' ||
     fail "no debug information: $*"
@@ -50,12 +49,12 @@ finds_a_line() {
 finds_a_line gdb -iex "set debug-file-directory $work/linux/usr/lib/debug" \
   "$libraries/libtarsio-common.so.1"
 finds_a_line x86_64-w64-mingw32-gdb "$work/windows/bin/tarsio-common.dll"
-# And the printers, by the library's path in /usr.
+# gdb finds the printers by the library's path under /usr.
 printers=$(find "$work/linux/usr/share/gdb/auto-load${libraries#"$work/linux"}" -name '*.so.*-gdb.py')
 [ -n "$printers" ] || fail "no printers for gdb"
 
 {
-  # The slowest first.
+  # Slowest first.
   for kind in shared static; do
     for compiler in g++ clang++; do echo "linux add_subdirectory $kind $compiler"; done
     echo "windows add_subdirectory $kind x86_64-w64-mingw32-g++-posix"
