@@ -1,7 +1,7 @@
-# The software bill of materials: what the library links with, and what of that comes with it, in
-# SPDX 3.0.1. It is written during the installation because it holds checksums of the installed files.
+# The software bill of materials in SPDX 3.0.1: what the library links with, and which parts are shipped
+# with it. Written during the installation, since it contains checksums of the installed files.
 
-# Sets `result` to the version of an installed Debian package, or to "".
+# Sets `result` to the version of an installed Debian package, or to "" if it is not installed.
 function(tarsio_package_version result package)
   execute_process(OUTPUT_VARIABLE version ERROR_QUIET
     COMMAND dpkg-query -W -f "\${Version}" ${package})
@@ -15,14 +15,14 @@ function(tarsio_runtime_library result name)
   if(IS_ABSOLUTE "${path}")
     file(REAL_PATH "${path}" path)
   else()
-    set(path "")  # it has another name here
+    set(path "")  # not found: the library has another name on this system
   endif()
   set(${result} "${path}" PARENT_SCOPE)
 endfunction()
 
-# In the folder `folder`, of the library that the same component installs as `library`.
+# Installs the bill in `folder`. It describes `library`, which the same component must install.
 function(tarsio_install_bill_of_materials folder library component)
-  # The packages' full versions, where there is dpkg; the compiler knows a part of its version only.
+  # If dpkg is present, uses the packages' full versions; the compiler reports only a part of its own.
   set(openssl_version "${OPENSSL_VERSION}")
   if(WIN32)
     tarsio_package_version(gcc_version gcc-mingw-w64-x86-64-posix-runtime)

@@ -1,5 +1,4 @@
-# Warnings and sanitizers, for the library and for everything that is built beside it; and what makes
-# a mistake in a finished program harder to exploit.
+# Warnings, sanitizers and hardening.
 
 function(tarsio_compile_options target)
   if(MSVC)
@@ -15,21 +14,20 @@ function(tarsio_compile_options target)
   endif()
 endfunction()
 
-# For the library and for programs that are handed on. On Windows, dynamic base, high-entropy
-# addresses and data that is never code are what the linker makes by itself, and the compiler probes
-# large stack frames; the tests look at every finished file. A sanitizer finds these mistakes first,
-# and better.
+# Hardens the library and the programs that are shipped. On Windows, dynamic base, high-entropy addresses
+# and non-executable data are the linker's defaults, and the compiler always probes large stack frames;
+# tests check the finished files. Sanitizer builds are not hardened, since they find more.
 function(tarsio_harden target)
   if(MSVC OR TARSIO_SANITIZE)
     return()
   endif()
   target_compile_options(${target} PRIVATE -fstack-protector-strong)
   if(WIN32)
-    # The stack protector's runtime as a part of the file: one DLL less to hand on.
+    # Links the stack protector's runtime statically: one DLL less to ship.
     target_link_libraries(${target} PRIVATE -l:libssp.a)
     return()
   endif()
-  # The checked calls of the C library exist in optimised builds only.
+  # The C library's checked calls need optimisation.
   target_compile_options(${target} PRIVATE -fstack-clash-protection -fcf-protection=full
     $<$<NOT:$<CONFIG:,Debug>>:-U_FORTIFY_SOURCE;-D_FORTIFY_SOURCE=2>)
   target_link_options(${target} PRIVATE LINKER:-z,relro LINKER:-z,now LINKER:-z,noexecstack)

@@ -1,4 +1,4 @@
-# What makes a Windows DLL of the library: its name, and the version that the Explorer shows.
+# What a Windows DLL needs: its name, and the version resource that Explorer shows.
 
 function(tarsio_finish_dll target)
   set_target_properties(${target} PROPERTIES PREFIX "")
@@ -6,6 +6,6 @@ function(tarsio_finish_dll target)
   set(resource "${PROJECT_BINARY_DIR}/version.rc")
   configure_file(src/platform/windows/version.rc.in "${resource}" @ONLY)
   target_sources(${target} PRIVATE "${resource}")
-  # The same sources give the same bytes: no time of the build in the header.
+  # No build time in the header, for reproducible builds.
   target_link_options(${target} PRIVATE LINKER:--no-insert-timestamp)
 endfunction()

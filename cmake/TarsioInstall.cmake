@@ -1,12 +1,12 @@
-# What `cmake --install` installs. No installed file names a folder of the build machine, so the tree can
-# be moved. The shared and the static library may be installed into one tree.
+# What `cmake --install` installs. The installed tree is relocatable. The shared and the static library
+# may be installed into the same tree.
 #
 # Components: runtime, development, digest, documents, debug.
 
 include(CMakePackageConfigHelpers)
 include(TarsioBillOfMaterials)
 
-# The examples, and the manual if `./dev docs` has built it.
+# Installs the examples, and the manual if `./dev docs` has built it.
 function(tarsio_install_manual folder component)
   install(DIRECTORY "${PROJECT_SOURCE_DIR}/examples" DESTINATION "${folder}" COMPONENT ${component}
     FILES_MATCHING PATTERN *.cpp PATTERN *.h PATTERN expected EXCLUDE)
@@ -51,7 +51,7 @@ function(tarsio_install)
     "${generated}/${PROJECT_NAME}-config.cmake" INSTALL_DESTINATION "${package_folder}"
     PATH_VARS CMAKE_INSTALL_BINDIR NO_SET_AND_CHECK_MACRO NO_CHECK_REQUIRED_COMPONENTS_MACRO)
   write_basic_package_version_file("${generated}/${PROJECT_NAME}-config-version.cmake"
-    COMPATIBILITY SameMajorVersion ARCH_INDEPENDENT)  # the package itself says what it is for
+    COMPATIBILITY SameMajorVersion ARCH_INDEPENDENT)  # the package checks the target itself
   install(FILES "${generated}/${PROJECT_NAME}-config.cmake"
       "${generated}/${PROJECT_NAME}-config-version.cmake"
     DESTINATION "${package_folder}" COMPONENT development)
@@ -68,7 +68,7 @@ function(tarsio_install)
   install(FILES "${generated}/${PROJECT_NAME}.pc"
     DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig" COMPONENT development)
 
-  # On Windows, all that a program needs beside it, and its licences.
+  # On Windows, the DLLs that a program needs next to it, and their licences.
   if(WIN32)
     install(PROGRAMS ${runtime_dlls} DESTINATION "${CMAKE_INSTALL_BINDIR}" COMPONENT runtime)
     list(TRANSFORM runtime_dlls REPLACE "^.*/"
@@ -81,8 +81,8 @@ function(tarsio_install)
     tarsio_install_runtime_licences("${CMAKE_INSTALL_DOCDIR}/licences")
   endif()
 
-  # The debug information leaves the library. A shared library's goes into a file that gdb finds from
-  # the library, whatever the folder; a static library's is of no use in a file of its own.
+  # Strips the debug information. A shared library's goes into a separate file, to which the library has
+  # a link. A static library's is dropped, since it is of no use in a separate file.
   set(library_folder "${CMAKE_INSTALL_LIBDIR}")
   set(library_component development)
   if(BUILD_SHARED_LIBS)
@@ -92,7 +92,7 @@ function(tarsio_install)
     set(library_component runtime)
     set(debug_file "${generated}/$<TARGET_FILE_NAME:tarsio-common>.debug")
     add_custom_command(TARGET tarsio-common POST_BUILD VERBATIM
-      # Otherwise the file for Windows has the time at which it was made.
+      # Otherwise the file for Windows contains the build time.
       COMMAND "${CMAKE_COMMAND}" -E env SOURCE_DATE_EPOCH=0
               "${CMAKE_OBJCOPY}" --only-keep-debug "$<TARGET_FILE:tarsio-common>" "${debug_file}")
     install(FILES "${debug_file}" DESTINATION "${library_folder}/.debug" COMPONENT debug)

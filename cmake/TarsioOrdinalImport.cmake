@@ -1,11 +1,11 @@
-# Links `target` with an import library made from a module definition file, so that a function is
-# imported by the ordinal that stands there and not by its name. A static library is installed with it.
+# Links `target` with an import library built from a module definition file, so that its functions are
+# imported by ordinal instead of by name. A static library is installed together with it.
 
 function(tarsio_import_by_ordinal target definition)
   get_filename_component(name "${definition}" NAME_WE)
   get_filename_component(definition "${definition}" ABSOLUTE)
   set(import_library "${CMAKE_CURRENT_BINARY_DIR}/lib${name}-ordinals.a")
-  # In its folder, for the text that follows -l becomes a part of symbols.
+  # Runs in the output folder because dlltool makes the argument of -l a part of symbol names.
   add_custom_command(OUTPUT "${import_library}"
     COMMAND "${CMAKE_DLLTOOL}" -d "${definition}" -l "lib${name}-ordinals.a"
     WORKING_DIRECTORY "${CMAKE_CURRENT_BINARY_DIR}"

@@ -1,10 +1,10 @@
-# What CPack creates: Debian packages on Linux, a ZIP for Windows. `./dev package` runs it over two builds,
-# of the shared and of the static library.
+# What CPack creates: Debian packages for Linux, a ZIP for Windows. `./dev package` packs two builds
+# together, the shared and the static library.
 
 function(tarsio_package)
   set(CPACK_PACKAGE_NAME ${PROJECT_NAME})
   set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
-  # Whatever the umask is.
+  # Independent of the umask.
   set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
     OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
 
@@ -37,7 +37,7 @@ This package holds")
   set(CPACK_DEBIAN_RUNTIME_PACKAGE_SHLIBDEPS ON)
   set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
   set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
-  # By which Debian's packages renew the linker's cache; CPack's scripts do it once more.
+  # The trigger updates the linker's cache, as Debian requires, although CPack's own scripts do so, too.
   set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA "${PROJECT_SOURCE_DIR}/cmake/debian/triggers")
 
   set(runtime_version "${PROJECT_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE}")

@@ -1,6 +1,6 @@
-# The DLLs that the library needs at run time: their place beside it, and their licences.
+# The DLLs that the library needs at run time, and their licences.
 
-# Sets `result` to the paths of the C++ runtime's DLLs, and of libcrypto's with TARSIO_SHARED_CRYPTO.
+# Sets `result` to the paths of the C++ runtime's DLLs and, with TARSIO_SHARED_CRYPTO, of libcrypto's.
 function(tarsio_runtime_dlls result)
   set(dlls "")
   foreach(name libstdc++-6.dll libgcc_s_seh-1.dll libwinpthread-1.dll)
@@ -22,8 +22,8 @@ function(tarsio_copy_runtime_dlls target)
     VERBATIM)
 endfunction()
 
-# Installs the terms on which they are handed on. The first text holds the exception that lets a
-# program of any licence use the compiler's runtime.
+# Installs the licences under which they are shipped. The first file contains the exception that allows
+# programs under any licence to use the compiler's runtime.
 function(tarsio_install_runtime_licences folder)
   macro(install_text text name)
     install(FILES "${text}" RENAME "${name}" DESTINATION "${folder}" COMPONENT documents)

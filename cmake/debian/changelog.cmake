@@ -1,10 +1,10 @@
-# Writes and compresses `changelog`, dated by SOURCE_DATE_EPOCH where that is set.
+# Writes and compresses `changelog`. Its date is SOURCE_DATE_EPOCH, if set.
 
 set(ENV{LC_ALL} C)
 string(TIMESTAMP date "%a, %d %b %Y %H:%M:%S +0000" UTC)
 file(WRITE "${changelog}" "${source} (${version}) unstable; urgency=medium
 
-  * What has changed stands in CHANGELOG.md.
+  * See CHANGELOG.md for the changes.
 
  -- ${maintainer}  ${date}
 ")

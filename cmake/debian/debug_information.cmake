@@ -1,4 +1,4 @@
-# Installs `debug_file` under the name that its build id gives it, and only so.
+# Installs `debug_file` under the name derived from its build id.
 
 execute_process(COMMAND "${readelf}" --notes "${debug_file}"
   OUTPUT_VARIABLE notes COMMAND_ERROR_IS_FATAL ANY)

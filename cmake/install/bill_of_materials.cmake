@@ -1,15 +1,15 @@
-# Writes `bill`: what the library is made of and links with, in SPDX 3.0.1. The library's own licence
-# is its owner's to state, so nothing is asserted about it.
+# Writes `bill`, the software bill of materials in SPDX 3.0.1. It asserts nothing about the library's own
+# licence, since the owner has not chosen one.
 
-string(TIMESTAMP now "%Y-%m-%dT%H:%M:%SZ" UTC)  # SOURCE_DATE_EPOCH, where that is set
-# SPDX names documents and its vocabulary by IRIs. They are identifiers; nothing is fetched.
+string(TIMESTAMP now "%Y-%m-%dT%H:%M:%SZ" UTC)  # SOURCE_DATE_EPOCH, if set
+# SPDX identifies documents and terms by IRIs. They are only identifiers; nothing is downloaded.
 if(windows)
   set(namespace "https://spdx.org/spdxdocs/${name}-${version}-windows-x86_64")
 else()
   set(namespace "https://spdx.org/spdxdocs/${name}-${version}-linux-x86_64")
 endif()
 if(EXISTS "${prefix}/${library}")
-  # Each build has an identity of its own, the same for the same bytes.
+  # Each build has its own identifier. Identical builds have the same one.
   file(SHA256 "${prefix}/${library}" identity)
   string(SUBSTRING "${identity}" 0 16 identity)
   string(APPEND namespace "-${identity}")
@@ -32,8 +32,8 @@ macro(add_relation type from to)
      \"from\": \"${namespace}#${from}\", \"to\": [\"${to}\"]")
 endmacro()
 
-# Sets `fields` for something called `label`, of which `file` is installed, or a file of the system's if
-# the path is absolute; "" if it is neither.
+# Sets `fields` for an artifact named `label`. `file` is relative to the prefix if it is installed,
+# absolute if it belongs to the system, and "" if there is no such file.
 macro(set_artifact_fields label purpose file)
   set(fields "\"name\": \"${label}\", \"software_primaryPurpose\": \"${purpose}\"")
   set(path "${file}")
@@ -58,7 +58,7 @@ macro(add_package id package_version file)
   add_element(software_Package ${id} "${fields}")
 endmacro()
 
-# Adds one more file of the library's package.
+# Adds another file of the library's package.
 macro(add_file purpose file)
   get_filename_component(id "${file}" NAME)
   set_artifact_fields(${id} ${purpose} "${file}")
@@ -67,7 +67,7 @@ macro(add_file purpose file)
      \"from\": \"${namespace}#${name}\", \"to\": [\"${namespace}#${id}\"]")
 endmacro()
 
-# The same, of something that the library links with. `link` is hasDynamicLink or hasStaticLink.
+# Adds a package that the library links with. `link` is hasDynamicLink or hasStaticLink.
 macro(add_part link id package_version licence file)
   add_package(${id} "${package_version}" "${file}")
   add_element(simplelicensing_LicenseExpression ${id}-licence
@@ -98,10 +98,10 @@ if(windows)
     file(GLOB crypto RELATIVE "${prefix}" "${prefix}/lib/libcrypto.a")
     add_part(hasStaticLink libcrypto "${openssl_version}" ${openssl_licence} "${crypto}")
   endif()
-  # The stack protector's runtime, and the start-up code of every program and DLL.
+  # The stack protector's runtime, and the start-up code of each program and DLL.
   add_part(hasStaticLink libssp "${gcc_version}" "${gcc_licence}" "")
   add_part(hasStaticLink mingw-w64-crt "${mingw_version}" ZPL-2.1 "")
-else()  # the system's: the versions and the files that the library was built with
+else()  # the system's packages and files that the library was built with
   add_part(hasDynamicLink libstdc++ "${gcc_version}" "${gcc_licence}" "${libstdcxx}")
   add_part(hasDynamicLink libgcc "${gcc_version}" "${gcc_licence}" "${libgcc}")
   add_part(hasDynamicLink glibc "${glibc_version}" LGPL-2.1-or-later "${glibc}")

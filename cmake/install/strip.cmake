@@ -1,5 +1,5 @@
-# Strips the installed `library`. A shared one names the `debug_file` that its debug information has
-# gone to.
+# Strips the installed `library`. A shared library gets a link to `debug_file`, which contains its debug
+# information.
 
 function(run_objcopy)
   execute_process(COMMAND "${objcopy}" ${ARGN} "${library}" COMMAND_ERROR_IS_FATAL ANY)
@@ -9,7 +9,7 @@ if(NOT debug_file)
   run_objcopy(--strip-debug --enable-deterministic-archives)
   return()
 endif()
-# Once only: a library that has not changed is not installed anew.
+# Only once: an unchanged library is not installed again.
 file(STRINGS "${library}" link REGEX "\\.gnu_debuglink" LIMIT_COUNT 1)
 if(NOT link)
   run_objcopy(--strip-unneeded "--add-gnu-debuglink=${debug_file}")

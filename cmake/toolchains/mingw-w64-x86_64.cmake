@@ -1,4 +1,4 @@
-# Windows x86-64 from Linux, with the mingw-w64 GCC that has POSIX threads. Programs run under Wine.
+# Builds for Windows x86-64 on Linux with mingw-w64's GCC with POSIX threads. Programs run under Wine.
 
 set(CMAKE_SYSTEM_NAME Windows)
 set(CMAKE_SYSTEM_PROCESSOR x86_64)
@@ -10,7 +10,7 @@ set(CMAKE_RC_COMPILER ${mingw}-windres)
 set(CMAKE_DLLTOOL ${mingw}-dlltool)
 set(CMAKE_OBJDUMP ${mingw}-objdump)
 
-# Nothing of this system is found, but what the caller gives is.
+# Finds no libraries of the build system, only those under the caller's prefixes and these.
 file(TO_CMAKE_PATH "$ENV{CMAKE_PREFIX_PATH}" prefixes)
 list(APPEND CMAKE_FIND_ROOT_PATH ${CMAKE_PREFIX_PATH} ${prefixes}
   /usr/${mingw} ${CMAKE_CURRENT_LIST_DIR}/../../.deps/windows-x86_64)
