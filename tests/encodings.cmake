@@ -1,7 +1,7 @@
-# The user's locale is part of what a process is started with, so each encoding is a separate test.
+# A process gets the user's locale from its environment at start, so each encoding is a separate test.
 
-# tarsio_test_locales(programs...): makes locales rather than using the machine's; Wine takes the code
-# page from them as well. The programs get their folder in TARSIO_TEST_LOCALES.
+# tarsio_test_locales(programs...): builds locales instead of using the machine's. Wine derives its code
+# page from them. TARSIO_TEST_LOCALES is their folder.
 function(tarsio_test_locales)
   find_program(TARSIO_LOCALEDEF localedef REQUIRED)
   set(folder "${CMAKE_CURRENT_BINARY_DIR}/locales")
@@ -12,7 +12,7 @@ function(tarsio_test_locales)
       COMMAND "${CMAKE_COMMAND}" -E make_directory "${folder}"
       COMMAND "${TARSIO_LOCALEDEF}" --no-hard-links -i ${CMAKE_MATCH_1} -f ${CMAKE_MATCH_2}
         "${folder}/${locale}"
-      COMMENT "Making the locale ${locale}" VERBATIM)
+      COMMENT "Building the locale ${locale}" VERBATIM)
     list(APPEND locales "${folder}/${locale}/LC_CTYPE")
   endforeach()
   add_custom_target(test-locales DEPENDS ${locales})
@@ -23,9 +23,9 @@ function(tarsio_test_locales)
   set(locale_folder "${folder}" PARENT_SCOPE)
 endfunction()
 
-# tarsio_test_encoding(name program encoding runtime_locale variables...): runs the cases of `program` for
-# a user whose `encoding` the environment variables choose. The C runtime's name of that user's locale
-# ends in `runtime_locale`.
+# tarsio_test_encoding(name program encoding runtime_locale variables...): runs the cases of `program` with
+# environment variables that select `encoding`. The C runtime's name of the locale must end in
+# `runtime_locale`.
 function(tarsio_test_encoding name program encoding runtime_locale)
   set(test charset_cvt_test.${name})
   add_test(NAME ${test} COMMAND ${program} "--gtest_filter=Environment/*")
@@ -36,7 +36,7 @@ function(tarsio_test_encoding name program encoding runtime_locale)
     ENVIRONMENT "${environment}" FAIL_REGULAR_EXPRESSION "Running 0 tests")
 endfunction()
 
-# tarsio_test_encodings(program): with each encoding that the system's users have.
+# tarsio_test_encodings(program): runs the cases with each encoding that the system supports.
 function(tarsio_test_encodings program)
   add_dependencies(${program} test-locales)
   if(NOT WIN32)
@@ -49,10 +49,10 @@ function(tarsio_test_encodings program)
   tarsio_test_encoding(cp1252 ${program} cp1252 .1252 LC_ALL=C)
   tarsio_test_encoding(cp932 ${program} cp932 .932 LC_ALL=ja_JP.UTF-8)
   tarsio_test_encoding(cp1251 ${program} cp1251 .1251 LC_ALL=ru_RU.UTF-8)
-  # The system's code page is 1251 here, which the user's locale does not have.
+  # The system's code page is 1251, but the user's locale uses another one.
   tarsio_test_encoding(cp932_of_the_user ${program} cp932 .932
     LC_ALL= LC_CTYPE=ru_RU.UTF-8 LC_MESSAGES=ja_JP.UTF-8)
-  # The same program, with UTF-8 for its code page.
+  # The same program, with UTF-8 as its code page.
   enable_language(RC)
   add_executable(charset_cvt_utf8_test
     $<TARGET_OBJECTS:${program}> ${system_support}/utf8_code_page.rc)

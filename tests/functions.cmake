@@ -1,6 +1,6 @@
 # Functions that define the test programs.
 
-# What a test needs from one system is in a folder of that system's.
+# System-specific test support is in a separate folder for each system.
 if(WIN32)
   set(system_support "${PROJECT_SOURCE_DIR}/tests/support/windows")
 else()
@@ -8,12 +8,12 @@ else()
 endif()
 set(test_support "${PROJECT_SOURCE_DIR}/tests/support")
 
-# What is tested is optimised; the tests are not, which takes a quarter of the time to compile. Except
-# those that compute a lot, count what the compiler may leave out, or race.
+# The library is optimised; the tests are not, so they compile four times as fast. The exceptions compute
+# a lot, count allocations that the compiler may omit, or race.
 set(optimised_tests charset_cvt_test string_utils_test allocation_counts_test races_test)
 
-# tarsio_test_program(name sources...): each case runs in a process of its own, since the log and the
-# timers live as long as the process.
+# tarsio_test_program(name sources...): each case runs in a separate process, since the log and the timers
+# live as long as the process.
 function(tarsio_test_program name)
   add_executable(${name} ${ARGN})
   if(NOT MSVC AND NOT name IN_LIST optimised_tests)
@@ -26,19 +26,19 @@ function(tarsio_test_program name)
   if(under_wine)
     add_dependencies(${name} launcher)
   endif()
-  # A race of a thousand rounds takes minutes on a busy machine.
+  # The races take minutes on a busy machine.
   gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60
     PROPERTIES TIMEOUT $<IF:$<STREQUAL:${name},races_test>,600,300> LABELS ${name})
 endfunction()
 
-# tarsio_test(name sources...): name.cpp, linked with the library.
+# tarsio_test(name sources...): a test in name.cpp that links with the library.
 function(tarsio_test name)
   tarsio_test_program(${name} ${name}.cpp ${ARGN})
   target_link_libraries(${name} PRIVATE tarsio::common)
 endfunction()
 
-# tarsio_platform_test(name sources...): name.cpp with sources of the library, over a platform that the
-# test supplies.
+# tarsio_platform_test(name sources...): a test in name.cpp that compiles sources of the library and
+# implements the platform layer itself.
 function(tarsio_platform_test name)
   list(TRANSFORM ARGN PREPEND "${PROJECT_SOURCE_DIR}/src/" OUTPUT_VARIABLE sources)
   tarsio_test_program(${name} ${name}.cpp ${sources})
@@ -48,10 +48,10 @@ function(tarsio_platform_test name)
   add_dependencies(${name} tarsio-common)  # which copies the runtime DLLs
 endfunction()
 
-# tarsio_embedded_library(): all of the library's sources, to be linked into a test program.
+# tarsio_embedded_library(): a static library of all sources, for tests that must contain the library.
 function(tarsio_embedded_library)
   get_target_property(sources tarsio-common SOURCES)
-  list(FILTER sources EXCLUDE REGEX "\\.rc$")  # the DLL's alone
+  list(FILTER sources EXCLUDE REGEX "\\.rc$")  # for the DLL only
   list(TRANSFORM sources PREPEND "${PROJECT_SOURCE_DIR}/")
   add_library(tarsio-common-embedded STATIC EXCLUDE_FROM_ALL ${sources})
   target_compile_features(tarsio-common-embedded PUBLIC cxx_std_17)
@@ -66,8 +66,8 @@ function(tarsio_embedded_library)
   endif()
 endfunction()
 
-# tarsio_embedded_test(name sources...): name.cpp with the whole library embedded, and on Windows the C++
-# runtime as well, so that a replaced allocator, lock or transfer reaches no other module.
+# tarsio_embedded_test(name sources...): a test in name.cpp that contains the library and, on Windows, the
+# C++ runtime. So a replaced allocator, lock or transfer affects the library and no other module.
 function(tarsio_embedded_test name)
   tarsio_test_program(${name} ${name}.cpp ${ARGN})
   target_include_directories(${name} PRIVATE "${PROJECT_SOURCE_DIR}/src")
@@ -76,7 +76,7 @@ function(tarsio_embedded_test name)
   add_dependencies(${name} tarsio-common)  # which copies the runtime DLLs
 endfunction()
 
-# tarsio_tls_library(program): links it with OpenSSL's libssl, which nothing else needs.
+# tarsio_tls_library(program): links the program with OpenSSL's libssl.
 function(tarsio_tls_library program)
   find_package(OpenSSL 1.1 REQUIRED COMPONENTS SSL)
   target_link_libraries(${program} PRIVATE OpenSSL::SSL)
@@ -88,7 +88,7 @@ function(tarsio_tls_library program)
   endif()
 endfunction()
 
-# tarsio_wrap(program symbols...): the program supplies __wrap_SYMBOL for each call of SYMBOL.
+# tarsio_wrap(program symbols...): calls of SYMBOL go to __wrap_SYMBOL, which the program defines.
 function(tarsio_wrap program)
   foreach(symbol IN LISTS ARGN)
     target_link_options(${program} PRIVATE "LINKER:--wrap=${symbol}")

@@ -1,12 +1,12 @@
 # cmake -DNM=... -DLIBRARY=... -DLIST=... [-DUPDATE=ON] -P compare.cmake
-# Compares the names that a shared library exports with a checked-in list; with UPDATE, rewrites it.
+# Compares the names that a shared library exports with a checked-in list. With UPDATE, rewrites it.
 
 separate_arguments(ARGUMENTS)
 execute_process(COMMAND "${NM}" ${ARGUMENTS} "${LIBRARY}"
   OUTPUT_VARIABLE output COMMAND_ERROR_IS_FATAL ANY)
 
-# nm prints "address type name", objdump "[index] name" in a table of its own that ends with an
-# empty line. Brackets mean something in a list, so they go.
+# nm prints "address type name". objdump prints "[index] name" in a separate table that ends with an
+# empty line. Brackets are replaced, since CMake's lists treat them specially.
 string(REGEX REPLACE "^.*Ordinal/Name Pointer. Table" "" output "${output}")
 string(REGEX REPLACE "\n\r?\n.*$" "\n" output "${output}")
 string(REGEX REPLACE "[][]" "T" output "${output}")
@@ -34,5 +34,5 @@ if(NOT actual STREQUAL expected)
   list(JOIN missing "\n  " missing)
   list(JOIN names "\n  " surplus)
   message(FATAL_ERROR
-    "The export table is not the list.\nnot exported:\n  ${missing}\nnot in the list:\n  ${surplus}")
+    "The exports differ from the list.\nnot exported:\n  ${missing}\nnot in the list:\n  ${surplus}")
 endif()

@@ -1,21 +1,21 @@
-# Runs a program many times, one after the other: each run has to print "MODE: END" as its last
-# line, and to end with exit code 0 in time.
+# Runs a program many times, one after the other. Each run must print "MODE: END" as its last line and
+# exit with code 0 within the time limit.
 #
 #     cmake -DCOMMAND=LIST -DMODE=NAME -DRUNS=NUMBER -DEND=TEXT -P run_children.cmake
 #
-# The command is given the mode and the number of the run. Any failure is followed by the other
-# runs, so that the rate is known, but for a run that hangs.
+# The mode and the number of the run are appended to the command. After a failure the other runs still
+# take place, to show the failure rate, unless the run has timed out.
 
-# Not through a pipe: a background process that the emulator starts could keep that open.
+# A file, since a background process of the emulator could keep a pipe open.
 set(output_file "${CMAKE_CURRENT_BINARY_DIR}/${MODE}.output")
 set(failures 0)
 foreach(run RANGE 1 ${RUNS})
   execute_process(COMMAND ${COMMAND} ${MODE} ${run} TIMEOUT 40 RESULT_VARIABLE result
     OUTPUT_FILE "${output_file}" ERROR_FILE "${output_file}")
   file(READ "${output_file}" output)
-  # Wine's own words for a thread that begins while its process ends.
+  # Wine's message about a thread that starts while its process exits.
   string(REGEX REPLACE "wine client error:[^\n]*" "" output "${output}")
-  # The emulator's, when Wine has not come up.
+  # The emulator's message if Wine had to be restarted.
   string(REGEX REPLACE "run_under_wine.sh: [^\n]*; restart [1-3]\n" "" output "${output}")
   string(STRIP "${output}" output)
   if(result STREQUAL "0" AND "\n${output}" MATCHES "\n${MODE}: ${END}$")
