@@ -1,4 +1,4 @@
-// Telling encodings apart, and what the conversions do to single bytes.
+// Detecting encodings, and what the conversions do to single bytes.
 
 //! [includes]
 #include "common/charset_cvt.h"
@@ -34,10 +34,10 @@ int main() {
   //! [bytes]
 
   //! [user]
-  // A text that is UTF-8 already comes back as it is, whatever the user's locale.
+  // A string that is already UTF-8 is returned unchanged, whatever the user's locale.
   std::cout << "kept:     " << (CharsetCvt::MbToU8(cafe) == cafe) << '\n';
 
-  // The second argument is never used: no variable, no text.
+  // The second argument is ignored: if the variable is not set, the result is empty.
   std::cout << "unset:    [" << CharsetCvt::GetEnv(L"TARSIO_NOT_SET", "fallback") << "]\n";
   //! [user]
   return 0;

@@ -1,5 +1,5 @@
 # cmake -DPROGRAM=... -DEXPECTED=... [-DEMULATOR=...] -P compare_output.cmake
-# Runs a program and compares what it prints with a file.
+# Runs a program and compares its output with a file.
 
 execute_process(COMMAND ${EMULATOR} "${PROGRAM}"
   OUTPUT_VARIABLE output RESULT_VARIABLE status TIMEOUT 60)

@@ -1,4 +1,4 @@
-// Whole files written and read in one call.
+// Writing and reading whole files in one call.
 
 //! [includes]
 #include "common/file_utils.h"
@@ -15,11 +15,11 @@ int main() {
   const std::string name = "files-example/note.txt";
 
   //! [making]
-  // The names that end in a separator are created.
+  // Creates only the directories whose names are followed by a separator.
   std::cout << std::boolalpha << "directory made: " << FileUtils::MakeDir(name) << '\n';
   //! [making]
   //! [writing]
-  // The content comes first.
+  // The content is the first argument.
   std::cout << "written:  " << FileUtils::WriteFile("first\n", name, kBinary) << '\n'
             << "appended: " << FileUtils::WriteFile("second\n", name, kBinary | kAppend) << '\n';
   //! [writing]

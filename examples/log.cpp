@@ -1,4 +1,4 @@
-// Logging through the process-wide log, with a sink of the host's own; and past it.
+// Logging through the process-wide log with a custom sink, and logging without it.
 
 //! [includes]
 #include "common/log.h"
@@ -10,7 +10,7 @@
 
 namespace {
 
-// Shows what follows the time.
+// Prints the line without the time.
 void Show(const char* line) {
   const std::string text = line;
   std::cout << text.substr(text.find("][") + 1) << '\n';

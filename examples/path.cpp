@@ -34,7 +34,7 @@ int main() {
   std::cout << "third:     " << names[2] << '\n';
 
   //! [join]
-  // Joining an absolute path changes nothing.
+  // Appending an absolute path has no effect.
   std::cout << "unchanged: " << work / "C:\\other" << '\n';
   //! [join]
 

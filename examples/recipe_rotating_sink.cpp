@@ -30,7 +30,7 @@ class RotatingLogger : public tarsio::Logger {
  private:
   void Rotate() {
     file.close();
-    std::filesystem::rename(name, name + ".1");  // replaces the previous one
+    std::filesystem::rename(name, name + ".1");  // replaces an older file
     file.open(name, std::ios::binary);
   }
 

@@ -1,4 +1,4 @@
-// Names and messages from outside: a check of a name, and a sink that escapes.
+// Untrusted names and messages: a check for file names, and a sink that escapes.
 
 //! [includes]
 #include <iostream>
@@ -11,15 +11,15 @@
 namespace {
 
 //! [name]
-// Whether `name` is one component that means the same on Windows and on Linux. Whatever the locale,
-// so it compares bytes; it accepts letters, digits and a few signs of ASCII.
+// Returns true if `name` is a single component with the same meaning on Windows and Linux. Accepts
+// only ASCII letters, digits and a few other characters. Independent of the locale.
 bool IsPlainName(const std::string& name) {
   constexpr char kAllowed[] = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789-_. ";
   if (name.empty() || name.size() > 255) return false;
   if (name.find_first_not_of(kAllowed) != std::string::npos) return false;
   if (name.back() == '.' || name.back() == ' ') return false;  // "." and ".." as well
 
-  // Devices of Windows, with any extension.
+  // Names of Windows devices, with any extension.
   std::string base = name.substr(0, name.find('.'));
   base.erase(base.find_last_not_of(' ') + 1);
   for (char& c : base) {
@@ -40,7 +40,7 @@ class EscapingLogger : public tarsio::Logger {
     std::string escaped;
     for (const char* c = line; *c != '\0'; ++c) {
       const auto byte = static_cast<unsigned char>(*c);
-      const bool isPrinted = byte >= 0x20 && byte < 0x7F;  // beyond ASCII there are controls, too
+      const bool isPrinted = byte >= 0x20 && byte < 0x7F;  // non-ASCII includes control characters
       if (!isPrinted || byte == '\\') {
         const char digits[] = "0123456789abcdef";
         escaped += {'\\', 'x', digits[byte >> 4], digits[byte & 0x0F]};

@@ -1,4 +1,4 @@
-// Splitting by three rules, trimming, replacing, and a digest.
+// Splitting in three ways, trimming, replacing, and a digest.
 
 //! [includes]
 #include "common/string_utils.h"
@@ -36,7 +36,7 @@ int main() {
   //! [trimming]
 
   //! [digest]
-  // A blank stands where one expects a leading zero; this turns the text into the usual form.
+  // GetHashText() writes a space for a leading zero. Replacing them gives the usual form.
   const std::string digest = StringUtils::GetHashText("abc", 3);
   std::cout << "SHA-256: " << StringUtils::SpaceToUnderscore(digest, " ", '0') << '\n';
   //! [digest]

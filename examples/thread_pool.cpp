@@ -15,7 +15,7 @@
 
 namespace {
 
-// Shows the message only.
+// Prints only the message.
 class MessageLogger : public tarsio::Logger {
  public:
   void DoOutput(const char* line) override {

@@ -15,7 +15,7 @@ struct Counts {
   unsigned long long different = 0;
 };
 
-// The next entry of the list, past lines that are none.
+// Reads the next entry of the list and skips malformed lines. Returns false at the end.
 bool NextEntry(LineReader& lines, Counts* counts, Item* item) {
   std::string line;
   while (lines.Next('\n', &line)) {

@@ -7,8 +7,8 @@
 #include "digester.h"
 #include "options.h"
 
-// Verifies the files of `list`, a file that FormatLine() or sha256sum has written, and prints what
-// sha256sum --check does. Returns whether every file in it is OK.
+// Verifies the files listed in the file `list`, in the format of FormatLine() or sha256sum. Prints
+// the same output as sha256sum --check. Returns true if every file is OK.
 bool CheckList(const std::string& list, const Options& options, Digester& digester,
                Console& console);
 

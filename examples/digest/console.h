@@ -8,13 +8,13 @@
 
 #include "common/log.h"
 
-// Standard error: whole lines, and below them one line that is drawn over again.
+// Standard error: writes whole lines, and redraws a status line below them.
 //
-// Threads: every member may be called from any thread.
+// Threads: every member may be called concurrently.
 class Console {
  public:
   void PrintLine(const std::string& line);
-  // PrintLine() with the program's name in front.
+  // Like PrintLine(), prefixed with the program's name.
   void PrintMessage(const std::string& message);
   // Replaces the status line; an empty one erases it.
   void ShowStatus(const std::string& text);
@@ -23,7 +23,7 @@ class Console {
 
  private:
   std::mutex mutex;
-  std::string status;  // guarded by mutex; what stands on the screen
+  std::string status;  // guarded by mutex; as currently displayed
 };
 
 // Sends the log to the console.

@@ -15,7 +15,7 @@
 
 namespace {
 
-constexpr char kOutOfMemory[] = "Out of memory";  // too short to be allocated
+constexpr char kOutOfMemory[] = "Out of memory";  // a std::string stores it without allocating
 
 Outcome Failed(std::string reason) {
   Outcome outcome;
@@ -32,7 +32,7 @@ Outcome Digested(const std::string& content) {
   return outcome;
 }
 
-// An absolute path would resolve to a search directory.
+// Does not resolve absolute paths: joining one to a search directory gives that directory.
 tarsio::Path Find(const std::string& name, const tarsio::PathResolver& resolver) {
   const tarsio::Path path(WithDrive(name));
   return path.IsAbsolute() ? path : resolver.Resolve(path);
@@ -40,8 +40,8 @@ tarsio::Path Find(const std::string& name, const tarsio::PathResolver& resolver)
 
 std::string ErrnoMessage() { return std::generic_category().message(errno); }
 
-// Why the library did not read the file. Empty if the file is, too. The library reads files of a
-// known size only: those of /proc have size 0, and yield bytes.
+// Returns why the library did not read the file, or an empty string if the file is empty. The
+// library reads only files whose size is known. Files in /proc report size 0 but have content.
 std::string WhyNotRead(const tarsio::Path& path) {
   const std::filesystem::path native = NativePath(path);
   std::error_code error;
@@ -49,7 +49,7 @@ std::string WhyNotRead(const tarsio::Path& path) {
   if (status.type() == std::filesystem::file_type::not_found) return "No such file or directory";
   if (error) return error.default_error_condition().message();
   if (std::filesystem::is_directory(status)) return "Is a directory";
-  // Not opened: a FIFO might have no writer.
+  // Do not open it: opening a FIFO without a writer blocks.
   if (!std::filesystem::is_regular_file(status)) return "Not a regular file";
   const File file = OpenForReading(native);
   if (file == nullptr) return ErrnoMessage();
@@ -89,7 +89,7 @@ Outcome DigestFile(const std::string& name, const tarsio::PathResolver& resolver
     if (name.empty()) return Failed("No such file or directory");
     if (const char* const objection = WhyUnnamable(name)) return Failed(objection);
     const tarsio::Path path = Find(name, resolver);
-    // The library would drop the separator.
+    // The library ignores a trailing separator.
     if (EndsInSeparator(name) && path.IsFile()) return Failed("Not a directory");
     return Digest(path);
   } catch (const std::exception&) {

@@ -6,11 +6,11 @@
 
 #include "common/path.h"
 
-// What became of one file.
+// The result for one file.
 struct Outcome {
-  std::string digest;   // 64 hexadecimal digits in lower case
-  uint64_t bytes = 0;   // digested
-  std::string failure;  // why there is no digest, or empty
+  std::string digest;   // 64 lower-case hexadecimal digits
+  uint64_t bytes = 0;   // the size of the file
+  std::string failure;  // the reason if there is no digest; otherwise empty
 };
 
 // Reads the file into memory and digests it. A relative name is resolved by `resolver`.

@@ -10,7 +10,7 @@
 
 namespace {
 
-// A slow file holds back the lines of those after it; the bound keeps their number small.
+// Results are printed in order, so a slow file delays those after it. This limits how many wait.
 constexpr size_t kMostInFlight = 4096;
 
 tarsio::PathResolver MakeResolver(const std::vector<std::string>& roots) {
@@ -45,7 +45,7 @@ void Digester::Run(Source newSource, Sink newSink) {
   if (error != nullptr) std::rethrow_exception(error);
 }
 
-// And waits for them.
+// Starts the workers and waits until all have finished.
 void Digester::StartWorkers() {
   const auto running = std::make_shared<tarsio::CountDownLatch>(static_cast<unsigned>(jobs));
   for (uint64_t i = 0; i < jobs; ++i) {
@@ -55,11 +55,11 @@ void Digester::StartWorkers() {
         running->CountDown();
       });
     } catch (const std::system_error&) {
-      // The task is queued all the same, and a worker that has started runs it at the end.
+      // The task is queued nevertheless. A running worker executes it after its own.
       if (pool->GetRunningThreadNumber() == 0) throw;
     }
   }
-  while (running->GetCount() != 0) running->Wait(0);  // a wait may end early
+  while (running->GetCount() != 0) running->Wait(0);  // in a loop, since Wait() may return early
 }
 
 void Digester::Work() {
@@ -77,7 +77,7 @@ void Digester::Work() {
   }
 }
 
-// The next job, or null.
+// Returns the next job, or null if there is no more work.
 std::shared_ptr<Digester::Job> Digester::Take() {
   const std::lock_guard<std::mutex> sourceLock(sourceMutex);
   {
@@ -91,7 +91,7 @@ std::shared_ptr<Digester::Job> Digester::Take() {
     source = nullptr;
     return nullptr;
   }
-  // Read here, so that of two the first gets the bytes.
+  // Read under the lock, so that the first of several "-" gets the content.
   if (job->item.isStandardInput) job->outcome = DigestStandardInput();
   const std::lock_guard<std::mutex> lock(mutex);
   inFlight.push_back(job);

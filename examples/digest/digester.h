@@ -18,30 +18,30 @@
 #include "digest.h"
 #include "sums.h"
 
-// A file to be digested.
+// A file to digest.
 struct Item : Entry {
   bool isStandardInput = false;
 };
 
-// Digests files on a pool of workers, which take the names from a source themselves.
+// Digests files on a thread pool, whose workers read the names from a source.
 class Digester {
  public:
-  // Stores the next item and returns true, or returns false at the end.
+  // Stores the next item and returns true. Returns false at the end.
   using Source = std::function<bool(Item*)>;
   using Sink = std::function<void(const Item&, const Outcome&)>;
 
-  // Looks for relative names under `roots` in their order, then in the current directory.
+  // Looks up relative names in `roots`, in order, then in the current directory.
   Digester(uint64_t jobCount, const std::vector<std::string>& roots);
 
   Digester(const Digester&) = delete;
   Digester& operator=(const Digester&) = delete;
 
-  // Digests all that `source` yields, and passes each item with its outcome to `sink`, in the order
-  // of the source. Both are called by one thread at a time. Throws what they throw, and
-  // `std::system_error` if no worker can be started.
+  // Digests all items from `source` and passes each with its outcome to `sink`, in the order of the
+  // source. Each is called by one thread at a time. Throws what they throw, and `std::system_error`
+  // if no worker can be started.
   void Run(Source source, Sink sink);
 
-  // "12 files, 3.4 MB/s". May be called from any thread.
+  // Returns, for example, "12 files, 3.4 MB/s". May be called from any thread.
   std::string Progress() const;
 
   void LogSummary() const;
@@ -66,13 +66,13 @@ class Digester {
   std::atomic<unsigned long long> bytesDone{0};
 
   std::mutex sourceMutex;  // taken before `mutex`
-  Source source;           // guarded by sourceMutex; empty at its end
+  Source source;           // guarded by sourceMutex; null once exhausted
 
   std::mutex mutex;
-  std::condition_variable room;               // in inFlight
-  std::deque<std::shared_ptr<Job>> inFlight;  // guarded by mutex; taken and not passed on yet
+  std::condition_variable room;               // notified when inFlight shrinks, and on an error
+  std::deque<std::shared_ptr<Job>> inFlight;  // guarded by mutex; not yet passed to the sink
   Sink sink;                                  // guarded by mutex
-  std::exception_ptr error;                   // guarded by mutex; why the workers have stopped
+  std::exception_ptr error;                   // guarded by mutex; stops the workers
 };
 
 #endif  // TARSIO_DIGEST_DIGESTER_H_

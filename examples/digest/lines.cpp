@@ -33,7 +33,7 @@ bool LineReader::Next(char terminator, std::string* line) {
   return failure.empty() && !line->empty();
 }
 
-// Not by fread(), which waits until its buffer is full.
+// Uses read() because fread() blocks until its buffer is full.
 bool LineReader::Fill() {
   if (!failure.empty()) return false;
   const auto size = ::read(::fileno(file), buffer.data(), kBufferSize);

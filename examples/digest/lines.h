@@ -7,25 +7,25 @@
 
 #include "system.h"
 
-// Reads a file line by line, so that a long list is never held whole.
+// Reads a file line by line, without loading it into memory.
 class LineReader {
  public:
-  // Opens the file; "-" is standard input. A failure shows in Failure() after the first Next().
+  // Opens the file; "-" is standard input. On failure Next() returns false and Failure() is set.
   explicit LineReader(const std::string& name);
   LineReader(const LineReader&) = delete;
   LineReader& operator=(const LineReader&) = delete;
 
   bool IsStandardInput() const { return file == stdin; }
 
-  // Replaces `line` with what comes before the next `terminator`, or the end of the file. False if
-  // there is no more.
+  // Stores the part up to the next `terminator`, or the end of the file, in `line`. Returns false
+  // if nothing is left.
   bool Next(char terminator, std::string* line);
 
-  // Why the file was not read to its end, or empty.
+  // Returns why reading failed, or an empty string.
   const std::string& Failure() const { return failure; }
 
  private:
-  // Waits for more of the file, at most as much as the buffer holds. False if there is no more.
+  // Refills the empty buffer; may block. Returns false at the end of the file or on failure.
   bool Fill();
 
   const File opened;  // null for standard input
@@ -33,7 +33,7 @@ class LineReader {
   std::string failure;
   static constexpr unsigned kBufferSize = 0x4000;
   std::array<char, kBufferSize> buffer{};
-  const char* begin = buffer.data();  // of what has not been returned yet
+  const char* begin = buffer.data();  // begin to end: read but not yet returned
   const char* end = buffer.data();
 };
 

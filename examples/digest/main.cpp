@@ -25,7 +25,7 @@ namespace {
 
 constexpr unsigned long long kProgressPeriodMs = 200;
 
-// The files to digest: the operands, then the names in the lists.
+// Yields the files to digest: the operands, then the names in the lists.
 class NameSource {
  public:
   explicit NameSource(const Options& given) : options(given) {}
@@ -46,13 +46,13 @@ class NameSource {
     return false;
   }
 
-  // Why a list was not read to its end, or empty.
+  // Returns why a list could not be read, or an empty string.
   const std::string& Failure() const { return failure; }
 
  private:
   bool NextInList(std::string* name) {
     while (list->Next(options.null ? '\0' : '\n', name)) {
-      // No name on Windows ends with a carriage return, but many a line does.
+      // Lines may end with CR LF on Windows. File names cannot contain a CR there.
       if (kOnWindows && !options.null && !name->empty() && name->back() == '\r') name->pop_back();
       if (!name->empty()) return true;
     }
@@ -66,7 +66,7 @@ class NameSource {
   std::string failure;
 };
 
-// Whether all went well.
+// Returns true if every file was digested.
 bool DigestAll(const Options& options, Digester& digester, Console& console) {
   bool allWell = true;
   NameSource names(options);
@@ -92,13 +92,13 @@ bool CheckAll(const Options& options, Digester& digester, Console& console) {
   return allWell;
 }
 
-// No more workers than files, if their number is known.
+// Limits the workers to the number of files, if it is known.
 uint64_t WorkersFor(const Options& options) {
   const bool known = !options.check && options.filesFrom.empty();
   return known ? std::min<uint64_t>(options.jobs, options.files.size()) : options.jobs;
 }
 
-// Stops a timer, and waits for a callback that is running.
+// Stops a timer at the end of the scope and waits for a running callback.
 class StopOnExit {
  public:
   explicit StopOnExit(std::shared_ptr<component::Timer> stopped) : timer(std::move(stopped)) {}
@@ -129,7 +129,7 @@ int Run(const Options& options, const std::shared_ptr<Console>& console) {
   if (options.progress) console->ShowStatus(digester.Progress());
   console->ShowStatus("");
   digester.LogSummary();
-  // The idle workers are not waited for: they hold the pool, and end with the process.
+  // Does not wait for the idle workers. They own the pool and end with the process.
   return allWell ? 0 : 1;
 }
 
@@ -146,7 +146,8 @@ int PrintHelp() {
   return std::cout ? 0 : 1;
 }
 
-// The log goes to the console if it is wanted: standard output belongs to the digests.
+// Sends the log to the console with --verbose, otherwise discards it. Standard output is for
+// digests.
 void SetUpLog(const Options& options, const std::shared_ptr<Console>& console) {
   std::unique_ptr<tarsio::Logger> logger;
   if (options.verbose) logger = std::make_unique<ConsoleLogger>(console);

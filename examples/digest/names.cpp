@@ -9,7 +9,7 @@ namespace {
 
 bool IsSeparator(char c) { return c == '/' || c == '\\'; }
 
-// Drive C: is the root of the file system on Linux; no other drive exists there.
+// On Linux, drive C: is the root of the file system, and other drives do not exist.
 bool HasDriveC(const std::string& name) {
   return name.size() > 1 && name[1] == ':' && (name[0] == 'C' || name[0] == 'c');
 }
@@ -19,10 +19,10 @@ bool IsAscii(const std::string& text) {
                       [](char c) { return static_cast<unsigned char>(c) >= 0x80; });
 }
 
-// What is not UTF-8, overlong forms included, does not survive the way to UTF-16 and back.
+// Strings that are not UTF-8, such as overlong forms, change when converted to UTF-16 and back.
 bool IsStrictUtf8(std::string text) {
   if (IsAscii(text)) return true;
-  std::replace(text.begin(), text.end(), '\0', ' ');  // which no Path holds
+  std::replace(text.begin(), text.end(), '\0', ' ');  // a Path cannot contain NUL
   tarsio::Path narrow;
   narrow.Set(text, tarsio::Path::POSIX_PATH);
   tarsio::Path wide;
@@ -30,7 +30,7 @@ bool IsStrictUtf8(std::string text) {
   return wide == narrow;
 }
 
-// "\\n" for a newline, "\\033" for an escape, as the shell reads them within $''.
+// Returns "\\n" for a newline and "\\033" for an escape character, as in the shell's $''.
 std::string EscapeSequence(unsigned char byte) {
   switch (byte) {
     case '\t':
@@ -58,7 +58,7 @@ const char* WhyUnnamable(const std::string& name) {
   return nullptr;
 }
 
-// The library takes "/a" for a relative path on every system, and "//a/b" for a share.
+// The library treats "/a" as relative on every system, and "//a/b" as a share.
 std::string WithDrive(const std::string& name) {
   static const std::string drive =
       kOnWindows ? tarsio::Path::Getcwd().Str().substr(0, 2) : std::string("C:");

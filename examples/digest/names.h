@@ -3,16 +3,16 @@
 
 #include <string>
 
-// Why the library cannot name the file that `name` names to the system, or null. It would take such
-// a name for another file's, or for none.
+// Returns why the library cannot represent the system's file name `name`, or null if it can. It
+// would open another file, or none.
 const char* WhyUnnamable(const std::string& name);
 
-// `name` in the form that the library expects: one that begins with a separator is meant from the
-// root of the current directory's drive.
+// Converts `name` to the form that the library expects: if it begins with a separator, prepends the
+// current directory's drive.
 std::string WithDrive(const std::string& name);
 
-// `name` for a message: one with control characters, or bytes that are not UTF-8, is quoted as the
-// shell would need it, 'a'$'\n''b'.
+// Returns `name` for use in a message. Quotes it for the shell, such as 'a'$'\n''b', if it contains
+// control characters or is not UTF-8.
 std::string Quoted(const std::string& name);
 
 #endif  // TARSIO_DIGEST_NAMES_H_

@@ -52,7 +52,7 @@ constexpr Flag kFlags[] = {
     {"--version", &Options::version},
 };
 
-// 0 for anything but a number from 1 to kLargestJobs.
+// Returns 0 unless `text` is a number from 1 to kLargestJobs.
 uint64_t ParseJobs(const std::string& text) {
   uint64_t jobs = 0;
   for (const char c : text) {
@@ -67,7 +67,7 @@ bool TakesValue(const std::string& name) {
   return name == "--files-from" || name == "--jobs" || name == "--root";
 }
 
-// Returns what is wrong, or an empty string.
+// Returns an error message, or an empty string.
 std::string SetValue(const std::string& name, const std::string& value, Options* options) {
   if (name == "--files-from") {
     options->filesFrom.push_back(value);

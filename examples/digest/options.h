@@ -6,21 +6,21 @@
 #include <vector>
 
 struct Options {
-  uint64_t jobs = 1;                   // workers
-  bool check = false;                  // the files are lists to be verified
-  bool help = false;                   // nothing but the usage
-  bool null = false;                   // names in lists end with a NUL character
-  bool progress = false;               // a progress line, terminal or not
-  bool quiet = false;                  // no line for a file that is OK
-  bool status = false;                 // no line for any file that is verified
-  bool verbose = false;                // the library's log
-  bool version = false;                // nothing but the version
+  uint64_t jobs = 1;                   // number of workers
+  bool check = false;                  // `files` are lists to verify
+  bool help = false;                   // print only the usage
+  bool null = false;                   // names in `filesFrom` end with a NUL character
+  bool progress = false;               // show progress even without a terminal
+  bool quiet = false;                  // print no line for a file that is OK
+  bool status = false;                 // print no line for any verified file
+  bool verbose = false;                // show the library's log
+  bool version = false;                // print only the version
   std::vector<std::string> filesFrom;  // lists of names; "-" is standard input
   std::vector<std::string> files;      // "-" is standard input
-  std::vector<std::string> roots;      // where relative names are looked for first
+  std::vector<std::string> roots;      // searched for relative names first
 };
 
-// Reads the command line. Returns what is wrong with it, or an empty string.
+// Parses the command line. Returns an error message, or an empty string.
 std::string ParseOptions(const std::vector<std::string>& arguments, Options* options);
 
 extern const char kUsage[];

@@ -26,7 +26,7 @@ std::string Escaped(const std::string& name) {
   return escaped;
 }
 
-// False if a backslash begins no escape.
+// Returns false if a backslash is not part of a valid escape sequence.
 bool Unescape(std::string* name) {
   std::string plain;
   for (size_t i = 0; i < name->size(); ++i) {
@@ -52,7 +52,7 @@ bool IsDigest(std::string* digest) {
   return true;
 }
 
-// "SHA256 (name) = digest", which sha256sum --tag writes.
+// "SHA256 (name) = digest", the format of sha256sum --tag.
 bool ParseTagged(const std::string& line, Entry* entry) {
   const size_t begin = sizeof kTag - 1;
   const size_t end = line.rfind(kAfterName);
@@ -62,7 +62,7 @@ bool ParseTagged(const std::string& line, Entry* entry) {
   return true;
 }
 
-// "digest  name" or, for a file that was read as binary, "digest *name".
+// "digest  name", or "digest *name" for a file read in binary mode.
 bool ParseUntagged(const std::string& line, Entry* entry) {
   if (line.size() < kDigestSize + 2 || line[kDigestSize] != ' ') return false;
   const char marker = line[kDigestSize + 1];

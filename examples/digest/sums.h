@@ -3,23 +3,24 @@
 
 #include <string>
 
-// The lines of a list, in the form that sha256sum reads and writes.
+// Formats and parses the lines of a list in the format of sha256sum.
 
 // One file of a list.
 struct Entry {
   std::string name;
-  std::string digest;  // 64 hexadecimal digits in lower case
+  std::string digest;  // 64 lower-case hexadecimal digits
 };
 
-// "digest  name". If the name holds a backslash or a line end, these are escaped and the line
-// begins with a backslash.
+// Returns "digest  name". If the name contains a backslash or a line ending, these are escaped and
+// the line begins with a backslash.
 std::string FormatLine(const std::string& digest, const std::string& name);
 
-// `name` as it stands in front of ": OK": escaped as in FormatLine(), but only for a newline.
+// Returns `name` as printed before ": OK": escaped as by FormatLine(), but only if it contains a
+// newline.
 std::string FormatCheckedName(const std::string& name);
 
-// Reads a line that FormatLine() or sha256sum, with any of its options, has written. False if it is
-// not such a line.
+// Parses a line in any format that FormatLine() or sha256sum can write. Returns false if it is
+// malformed.
 bool ParseLine(std::string line, Entry* entry);
 
 #endif  // TARSIO_DIGEST_SUMS_H_

@@ -7,7 +7,7 @@ std::filesystem::path NativePath(const tarsio::Path& path) {
   for (const std::string prefix : {R"(\\?\)", "C:", "c:"}) {
     if (text.compare(0, prefix.size(), prefix) == 0) text.erase(0, prefix.size());
   }
-  // The library resolves ".." without looking at symbolic links.
+  // The library resolves ".." lexically, without following symbolic links.
   return std::filesystem::path(text).lexically_normal();
 }
 

@@ -6,7 +6,7 @@
 
 namespace {
 
-// A lone surrogate, which a file name may hold, becomes U+FFFD.
+// A lone surrogate, which a file name may contain, becomes U+FFFD.
 std::string ToUtf8(const wchar_t* wide) {
   const int size = ::WideCharToMultiByte(CP_UTF8, 0, wide, -1, nullptr, 0, nullptr, nullptr);
   if (size <= 0) return {};
@@ -25,7 +25,7 @@ File OpenForReading(const std::filesystem::path& path) {
 }
 
 bool IsRegularFile(std::FILE* file) {
-  // NOLINTNEXTLINE(performance-no-int-to-ptr): the runtime has handles as integers
+  // NOLINTNEXTLINE(performance-no-int-to-ptr): the runtime returns handles as integers
   auto* const handle = reinterpret_cast<HANDLE>(::_get_osfhandle(::_fileno(file)));
   return ::GetFileType(handle) == FILE_TYPE_DISK;
 }
@@ -34,7 +34,7 @@ bool IsRegularFile(std::FILE* file) {
 int wmain(int argc, wchar_t** argv) {
   ::_setmode(::_fileno(stdin), _O_BINARY);
   ::_setmode(::_fileno(stdout), _O_BINARY);
-  // Where there is a console. It outlives the program.
+  // Restored below, since the console outlives the program. Without a console this does nothing.
   const UINT codePage = ::GetConsoleOutputCP();
   ::SetConsoleOutputCP(CP_UTF8);
   std::vector<std::string> arguments;
