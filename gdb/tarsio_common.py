@@ -1,19 +1,19 @@
-"""gdb shows the library's values in the words of their interface.
+"""Pretty-printers for gdb that show the library's values in terms of their interface.
 
     (gdb) print path
     $1 = "C:\\\\data\\\\a.txt" (Windows, absolute)
     (gdb) print queue
     $2 = BlockingQueue: 2 of 64 elements, open = {1, 2}
 
-Nothing runs in the debugged program, so a core file will do. gdb loads this file by itself with an
-installed library; `source gdb/tarsio_common.py` loads it by hand. The standard library's own
-printers show what is inside.
+They call no function in the debugged program, so they also work with core files. gdb loads this file
+automatically with an installed library; otherwise use `source gdb/tarsio_common.py`. They rely on the
+standard library's printers for its types.
 """
 
 import gdb
 import gdb.printing
 
-# The members that are read, and nothing else of a class is known here.
+# The members that the printers read.
 MEMBERS = {
     "Path": ("tokens", "type", "absolute", "smb"),
     "TsString": ("data",),
@@ -23,11 +23,11 @@ MEMBERS = {
 
 
 class Unknown(Exception):
-    """A value is not what this file takes it for; gdb then shows it as it stands."""
+    """A value does not have the expected layout; gdb then prints its members."""
 
 
 def members(value, class_name):
-    """The members of MEMBERS, in their order. A template's name comes without its arguments."""
+    """Returns the members listed in MEMBERS, in that order."""
     for name in MEMBERS[class_name]:
         if name not in [field.name for field in value.type.strip_typedefs().fields()]:
             raise Unknown(class_name + "::" + name)
@@ -35,7 +35,7 @@ def members(value, class_name):
 
 
 def number(value):
-    """An integer, also one inside a std::atomic."""
+    """Returns an integer, or the one in a std::atomic."""
     while value.type.strip_typedefs().code == gdb.TYPE_CODE_STRUCT:
         data = [field for field in value.type.strip_typedefs().fields() if hasattr(field, "bitpos")]
         if len(data) != 1:
@@ -52,21 +52,21 @@ def standard_printer(value):
 
 
 def elements(container):
-    """The elements of a standard container."""
+    """Returns the elements of a standard container."""
     return [element for _, element in standard_printer(container).children()]
 
 
 def text(string):
-    """A std::string, whole."""
+    """Returns the content of a std::string, without gdb's limit on printed characters."""
     shown = standard_printer(string).to_string()
-    if hasattr(shown, "address"):  # not read yet
+    if hasattr(shown, "address"):  # a lazy string
         begin = gdb.Value(shown.address).cast(gdb.lookup_type("char").pointer())
         return begin.string("utf-8", "replace", shown.length)
     return str(shown)
 
 
 def pointee(shared):
-    """What a std::shared_ptr points at."""
+    """Returns the object that a std::shared_ptr points to."""
     return shared["_M_ptr"].dereference()
 
 
@@ -75,9 +75,9 @@ def quoted(string):
 
 
 class PathPrinter:
-    """The text of Str() in the type that the path was parsed with, and the two flags."""
+    """Prints the path as Str() does with the type that it was parsed with, and its flags."""
 
-    LONGEST_PLAIN = 260  # the printed bytes and their terminator
+    LONGEST_PLAIN = 260  # in bytes, with the terminator; longer paths get the long-path prefix
 
     def __init__(self, value):
         tokens, kind, absolute, self.share = members(value, "Path")
@@ -104,7 +104,7 @@ class PathPrinter:
 
 
 class TsStringPrinter:
-    """The text up to its terminator, whatever stands in the buffer behind."""
+    """Prints the string up to its terminator."""
 
     def __init__(self, value):
         (self.data,) = members(value, "TsString")
@@ -117,7 +117,7 @@ class TsStringPrinter:
 
 
 class BlockingQueuePrinter:
-    """The number of elements and the most there may be, then the elements from the first on."""
+    """Prints the number of elements, the capacity, and the elements in order."""
 
     def __init__(self, value):
         items, capacity, closed = members(value, "BlockingQueue")
@@ -140,7 +140,7 @@ class BlockingQueuePrinter:
 
 
 class ThreadPoolPrinter:
-    """The name, the workers that live and may live, and the tasks that wait and may wait."""
+    """Prints the name, the number of workers and queued tasks, and their limits."""
 
     def __init__(self, value):
         name, running, limit, queue = members(value, "ThreadPool")
@@ -176,7 +176,7 @@ class Printers(gdb.printing.PrettyPrinter):
             return None
         try:
             return PRINTERS[class_name](value)
-        except (Unknown, gdb.error):  # another version's layout, or memory that is not there
+        except (Unknown, gdb.error):  # the layout of another version, or unreadable memory
             return None
 
 
