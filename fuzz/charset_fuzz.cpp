@@ -1,5 +1,5 @@
-// Encoding checks and conversions against plain second implementations, in a user's locale of
-// UTF-8.
+// Compares the encoding checks and conversions with simple reference implementations. The user's
+// locale uses UTF-8.
 
 #include <cstdlib>
 #include <stdexcept>
@@ -16,8 +16,9 @@ namespace {
 using tarsio::CharsetCvt;
 using tarsio_test::LogRecords;
 
-// As its header says: every lead byte has its continuation bytes and none stands alone, and of all
-// that is no character only ED A0 to ED BF is refused. Here from the number of leading one bits.
+// As documented: every lead byte needs its continuation bytes, and none may stand alone. Of the
+// sequences that encode no character, only ED A0 to ED BF are rejected. Uses the number of leading
+// one bits.
 bool ReferenceIsU8(const std::string& s) {
   size_t wanted = 0;
   for (size_t i = 0; i < s.size(); ++i) {
@@ -32,7 +33,7 @@ bool ReferenceIsU8(const std::string& s) {
   return !s.empty() && wanted == 0;
 }
 
-// The texts of what has been logged.
+// Returns the logged messages.
 std::string Logged(const LogRecords& records) {
   std::string logged;
   for (const tarsio_test::LogRecord& record : records.All()) {
@@ -41,8 +42,8 @@ std::string Logged(const LogRecords& records) {
   return logged;
 }
 
-// The C library here also decodes what UTF-8 had before it ended at U+10FFFF: the bytes of such a
-// character, or 0.
+// This C library also decodes characters above U+10FFFF, as older UTF-8 did. Returns the length of
+// such a character, or 0.
 size_t OldCharacterLength(const std::string& s, size_t index) {
   const unsigned char lead = ByteAt(s, index);
   const size_t length = lead >= 0xFC ? 6 : lead >= 0xF8 ? 5 : 4;
@@ -84,18 +85,18 @@ void FromUserEncoding(const std::string& s) {
     return;
   }
   if (ReferenceIsU8(s)) {
-    Require(converted == s && Logged(*records).empty(), "MbToU8() leaves UTF-8 as it is");
+    Require(converted == s && Logged(*records).empty(), "MbToU8() returns UTF-8 unchanged");
     return;
   }
-  Require(!wide, "MbToU8() throws for what is above U+00FF");
-  Require(converted == expected, "MbToU8() is what was decoded, and zeros");
+  Require(!wide, "MbToU8() throws for characters above U+00FF");
+  Require(converted == expected, "MbToU8() returns the decoded characters, then zeros");
   const std::string logged = Logged(*records);
-  // Cut off, or invalid; of a text that is both, either may be said.
+  // 1 means incomplete, 2 means invalid. Input that is both may report either.
   Require(
       s.empty() ? logged.empty() : logged == "Convert error: 1;" || logged == "Convert error: 2;",
-      "MbToU8() reports");
+      "MbToU8() logs an error");
   const bool cutOff = index < s.size() && AreContinuations(s, index + 1);
-  Require(cutOff || logged != "Convert error: 1;", "only a text that ends early is cut off");
+  Require(cutOff || logged != "Convert error: 1;", "only input that ends early is incomplete");
 }
 
 void ToUserEncoding(const std::string& s) {
@@ -104,7 +105,7 @@ void ToUserEncoding(const std::string& s) {
   const std::string logged = Logged(*records);
   if (!ReferenceIsU8(s)) {
     Require(converted.empty() && logged == "Parameter is Not a valid UTF-8 string!;",
-            "U8ToMb() refuses what is no UTF-8");
+            "U8ToMb() rejects input that is not UTF-8");
     return;
   }
   std::string expected;
@@ -112,17 +113,17 @@ void ToUserEncoding(const std::string& s) {
   Require(converted == expected && logged.empty(), "U8ToMb() encodes each byte");
 }
 
-// Byte for unit and unit for byte; what is empty is reported.
+// Each byte becomes one unit. Empty input is logged.
 template <typename Units>
 void BytesToUnits(const std::string& s, Units (*convert)(const std::string&), bool isSigned) {
   const auto records = LogRecords::Install(tarsio::LOG_LEVEL_INFO);
   const Units units = convert(s);
-  Require(Logged(*records) == (s.empty() ? "Parameter is empty!;" : ""),
-          "an empty text is reported");
-  Require(units.size() == s.size(), "a unit for each byte");
+  Require(Logged(*records) == (s.empty() ? "Parameter is empty!;" : ""), "empty input is logged");
+  Require(units.size() == s.size(), "one unit per byte");
   for (size_t i = 0; i < s.size(); ++i) {
     const int value = ByteAt(s, i) - (isSigned && ByteAt(s, i) > 0x7F ? 0x100 : 0);
-    Require(units[i] == static_cast<typename Units::value_type>(value), "the byte's value");
+    Require(units[i] == static_cast<typename Units::value_type>(value),
+            "the unit has the byte's value");
   }
 }
 
@@ -141,12 +142,13 @@ void UnitsToBytes(FuzzedDataProvider& input, std::string (*convert)(const Units&
     wide = wide || static_cast<uint32_t>(unit) > 0xFF;
   }
   try {
-    Require(convert(units) == expected, "the low byte of each unit");
-    Require(!throws || !wide, "a wide unit is refused");
+    Require(convert(units) == expected, "the result is the low byte of each unit");
+    Require(!throws || !wide, "a wide unit is rejected");
   } catch (const std::range_error& error) {
-    Require(throws && wide && std::string(error.what()) == "bad conversion", "the refusal");
+    Require(throws && wide && std::string(error.what()) == "bad conversion", "the exception");
   }
-  Require(Logged(*records) == (units.empty() ? "Parameter is empty!;" : ""), "empty is reported");
+  Require(Logged(*records) == (units.empty() ? "Parameter is empty!;" : ""),
+          "empty input is logged");
 }
 
 void Environment(const std::string& value) {
@@ -157,7 +159,7 @@ void Environment(const std::string& value) {
   const bool fits = units.size() < 256 && utf8.size() <= 254;
   Require(CharsetCvt::GetEnv(L"TARSIO_FUZZ", "unused") == (fits ? utf8 : ""), "GetEnv()");
   const std::wstring beginning = L"TARSIO_FUZZ=" + units.substr(0, units.find(L'='));
-  Require(CharsetCvt::GetEnv(beginning, "unused").empty(), "a name has no '='");
+  Require(CharsetCvt::GetEnv(beginning, "unused").empty(), "a name with '=' is not found");
 }
 
 }  // namespace

@@ -1,8 +1,8 @@
-// Runs a fuzz target where there is no libFuzzer: each file of the directories, then random inputs.
+// Runs a fuzz target without libFuzzer: on each file in the directories, then on random inputs.
 //
 //     x_fuzz NUMBER SEED [DIRECTORY...]
 //
-// What breaks is named: a file, or the seed with which `x_fuzz 1 SEED` makes that input again.
+// On failure prints the name of the file, or the seed: `x_fuzz 1 SEED` repeats that input.
 
 #include <algorithm>
 #include <csignal>
@@ -23,7 +23,7 @@ namespace {
 
 using Bytes = std::vector<char>;
 
-std::string current;  // the input that is tried
+std::string current;  // the name of the current input
 
 void NameTheInput(int number) {
   std::fprintf(stderr, "with the input: %s\n", current.c_str());
@@ -35,7 +35,7 @@ void Try(const Bytes& input, const std::string& name) {
   LLVMFuzzerTestOneInput(reinterpret_cast<const uint8_t*>(input.data()), input.size());
 }
 
-// Returns the number of the files.
+// Returns the number of files.
 size_t TryFiles(const std::string& directory) {
   std::vector<std::filesystem::path> files;
   for (const auto& entry : std::filesystem::directory_iterator(directory)) {
@@ -49,7 +49,7 @@ size_t TryFiles(const std::string& directory) {
   return files.size();
 }
 
-// Up to 4095 bytes; half of the inputs have fewer than 64.
+// Returns up to 4095 bytes. Half of the inputs have fewer than 64.
 Bytes RandomInput(uint64_t seed) {
   std::mt19937_64 random(seed);
   const uint64_t bound = uint64_t{1} << random() % 13;

@@ -1,6 +1,7 @@
-// Whole files written and read with any mode, directories made and removed, against a model of the
-// file system. FIFOs and symbolic links to nowhere are among the names. Some inputs also use a name
-// that another thread swaps meanwhile, with one of the stated results each time.
+// Writes and reads files in any mode, creates and removes directories, and compares the results
+// with a model of the file system. The names include FIFOs and broken symbolic links. Some inputs
+// also use a name that another thread replaces concurrently, and expect one of the documented
+// results.
 
 #include <filesystem>
 #include <map>
@@ -23,7 +24,7 @@ using tarsio::FileUtils;
 
 enum class Special { kFifo, kLinkToItself };
 
-// Names of files and directories; a directory has no content.
+// A file system. A directory is an object without content.
 class Model {
  public:
   bool Exists(const std::string& name) const {
@@ -36,7 +37,7 @@ class Model {
   bool IsFile(const std::string& name) const { return objects.count(name) > 0 && objects.at(name); }
   std::string Content(const std::string& name) const { return *objects.at(name); }
 
-  // Whether there is room for another object.
+  // Returns true if an object with this name can be created.
   bool IsFree(const std::string& name) const {
     return objects.count(name) + specials.count(name) == 0 && IsDirectory(Parent(name));
   }
@@ -49,7 +50,7 @@ class Model {
   int Write(const std::string& name, const std::string& content, int mode) {
     if (IsDirectory(name)) return 6;
     if (!IsDirectory(Parent(name))) return 5;
-    if (specials.count(name) > 0) return 4;  // a FIFO has no reader
+    if (specials.count(name) > 0) return 4;  // a FIFO without a reader cannot be opened
     const auto has = [mode](int bit) { return (mode & bit) != 0; };
     const bool input = has(1), atEnd = has(4), append = has(8), truncate = has(16);
     if (mode > 0x3F || (append && truncate)) return 4;
@@ -82,7 +83,7 @@ class Model {
     return objects.erase(name) == 1;
   }
 
-  // Every directory on the way, itself included. What exists is passed over, a file too.
+  // Creates the directory and its parents. Skips names that exist, even files.
   bool MakeDirectories(const std::string& name) {
     for (size_t end = 1; end <= name.size(); ++end) {
       if (end < name.size() && name[end] != '/') continue;
@@ -172,7 +173,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         Require(FileUtils::RemoveDir(text) == model.RemoveDirectory(name), "RemoveDir()");
         break;
       case 4:
-        // The prefix itself ends in a separator, and what is missing would be made.
+        // MakeDir() would take the long-path prefix for a directory, and create "missing".
         if (form > 1) break;
         Require(FileUtils::MakeDir(text + '/') == model.MakeDirectories(name), "MakeDir()");
         break;

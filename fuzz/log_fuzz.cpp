@@ -1,4 +1,5 @@
-// Log lines with hostile file names, formats and arguments, against the C library's own formatting.
+// Logs random file names, formats and arguments, and compares the lines with the C library's
+// formatting.
 
 #include <algorithm>
 #include <array>
@@ -30,7 +31,7 @@ struct Message {
   std::string format;
 };
 
-// "[2024-03-05 14:07:09.38]": of the digits, those of the milliseconds vary in number.
+// For example "[2024-03-05 14:07:09.38]". Only the milliseconds vary in length.
 void CheckTime(const std::string& time) {
   const std::string shape = "[0000-00-00 00:00:00.";
   Require(time.size() > shape.size() + 1 && time.size() <= shape.size() + 4, "length of the time");
@@ -57,10 +58,11 @@ void CheckLine(const std::string& line, const Message& message, const std::strin
   file.Set(message.file, 0);
   const std::string expected = '[' + LevelName(message.level) + "][" + file.Filename() + ':' +
                                std::to_string(message.line) + "] " + text;
-  Require(line.substr(timeEnd) == expected, "the line behind the time");
+  Require(line.substr(timeEnd) == expected, "the line after the time");
 }
 
-// That a message of `args` is logged as `text`, or nothing of it if that is too long.
+// Checks that the message with `args` is logged as `text`, or as an empty string if that is too
+// long.
 template <typename... Args>
 void CheckMessage(const Message& message, std::string text, Args... args) {
   const char* const format = message.format.c_str();
@@ -77,10 +79,10 @@ void CheckMessage(const Message& message, std::string text, Args... args) {
 
   const auto logged = records->All();
   if (message.level > threshold) {
-    Require(logged.empty() && callbackLine.empty(), "what is above the threshold is dropped");
+    Require(logged.empty() && callbackLine.empty(), "messages above the threshold are dropped");
     return;
   }
-  Require(logged.size() == 1, "one line for a message");
+  Require(logged.size() == 1, "one line per message");
   CheckLine(logged[0].text, message, text);
   CheckLine(callbackLine, message, text);
 }
@@ -92,7 +94,7 @@ std::string ReplaceAll(std::string text, const std::string& from, const std::str
   return text;
 }
 
-// What a C string can hold of a text.
+// Returns the part that fits into a C string.
 std::string UpToNul(const std::string& text) { return text.substr(0, text.find('\0')); }
 
 std::string Literal(const std::string& text) {
@@ -101,12 +103,12 @@ std::string Literal(const std::string& text) {
   return UpToNul(literal);
 }
 
-// One conversion, without the letters at its end.
+// A conversion without its length modifier and conversion letter.
 struct Field {
   std::string flags;
   std::optional<int> width;
   std::optional<int> precision;
-  bool inArguments;  // both numbers, as "*.*"
+  bool inArguments;  // pass both numbers as arguments: "*.*"
 };
 
 int TakeNumber(FuzzedDataProvider& input) {
@@ -124,8 +126,8 @@ Field TakeField(FuzzedDataProvider& input, const std::string& flags, bool hasPre
   return field;
 }
 
-// Logs "TEXT%..." with `value`, where TEXT has no conversions. The expected result is the C
-// library's for the same conversion without huge numbers, which it may not survive.
+// Logs "TEXT%..." with `value`, where TEXT contains no conversions. The expected result is that of
+// snprintf() with limited numbers, since it may fail on huge ones.
 template <typename Value>
 void CheckConversion(Message message, Field field, const std::string& letters, Value value) {
   const std::string before = message.format;
@@ -166,7 +168,7 @@ std::string LocaleBytes(std::wint_t character, bool* encodes) {
   return *encodes ? std::string(bytes.data(), size) : std::string();
 }
 
-// The conversion that the C libraries do not agree on.
+// The C libraries differ in this conversion.
 void CheckWideCharacter(Message message, const Field& field, std::wint_t character) {
   bool encodes = false;
   std::string bytes = LocaleBytes(character, &encodes);

@@ -1,5 +1,5 @@
-// Paths that are parsed, joined, cut and printed, against a second implementation of the rules; and
-// what the file system says about them.
+// Parses, joins, shortens and prints paths, and compares them with a second implementation of the
+// rules. Also compares the file queries with the standard library's.
 
 #include <array>
 #include <cctype>
@@ -38,14 +38,14 @@ void Compare(const Pair& pair) {
   Require(path.Length() == reference.components.size(), "Length()");
   Require(path.Empty() == reference.components.empty(), "Empty()");
   Require(path.IsAbsolute() == reference.absolute, "IsAbsolute()");
-  Require(path == Path(path) && !(path != Path(path)), "a copy is equal");
+  Require(path == Path(path) && !(path != Path(path)), "a copy compares equal");
 }
 
-// Parses on both sides: either both do, or both throw.
+// Parses with both implementations. Either both succeed, or both throw.
 void Parse(Pair& pair, const std::string& text, bool wide, int type) {
   const std::wstring units = wide ? ReferenceWiden(text) : std::wstring();
   const std::string bytes = wide ? ReferenceNarrow(units) : text;
-  Pair parsed = pair;  // of the path that is parsed into, the share flag may stay
+  Pair parsed = pair;  // a copy, since Set() may keep the old share flag
   bool referenceThrows = false;
   try {
     parsed.reference.Set(bytes, type);
@@ -56,16 +56,16 @@ void Parse(Pair& pair, const std::string& text, bool wide, int type) {
   try {
     wide ? parsed.path.Set(units, pathType) : parsed.path.Set(bytes, pathType);
   } catch (const std::out_of_range& error) {
-    Require(referenceThrows, "Set() throws only for a component behind a NUL");
-    Require(std::string(error.what()) == "invalid string position", "the text of the exception");
+    Require(referenceThrows, "Set() throws only for a component after a NUL");
+    Require(std::string(error.what()) == "invalid string position", "the exception's message");
     return;
   }
-  Require(!referenceThrows, "Set() throws for a component behind a NUL");
+  Require(!referenceThrows, "Set() throws for a component after a NUL");
   pair = parsed;
 }
 
-// The printed text says all about an absolute path on a drive or a share, unless it was made by
-// other ways than parsing a text and has odd components.
+// An absolute path on a drive or a share can be printed and parsed again, unless it has components
+// that parsing cannot produce.
 void PrintAndParse(const Pair& pair) {
   const ReferencePath& reference = pair.reference;
   if (reference.type != 0 || !reference.absolute || reference.components.size() < 2) return;
@@ -74,17 +74,18 @@ void PrintAndParse(const Pair& pair) {
   }
   const std::string& first = reference.components[0];
   const bool isDrive = first.size() == 2 && std::isalpha(ByteAt(first, 0)) != 0 && first[1] == ':';
-  if (reference.share ? first == "?" : !isDrive) return;  // \\?\x reads as a prefix
+  if (reference.share ? first == "?" : !isDrive) return;  // \\?\x is parsed as a prefix
   const Path again(pair.path.Str());
   Require(again == pair.path && again.IsAbsolute() && again.Str() == pair.path.Str(),
-          "an absolute path survives printing and parsing");
+          "an absolute path is unchanged by printing and parsing");
 }
 
 void AskTheSystem(const Path& path) {
   const bool exists = path.Exists();
-  Require(exists == (path.IsFile() || path.IsDirectory()), "what exists is file or directory");
-  Require(!(path.IsFile() && path.IsDirectory()), "nothing is both");
-  Require(exists || path.FileSize() == 0, "what does not exist has no size");
+  Require(exists == (path.IsFile() || path.IsDirectory()),
+          "an existing path is a file or a directory");
+  Require(!(path.IsFile() && path.IsDirectory()), "a path is not both file and directory");
+  Require(exists || path.FileSize() == 0, "a missing file has size 0");
   const Components current = SplitAtSeparators(std::filesystem::current_path().string());
   const std::string text = ReferenceNarrow(path.Wstr());
   std::string full = ReferenceFullPath(text, current);
@@ -96,7 +97,7 @@ void AskTheSystem(const Path& path) {
   const std::optional<std::string> native = ReferenceNativeName(text, current);
   std::error_code ignored;
   Require(exists == (native && std::filesystem::exists(*native, ignored)),
-          "what exists is what the path names by its text");
+          "Exists() agrees with the file system");
 }
 
 void Resolve(const Path& value, const std::array<Pair, 3>& directories) {
@@ -112,8 +113,8 @@ void Resolve(const Path& value, const std::array<Pair, 3>& directories) {
       found = true;
     }
   }
-  Require(resolver.Size() == directories.size(), "Append() adds one");
-  Require(resolver.Resolve(value) == expected, "Resolve() finds the first that exists");
+  Require(resolver.Size() == directories.size(), "Append() adds one directory");
+  Require(resolver.Resolve(value) == expected, "Resolve() returns the first existing path");
 }
 
 }  // namespace
@@ -137,7 +138,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
       case 3:
         Require(
             (pair.path == other.path) == (pair.reference.components == other.reference.components),
-            "equal paths have equal components");
+            "paths are equal if their components are");
         break;
       default:
         AskTheSystem(pair.path);

@@ -1,5 +1,5 @@
-// A path by the rules in the public header, for comparison: one character at a time. And what a
-// path names on a POSIX system, component by component.
+// A second implementation of the rules in the public header, one character at a time, and of the
+// mapping to native paths, one component at a time.
 
 #ifndef TARSIO_COMMON_FUZZ_PATH_REFERENCE_H_
 #define TARSIO_COMMON_FUZZ_PATH_REFERENCE_H_
@@ -16,12 +16,12 @@
 namespace tarsio_fuzz {
 
 struct ReferencePath {
-  int type = 0;  // 0 is Windows, 1 is POSIX; others parse as POSIX and print as Windows
+  int type = 0;  // 0 is Windows, 1 is POSIX; other values parse as POSIX and print as Windows
   std::vector<std::string> components;
   bool absolute = false;
   bool share = false;
 
-  // Throws std::out_of_range for a component that starts behind the first NUL.
+  // Throws std::out_of_range if a component starts after the first NUL.
   void Set(const std::string& text, int newType) {
     type = newType;
     components.clear();
@@ -127,7 +127,7 @@ inline Components SplitAtSeparators(const std::string& text) {
   return components;
 }
 
-// Where a printed path begins, and the components after that.
+// The root of a printed path, and the components after it.
 struct ReferenceRoot {
   std::string text;  // "C:", "\\server\share", "\\?"; empty for the current directory
   Components components;
@@ -144,7 +144,7 @@ inline ReferenceRoot FindReferenceRoot(std::string path) {
   };
   if (path == "\\\\?") return {"\\\\.", {}};
   if (path.substr(0, 2) == "\\\\") {
-    // An empty server is a component like any other.
+    // The server may be empty.
     const std::string server = path.substr(2, 1) == "\\" ? "" : take();
     std::string root = "\\\\" + server;
     if (server == "." || server == "?") return {root, components};
@@ -162,7 +162,7 @@ inline ReferenceRoot FindReferenceRoot(std::string path) {
   return {path[0] != '\\' && isC ? "" : drive, SplitAtSeparators(path)};
 }
 
-// `untouched` are the components of `directory` that none of the others goes back over.
+// `untouched` is the number of components of `directory` that no ".." removes.
 inline Components WithoutDots(const Components& directory, const Components& components,
                               size_t* untouched) {
   Components resolved = directory;
@@ -178,7 +178,8 @@ inline Components WithoutDots(const Components& directory, const Components& com
   return resolved;
 }
 
-// The full path of `path`, UTF-8, from a current directory C:\... of these components.
+// Returns the full path of `path`, in UTF-8. `directory` are the components of the current
+// directory, which is on drive C:.
 inline std::string ReferenceFullPath(const std::string& path, const Components& directory) {
   if (path.find_first_not_of(' ') == std::string::npos) return {};
   ReferenceRoot root = FindReferenceRoot(path);
@@ -192,21 +193,22 @@ inline std::string ReferenceFullPath(const std::string& path, const Components& 
   size_t untouched = 0;
   Components resolved =
       WithoutDots(relative ? directory : Components(), root.components, &untouched);
-  // A name of the current directory stays as it is.
+  // Names from the current directory keep their trailing dots and spaces.
   if (!endsInSeparator && resolved.size() > untouched) {
     std::string& last = resolved.back();
     while (!last.empty() && (last.back() == '.' || last.back() == ' ')) last.pop_back();
   }
   std::string full = relative ? "C:" : root.text;
   for (const std::string& component : resolved) full += '\\' + component;
-  // The root of a drive or a device has its separator; a server alone has none.
+  // The root of a drive or a device ends with a separator; a server alone does not.
   const bool hasSeparator =
       root.text.substr(0, 2) != "\\\\" || root.text == "\\\\." || root.text == "\\\\?";
   if (resolved.empty() && hasSeparator) full += '\\';
   return full;
 }
 
-// The native name of what `path` names from this current directory, if it can name anything.
+// Returns the native path of `path`, relative to the current directory `directory`, or nullopt if
+// none can exist.
 inline std::optional<std::string> ReferenceNativeName(std::string path,
                                                       const Components& directory) {
   if (path.empty()) return {};

@@ -1,4 +1,4 @@
-// What a fuzz target says when a promise is broken.
+// Checks for fuzz targets.
 
 #ifndef TARSIO_COMMON_FUZZ_REQUIRE_H_
 #define TARSIO_COMMON_FUZZ_REQUIRE_H_
@@ -19,8 +19,8 @@ inline void Require(bool holds, const char* promise) {
   std::abort();
 }
 
-// The numbers come from the end of the input and the texts from its front, so that an input reads
-// like the texts that it holds.
+// Takes a string from the front of the input. Numbers come from its end, so the strings in an input
+// stay readable.
 inline std::string TakeText(FuzzedDataProvider& input, size_t longest) {
   return input.ConsumeBytesAsString(input.ConsumeIntegralInRange<size_t>(0, longest));
 }

@@ -1,4 +1,5 @@
-// The string helpers against plain loops, and the digest against the standard's own description.
+// Compares the string helpers with plain loops, and the digest with an implementation written from
+// the standard.
 
 #include <string>
 #include <vector>
@@ -22,7 +23,8 @@ bool OccursAt(const std::string& s, const std::string& part, size_t index) {
   return true;
 }
 
-// The pieces between delimiters and the rest behind the last one. `delimiter` is not empty.
+// Returns the pieces between delimiters, and the rest after the last one. `delimiter` must not be
+// empty.
 Pieces Cut(const std::string& s, const std::string& delimiter, size_t mostCuts) {
   Pieces pieces{""};
   for (size_t i = 0; i < s.size();) {
@@ -40,7 +42,7 @@ Pieces ReferenceSplit(const std::string& s, const std::string& delimiter) {
   if (s.empty()) return {};
   if (delimiter.empty()) return {s};
   Pieces pieces = Cut(s + delimiter, delimiter, s.size() + 1);
-  pieces.pop_back();  // behind the last delimiter
+  pieces.pop_back();  // the empty piece after the added delimiter
   return pieces;
 }
 
@@ -111,7 +113,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
 
   std::string replaced = s;
   for (const char one : part) {
-    // What has been replaced already may be in the set as well.
+    // Compares with `s`, since the replacement may be in the set, too.
     for (size_t i = 0; i < s.size(); ++i) {
       if (s[i] == one) replaced[i] = replacement;
     }

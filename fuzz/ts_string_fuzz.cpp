@@ -1,4 +1,4 @@
-// Operations on boundary strings, in any order, against std::string.
+// Random operations on TsString, compared with std::string.
 
 #include <array>
 #include <string>
@@ -60,11 +60,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         target = strings.At(from);
         model = std::string(strings.model[from]);
         break;
-      case 2:  // moving copies
+      case 2:  // a move is a copy
         target = std::move(strings.At(from));
         model = std::string(strings.model[from]);
         break;
-      case 3: {  // a part of the string's own text
+      case 3: {  // assigns a part of the string to itself
         const auto offset = input.ConsumeIntegralInRange<size_t>(0, model.size());
         target = target.Cstr() + offset;
         model = model.substr(offset);
@@ -78,7 +78,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         const TsStringPair copy(strings.pairs[from / 2]);
         TsStringPair moved(std::move(strings.pairs[from / 2]));
         Require(copy.first == moved.first && copy.second == moved.second, "copies are equal");
-        moved.first = "changed";  // and deep: what Compare() looks at stays
+        moved.first = "changed";  // the copy is deep: the original must not change
         break;
       }
       default:

@@ -1,4 +1,5 @@
-// UTF-8 and UTF-16 by the table of well-formed sequences, for comparison: slow and plain.
+// Reference conversions between UTF-8 and UTF-16, simple but slow, from the table of well-formed
+// sequences.
 
 #ifndef TARSIO_COMMON_FUZZ_UTF_REFERENCE_H_
 #define TARSIO_COMMON_FUZZ_UTF_REFERENCE_H_
@@ -8,8 +9,8 @@
 
 namespace tarsio_fuzz {
 
-// A row of the Unicode standard's table 3-7: lead bytes, what may stand behind them, and how many
-// continuation bytes there are in all.
+// A row of table 3-7 in the Unicode standard: the lead bytes, the range of the second byte, and the
+// number of continuation bytes.
 struct WellFormed {
   unsigned char firstLead, lastLead, firstSecond, lastSecond;
   size_t continuations;
@@ -28,7 +29,7 @@ inline bool Within(unsigned char byte, unsigned char first, unsigned char last) 
   return byte >= first && byte <= last;
 }
 
-// Null for a byte that leads nothing.
+// Returns null for a byte that is not a lead byte.
 inline const WellFormed* RowFor(unsigned char lead) {
   for (const WellFormed& row : kWellFormed) {
     if (Within(lead, row.firstLead, row.lastLead)) return &row;
@@ -36,7 +37,7 @@ inline const WellFormed* RowFor(unsigned char lead) {
   return nullptr;
 }
 
-// The bytes of the character at `index`, or 0 if there is none.
+// Returns the length in bytes of the character at `index`, or 0 if it is ill-formed.
 inline size_t CharacterLength(const std::string& s, size_t index) {
   const WellFormed* const row = RowFor(ByteAt(s, index));
   if (row == nullptr || index + row->continuations >= s.size()) return 0;
@@ -55,8 +56,8 @@ inline char32_t CharacterAt(const std::string& s, size_t index, size_t length) {
   return character;
 }
 
-// The bytes that become one U+FFFD: up to the first byte that cannot stand there; that one belongs
-// to them if it is a continuation byte.
+// Returns the number of bytes that become one U+FFFD: up to the first byte that is not allowed,
+// including that byte if it is a continuation byte.
 inline size_t BadPartLength(const std::string& s, size_t index) {
   const WellFormed* const row = RowFor(ByteAt(s, index));
   if (row == nullptr) return 1;
@@ -68,7 +69,7 @@ inline size_t BadPartLength(const std::string& s, size_t index) {
   return length;
 }
 
-// UTF-8 as UTF-16, a unit in each wide character.
+// Converts UTF-8 to UTF-16, one unit per wide character.
 inline std::wstring ReferenceWiden(const std::string& s) {
   std::wstring wide;
   for (size_t index = 0; index < s.size();) {
@@ -97,7 +98,7 @@ inline std::string EncodeUtf8(char32_t character) {
           tail(character)};
 }
 
-// UTF-16 as UTF-8. A wider value is the character that it is.
+// Converts UTF-16 to UTF-8. A value above 0xFFFF is encoded as that code point.
 inline std::string ReferenceNarrow(const std::wstring& wide) {
   std::string s;
   for (size_t i = 0; i < wide.size(); ++i) {
