@@ -1,4 +1,4 @@
-// Items through a bounded queue, from producers to consumers.
+// Passes items from producers to consumers through a bounded queue.
 
 #include <algorithm>
 #include <chrono>
@@ -95,7 +95,7 @@ class TbbQueue {
 };
 #endif
 
-// What one takes and gives under a lock, without anyone who waits.
+// The limit: a queue under a lock that never waits.
 class DequeUnderMutex {
  public:
   explicit DequeUnderMutex(size_t /*capacity*/) {}
@@ -115,7 +115,8 @@ class DequeUnderMutex {
   std::deque<int> items;
 };
 
-// The seconds that `pairs` producers and as many consumers need for `items` each, on one processor.
+// Returns the seconds that `pairs` producers and as many consumers need to transfer `items` each,
+// on one processor.
 template <typename Queue>
 double TransferSeconds(size_t capacity, size_t pairs, int items) {
   const OneProcessor tied;
@@ -138,7 +139,7 @@ double TransferSeconds(size_t capacity, size_t pairs, int items) {
   return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
 }
 
-// The same without any waiting: one thread fills the queue and empties it.
+// The same without waiting: one thread fills and empties the queue.
 template <typename Queue>
 double OneThreadSeconds(size_t capacity, int items) {
   Queue queue(capacity);
@@ -152,13 +153,13 @@ double OneThreadSeconds(size_t capacity, int items) {
   return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
 }
 
-// `seconds` is called with the capacity, the pairs and the items of each.
+// Calls `seconds` with the capacity, the number of pairs and the items per pair.
 template <typename Seconds>
 void AddTransfer(const std::string& who, Seconds seconds) {
   constexpr int kItems = 60000;
   for (const size_t capacity : Sizes{16, 1024}) {
     for (const size_t pairs : Sizes{1, 2, 4}) {
-      Add(Sized(Sized("queue_transfer", "capacity", capacity), "pairs", pairs), who,
+      Add(Sized(Sized("transfer_between_threads", "capacity", capacity), "pairs", pairs), who,
           [capacity, pairs, seconds](benchmark::State& state) {
             const int each = kItems / static_cast<int>(pairs);
             for (auto _ : state) state.SetIterationTime(seconds(capacity, pairs, each));
@@ -172,7 +173,7 @@ void AddTransfer(const std::string& who, Seconds seconds) {
 template <typename Queue>
 void AddPushPop(const std::string& who) {
   const auto queue = std::make_shared<Queue>(1024);
-  AddCall("queue_push_pop", who, [queue] {
+  AddCall("push_and_pop", who, [queue] {
     queue->Push(1);
     return queue->Pop();
   });

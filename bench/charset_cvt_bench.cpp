@@ -1,4 +1,4 @@
-// Encoding checks, and the conversions that widen or narrow element by element.
+// Encoding checks, and the conversions that widen or narrow each element.
 
 #include <string>
 
@@ -23,7 +23,7 @@ namespace {
 
 using tarsio::CharsetCvt;
 
-// Whole copies of `sample`, then blanks, `bytes` in all.
+// Repeats `sample` and pads with spaces to `bytes`.
 std::string Repeat(const std::string& sample, size_t bytes) {
   std::string text;
   while (text.size() + sample.size() <= bytes) text += sample;
@@ -33,7 +33,7 @@ std::string Repeat(const std::string& sample, size_t bytes) {
 
 std::string Ascii(size_t bytes) { return Repeat("The quick brown fox jumps over it. ", bytes); }
 
-// Characters of one, two, three and four bytes, in runs as a text has them.
+// Characters of one to four bytes, in runs as in natural text.
 std::string Mixed(size_t bytes) {
   return Repeat(
       "Gr\xC3\xB6\xC3\x9F"
@@ -59,7 +59,7 @@ bool PocoIsU8(const std::string& text) {
 void AddChecks(size_t bytes) {
   for (const bool mixed : {false, true}) {
     const std::string text = mixed ? Mixed(bytes) : Ascii(bytes);
-    const std::string isU8 = Sized(mixed ? "is_u8_mixed" : "is_u8_ascii", "bytes", bytes);
+    const std::string isU8 = Sized(mixed ? "IsU8_of_mixed_UTF-8" : "IsU8_of_ASCII", "bytes", bytes);
     AddCall(
         isU8, "ours", [text] { return CharsetCvt::IsU8(text); }, bytes);
 #ifdef TARSIO_BENCH_GLIB
@@ -76,7 +76,7 @@ void AddChecks(size_t bytes) {
   }
 
   const std::string text = Ascii(bytes);
-  const std::string isAscii = Sized("is_ascii", "bytes", bytes);
+  const std::string isAscii = Sized("IsASCII", "bytes", bytes);
   AddCall(
       isAscii, "ours", [text] { return CharsetCvt::IsASCII(text); }, bytes);
 #ifdef TARSIO_BENCH_ABSEIL
@@ -95,7 +95,7 @@ void AddChecks(size_t bytes) {
       isAscii, "limit:or", [text] { return OrOfBytes(text); }, bytes);
 }
 
-// Beside a range constructor of the same strings, and the copy of a string of the result's size.
+// The peer is the result's range constructor, the limit a copy of the result.
 template <typename To, typename From, typename Convert>
 void AddConversion(const char* name, const From& text, Convert convert) {
   const std::string workload = Sized(name, "bytes", text.size());
@@ -110,12 +110,12 @@ void AddConversion(const char* name, const From& text, Convert convert) {
 
 void AddConversions(size_t bytes) {
   const std::string text = Ascii(bytes);
-  AddConversion<std::wstring>("u8_to_w", text, CharsetCvt::U8ToW);
-  AddConversion<std::string>("w_to_u8", CharsetCvt::U8ToW(text), CharsetCvt::WToU8);
-  AddConversion<std::u16string>("u8_to_u16", text, CharsetCvt::U8ToU16);
-  AddConversion<std::string>("u16_to_u8", CharsetCvt::U8ToU16(text), CharsetCvt::U16ToU8);
-  AddConversion<std::u32string>("u8_to_u32", text, CharsetCvt::U8ToU32);
-  AddConversion<std::string>("u32_to_u8", CharsetCvt::U8ToU32(text), CharsetCvt::U32ToU8);
+  AddConversion<std::wstring>("U8ToW", text, CharsetCvt::U8ToW);
+  AddConversion<std::string>("WToU8", CharsetCvt::U8ToW(text), CharsetCvt::WToU8);
+  AddConversion<std::u16string>("U8ToU16", text, CharsetCvt::U8ToU16);
+  AddConversion<std::string>("U16ToU8", CharsetCvt::U8ToU16(text), CharsetCvt::U16ToU8);
+  AddConversion<std::u32string>("U8ToU32", text, CharsetCvt::U8ToU32);
+  AddConversion<std::string>("U32ToU8", CharsetCvt::U8ToU32(text), CharsetCvt::U32ToU8);
 }
 
 }  // namespace

@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""Digests every file under a directory with tarsio-digest and with sha256sum, and prints the times
-of one run of each in the form of Google Benchmark's JSON.
+"""Digests every file under a directory with tarsio-digest and with sha256sum, and prints the times as
+Google Benchmark's JSON.
 
 usage: digest_bench.py TARSIO_DIGEST [DIR]
 """
@@ -17,7 +17,7 @@ def names_under(directory):
     for folder, _, files in os.walk(directory):
         for name in files:
             path = os.path.join(folder, name)
-            # The program refuses names with a backslash or a colon.
+            # The program rejects names with a backslash or a colon.
             if os.path.isfile(path) and not os.path.islink(path) and not set(path) & set("\\:"):
                 names.append(path)
     return sorted(names)
@@ -39,13 +39,13 @@ def main():
         "peer:sha256sum": lambda jobs: seconds(["xargs", "-0", "-P", jobs, "sha256sum"], names),
         "limit:cat": lambda jobs: seconds(["xargs", "-0", "-P", jobs, "cat"], names),
     }
-    sides["ours"]("1")  # the files are in the system's cache from now on
+    sides["ours"]("1")  # loads the files into the system's cache
     benchmarks = []
     for jobs in ("1", "2"):
         for who, run in sides.items():
             elapsed = run(jobs)
             benchmarks.append({
-                "name": f"digest_headers/jobs:{jobs}/{who}/real_time",
+                "name": f"digest_system_headers/jobs:{jobs}/{who}/real_time",
                 "run_type": "iteration",
                 "real_time": elapsed * 1e9,
                 "time_unit": "ns",

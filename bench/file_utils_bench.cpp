@@ -1,5 +1,4 @@
-// Whole files, read and written. They lie in memory where the system offers that, so that no disk
-// is measured.
+// Reads and writes whole files, in memory if the system supports that, so that no disk is measured.
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -28,7 +27,7 @@ using tarsio::FileUtils;
 
 constexpr int kWriteBinary = 0x32;  // output, truncate, binary
 
-// A directory of this process's own; removed at its end.
+// A temporary directory, removed at the end of the process.
 class Scratch {
  public:
   Scratch() {
@@ -43,7 +42,7 @@ class Scratch {
   Scratch& operator=(const Scratch&) = delete;
   ~Scratch() { std::filesystem::remove_all(directory); }
 
-  // A file of so many bytes.
+  // Returns the name of a file of `bytes` bytes.
   std::string Input(size_t bytes) const {
     const std::string name = directory + "/input";
     if (!std::filesystem::exists(name) || std::filesystem::file_size(name) != bytes) {
@@ -97,7 +96,8 @@ bool SystemRead(const std::string& name) {
   return count == status.st_size;
 }
 
-// How much more memory a process of its own has held at the most when `read` is done.
+// Runs `read` in a child process and returns by how many bytes its peak memory exceeds its memory
+// before.
 template <typename Read>
 size_t PeakMemoryGrowth(Read read, const std::string& name) {
   const auto status = [](const std::string& field) {
@@ -112,7 +112,7 @@ size_t PeakMemoryGrowth(Read read, const std::string& name) {
   if (::pipe(ends) != 0) std::abort();
   const pid_t child = ::fork();
   if (child == 0) {
-    std::ofstream("/proc/self/clear_refs") << 5;  // the peak so far is forgotten
+    std::ofstream("/proc/self/clear_refs") << 5;  // resets the peak
     const size_t before = status("VmRSS:");
     if (!read(name)) std::abort();
     const size_t growth = status("VmHWM:") - before;
@@ -129,7 +129,7 @@ size_t PeakMemoryGrowth(Read read, const std::string& name) {
 
 template <typename Read>
 void AddRead(size_t bytes, const std::string& who, Read read) {
-  Add(Sized("read_file", "bytes", bytes), who, [read, bytes](benchmark::State& state) {
+  Add(Sized("read_a_file", "bytes", bytes), who, [read, bytes](benchmark::State& state) {
     const std::string name = Files().Input(bytes);
     for (auto _ : state) {
       if (!read(name)) state.SkipWithError("not read");
@@ -140,22 +140,24 @@ void AddRead(size_t bytes, const std::string& who, Read read) {
 
 template <typename Read>
 void AddReadMemory(size_t bytes, const std::string& who, Read read) {
-  Add(Sized("read_file_memory", "bytes", bytes), who, [read, bytes](benchmark::State& state) {
-    const std::string name = Files().Input(bytes);
-    size_t growth = 0;
-    for (auto _ : state) growth = PeakMemoryGrowth(read, name);
-    state.counters["memory_bytes"] = static_cast<double>(growth);
-  })->Iterations(1);
+  Add(Sized("peak_memory_of_reading_a_file", "bytes", bytes), who,
+      [read, bytes](benchmark::State& state) {
+        const std::string name = Files().Input(bytes);
+        size_t growth = 0;
+        for (auto _ : state) growth = PeakMemoryGrowth(read, name);
+        state.counters["memory_bytes"] = static_cast<double>(growth);
+      })
+      ->Iterations(1);
 }
 
-// `write` gets a text of its own each time, which is gone when it returns, as ours takes it: a
-// caller that keeps its text pays for a copy as well.
+// `write` receives a new string each time and consumes it, as our interface does. A caller that
+// keeps its string also pays for a copy.
 template <typename Write>
 void AddWrite(size_t bytes, const std::string& who, Write write) {
-  Add(Sized("write_file", "bytes", bytes), who, [write, bytes](benchmark::State& state) {
+  Add(Sized("write_a_file", "bytes", bytes), who, [write, bytes](benchmark::State& state) {
     using Clock = std::chrono::steady_clock;
     const std::string name = Files().Output();
-    bool written = write(std::string(bytes, 'y'), name);  // memory comes from the system once
+    bool written = write(std::string(bytes, 'y'), name);  // warms up the allocator
     for (auto _ : state) {
       std::string content(bytes, 'y');
       const auto begin = Clock::now();

@@ -1,4 +1,4 @@
-// What a log line costs that passes, and one that is filtered out.
+// The cost of a log line that is written, and of one that is filtered out.
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -23,7 +23,7 @@ namespace tarsio_bench {
 
 namespace {
 
-// The benchmarks report on standard output as well, so it is discarded only while they run.
+// Google Benchmark also reports on standard output, so discard it only while a benchmark runs.
 int reportOutput = -1;
 
 void DiscardOutput(const benchmark::State& /*state*/) {
@@ -43,7 +43,7 @@ void RestoreOutput(const benchmark::State& /*state*/) {
 template <typename Call>
 void AddLine(const std::string& who, Call call) {
   for (const int threads : {1, 2}) {
-    Add("log_line", who,
+    Add("log_a_line", who,
         [call](benchmark::State& state) {
           for (auto _ : state) call();
         })
@@ -56,7 +56,7 @@ void AddLine(const std::string& who, Call call) {
 
 template <typename Call>
 void AddFiltered(const std::string& who, Call call) {
-  Add("log_filtered", who, [call](benchmark::State& state) {
+  Add("filter_out_a_line", who, [call](benchmark::State& state) {
     for (auto _ : state) call();
   });
 }
@@ -80,7 +80,8 @@ void AddSpdlog() {
 }  // namespace
 
 void RegisterAll() {
-  // What the C library picks for a standard output that is no terminal, wherever the report goes.
+  // The C library's default if standard output is not a terminal, so that results do not depend on
+  // it.
   std::setvbuf(stdout, nullptr, _IOFBF, BUFSIZ);
 
   tarsio::Log::GetInstance().SetLevel(tarsio::LOG_LEVEL_INFO);

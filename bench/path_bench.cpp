@@ -1,5 +1,5 @@
-// Paths as values. Ours and POCO's are given the Windows form, the others the POSIX form of the
-// same path: each parses by the rules that it has.
+// Paths as values. Our library and POCO parse Windows paths, the others the same paths in POSIX
+// form.
 
 #include <filesystem>
 #include <string>
@@ -21,7 +21,7 @@ namespace {
 constexpr const char* kNames[] = {"Program Files", "Vendor",  "Product",  "modules",
                                   "x64",           "release", "resources"};
 
-// A text of `components` components: a root, directories, a file.
+// Returns a path with `components` components: a root, directories, and a file.
 std::string Text(size_t components, const std::string& root, char separator) {
   std::string text = root;
   for (size_t i = 0; i + 2 < components; ++i) {
@@ -39,15 +39,15 @@ void AddSize(size_t components) {
   const std::string posixText = PosixText(components);
   const std::string more = "more.txt";
 
-  // From the text to its components to a printed text.
-  const std::string parse = Sized("path_parse_print", "components", components);
+  // From a string to components and back to a string.
+  const std::string parse = Sized("parse_and_print", "components", components);
   AddCall(parse, "ours", [windowsText] { return tarsio::Path(windowsText).Str(); });
   AddCall(parse, "peer:std", [posixText] { return std::filesystem::path(posixText).string(); });
   AddCall(parse, "limit:copy", [windowsText] { return std::string(windowsText); });
 
-  const std::string join = Sized("path_join", "components", components);
-  const std::string parent = Sized("path_parent", "components", components);
-  const std::string copy = Sized("path_copy", "components", components);
+  const std::string join = Sized("join_paths", "components", components);
+  const std::string parent = Sized("parent_path", "components", components);
+  const std::string copy = Sized("copy_a_path", "components", components);
   for (const std::string& workload : {join, parent, copy}) {
     AddCall(workload, "limit:copy", [windowsText] { return std::string(windowsText); });
   }
@@ -69,7 +69,7 @@ void AddSize(size_t components) {
   {
     const boost::filesystem::path path(posixText);
     const boost::filesystem::path file(more);
-    // It keeps the text only, and finds the components when they are asked for.
+    // Boost stores only the string. Iterating makes it find the components.
     AddCall(parse, "peer:Boost", [posixText] {
       const boost::filesystem::path parsed(posixText);
       for (const boost::filesystem::path& component : parsed) benchmark::DoNotOptimize(component);

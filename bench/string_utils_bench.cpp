@@ -1,4 +1,4 @@
-// Splitting, trimming, case, searching, replacing, and the digest text.
+// Splitting, trimming, case conversion, searching, replacing, and the digest.
 
 #include <openssl/sha.h>
 
@@ -35,8 +35,8 @@ namespace {
 using tarsio::StringUtils;
 using Strings = std::vector<std::string>;
 
-// Fields of 3 to 27 characters between `separator`s, `bytes` in all: some fit into a string, others
-// need memory.
+// Returns `bytes` bytes: fields of 3 to 27 characters with separators. std::string stores the short
+// ones without allocating.
 std::string Line(size_t bytes, char separator) {
   constexpr size_t kLengths[] = {5, 12, 3, 27, 9, 16, 7};
   std::string line;
@@ -52,7 +52,7 @@ std::string Line(size_t bytes, char separator) {
 }
 
 #ifdef TARSIO_BENCH_GLIB
-// What GLib hands out, freed like the results of the others.
+// Frees GLib's results, since the other results are destroyed, too.
 bool Freed(char* text) {
   g_free(text);
   return text != nullptr;
@@ -68,8 +68,9 @@ void AddSplitting(size_t bytes) {
   const std::string line = Line(bytes, ',');
   const std::string comma = ",";
 
-  for (const auto& [name, function] : {std::pair("split", &StringUtils::SplitString),
-                                       std::pair("split_all", &StringUtils::SplitAllByString)}) {
+  for (const auto& [name, function] :
+       {std::pair("split", &StringUtils::SplitString),
+        std::pair("split,_drop_an_empty_last_piece", &StringUtils::SplitAllByString)}) {
     const std::string split = Sized(name, "bytes", bytes);
     AddCall(split, "ours", [line, comma, function = function] { return function(line, comma); });
 #ifdef TARSIO_BENCH_ABSEIL
@@ -93,11 +94,11 @@ void AddSplitting(size_t bytes) {
     AddCall(split, "limit:copy", [pieces] { return Strings(pieces); });
   }
 
-  // Split behind a key of twelve characters.
+  // Splits after a key of twelve characters.
   std::string pair = "content_type" + Line(bytes - 12, ',');
   pair[12] = '=';
   const std::string equals = "=";
-  const std::string first = Sized("split_first", "bytes", bytes);
+  const std::string first = Sized("split_at_the_first_delimiter", "bytes", bytes);
   AddCall(first, "ours", [pair, equals] { return StringUtils::SplitFristByString(pair, equals); });
 #ifdef TARSIO_BENCH_ABSEIL
   AddCall(first, "peer:Abseil",
@@ -109,7 +110,7 @@ void AddSplitting(size_t bytes) {
   AddCall(first, "limit:copy", [pair] { return std::string(pair); });
 }
 
-// In place, so each begins with a copy.
+// `change` works in place, so each iteration begins with a copy.
 template <typename Change>
 void AddInPlace(const std::string& workload, const std::string& who, const std::string& text,
                 Change change) {
@@ -145,8 +146,8 @@ void AddTrimming(size_t bytes) {
 
 void AddCase(size_t bytes) {
   const std::string line = Line(bytes, ' ');
-  const std::string upper = Sized("to_upper", "bytes", bytes);
-  const std::string lower = Sized("to_lower", "bytes", bytes);
+  const std::string upper = Sized("to_upper_case", "bytes", bytes);
+  const std::string lower = Sized("to_lower_case", "bytes", bytes);
   AddCall(upper, "ours", [line] { return StringUtils::ToUpper(line); });
   AddCall(lower, "ours", [line] { return StringUtils::ToLower(line); });
 #ifdef TARSIO_BENCH_ABSEIL
@@ -175,7 +176,7 @@ void AddSearching(size_t bytes) {
   std::string line = Line(bytes, ' ');
   const std::string needle = "needle";
   line.replace(line.size() - needle.size(), needle.size(), needle);
-  const std::string contains = Sized("contains", "bytes", bytes);
+  const std::string contains = Sized("find_a_substring", "bytes", bytes);
   AddCall(contains, "ours", [line, needle] { return StringUtils::Contains(line, needle); });
 #ifdef TARSIO_BENCH_ABSEIL
   AddCall(contains, "peer:Abseil", [line, needle] { return absl::StrContains(line, needle); });
@@ -190,9 +191,9 @@ void AddSearching(size_t bytes) {
 #endif
   AddCall(contains, "limit:or", [line] { return OrOfBytes(line); });
 
-  // The longest prefix: all of the line but its last character.
+  // A long prefix: the line without its last character.
   const std::string prefix = line.substr(0, line.size() - 1);
-  const std::string startsWith = Sized("starts_with", "bytes", bytes);
+  const std::string startsWith = Sized("compare_a_prefix", "bytes", bytes);
   AddCall(startsWith, "ours", [line, prefix] { return StringUtils::StartsWith(line, prefix); });
 #ifdef TARSIO_BENCH_ABSEIL
   AddCall(startsWith, "peer:Abseil", [line, prefix] { return absl::StartsWith(line, prefix); });
@@ -214,7 +215,7 @@ void AddSearching(size_t bytes) {
 void AddReplacing(size_t bytes) {
   const std::string line = Line(bytes, ' ');
   const std::string blanks = " \t";
-  const std::string replace = Sized("replace_set", "bytes", bytes);
+  const std::string replace = Sized("replace_characters", "bytes", bytes);
   AddCall(replace, "ours",
           [line, blanks] { return StringUtils::SpaceToUnderscore(line, blanks, '_'); });
 #ifdef TARSIO_BENCH_ABSEIL
@@ -261,7 +262,7 @@ std::string OpenSslDigestText(const std::string& text) {
 
 void AddDigest(size_t bytes) {
   const std::string text = Line(bytes, ' ');
-  const std::string digest = Sized("digest_text", "bytes", bytes);
+  const std::string digest = Sized("SHA-256_digest", "bytes", bytes);
   AddCall(
       digest, "ours", [text] { return StringUtils::GetHashText(text.data(), text.size()); }, bytes);
   AddCall(

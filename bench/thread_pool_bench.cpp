@@ -1,4 +1,4 @@
-// Empty tasks through a pool, from the first submission until the last has run.
+// Runs empty tasks on a pool, from the first submission until the last has run.
 
 #include <atomic>
 #include <condition_variable>
@@ -39,11 +39,11 @@ class Ours {
   }
 
  private:
-  // Its destructor waits until the idle workers have left.
+  // Its destructor waits until the idle workers have exited.
   const std::shared_ptr<tarsio::ThreadPool> pool;
 };
 
-// What one writes without a library: threads, a queue of functions, a condition.
+// A pool without a library: threads, a queue of functions, and a condition variable.
 class StdPool {
  public:
   explicit StdPool(size_t workers) {
@@ -120,7 +120,7 @@ class TbbPool {
 };
 #endif
 
-// No pool: each task goes through a queue under a lock, and is run by who put it there.
+// The limit: no pool. Each task goes through a queue under a lock, and the submitter runs it.
 class NoThreads {
  public:
   explicit NoThreads(size_t /*workers*/) {}
@@ -162,7 +162,7 @@ void RunTasks(benchmark::State& state, size_t workers) {
 template <typename Pool>
 void AddPool(const std::string& who) {
   for (const size_t workers : Sizes{1, 2, 4}) {
-    Add(Sized("pool_empty_tasks", "workers", workers), who, [workers](benchmark::State& state) {
+    Add(Sized("run_empty_tasks", "workers", workers), who, [workers](benchmark::State& state) {
       RunTasks<Pool>(state, workers);
     })->UseRealTime();
   }

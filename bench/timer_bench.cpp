@@ -1,4 +1,5 @@
-// Timers: started and stopped while many are queued, looked over while none is due, and fired.
+// Starts and stops timers while many are queued, measures a pass in which none is due, and fires
+// many at once.
 
 #include <algorithm>
 #include <atomic>
@@ -34,15 +35,16 @@ using Clock = std::chrono::steady_clock;
 
 constexpr unsigned long long kHourMs = 3600000;
 
-// Spread over the second hour from now, so that none is due while the program runs.
+// Returns a timeout within the second hour from now, so that no timer is due while the program
+// runs.
 unsigned long long FarTimeoutMs() {
   static std::mt19937 random(1);
   return kHourMs + random() % kHourMs;
 }
 
-// Queues timers until there are `count`. They stay queued, so benchmarks go from few to many.
+// Queues timers until there are `count`. They stay queued, so run benchmarks in increasing order.
 void QueueOurs(size_t count) {
-  // Never destroyed: a started timer must not be when the manager has ended.
+  // Never destroyed: started timers must not outlive the manager.
   static auto& queued = *new std::vector<std::shared_ptr<TsTimer>>;
   while (queued.size() < count) {
     queued.push_back(std::make_shared<TsTimer>(FarTimeoutMs(), false));
@@ -66,13 +68,13 @@ double ProcessorSeconds() {
   return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
 }
 
-// What the thread that fires timers needs of the processor from when all are queued, and none is
-// due yet, until the last has been fired.
+// Measures the processor time of the thread that fires timers, from when all are queued until the
+// last has been fired.
 class Firing {
  public:
   explicit Firing(size_t expected) : left(expected) {}
 
-  // On that thread, before any is fired.
+  // Called on that thread before any timer is fired.
   void AllQueued() { begin = ProcessorSeconds(); }
   // The callback of each timer.
   void Fired() {
@@ -100,7 +102,8 @@ void OursDueAtOnce(benchmark::State& state, size_t count) {
       timers.push_back(std::make_shared<TsTimer>(1, false));
       timers.back()->Init([&firing] { firing.Fired(); });
     }
-    // Started by the callback of one, which returns when all are due in the next pass.
+    // A timer's action starts the others and returns when all are due, so that the next pass fires
+    // all.
     const auto starter = std::make_shared<TsTimer>(1, false);
     starter->Init([&timers, &firing] {
       for (const auto& timer : timers) timer->Start();
@@ -113,14 +116,14 @@ void OursDueAtOnce(benchmark::State& state, size_t count) {
   state.SetItemsProcessed(state.iterations() * static_cast<int64_t>(count));
 }
 
-// The passes of the timer thread, seen from outside: each lies between two of its sleeps. They are
-// cut short meanwhile, for it is the pass that is measured, and not how a processor that has been
-// idle for 5 ms finds its caches.
+// Measures the passes of the timer thread from outside: a pass is the time between two of its
+// sleeps. Shortens these sleeps, so that cold caches after 5 ms of idling do not distort the
+// result.
 class Passes {
  public:
-  // On the timer thread.
+  // Called on the timer thread.
   void Watch() { watched = true; }
-  // In place of a sleep of `duration`.
+  // Replaces a sleep of `duration`.
   int Sleep(std::timespec duration, std::timespec* rest) {
     const bool measured = watched && recording;
     if (measured) {
@@ -132,7 +135,7 @@ class Passes {
     return error;
   }
 
-  // The median time of those within a while; 0 if there were none.
+  // Records passes for 300 ms and returns their median time, or 0 if there were none.
   double MedianSeconds() {
     recording = true;
     std::this_thread::sleep_for(std::chrono::milliseconds(300));
@@ -153,7 +156,7 @@ class Passes {
   }
 
   static thread_local bool watched;
-  static thread_local Clock::time_point passBegin;  // none if the sleep before was not cut short
+  static thread_local Clock::time_point passBegin;  // unset if the last sleep was not shortened
   std::atomic<bool> recording{false};
   std::mutex mutex;  // guards seconds
   std::vector<double> seconds;
@@ -163,7 +166,7 @@ thread_local bool Passes::watched = false;
 thread_local Clock::time_point Passes::passBegin;
 
 Passes& TimerPasses() {
-  static auto& passes = *new Passes;  // the timer thread may outlive what is static
+  static auto& passes = *new Passes;  // the timer thread may outlive statics
   return passes;
 }
 
@@ -179,12 +182,12 @@ void OursNoneDue(benchmark::State& state, size_t queued) {
   watched.Wait();
   for (auto _ : state) {
     const double seconds = TimerPasses().MedianSeconds();
-    if (seconds == 0) state.SkipWithError("no pass was seen");
+    if (seconds == 0) state.SkipWithError("no pass was recorded");
     state.SetIterationTime(seconds);
   }
 }
 
-// The least of a start, a stop or a pass: to read the clock under a lock.
+// The limit: takes `locks` locks and reads the clock once.
 void ClockUnderMutex(benchmark::State& state, size_t locks) {
   std::mutex mutex;
   for (auto _ : state) {
@@ -199,7 +202,7 @@ void ClockUnderMutex(benchmark::State& state, size_t locks) {
 
 namespace asio = boost::asio;
 
-// A context with the thread that runs it.
+// A context and the thread that runs it.
 class Runner {
  public:
   Runner() : work(asio::make_work_guard(context)), thread([this] { context.run(); }) {}
@@ -236,7 +239,7 @@ void QueueAsio(size_t count) {
   }
 }
 
-// Its stop hands the callback to the thread of the context.
+// Stopping passes the callback to the context's thread.
 void AsioStartStop(benchmark::State& state, size_t queued) {
   QueueAsio(queued);
   asio::steady_timer timer(AsioRunner().context);
@@ -276,33 +279,33 @@ benchmark::internal::Benchmark* AddSized(const char* name, const char* who, Func
 }  // namespace
 
 void RegisterAll() {
-  constexpr int kFirings = 10;  // most of their time goes by in waiting, and is not measured
+  constexpr int kFirings = 10;  // few, since most of their time is spent waiting and not measured
   for (const size_t count : Sizes{100, 1000, 10000}) {
-    AddSized("timer_due_at_once", "ours", OursDueAtOnce, count)
+    AddSized("fire_timers_due_at_once", "ours", OursDueAtOnce, count)
         ->UseManualTime()
         ->Iterations(kFirings);
 #ifdef TARSIO_BENCH_BOOST
-    AddSized("timer_due_at_once", "peer:Asio", AsioDueAtOnce, count)
+    AddSized("fire_timers_due_at_once", "peer:Asio", AsioDueAtOnce, count)
         ->UseManualTime()
         ->Iterations(kFirings);
 #endif
   }
   for (const size_t queued : Sizes{10, 1000, 10000, 100000}) {
-    AddSized("timer_start_stop", "ours", OursStartStop, queued)->UseRealTime();
+    AddSized("start_and_stop_a_timer", "ours", OursStartStop, queued)->UseRealTime();
 #ifdef TARSIO_BENCH_BOOST
-    AddSized("timer_start_stop", "peer:Asio", AsioStartStop, queued)->UseRealTime();
+    AddSized("start_and_stop_a_timer", "peer:Asio", AsioStartStop, queued)->UseRealTime();
 #endif
-    Add(Sized("timer_start_stop", "queued", queued), "limit:clock+locks",
+    Add(Sized("start_and_stop_a_timer", "queued", queued), "limit:clock+locks",
         [](benchmark::State& state) { ClockUnderMutex(state, 2); });
-    Add(Sized("timer_none_due", "queued", queued), "limit:clock+lock",
+    Add(Sized("pass_with_no_timer_due", "queued", queued), "limit:clock+lock",
         [](benchmark::State& state) { ClockUnderMutex(state, 1); });
-    AddSized("timer_none_due", "ours", OursNoneDue, queued)->UseManualTime()->Iterations(1);
+    AddSized("pass_with_no_timer_due", "ours", OursNoneDue, queued)->UseManualTime()->Iterations(1);
   }
 }
 
 }  // namespace tarsio_bench
 
-// In front of the C library's, for the shared library's timer thread as well.
+// Overrides the C library's function, also for the shared library's timer thread.
 extern "C" int nanosleep(const std::timespec* duration, std::timespec* rest) {
   errno = tarsio_bench::TimerPasses().Sleep(*duration, rest);
   return errno == 0 ? 0 : -1;

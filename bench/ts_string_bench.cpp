@@ -1,5 +1,4 @@
-// Strings for a binary interface, made from a text and copied; each iteration ends with the
-// release.
+// Constructs and copies strings for a binary interface. Each iteration includes the destructor.
 
 #include <cstdlib>
 #include <cstring>
@@ -15,7 +14,7 @@ namespace {
 void AddSize(size_t characters) {
   const std::string text(characters, 'x');
 
-  const std::string construct = Sized("ts_string_construct", "characters", characters);
+  const std::string construct = Sized("construct_a_TsString", "characters", characters);
   AddCall(construct, "ours", [text] { return tarsio::TsString(text.c_str()).Cstr() != nullptr; });
   AddCall(construct, "peer:std", [text] { return std::string(text.c_str()); });
   AddCall(construct, "peer:strdup", [text] {
@@ -26,7 +25,7 @@ void AddSize(size_t characters) {
   });
 
   const tarsio::TsString original(text.c_str());
-  const std::string copy = Sized("ts_string_copy", "characters", characters);
+  const std::string copy = Sized("copy_a_TsString", "characters", characters);
   AddCall(copy, "ours", [original] { return tarsio::TsString(original).Cstr() != nullptr; });
   AddCall(copy, "peer:std", [text] { return std::string(text); });
 

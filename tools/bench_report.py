@@ -1,12 +1,12 @@
 #!/usr/bin/env python3
-"""The report on the benchmarks: a table, and a picture of the ratios.
+"""Reports benchmark results: a table, and a chart of the ratios.
 
 usage: bench_report.py RESULTS [--svg FILE] [--docs DIR]
 
-RESULTS holds Google Benchmark's JSON as FAMILY.RUN.json, from any number of runs; every figure is
+RESULTS contains Google Benchmark's JSON as FAMILY.RUN.json, from any number of runs. Every figure is
 the median of the runs. A benchmark is named WORKLOAD/WHO, where WHO is "ours", "peer:NAME" or
-"limit:NAME". --docs rewrites the figures in DIR/performance.md, between the marks
-"<!-- figures: FAMILY -->" and "<!-- end -->", and DIR/performance.svg.
+"limit:NAME". --docs replaces the figures in DIR/performance.md, between "<!-- figures: FAMILY -->" and
+"<!-- end -->", and DIR/performance.svg.
 """
 
 import argparse
@@ -20,44 +20,44 @@ import re
 import statistics
 import xml.sax.saxutils
 
-# What has to hold: the workload, what is looked at, and its bound. A side ("peer:...") or "best peer"
-# stands for the ratio of our time to that one's.
+# The targets: workload, quantity, and limit. A side ("peer:...") or "best peer" means the ratio of our
+# cost to that side's.
 KIB, MIB = 1 << 10, 1 << 20
-BARS = [
-    ("log_line/*", "peer:spdlog", 1.0),
-    ("log_filtered", "time", 2e-9),
-    ("path_parse_print/components:8", "peer:std", 0.8),
-    ("path_join/components:8", "peer:POCO", 1.0),
-    ("path_parent/components:8", "peer:POCO", 1.0),
-    ("path_copy/components:8", "peer:POCO", 1.0),
-    (f"is_u8_mixed/bytes:{MIB}", "rate", 7e9),
-    (f"is_u8_ascii/bytes:{MIB}", "rate", 20e9),
-    (f"*_to_*/bytes:{4 * KIB}", "peer:range", 1.1),
-    (f"*_to_*/bytes:{MIB}", "peer:range", 1.1),
+TARGETS = [
+    ("log_a_line/*", "peer:spdlog", 1.0),
+    ("filter_out_a_line", "time", 2e-9),
+    ("parse_and_print/components:8", "peer:std", 0.8),
+    ("join_paths/components:8", "peer:POCO", 1.0),
+    ("parent_path/components:8", "peer:POCO", 1.0),
+    ("copy_a_path/components:8", "peer:POCO", 1.0),
+    (f"IsU8_of_mixed_UTF-8/bytes:{MIB}", "rate", 7e9),
+    (f"IsU8_of_ASCII/bytes:{MIB}", "rate", 20e9),
+    (f"*To*/bytes:{4 * KIB}", "peer:range", 1.1),
+    (f"*To*/bytes:{MIB}", "peer:range", 1.1),
     (f"split*/bytes:{KIB}", "peer:Abseil", 1.0),
     (f"trim/bytes:{KIB}", "peer:Abseil", 1.0),
-    (f"to_*er/bytes:{KIB}", "peer:Abseil", 1.0),
-    (f"contains/bytes:{KIB}", "peer:Abseil", 1.0),
-    (f"starts_with/bytes:{KIB}", "peer:Abseil", 1.0),
-    (f"replace_set/bytes:{KIB}", "peer:Abseil", 1.0),
-    ("digest_text/bytes:64", "peer:OpenSSL", 1.05),
-    (f"digest_text/bytes:{MIB}", "peer:OpenSSL", 1.05),
-    (f"read_file/bytes:{4 * KIB}", "peer:GLib", 1.5),
-    ("read_file/*", "peer:GLib", 1.1),
-    ("read_file_memory/*", "memory", 257 * MIB),
-    ("write_file/*", "peer:std", 1.1),
-    ("queue_transfer/capacity:1024/*", "peer:Boost", 1.0),
-    ("queue_transfer/capacity:16/*", "peer:Abseil", 1.5),
-    ("pool_empty_tasks/*", "best peer", 1.0),
-    ("timer_start_stop/*", "peer:Asio", 1.0),
-    ("timer_none_due/queued:100000", "time", 1e-6),
-    ("timer_due_at_once/queued:10000", "time", 1e-6),
-    ("ts_string_*/characters:12", "limit:malloc+memcpy", 1.3),
-    ("ts_string_*/characters:200", "limit:malloc+memcpy", 1.3),
-    ("digest_headers/*", "peer:sha256sum", 1 / 0.95),
+    (f"to_*_case/bytes:{KIB}", "peer:Abseil", 1.0),
+    (f"find_a_substring/bytes:{KIB}", "peer:Abseil", 1.0),
+    (f"compare_a_prefix/bytes:{KIB}", "peer:Abseil", 1.0),
+    (f"replace_characters/bytes:{KIB}", "peer:Abseil", 1.0),
+    ("SHA-256_digest/bytes:64", "peer:OpenSSL", 1.05),
+    (f"SHA-256_digest/bytes:{MIB}", "peer:OpenSSL", 1.05),
+    (f"read_a_file/bytes:{4 * KIB}", "peer:GLib", 1.5),
+    ("read_a_file/*", "peer:GLib", 1.1),
+    ("peak_memory_of_reading_a_file/*", "memory", 257 * MIB),
+    ("write_a_file/*", "peer:std", 1.1),
+    ("transfer_between_threads/capacity:1024/*", "peer:Boost", 1.0),
+    ("transfer_between_threads/capacity:16/*", "peer:Abseil", 1.5),
+    ("run_empty_tasks/*", "best peer", 1.0),
+    ("start_and_stop_a_timer/*", "peer:Asio", 1.0),
+    ("pass_with_no_timer_due/queued:100000", "time", 1e-6),
+    ("fire_timers_due_at_once/queued:10000", "time", 1e-6),
+    ("*_a_TsString/characters:12", "limit:malloc+memcpy", 1.3),
+    ("*_a_TsString/characters:200", "limit:malloc+memcpy", 1.3),
+    ("digest_system_headers/*", "peer:sha256sum", 1 / 0.95),
 ]
 
-# The parameters that are sizes: a workload with several values of one is named with its growth.
+# The parameters that are sizes. The report shows how a workload grows with them.
 SIZES = ("bytes", "components", "characters", "queued")
 
 UNITS_OF_TIME = {"ns": 1e-9, "us": 1e-6, "ms": 1e-3, "s": 1.0}
@@ -65,7 +65,7 @@ WHO = re.compile(r"ours|peer:.*|limit:.*")
 DROPPED = re.compile(r"real_time|manual_time|iterations:\d+")
 
 
-# ---- what was measured ----
+# ---- results ----
 
 
 class Side:
@@ -75,8 +75,8 @@ class Side:
         self.values = collections.defaultdict(list)
 
     def add(self, entry):
-        # Where other threads or the files of the system take part, the clock counts; else what the
-        # processor did for the one thread.
+        # With several threads or files, the time is wall-clock time; otherwise the thread's processor
+        # time.
         by_clock = re.search(r"/(real|manual)_time", entry["name"])
         time = entry["real_time" if by_clock else "cpu_time"] * UNITS_OF_TIME[entry["time_unit"]]
         if "items_per_second" in entry:
@@ -91,7 +91,7 @@ class Side:
         return statistics.median(self.values[what]) if self.values[what] else None
 
     def cost(self):
-        """What is compared: the memory where that was measured, else the time."""
+        """Returns the memory if it was measured, otherwise the time."""
         return self.median("memory") or self.median("time")
 
     def text(self):
@@ -107,7 +107,7 @@ class Workload:
         self.sides = collections.defaultdict(Side)
 
     def best(self, kind):
-        """The name and the side of the cheapest peer, or limit."""
+        """Returns the name and the side of the cheapest peer or limit."""
         sides = [(who, side) for who, side in self.sides.items() if who.startswith(kind)]
         return min(sides, key=lambda pair: pair[1].cost(), default=(None, None))
 
@@ -115,9 +115,9 @@ class Workload:
         other = self.best("peer")[1] if who == "best peer" else self.sides.get(who)
         return self.sides["ours"].cost() / other.cost() if other else None
 
-    def bar(self):
-        """What has to hold here, and whether it does; None where nothing has to or can be told."""
-        for pattern, what, bound in BARS:
+    def target(self):
+        """Returns the target and whether it is met, or None if there is no target or no result for it."""
+        for pattern, what, bound in TARGETS:
             if fnmatch.fnmatchcase(self.name, pattern):
                 break
         else:
@@ -166,7 +166,7 @@ def parameter_text(parameter):
 
 
 def read_results(folder):
-    """The machine, and the workloads of each family in the order in which they were measured."""
+    """Returns the machine's description, and the workloads of each family."""
     families = {}
     context = {}
     for path in sorted(glob.glob(os.path.join(folder, "*.json"))):
@@ -189,7 +189,7 @@ def read_results(folder):
 
 
 def sort_by_size(workloads):
-    """Those that differ in their parameters only stand together."""
+    """Groups workloads with the same name, in order of their parameters."""
     first = {}
     for workload in workloads:
         first.setdefault(workload.name.split("/")[0], len(first))
@@ -198,7 +198,7 @@ def sort_by_size(workloads):
 
 
 def growth(workloads):
-    """(title, a size, a larger size, exponent between them): the two largest of three or more."""
+    """Yields (title, size, larger size, exponent) for the two largest of three or more sizes."""
     series = collections.defaultdict(list)
     for workload in workloads:
         for parameter in workload.name.split("/")[1:]:
@@ -219,7 +219,7 @@ def growth(workloads):
 
 # ---- tables ----
 
-HEADINGS = ("workload", "ours", "best peer", "limit", "ours / best peer", "bar", "")
+HEADINGS = ("workload", "ours", "best peer", "limit", "ours / best peer", "target", "")
 
 
 def rows(workloads):
@@ -227,15 +227,15 @@ def rows(workloads):
         peer, peer_side = workload.best("peer")
         limit, limit_side = workload.best("limit")
         ratio = workload.ratio("best peer")
-        bar = workload.bar()
+        target = workload.target()
         yield (
             workload.title(),
             workload.sides["ours"].text(),
             f"{peer_side.text()} {peer.split(':')[1]}" if peer else "",
             f"{limit_side.text()} {limit.split(':')[1]}" if limit else "",
             ratio_text(ratio) if ratio else "",
-            bar[0] if bar else "",
-            ("met" if bar[1] else "MISSED") if bar else "",
+            target[0] if target else "",
+            ("met" if target[1] else "MISSED") if target else "",
         )
 
 
@@ -253,15 +253,15 @@ def plain_table(lines):
 
 
 def markdown_table(lines):
-    """Without the bars, which are the project's own."""
-    columns = HEADINGS.index("bar")
+    """Leaves out the targets, which are internal to the project."""
+    columns = HEADINGS.index("target")
     lines = [HEADINGS, ("---", *["--:"] * (columns - 1)), *lines]
     lines = [line[:columns] for line in lines]
     return "\n".join("| " + " | ".join(line) + " |" for line in lines)
 
 
 def machine_text(context):
-    model = "an unnamed processor"
+    model = "unknown processor"
     with open("/proc/cpuinfo", encoding="utf-8") as file:
         for line in file:
             if line.startswith("model name"):
@@ -269,10 +269,10 @@ def machine_text(context):
                 break
     parts = [f"{model}, {os.cpu_count()} cores", context.get("compiler"), context.get("build_type")]
     peers = context.get("peers")
-    return ", ".join(filter(None, parts)) + (f"; beside {peers}." if peers else ".")
+    return ", ".join(filter(None, parts)) + (f"; compared with {peers}." if peers else ".")
 
 
-# ---- the picture ----
+# ---- chart ----
 
 STYLE = """
   text { font: 12px sans-serif; fill: #24292f; }
@@ -291,20 +291,20 @@ STYLE = """
     .even { stroke: #9da7b3; }
   }
 """
-# Narrow enough for a telephone: a workload's name stands above its bar.
+# Narrow enough for a phone: the name of a workload is above its bar.
 LEFT, WIDTH, RIGHT, ROW, TOP = 16, 264, 140, 32, 64
 BAR = 11
 LEAST, MOST = 0.1, 10.0
 
 
 def x_of(ratio):
-    """Where a ratio lies, on a logarithmic scale that ends at LEAST and MOST."""
+    """Returns the position of a ratio on a logarithmic scale from LEAST to MOST."""
     part = math.log(min(max(ratio, LEAST), MOST) / LEAST) / math.log(MOST / LEAST)
     return LEFT + part * WIDTH
 
 
-def picture(families):
-    """The ratio to the best peer of each workload that has a bar and a peer."""
+def chart(families):
+    """Returns the chart: the ratio to the best peer for each workload with a target and a peer."""
     body = []
 
     def text(x, y, content, kind="", anchor="start"):
@@ -314,11 +314,11 @@ def picture(families):
     def line(x, kind, bottom):
         body.append(f'<line x1="{x:.1f}" x2="{x:.1f}" y1="{TOP}" y2="{bottom}" class="{kind}"/>')
 
-    drawn = {family: [w for w in workloads if w.bar() and w.ratio("best peer")]
+    drawn = {family: [w for w in workloads if w.target() and w.ratio("best peer")]
              for family, workloads in families.items()}
     drawn = {family: workloads for family, workloads in drawn.items() if workloads}
     height = TOP + ROW * sum(len(workloads) + 1 for workloads in drawn.values()) + 16
-    text(16, 24, "The library's cost over the best peer's (left of 1 is better)", "family")
+    text(16, 24, "Time or memory relative to the best peer (left of 1 is better)", "family")
     for ratio in (0.1, 0.2, 0.5, 1, 2, 5, 10):
         line(x_of(ratio), "even" if ratio == 1 else "grid", height - 12)
         text(x_of(ratio), TOP - 8, f"{ratio:g}", "note", "middle")
@@ -338,14 +338,14 @@ def picture(families):
                         f'height="{BAR}" class="{kind}"/>')
             text(LEFT + WIDTH + 10, y - 5, f"{ratio_text(ratio)} × {peer}")
     width = LEFT + WIDTH + RIGHT
-    # The namespace is the identifier of SVG; nothing is fetched.
+    # The namespace only identifies SVG; nothing is downloaded.
     return (f'<svg xmlns="http://www.w3.org/2000/svg" viewBox="0 0 {width} {height}" '
             f'width="{width}" height="{height}">\n<title>Ratios to the best peer</title>\n'
             f'<style>{STYLE}</style>\n<rect class="page" width="100%" height="100%"/>\n'
             + "\n".join(body) + "\n</svg>\n")
 
 
-# ---- where it goes ----
+# ---- output ----
 
 
 def write_docs(folder, context, families):
@@ -362,7 +362,7 @@ def write_docs(folder, context, families):
             content = "\n\n".join(
                 part for part in (markdown_table(rows(workloads)), growth_text(workloads)) if part)
         else:
-            return match[0]  # not measured this time
+            return match[0]  # not measured in this run
         return f"<!-- figures: {family} -->\n{content}\n<!-- end -->"
 
     page = re.sub(r"<!-- figures: (\w+) -->\n.*?<!-- end -->", figures, page, flags=re.DOTALL)
@@ -387,14 +387,14 @@ def main():
     print(machine_text(context) + "\n")
     print(plain_table(rows(everything)) + "\n")
     print(growth_text(everything))
-    bars = [bar for bar in (workload.bar() for workload in everything) if bar]
-    print(f"\n{sum(met for _, met in bars)} of {len(bars)} bars met.")
+    targets = [target for target in (workload.target() for workload in everything) if target]
+    print(f"\n{sum(met for _, met in targets)} of {len(targets)} targets met.")
     if options.svg:
-        write(options.svg, picture(families))
-        print(f"The ratios as a picture: {options.svg}")
+        write(options.svg, chart(families))
+        print(f"Chart of the ratios: {options.svg}")
     if options.docs:
         write_docs(options.docs, context, families)
-        write(os.path.join(options.docs, "performance.svg"), picture(families))
+        write(os.path.join(options.docs, "performance.svg"), chart(families))
 
 
 main()

@@ -5,8 +5,8 @@
 #include "support/bench.h"
 
 int main(int argc, char** argv) {
-  // The C library locks more cheaply in a process that has never had a second thread, which the
-  // hosts of this library are not.
+  // In a process that never had a second thread, the C library's locks are cheaper. Hosts of this
+  // library have threads.
   std::thread([] {}).join();
 
   benchmark::Initialize(&argc, argv);

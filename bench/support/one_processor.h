@@ -1,4 +1,4 @@
-// Ties threads to one processor.
+// Pins threads to one processor.
 
 #ifndef TARSIO_COMMON_BENCH_SUPPORT_ONE_PROCESSOR_H_
 #define TARSIO_COMMON_BENCH_SUPPORT_ONE_PROCESSOR_H_
@@ -7,8 +7,8 @@
 
 namespace tarsio_bench {
 
-// While it lives, the calling thread and those that it starts run on one processor: what a
-// hand-over between threads costs does not depend on which processors the system picks for them.
+// Pins the calling thread, and threads that it starts, to one processor until destroyed. So the
+// cost of a switch between threads does not depend on which processors the system chooses.
 class OneProcessor {
  public:
   OneProcessor();

@@ -1,4 +1,4 @@
-// The limit of all that has to look at every byte of a text.
+// The limit for everything that must read each byte of a string.
 
 #ifndef TARSIO_COMMON_BENCH_SUPPORT_OR_OF_BYTES_H_
 #define TARSIO_COMMON_BENCH_SUPPORT_OR_OF_BYTES_H_
@@ -7,7 +7,7 @@
 
 namespace tarsio_bench {
 
-// All bytes of `text` OR-ed together, in a loop that the compiler vectorises for the processor.
+// Returns the bitwise OR of all bytes. The compiler vectorises the loop for the processor.
 unsigned char OrOfBytes(const std::string& text);
 
 }  // namespace tarsio_bench
