@@ -116,7 +116,7 @@ constexpr int64_t kTestTimeoutUs = std::chrono::microseconds(kTestTimeout).count
 
 // ---- capacity and order ----
 
-TEST(BlockingQueue, TakesAsManyElementsAsItsCapacityAllows) {
+TEST(BlockingQueue, HoldsCapacity) {
   for (const uint64_t capacity : {uint64_t{0}, uint64_t{1}, uint64_t{2}, uint64_t{1000}}) {
     SCOPED_TRACE(capacity);
     BlockingQueue<int> queue(capacity);
@@ -129,19 +129,19 @@ TEST(BlockingQueue, TakesAsManyElementsAsItsCapacityAllows) {
   }
 }
 
-TEST(BlockingQueue, FieldsKeepTheirOrder) {
+TEST(BlockingQueue, FieldOrder) {
   const BlockingQueue<int> queue(1);
   const std::vector<const void*> places = tarsio_test::PlacesOfFields(queue);
   EXPECT_TRUE(std::is_sorted(places.begin(), places.end()));
 }
 
-TEST(BlockingQueue, TheLargestCapacityIsAccepted) {
+TEST(BlockingQueue, MaxCapacity) {
   BlockingQueue<int> queue(UINT64_MAX);
   for (int i = 0; i < 10000; ++i) ASSERT_TRUE(queue.Push(i, -1));
   EXPECT_EQ(queue.Size(), 10000U);
 }
 
-TEST(BlockingQueue, ElementsLeaveInTheOrderInWhichTheyCame) {
+TEST(BlockingQueue, Fifo) {
   BlockingQueue<std::string> queue(100);
   for (int i = 0; i < 100; ++i) ASSERT_TRUE(queue.Push(std::to_string(i), 0));
   for (int i = 0; i < 100; ++i) {
@@ -151,7 +151,7 @@ TEST(BlockingQueue, ElementsLeaveInTheOrderInWhichTheyCame) {
   }
 }
 
-TEST(BlockingQueue, AgreesWithAModelOverRandomOperations) {
+TEST(BlockingQueue, RandomModel) {
   std::mt19937_64 random(41);
   for (int round = 0; round < 50; ++round) {
     SCOPED_TRACE(round);
@@ -218,7 +218,7 @@ const std::vector<HopelessCase>& HopelessCases() {
   return cases;
 }
 
-TEST(BlockingQueue, PositiveTimeoutIsWaitedOutAndNotOneInstantLess) {
+TEST(BlockingQueue, PositiveTimeout) {
   for (const HopelessCase& row : HopelessCases()) {
     SCOPED_TRACE(row.name);
     const auto queue = row.Make();
@@ -234,7 +234,7 @@ TEST(BlockingQueue, PositiveTimeoutIsWaitedOutAndNotOneInstantLess) {
   }
 }
 
-TEST(BlockingQueue, NegativeTimeoutDoesNotWait) {
+TEST(BlockingQueue, NegativeTimeout) {
   for (const HopelessCase& row : HopelessCases()) {
     SCOPED_TRACE(row.name);
     const auto queue = row.Make();
@@ -250,7 +250,7 @@ TEST(BlockingQueue, NegativeTimeoutDoesNotWait) {
 }
 
 // On a closed queue, too, and with capacity 0: deliberately.
-TEST(BlockingQueue, TimeoutZeroBlocksForEverWhereNothingCanSucceed) {
+TEST(BlockingQueue, ZeroTimeout) {
   std::vector<BackgroundCall> calls;
   for (const HopelessCase& row : HopelessCases()) {
     const auto queue = row.Make();
@@ -262,7 +262,7 @@ TEST(BlockingQueue, TimeoutZeroBlocksForEverWhereNothingCanSucceed) {
   }
 }
 
-TEST(BlockingQueue, AnyTimeoutWillDoWhereNothingHasToBeWaitedFor) {
+TEST(BlockingQueue, AnyTimeout) {
   for (const int timeoutMs : {INT_MIN, -1, 0, 1, 1000, INT_MAX}) {
     SCOPED_TRACE(timeoutMs);
     BlockingQueue<int> queue(1);
@@ -273,7 +273,7 @@ TEST(BlockingQueue, AnyTimeoutWillDoWhereNothingHasToBeWaitedFor) {
   }
 }
 
-TEST(BlockingQueue, ZeroCapacityNeverAccepts) {
+TEST(BlockingQueue, ZeroCapacity) {
   const auto records = LogRecords::Install(tarsio::LOG_LEVEL_DEBUG);
   const auto queue = MakeQueue<int>(0);
   EXPECT_FALSE(queue->Push(1, -1));
@@ -286,14 +286,14 @@ TEST(BlockingQueue, ZeroCapacityNeverAccepts) {
   EXPECT_EQ(queue->Size(), 0U);
 }
 
-TEST(BlockingQueue, PopOnAnEmptyQueueReturnsFalseAfterItsSecond) {
+TEST(BlockingQueue, PopTimesOut) {
   BlockingQueue<int> queue(1);
   int item = 3;
   EXPECT_GE(MicrosecondsOf([&] { EXPECT_FALSE(queue.Pop(item, 1000)); }), 1000000);
   EXPECT_EQ(item, 3);
 }
 
-TEST(BlockingQueue, AWaitingPopReturnsWithTheElementAsSoonAsItComes) {
+TEST(BlockingQueue, PushWakesPop) {
   // The largest timeout does not overflow into the past.
   for (const int timeoutMs : {0, 3600 * 1000, INT_MAX}) {
     SCOPED_TRACE(timeoutMs);
@@ -311,7 +311,7 @@ TEST(BlockingQueue, AWaitingPopReturnsWithTheElementAsSoonAsItComes) {
   }
 }
 
-TEST(BlockingQueue, AWaitingPushGoesOnAsSoonAsThereIsRoom) {
+TEST(BlockingQueue, PopWakesPush) {
   const auto records = LogRecords::Install(tarsio::LOG_LEVEL_DEBUG);
   for (const int timeoutMs : {0, 3600 * 1000, INT_MAX}) {
     SCOPED_TRACE(timeoutMs);
@@ -329,7 +329,7 @@ TEST(BlockingQueue, AWaitingPushGoesOnAsSoonAsThereIsRoom) {
   EXPECT_THAT(records->All(), IsEmpty());
 }
 
-TEST(BlockingQueue, EveryOneOfManyWaitersIsServed) {
+TEST(BlockingQueue, ManyWaiters) {
   constexpr int kWaiters = 8;
   const auto queue = MakeQueue<int>(kWaiters);
   std::vector<BackgroundCall> pops;
@@ -398,15 +398,11 @@ void ExpectDeadlinesStandUnderTraffic(bool push) {
   EXPECT_EQ(shared->early, 0);
 }
 
-TEST(BlockingQueue, NotificationsDoNotMoveTheDeadlineOfPop) {
-  ExpectDeadlinesStandUnderTraffic(false);
-}
+TEST(BlockingQueue, PopDeadline) { ExpectDeadlinesStandUnderTraffic(false); }
 
-TEST(BlockingQueue, NotificationsDoNotMoveTheDeadlineOfPush) {
-  ExpectDeadlinesStandUnderTraffic(true);
-}
+TEST(BlockingQueue, PushDeadline) { ExpectDeadlinesStandUnderTraffic(true); }
 
-TEST(BlockingQueue, NotificationsDoNotMoveADeadlineOnAClosedQueue) {
+TEST(BlockingQueue, ClosedDeadline) {
   for (const bool push : {false, true}) {
     SCOPED_TRACE(push ? "Push" : "Pop");
     const auto queue = MakeQueue<int>(1);
@@ -461,7 +457,7 @@ class Hooked {
   int value;
 };
 
-TEST(BlockingQueue, AnElementThatComesWhileTheDeadlinePassesIsStillTaken) {
+TEST(BlockingQueue, LateElement) {
   const auto hooks = std::make_shared<Hooked::Hooks>();
   const auto queue = MakeQueue<Hooked>(1);
   const auto copying = std::make_shared<Gate>();
@@ -488,7 +484,7 @@ TEST(BlockingQueue, AnElementThatComesWhileTheDeadlinePassesIsStillTaken) {
   EXPECT_EQ(*result, 9);
 }
 
-TEST(BlockingQueue, TheTimeoutBeginsWhenTheLockIsHad) {
+TEST(BlockingQueue, TimeoutAfterLock) {
   for (const bool push : {false, true}) {
     SCOPED_TRACE(push ? "Push" : "Pop");
     const auto plain = std::make_shared<Hooked::Hooks>();
@@ -552,7 +548,7 @@ class LockProbe {
   size_t held = 0;
 };
 
-TEST(BlockingQueue, PushCopiesUnderTheLock) {
+TEST(BlockingQueue, PushCopiesLocked) {
   const auto hooks = std::make_shared<Hooked::Hooks>();
   const auto queue = MakeQueue<Hooked>(2);
   LockProbe<Hooked> probe(queue);
@@ -563,7 +559,7 @@ TEST(BlockingQueue, PushCopiesUnderTheLock) {
   probe.ExpectHeldEveryTime(1);
 }
 
-TEST(BlockingQueue, PopMovesAndDestroysUnderTheLock) {
+TEST(BlockingQueue, PopMovesLocked) {
   const auto hooks = std::make_shared<Hooked::Hooks>();
   const auto queue = MakeQueue<Hooked>(2);
   LockProbe<Hooked> probe(queue);
@@ -575,7 +571,7 @@ TEST(BlockingQueue, PopMovesAndDestroysUnderTheLock) {
   probe.ExpectHeldEveryTime(2);
 }
 
-TEST(BlockingQueue, CloseDestroysTheElementsUnderTheLock) {
+TEST(BlockingQueue, CloseLocked) {
   const auto hooks = std::make_shared<Hooked::Hooks>();
   const auto queue = MakeQueue<Hooked>(3);
   LockProbe<Hooked> probe(queue);
@@ -615,7 +611,7 @@ class CallingLogger : public tarsio::Logger {
   const std::function<void()> call;
 };
 
-TEST(BlockingQueue, PushReportsUnderTheLock) {
+TEST(BlockingQueue, ReportLocked) {
   const auto queue = MakeQueue<int>(0);
   LockProbe<int> probe(queue);
   const CallingLogger::Installed logger([&] { probe.Run(); });
@@ -624,7 +620,7 @@ TEST(BlockingQueue, PushReportsUnderTheLock) {
   probe.ExpectHeldEveryTime(2);
 }
 
-TEST(BlockingQueue, ASinkThatThrowsReleasesTheLock) {
+TEST(BlockingQueue, ThrowingSink) {
   const auto queue = MakeQueue<int>(1, {4});
   {
     const CallingLogger::Installed logger([] { throw std::runtime_error("sink"); });
@@ -635,7 +631,7 @@ TEST(BlockingQueue, ASinkThatThrowsReleasesTheLock) {
   EXPECT_THAT(PopAll(*queue), ElementsAre(4));
 }
 
-TEST(BlockingQueue, EveryRefusedPushIsReportedOnceAsAWarning) {
+TEST(BlockingQueue, RefusedPushWarns) {
   const auto records = LogRecords::Install(tarsio::LOG_LEVEL_WARN);
   size_t reports = 0;
   for (const HopelessCase& row : HopelessCases()) {
@@ -655,7 +651,7 @@ TEST(BlockingQueue, EveryRefusedPushIsReportedOnceAsAWarning) {
   }
 }
 
-TEST(BlockingQueue, TheReportNamesTheTaskTypeAsHostsMatchOnIt) {
+TEST(BlockingQueue, ReportOfTasks) {
   const auto records = LogRecords::Install(tarsio::LOG_LEVEL_WARN);
   BlockingQueue<Task> queue(0);
   EXPECT_FALSE(queue.Push([] {}, -1));
@@ -673,7 +669,7 @@ std::string FunctionOfTheReport(const T& item) {
   return records->All().size() == 1 ? records->All()[0].function : "";
 }
 
-TEST(BlockingQueue, TheReportNamesOtherElementTypesInTheSameForm) {
+TEST(BlockingQueue, ReportOfOtherTypes) {
   EXPECT_EQ(FunctionOfTheReport<int>(1), "tarsio::BlockingQueue<int>::Push");
   EXPECT_EQ(FunctionOfTheReport<double>(1), "tarsio::BlockingQueue<double>::Push");
   const struct {
@@ -696,7 +692,7 @@ TEST(BlockingQueue, TheReportNamesOtherElementTypesInTheSameForm) {
   }
 }
 
-TEST(BlockingQueue, PushThatSucceedsAndPopReportNothing) {
+TEST(BlockingQueue, SuccessIsSilent) {
   const auto records = LogRecords::Install(tarsio::LOG_LEVEL_DEBUG);
   BlockingQueue<int> queue(1);
   int item = 0;
@@ -725,13 +721,13 @@ void ReportWhileTheProcessEnds() {
   std::exit(0);
 }
 
-TEST(BlockingQueueDeathTest, MayReportWhileTheProcessEnds) {
+TEST(QueueDeathTest, ReportAtExit) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   EXPECT_EXIT(ReportWhileTheProcessEnds(), testing::ExitedWithCode(7), "");
 }
 
 // In a process of its own: nothing else may have set the threshold.
-TEST(BlockingQueueDeathTest, TheDefaultThresholdDropsTheReport) {
+TEST(QueueDeathTest, DroppedReport) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   const auto push = [](int level) {
     const tarsio_test::CoutRecorder recorder;
@@ -785,7 +781,7 @@ class Counted {
   std::string text;
 };
 
-TEST(BlockingQueue, PushCopiesOnceAndPopMovesOnce) {
+TEST(BlockingQueue, CopyAndMove) {
   Counters counters;
   BlockingQueue<Counted> queue(2);
   {
@@ -804,7 +800,7 @@ TEST(BlockingQueue, PushCopiesOnceAndPopMovesOnce) {
   EXPECT_EQ(counters.alive, 1) << "the moved-from element is destroyed at once";
 }
 
-TEST(BlockingQueue, ARefusedPushDoesNotCopy) {
+TEST(BlockingQueue, RefusedPushNoCopy) {
   Counters counters;
   BlockingQueue<Counted> queue(0);
   const Counted item(&counters, "content");
@@ -814,7 +810,7 @@ TEST(BlockingQueue, ARefusedPushDoesNotCopy) {
   EXPECT_EQ(counters.alive, 1);
 }
 
-TEST(BlockingQueue, PopReleasesTheFormerContent) {
+TEST(BlockingQueue, PopReleasesOldItem) {
   const auto former = std::make_shared<int>(1);
   const auto next = std::make_shared<int>(2);
   BlockingQueue<Task> queue(1);
@@ -829,7 +825,7 @@ TEST(BlockingQueue, PopReleasesTheFormerContent) {
   EXPECT_EQ(next.use_count(), 1);
 }
 
-TEST(BlockingQueue, APopThatFailsLeavesTheItemUntouched) {
+TEST(BlockingQueue, FailedPopKeepsItem) {
   Counters counters;
   BlockingQueue<Counted> queue(1);
   Counted item(&counters, "mine");
@@ -862,7 +858,7 @@ struct Findable {
   Findable** place;
 };
 
-TEST(BlockingQueue, PopIntoTheFrontElementItselfMovesNothing) {
+TEST(BlockingQueue, PopIntoFront) {
   BlockingQueue<Findable> queue(2);
   Findable* front = nullptr;
   EXPECT_TRUE(queue.Push(Findable(&front), 0));
@@ -889,7 +885,7 @@ struct Explosive {
   const bool* armed;
 };
 
-TEST(BlockingQueue, ACopyThatThrowsLeavesTheQueueUnchangedAndUnlocked) {
+TEST(BlockingQueue, ThrowingCopy) {
   bool armed = false;
   const auto queue = MakeQueue<Explosive>(1000);
   for (int i = 0; i < 500; ++i) {
@@ -907,7 +903,7 @@ TEST(BlockingQueue, ACopyThatThrowsLeavesTheQueueUnchangedAndUnlocked) {
   EXPECT_FALSE(queue->Pop(item, -1));
 }
 
-TEST(BlockingQueue, AMoveThatThrowsReleasesTheLock) {
+TEST(BlockingQueue, ThrowingMove) {
   bool armed = false;
   const auto queue = MakeQueue<Explosive>(1);
   EXPECT_TRUE(queue->Push(Explosive(5, &armed), 0));
@@ -923,7 +919,7 @@ TEST(BlockingQueue, AMoveThatThrowsReleasesTheLock) {
 }
 
 // Everybody is woken each time: the one whose turn it is may leave without making use of it.
-TEST(BlockingQueue, APushThatThrowsLeavesItsRoomToTheOthersThatWait) {
+TEST(BlockingQueue, ThrowingPushRoom) {
   static const bool throws = true;
   static const bool succeeds = false;
   const auto queue = MakeQueue<Explosive>(1);
@@ -945,7 +941,7 @@ TEST(BlockingQueue, APushThatThrowsLeavesItsRoomToTheOthersThatWait) {
   for (BackgroundCall& call : throwing) EXPECT_TRUE(call.ReturnsWithin());
 }
 
-TEST(BlockingQueue, APopThatThrowsLeavesTheElementToTheOthersThatWait) {
+TEST(BlockingQueue, ThrowingPopElement) {
   static const bool throws = true;
   static const bool succeeds = false;
   const auto queue = MakeQueue<Explosive>(1);
@@ -971,7 +967,7 @@ TEST(BlockingQueue, APopThatThrowsLeavesTheElementToTheOthersThatWait) {
   for (BackgroundCall& call : throwing) EXPECT_TRUE(call.ReturnsWithin());
 }
 
-TEST(BlockingQueue, MemoryThatRunsOutLeavesTheQueueUnchanged) {
+TEST(BlockingQueue, OutOfMemory) {
   BlockingQueue<int> queue(2000);
   int failures = 0;
   for (int i = 0; i < 2000; ++i) {
@@ -992,7 +988,7 @@ TEST(BlockingQueue, MemoryThatRunsOutLeavesTheQueueUnchanged) {
   for (int i = 0; i < 2000; ++i) ASSERT_EQ(items[static_cast<size_t>(i)], i);
 }
 
-TEST(BlockingQueue, TheDestructorDestroysWhatIsLeftAndRunsNothing) {
+TEST(BlockingQueue, Destructor) {
   const auto token = std::make_shared<int>(0);
   int runs = 0;
   class Derived : public BlockingQueue<Task> {
@@ -1014,7 +1010,7 @@ TEST(BlockingQueue, TheDestructorDestroysWhatIsLeftAndRunsNothing) {
 }
 
 // A host's class that has members of the same names takes nothing from those who know the base.
-TEST(BlockingQueue, NothingButTheDestructorIsVirtual) {
+TEST(BlockingQueue, VirtualFunctions) {
   class Derived : public BlockingQueue<int> {
    public:
     Derived() : BlockingQueue<int>(1) {}
@@ -1036,7 +1032,7 @@ TEST(BlockingQueue, NothingButTheDestructorIsVirtual) {
 
 // ---- closing ----
 
-TEST(BlockingQueue, CloseDiscardsTheElementsAndRunsNone) {
+TEST(BlockingQueue, CloseDiscards) {
   const auto token = std::make_shared<int>(0);
   int runs = 0;
   BlockingQueue<Task> queue(10);
@@ -1048,7 +1044,7 @@ TEST(BlockingQueue, CloseDiscardsTheElementsAndRunsNone) {
   EXPECT_EQ(runs, 0);
 }
 
-TEST(BlockingQueue, ASecondCloseChangesNothing) {
+TEST(BlockingQueue, SecondClose) {
   BlockingQueue<int> queue(2);
   EXPECT_TRUE(queue.Push(1, 0));
   for (int i = 0; i < 3; ++i) {
@@ -1061,7 +1057,7 @@ TEST(BlockingQueue, ASecondCloseChangesNothing) {
 }
 
 // Whoever waits is woken but returns no earlier, deliberately.
-TEST(BlockingQueue, CloseWakesNobodyEarly) {
+TEST(BlockingQueue, CloseWakesNoThread) {
   struct Waiter {
     bool push;
     int timeoutMs;
@@ -1109,7 +1105,7 @@ TEST(BlockingQueue, CloseWakesNobodyEarly) {
 
 // ---- under load ----
 
-TEST(BlockingQueueLoad, AMillionElementsPassFourProducersAndFourConsumers) {
+TEST(QueueLoad, MillionElements) {
   constexpr uint64_t kProducers = 4;
   constexpr uint64_t kConsumers = 4;
   constexpr uint64_t kPerProducer = 250000;
@@ -1155,7 +1151,7 @@ TEST(BlockingQueueLoad, AMillionElementsPassFourProducersAndFourConsumers) {
       << "lost or doubled";
 }
 
-TEST(BlockingQueueLoad, OneConsumerSeesEachProducersOrder) {
+TEST(QueueLoad, ProducerOrder) {
   constexpr int kProducers = 4;
   constexpr int kPerProducer = 5000;
   BlockingQueue<int> queue(3);
@@ -1177,7 +1173,7 @@ TEST(BlockingQueueLoad, OneConsumerSeesEachProducersOrder) {
   for (std::thread& producer : producers) producer.join();
 }
 
-TEST(BlockingQueueLoad, EveryOperationRunsBesideEveryOther) {
+TEST(QueueLoad, AllOperations) {
   tarsio::Log::GetInstance().SetLevel(tarsio::LOG_LEVEL_ERROR);
   for (int round = 0; round < 20; ++round) {
     SCOPED_TRACE(round);

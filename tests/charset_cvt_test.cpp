@@ -127,7 +127,7 @@ struct CheckRow {
   bool expected;
 };
 
-TEST(CharsetCvt, IsU8KnowsTheNamedCases) {
+TEST(CharsetCvt, IsU8) {
   const CheckRow rows[] = {
       {"empty", "", false},
       {"ASCII", "abc", true},
@@ -170,7 +170,7 @@ TEST(CharsetCvt, IsU8KnowsTheNamedCases) {
 }
 
 // Deliberately: of all that stands for no character, only the surrogates are refused.
-TEST(CharsetCvt, IsU8AcceptsOverlongFormsAndValuesBeyondUnicode) {
+TEST(CharsetCvt, IsU8Overlong) {
   const CheckRow rows[] = {
       {"C0 80, overlong zero", "\xC0\x80", true},
       {"C1 BF", "\xC1\xBF", true},
@@ -191,7 +191,7 @@ TEST(CharsetCvt, IsU8AcceptsOverlongFormsAndValuesBeyondUnicode) {
   }
 }
 
-TEST(CharsetCvt, IsASCIIRefusesEveryByteAbove7F) {
+TEST(CharsetCvt, IsASCII) {
   EXPECT_TRUE(CharsetCvt::IsASCII(""));
   EXPECT_TRUE(CharsetCvt::IsASCII(EveryByte().substr(0, 0x80)));
   for (int byte = 0x80; byte <= 0xFF; ++byte) {
@@ -203,7 +203,7 @@ TEST(CharsetCvt, IsASCIIRefusesEveryByteAbove7F) {
   }
 }
 
-TEST(CharsetCvt, ASingleByteAbove7FIsFoundWhereverItStands) {
+TEST(CharsetCvt, IsASCIIHighByte) {
   const std::string ascii = EveryByte().substr(0, 0x80);
   const std::string text = ascii + ascii + ascii + ascii + ascii;
   for (const size_t place : {0U, 1U, 127U, 254U, 255U, 256U, 511U, 512U, 513U, 638U, 639U}) {
@@ -218,7 +218,7 @@ TEST(CharsetCvt, ASingleByteAbove7FIsFoundWhereverItStands) {
   EXPECT_TRUE(CharsetCvt::IsU8(text));
 }
 
-TEST(CharsetCvt, StartsWithBomWantsTheMarkAndAValidRest) {
+TEST(CharsetCvt, StartsWithBom) {
   const CheckRow rows[] = {
       {"empty", "", false},
       {"mark alone", "\xEF\xBB\xBF", true},
@@ -246,7 +246,7 @@ TEST(CharsetCvt, StartsWithBomWantsTheMarkAndAValidRest) {
   }
 }
 
-TEST(CharsetCvt, ChecksFollowTheirRulesForEveryTextOfUpToThreeBytes) {
+TEST(CharsetCvt, UpToThreeBytes) {
   ASSERT_TRUE(ChecksAgreeWithTheRules(""));
   std::string one(1, '\0');
   std::string two(2, '\0');
@@ -265,7 +265,7 @@ TEST(CharsetCvt, ChecksFollowTheirRulesForEveryTextOfUpToThreeBytes) {
   }
 }
 
-TEST(CharsetCvt, ChecksFollowTheirRulesForFourBytesBehindEveryLead) {
+TEST(CharsetCvt, OfFourBytes) {
   // Both sides of every border that the rules draw, and a few bytes from within.
   const std::string alphabet(
       "\0A\x7F\x80\x8F\x90\x9F\xA0\xA9\xBB\xBF\xC0\xDF\xE0\xED\xEF\xF0\xF7"
@@ -287,7 +287,7 @@ TEST(CharsetCvt, ChecksFollowTheirRulesForFourBytesBehindEveryLead) {
   }
 }
 
-TEST(CharsetCvt, ChecksFollowTheirRulesForLongMixedTexts) {
+TEST(CharsetCvt, OfLongInput) {
   const std::string kValid[] = {"a",
                                 std::string(1, '\0'),
                                 "\x7F",
@@ -327,7 +327,7 @@ TEST(CharsetCvt, ChecksFollowTheirRulesForLongMixedTexts) {
 }
 
 // Indices of 32 bits would not do.
-TEST(CharsetCvt, ChecksReachTheEndOfAnEnormousText) {
+TEST(CharsetCvt, OfHugeInput) {
   constexpr uint64_t kLargest = TARSIO_TEST_LARGEST_TEXT;
   const auto size = static_cast<size_t>(std::min(kLargest, tarsio_test::FreeMemory() / 3));
   ASSERT_GT(size, 0x100000U) << "no memory";
@@ -342,7 +342,7 @@ TEST(CharsetCvt, ChecksReachTheEndOfAnEnormousText) {
 
 // ---- wide units ----
 
-TEST(CharsetCvt, U8ToWTakesEachByteForTheUnitOfItsValue) {
+TEST(CharsetCvt, U8ToW) {
   EXPECT_EQ(CharsetCvt::U8ToW("\xC3\xA9"), std::wstring(L"\x00C3\x00A9"));
   EXPECT_EQ(CharsetCvt::U8ToW(std::string("a\0b", 3)), std::wstring(L"a\0b", 3));
   const std::string bytes = EveryByte();
@@ -354,7 +354,7 @@ TEST(CharsetCvt, U8ToWTakesEachByteForTheUnitOfItsValue) {
   }
 }
 
-TEST(CharsetCvt, WToU8TakesEachUnitForTheByteOfItsValue) {
+TEST(CharsetCvt, WToU8) {
   EXPECT_EQ(CharsetCvt::WToU8(L"\x00E9"), "\xE9");
   EXPECT_EQ(CharsetCvt::WToU8(std::wstring(L"a\0b", 3)), std::string("a\0b", 3));
   std::wstring units;
@@ -366,7 +366,7 @@ TEST(CharsetCvt, WToU8TakesEachUnitForTheByteOfItsValue) {
   EXPECT_EQ(CharsetCvt::WToU8(units), EveryByte());
 }
 
-TEST(CharsetCvt, WToU8ThrowsForEveryUnitAboveFF) {
+TEST(CharsetCvt, WToU8ThrowsAboveFF) {
   std::vector<wchar_t> units = {std::numeric_limits<wchar_t>::max(), static_cast<wchar_t>(-1)};
   for (int value = 0x100; value <= 0xFFFF; ++value) units.push_back(static_cast<wchar_t>(value));
   for (const wchar_t unit : units) {
@@ -376,7 +376,7 @@ TEST(CharsetCvt, WToU8ThrowsForEveryUnitAboveFF) {
   }
 }
 
-TEST(CharsetCvt, WToU8ThrowsWhereverTheUnitStandsAndReportsNothing) {
+TEST(CharsetCvt, WToU8ThrowsAnywhere) {
   const auto records = LogRecords::Install(tarsio::LOG_LEVEL_DEBUG);
   for (const std::wstring& text : {std::wstring(L"\x4E2D"), std::wstring(L"ab\x0100"),
                                    std::wstring(L"\x4E2D"
@@ -388,7 +388,7 @@ TEST(CharsetCvt, WToU8ThrowsWhereverTheUnitStandsAndReportsNothing) {
   EXPECT_TRUE(records->All().empty());
 }
 
-TEST(CharsetCvt, WToU8ThrowsHoweverFarBehindTheUnitStands) {
+TEST(CharsetCvt, WToU8ThrowsFarBack) {
   for (const size_t size : {255U, 256U, 257U, 511U, 512U, 513U, 1000U}) {
     const std::wstring units(size, L'\x00FF');
     EXPECT_EQ(CharsetCvt::WToU8(units), std::string(size, '\xFF'));
@@ -404,7 +404,7 @@ TEST(CharsetCvt, WToU8ThrowsHoweverFarBehindTheUnitStands) {
 
 // ---- 16-bit and 32-bit units ----
 
-TEST(CharsetCvt, U8ToU16ExtendsTheSignOfEachByte) {
+TEST(CharsetCvt, U8ToU16SignExtends) {
   EXPECT_EQ(CharsetCvt::U8ToU16("\xC3\xA9"), (std::u16string{0xFFC3, 0xFFA9}));
   const std::string bytes = EveryByte();
   const std::u16string units = CharsetCvt::U8ToU16(bytes);
@@ -416,7 +416,7 @@ TEST(CharsetCvt, U8ToU16ExtendsTheSignOfEachByte) {
   }
 }
 
-TEST(CharsetCvt, U8ToU32ExtendsTheSignOfEachByte) {
+TEST(CharsetCvt, U8ToU32SignExtends) {
   EXPECT_EQ(CharsetCvt::U8ToU32("\xC3\xA9"), (std::u32string{0xFFFFFFC3, 0xFFFFFFA9}));
   const std::string bytes = EveryByte();
   const std::u32string units = CharsetCvt::U8ToU32(bytes);
@@ -428,7 +428,7 @@ TEST(CharsetCvt, U8ToU32ExtendsTheSignOfEachByte) {
   }
 }
 
-TEST(CharsetCvt, U16ToU8TakesTheLowByteOfEveryUnit) {
+TEST(CharsetCvt, U16ToU8LowBytes) {
   EXPECT_EQ(CharsetCvt::U16ToU8(std::u16string{0x00E9}), "\xE9");
   std::u16string units;
   std::string expected;
@@ -440,7 +440,7 @@ TEST(CharsetCvt, U16ToU8TakesTheLowByteOfEveryUnit) {
   EXPECT_EQ(CharsetCvt::U16ToU8(units), expected);
 }
 
-TEST(CharsetCvt, U32ToU8TakesTheLowByteOfEveryUnit) {
+TEST(CharsetCvt, U32ToU8LowBytes) {
   EXPECT_EQ(CharsetCvt::U32ToU8(std::u32string{0x1F600}), std::string(1, '\0'));
   EXPECT_EQ(CharsetCvt::U32ToU8(std::u32string{0xFFFFFFFF, 0x80000041, 0x110000}),
             std::string("\xFF\x41\0", 3));
@@ -456,7 +456,7 @@ TEST(CharsetCvt, U32ToU8TakesTheLowByteOfEveryUnit) {
   EXPECT_EQ(CharsetCvt::U32ToU8(units), expected);
 }
 
-TEST(CharsetCvt, UnitsAndBytesComeBackUnchanged) {
+TEST(CharsetCvt, RoundTrips) {
   const std::string bytes = EveryByte() + EveryByte();
   EXPECT_EQ(CharsetCvt::WToU8(CharsetCvt::U8ToW(bytes)), bytes);
   EXPECT_EQ(CharsetCvt::U16ToU8(CharsetCvt::U8ToU16(bytes)), bytes);
@@ -479,7 +479,7 @@ const EmptyRow kEmptyRows[] = {
     {"tarsio::CharsetCvt::U8ToU32", [] { return CharsetCvt::U8ToU32("").empty(); }},
 };
 
-TEST(CharsetCvt, EmptyInputIsReportedAndGivesAnEmptyResult) {
+TEST(CharsetCvt, EmptyInput) {
   for (const EmptyRow& row : kEmptyRows) {
     SCOPED_TRACE(row.function);
     const auto records = LogRecords::Install(tarsio::LOG_LEVEL_INFO);
@@ -488,7 +488,7 @@ TEST(CharsetCvt, EmptyInputIsReportedAndGivesAnEmptyResult) {
   }
 }
 
-TEST(CharsetCvt, EachReportHasALineOfItsOwn) {
+TEST(CharsetCvt, ReportLines) {
   const auto records = LogRecords::Install(tarsio::LOG_LEVEL_INFO);
   for (const EmptyRow& row : kEmptyRows) row.isEmptyFor();
   CharsetCvt::U8ToMb("");
@@ -500,14 +500,14 @@ TEST(CharsetCvt, EachReportHasALineOfItsOwn) {
   EXPECT_EQ(lines.size(), std::size(kEmptyRows) + 1);
 }
 
-TEST(CharsetCvt, ReportsAreDroppedBelowTheLevelInfo) {
+TEST(CharsetCvt, ReportLevel) {
   const auto records = LogRecords::Install(tarsio::LOG_LEVEL_WARN);
   for (const EmptyRow& row : kEmptyRows) EXPECT_TRUE(row.isEmptyFor());
   EXPECT_EQ(CharsetCvt::U8ToMb("\xFF"), "");
   EXPECT_TRUE(records->All().empty());
 }
 
-TEST(CharsetCvt, InputThatIsNotEmptyIsNotReported) {
+TEST(CharsetCvt, NoOtherReports) {
   const auto records = LogRecords::Install(tarsio::LOG_LEVEL_DEBUG);
   const std::string zero(1, '\0');
   CharsetCvt::WToU8(std::wstring(1, L'\0'));
@@ -531,10 +531,10 @@ class Marker : public std::locale::facet {
 std::locale::id Marker::id;
 
 // A global locale that can be told from every other, and a user's locale that exists.
-class CharsetCvtLocale : public testing::Test {
+class CvtLocale : public testing::Test {
  protected:
-  CharsetCvtLocale() : marked(std::locale::classic(), new Marker) { MarkGlobalLocale(); }
-  ~CharsetCvtLocale() override { std::locale::global(std::locale::classic()); }
+  CvtLocale() : marked(std::locale::classic(), new Marker) { MarkGlobalLocale(); }
+  ~CvtLocale() override { std::locale::global(std::locale::classic()); }
 
   void MarkGlobalLocale() {
     std::locale::global(std::locale::classic());  // of the C runtime, too
@@ -547,7 +547,7 @@ class CharsetCvtLocale : public testing::Test {
   const std::locale marked;
 };
 
-TEST_F(CharsetCvtLocale, MbToU8ReturnsValidTextAsItIsAndLeavesTheLocaleAlone) {
+TEST_F(CvtLocale, MbToU8Valid) {
   const auto records = LogRecords::Install(tarsio::LOG_LEVEL_DEBUG);
   for (const std::string& text :
        {std::string("abc"), std::string("\xC3\xA9"), std::string("\xEF\xBB\xBF\xE4\xB8\xAD"),
@@ -559,14 +559,14 @@ TEST_F(CharsetCvtLocale, MbToU8ReturnsValidTextAsItIsAndLeavesTheLocaleAlone) {
   EXPECT_TRUE(records->All().empty());
 }
 
-TEST_F(CharsetCvtLocale, MbToU8OfAnEmptyTextReplacesTheLocaleAndReportsNothing) {
+TEST_F(CvtLocale, MbToU8Empty) {
   const auto records = LogRecords::Install(tarsio::LOG_LEVEL_DEBUG);
   EXPECT_EQ(CharsetCvt::MbToU8(""), "");
   EXPECT_FALSE(GlobalLocaleIsMarked());
   EXPECT_TRUE(records->All().empty());
 }
 
-TEST_F(CharsetCvtLocale, U8ToMbReportsWhatIsNotUtf8AndLeavesTheLocaleAlone) {
+TEST_F(CvtLocale, U8ToMbInvalid) {
   for (const char* text : {"", "\x80", "\xC3", "abc\xFF", "\xED\xA0\x80"}) {
     SCOPED_TRACE(testing::PrintToString(text));
     const auto records = LogRecords::Install(tarsio::LOG_LEVEL_INFO);
@@ -577,7 +577,7 @@ TEST_F(CharsetCvtLocale, U8ToMbReportsWhatIsNotUtf8AndLeavesTheLocaleAlone) {
   EXPECT_TRUE(GlobalLocaleIsMarked());
 }
 
-TEST_F(CharsetCvtLocale, U8ToMbKeepsAsciiAndReplacesTheLocale) {
+TEST_F(CvtLocale, U8ToMbAscii) {
   const auto records = LogRecords::Install(tarsio::LOG_LEVEL_DEBUG);
   EXPECT_EQ(CharsetCvt::U8ToMb("abc ~"), "abc ~");
   EXPECT_FALSE(GlobalLocaleIsMarked());
@@ -587,7 +587,7 @@ TEST_F(CharsetCvtLocale, U8ToMbKeepsAsciiAndReplacesTheLocale) {
   EXPECT_TRUE(records->All().empty());
 }
 
-TEST_F(CharsetCvtLocale, OtherFunctionsNeitherChangeNorHeedTheLocale) {
+TEST_F(CvtLocale, OtherFunctions) {
   const std::string bytes = EveryByte();
   CharsetCvt::IsASCII(bytes);
   CharsetCvt::IsU8("\xC3\xA9");
@@ -602,7 +602,7 @@ TEST_F(CharsetCvtLocale, OtherFunctionsNeitherChangeNorHeedTheLocale) {
   EXPECT_EQ(CharsetCvt::U8ToW("\xE9"), L"\x00E9");
 }
 
-TEST_F(CharsetCvtLocale, ManyThreadsMayConvertAtOnce) {
+TEST_F(CvtLocale, ManyThreads) {
   const auto records = LogRecords::Install(tarsio::LOG_LEVEL_INFO);
   const std::string bytes = EveryByte();
   const ScopedVariable variable("TARSIO_TEST_VARIABLE", "value");
@@ -804,14 +804,14 @@ std::vector<Encoding> EncodingsHere() {
   throw std::invalid_argument("TARSIO_TEST_ENCODING=" + wanted);
 }
 
-class CharsetCvtEncoding : public testing::TestWithParam<Encoding> {
+class CvtEncoding : public testing::TestWithParam<Encoding> {
  protected:
-  CharsetCvtEncoding() { std::locale::global(std::locale::classic()); }
-  ~CharsetCvtEncoding() override { std::locale::global(std::locale::classic()); }
+  CvtEncoding() { std::locale::global(std::locale::classic()); }
+  ~CvtEncoding() override { std::locale::global(std::locale::classic()); }
 };
 
-GTEST_ALLOW_UNINSTANTIATED_PARAMETERIZED_TEST(CharsetCvtEncoding);
-INSTANTIATE_TEST_SUITE_P(Environment, CharsetCvtEncoding, testing::ValuesIn(EncodingsHere()),
+GTEST_ALLOW_UNINSTANTIATED_PARAMETERIZED_TEST(CvtEncoding);
+INSTANTIATE_TEST_SUITE_P(Environment, CvtEncoding, testing::ValuesIn(EncodingsHere()),
                          [](const auto& row) { return std::string(row.param.name); });
 
 void ExpectConversions(const std::vector<ConversionRow>& rows,
@@ -832,15 +832,15 @@ void ExpectConversions(const std::vector<ConversionRow>& rows,
   }
 }
 
-TEST_P(CharsetCvtEncoding, MbToU8DecodesAndKeepsTheLowBytes) {
+TEST_P(CvtEncoding, MbToU8) {
   ExpectConversions(GetParam().toU8, &CharsetCvt::MbToU8, "tarsio::CharsetCvt::MbToU8");
 }
 
-TEST_P(CharsetCvtEncoding, U8ToMbEncodesEachByteAsACharacter) {
+TEST_P(CvtEncoding, U8ToMb) {
   ExpectConversions(GetParam().toMb, &CharsetCvt::U8ToMb, "tarsio::CharsetCvt::U8ToMb");
 }
 
-TEST_P(CharsetCvtEncoding, MbToU8ReturnsValidTextAsItIs) {
+TEST_P(CvtEncoding, MbToU8Valid) {
   for (const char* text : {"abc", "\xC3\xA9", "\xE4\xB8\xAD\xF0\x9F\x98\x80", "\xC0\x80"}) {
     EXPECT_EQ(CharsetCvt::MbToU8(text), text);
   }
@@ -869,7 +869,7 @@ void ExpectUserLocaleIsGlobal(const Encoding& encoding) {
   EXPECT_EQ(std::wstring(units, nextUnit), encoding.decoded);
 }
 
-TEST_P(CharsetCvtEncoding, EveryConversionReplacesTheGlobalLocaleForGood) {
+TEST_P(CvtEncoding, SetsGlobalLocale) {
   const std::pair<const char*, std::function<void()>> conversions[] = {
       {"MbToU8, empty", [] { CharsetCvt::MbToU8(""); }},
       {"MbToU8, whatever becomes of it", [] { CharsetCvt::MbToU8("A\x80"); }},
@@ -891,7 +891,7 @@ TEST_P(CharsetCvtEncoding, EveryConversionReplacesTheGlobalLocaleForGood) {
   ExpectUserLocaleIsGlobal(GetParam());
 }
 
-TEST_P(CharsetCvtEncoding, FacetStopsWhereTheRoomEnds) {
+TEST_P(CvtEncoding, FacetRoom) {
   const std::string sample = GetParam().sample + GetParam().sample;
   const std::wstring decoded = GetParam().decoded + GetParam().decoded;
   CharsetCvt::U8ToMb("abc");
@@ -927,7 +927,7 @@ TEST_P(CharsetCvtEncoding, FacetStopsWhereTheRoomEnds) {
   }
 }
 
-TEST_P(CharsetCvtEncoding, FacetRefusesALowSurrogateAtOnce) {
+TEST_P(CvtEncoding, FacetLowSurrogate) {
   CharsetCvt::U8ToMb("abc");
   const std::locale global;
   const auto& facet = std::use_facet<WideFacet>(global);
@@ -944,7 +944,7 @@ TEST_P(CharsetCvtEncoding, FacetRefusesALowSurrogateAtOnce) {
   }
 }
 
-TEST_P(CharsetCvtEncoding, FacetHasNothingToUnshift) {
+TEST_P(CvtEncoding, FacetUnshift) {
   CharsetCvt::U8ToMb("abc");
   const std::locale global;
   const auto& facet = std::use_facet<WideFacet>(global);
@@ -957,7 +957,7 @@ TEST_P(CharsetCvtEncoding, FacetHasNothingToUnshift) {
 
 // A file longer than a stream's buffer, with characters that begin in one buffer and end in the
 // next.
-TEST_P(CharsetCvtEncoding, WideFileStreamsUseIt) {
+TEST_P(CvtEncoding, FileStreams) {
   constexpr size_t kSamples = 10000;
   const ScopedDirectory directory;
   const std::string& sample = GetParam().sample;
@@ -1003,7 +1003,7 @@ bool StreamWrites(const std::filesystem::path& file, const wchar_t* text) {
   return output.good();
 }
 
-TEST_P(CharsetCvtEncoding, WideFileStreamsRefuseHalfAPair) {
+TEST_P(CvtEncoding, StreamHalfPair) {
   const ScopedDirectory directory;
   CharsetCvt::U8ToMb("abc");
   EXPECT_TRUE(StreamWrites(directory.Native("file"), L"abc"));
@@ -1012,7 +1012,7 @@ TEST_P(CharsetCvtEncoding, WideFileStreamsRefuseHalfAPair) {
   }
 }
 
-TEST_P(CharsetCvtEncoding, LineNumbersInTheLogStayUngroupedAfterwards) {
+TEST_P(CvtEncoding, LogLineNumbers) {
   CharsetCvt::U8ToMb("abc");
   const auto records = LogRecords::Install(tarsio::LOG_LEVEL_DEBUG);
   tarsio::Log::GetInstance().DoLog(tarsio::LOG_LEVEL_INFO, "x.cpp", 1234567, "f", "%d", 7654321);
@@ -1022,7 +1022,7 @@ TEST_P(CharsetCvtEncoding, LineNumbersInTheLogStayUngroupedAfterwards) {
   EXPECT_EQ(text.substr(text.size() - end.size()), end);
 }
 
-TEST_P(CharsetCvtEncoding, WideUnitsKeepTheClassicRules) {
+TEST_P(CvtEncoding, ClassicCtype) {
   CharsetCvt::U8ToMb("abc");
   const std::string bytes = EveryByte();
   EXPECT_EQ(CharsetCvt::WToU8(CharsetCvt::U8ToW(bytes)), bytes);
@@ -1037,14 +1037,13 @@ std::vector<std::string> MissingLocalesHere() {
   return {kNoSuchLocale};
 }
 
-class CharsetCvtWithoutLocale : public testing::TestWithParam<std::string> {};
+class CvtNoLocale : public testing::TestWithParam<std::string> {};
 
-GTEST_ALLOW_UNINSTANTIATED_PARAMETERIZED_TEST(CharsetCvtWithoutLocale);
-INSTANTIATE_TEST_SUITE_P(Environment, CharsetCvtWithoutLocale,
-                         testing::ValuesIn(MissingLocalesHere()),
+GTEST_ALLOW_UNINSTANTIATED_PARAMETERIZED_TEST(CvtNoLocale);
+INSTANTIATE_TEST_SUITE_P(Environment, CvtNoLocale, testing::ValuesIn(MissingLocalesHere()),
                          [](const auto& row) { return row.param; });
 
-TEST_P(CharsetCvtWithoutLocale, ConversionsThrowAndLeaveTheLocaleAlone) {
+TEST_P(CvtNoLocale, Throws) {
   const auto records = LogRecords::Install(tarsio::LOG_LEVEL_DEBUG);
   const std::function<void()> conversions[] = {
       [] { CharsetCvt::MbToU8(""); },
@@ -1061,7 +1060,7 @@ TEST_P(CharsetCvtWithoutLocale, ConversionsThrowAndLeaveTheLocaleAlone) {
 }
 
 // Neither a locale nor that there is none is kept for the next conversion.
-TEST_P(CharsetCvtWithoutLocale, TheUsersLocaleIsAskedForEachTime) {
+TEST_P(CvtNoLocale, AsksEachTime) {
   const auto expectNone = [] {
     EXPECT_EQ(TextThrownBy<std::runtime_error>([] { CharsetCvt::MbToU8("\xA1\xF8"); }),
               "bad locale name");
@@ -1085,7 +1084,7 @@ TEST_P(CharsetCvtWithoutLocale, TheUsersLocaleIsAskedForEachTime) {
   std::locale::global(std::locale::classic());
 }
 
-TEST_P(CharsetCvtWithoutLocale, WhatNeedsNoLocaleStillWorks) {
+TEST_P(CvtNoLocale, OthersWork) {
   EXPECT_EQ(CharsetCvt::MbToU8("\xC3\xA9"), "\xC3\xA9");
   EXPECT_EQ(CharsetCvt::U8ToMb(""), "");
   EXPECT_EQ(CharsetCvt::U8ToW("\xE9"), L"\x00E9");
@@ -1103,7 +1102,7 @@ std::string Repeat(const std::string& text, size_t count) {
 }
 
 // The default is accepted and never used, deliberately.
-TEST(GetEnv, UnsetVariableIsEmptyWhateverTheDefaultAndNotReported) {
+TEST(GetEnv, Unset) {
   const auto records = LogRecords::Install(tarsio::LOG_LEVEL_DEBUG);
   const ScopedVariable variable(kVariable, std::nullopt);
   EXPECT_EQ(CharsetCvt::GetEnv(kWideVariable, ""), "");
@@ -1112,12 +1111,12 @@ TEST(GetEnv, UnsetVariableIsEmptyWhateverTheDefaultAndNotReported) {
   EXPECT_TRUE(records->All().empty());
 }
 
-TEST(GetEnv, EmptyVariableIsEmptyWhateverTheDefault) {
+TEST(GetEnv, EmptyValue) {
   const ScopedVariable variable(kVariable, "");
   EXPECT_EQ(CharsetCvt::GetEnv(kWideVariable, "default"), "");
 }
 
-TEST(GetEnv, ValuesComeAsUtf8) {
+TEST(GetEnv, ValuesAreUtf8) {
   const std::pair<const char*, std::string> rows[] = {
       {"ASCII", "C:\\Program Files; x=y %PATH% "},
       {"two bytes", "caf\xC3\xA9"},
@@ -1132,7 +1131,7 @@ TEST(GetEnv, ValuesComeAsUtf8) {
   }
 }
 
-TEST(GetEnv, ValuesBeyond255UnitsOr254BytesAreEmptyAndNotReported) {
+TEST(GetEnv, LongValuesAreEmpty) {
   const auto records = LogRecords::Install(tarsio::LOG_LEVEL_DEBUG);
   const std::string two = "\xC3\xA9";           // one unit
   const std::string three = "\xE4\xB8\xAD";     // one unit
@@ -1167,7 +1166,7 @@ TEST(GetEnv, ValuesBeyond255UnitsOr254BytesAreEmptyAndNotReported) {
   EXPECT_TRUE(records->All().empty());
 }
 
-TEST(GetEnv, WhatIsNoCharacterIsReplaced) {
+TEST(GetEnv, InvalidCharacters) {
   const ScopedVariable variable(kVariable, std::nullopt);
   tarsio_test::SetVariableWithBrokenCharacter(kVariable);
   EXPECT_EQ(CharsetCvt::GetEnv(kWideVariable, ""),
@@ -1175,7 +1174,7 @@ TEST(GetEnv, WhatIsNoCharacterIsReplaced) {
             "b");
 }
 
-TEST(GetEnv, NamesMayBeBeyondAscii) {
+TEST(GetEnv, NonAsciiNames) {
   const ScopedVariable variable("TARSIO_\xC3\xA9\xE4\xB8\xAD\xF0\x9F\x98\x80", "value");
   // A surrogate pair, whatever the size of a unit.
   EXPECT_EQ(CharsetCvt::GetEnv(
@@ -1183,18 +1182,18 @@ TEST(GetEnv, NamesMayBeBeyondAscii) {
             "value");
 }
 
-TEST(GetEnv, NameEndsAtItsFirstZero) {
+TEST(GetEnv, NameEndsAtNul) {
   const ScopedVariable variable(kVariable, "value");
   EXPECT_EQ(CharsetCvt::GetEnv(kWideVariable + std::wstring(1, L'\0') + L"X", ""), "value");
 }
 
-TEST(GetEnv, NameWithAnEqualsSignIsNotThatOfAVariable) {
+TEST(GetEnv, NameWithEquals) {
   const ScopedVariable variable(kVariable, "B=value");
   EXPECT_EQ(CharsetCvt::GetEnv(kWideVariable + std::wstring(L"=B"), ""), "");
   EXPECT_EQ(CharsetCvt::GetEnv(kWideVariable + std::wstring(L"="), ""), "");
 }
 
-TEST(GetEnv, ReadsTheEnvironmentAnewEachTime) {
+TEST(GetEnv, IsNotCached) {
   const ScopedVariable variable(kVariable, "one");
   EXPECT_EQ(CharsetCvt::GetEnv(kWideVariable, ""), "one");
   tarsio_test::SetVariable(kVariable, "two");
@@ -1210,7 +1209,7 @@ static_assert(std::is_destructible<tarsio::deletable_facet<WideFacet>>::value, "
 static_assert(std::is_default_constructible<tarsio::deletable_facet<WideFacet>>::value, "");
 static_assert(std::is_base_of<WideFacet, tarsio::deletable_facet<WideFacet>>::value, "");
 
-TEST(DeletableFacet, ServesAStringConverter) {
+TEST(DeletableFacet, StringConverter) {
   using Facet = tarsio::deletable_facet<std::codecvt<char16_t, char, std::mbstate_t>>;
   std::wstring_convert<Facet, char16_t> converter;
   EXPECT_EQ(converter.from_bytes("a\xC3\xA9\xF0\x9F\x98\x80"), u"a\u00E9\U0001F600");
@@ -1232,7 +1231,7 @@ class CountedFacet : public WideFacet {
   int* const destroyed;
 };
 
-TEST(DeletableFacet, IsDestroyedWithItsOwner) {
+TEST(DeletableFacet, OwnerDestroysIt) {
   int destroyed = 0;
   {
     const std::wstring_convert<tarsio::deletable_facet<CountedFacet>> converter(
@@ -1244,7 +1243,7 @@ TEST(DeletableFacet, IsDestroyedWithItsOwner) {
   EXPECT_EQ(destroyed, 2);
 }
 
-TEST(DeletableFacet, HandsItsArgumentsOn) {
+TEST(DeletableFacet, Arguments) {
   using Named = std::codecvt_byname<wchar_t, char, std::mbstate_t>;
   const tarsio::deletable_facet<Named> facet("C");
   EXPECT_GE(facet.max_length(), 1);

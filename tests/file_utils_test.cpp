@@ -130,7 +130,7 @@ constexpr size_t kSizes[] = {1, 2, 4095, 4096, 4097, 65535, 65536, 65537, (5 << 
 
 // ---- reading ----
 
-TEST_F(GetFileContent, GivesTheBytesAsTheyAreStored) {
+TEST_F(GetFileContent, StoredBytes) {
   const std::string contents[] = {
       "text",         "a\r\nb\nc\rd",         std::string("\0a\0", 3), "\x1A behind the end",
       "\xEF\xBB\xBF", RandomBytes(100000, 1),
@@ -141,7 +141,7 @@ TEST_F(GetFileContent, GivesTheBytesAsTheyAreStored) {
   }
 }
 
-TEST_F(GetFileContent, ReadsFilesOfAnySize) {
+TEST_F(GetFileContent, AnySize) {
   for (const size_t size : kSizes) {
     SCOPED_TRACE(size);
     const std::string stored = RandomBytes(size, size);
@@ -150,7 +150,7 @@ TEST_F(GetFileContent, ReadsFilesOfAnySize) {
   }
 }
 
-TEST_F(GetFileContent, WhatIsMissingOrADirectoryIsNoFileAndLeavesTheOutput) {
+TEST_F(GetFileContent, NotAFile) {
   CreateDirectories("d");
   directory.Write("f", "content");
   for (const std::string& path :
@@ -163,7 +163,7 @@ TEST_F(GetFileContent, WhatIsMissingOrADirectoryIsNoFileAndLeavesTheOutput) {
 }
 
 // For root on Linux it is not read-only.
-TEST_F(GetFileContent, NeedsNoRightToWrite) {
+TEST_F(GetFileContent, ReadOnlyFile) {
   using std::filesystem::perms;
   directory.Write("file", "content");
   std::filesystem::permissions(directory.Native("file"), perms::owner_read);
@@ -171,13 +171,13 @@ TEST_F(GetFileContent, NeedsNoRightToWrite) {
   std::filesystem::permissions(directory.Native("file"), perms::owner_all);
 }
 
-TEST_F(GetFileContent, EmptyFileIsReportedAndLeavesTheOutput) {
+TEST_F(GetFileContent, EmptyFile) {
   directory.Write("f", "");
   EXPECT_EQ(ReadFile("f"), Failure(FILE_OPT_EMPTY_OR_UNREADABLE));
 }
 
 // Deliberate: there is no test for a regular file.
-TEST_F(GetFileContent, DeviceIsAFileOfSizeZero) {
+TEST_F(GetFileContent, Device) {
   int devices = 0;
   for (const char* const text : {"NUL", "C:/dev/null"}) {  // each exists on one system
     if (!FileUtils::CheckDirOrFileExists(text)) continue;
@@ -187,7 +187,7 @@ TEST_F(GetFileContent, DeviceIsAFileOfSizeZero) {
   EXPECT_EQ(devices, 1);
 }
 
-TEST_F(GetFileContent, FileThatCannotBeOpenedIsReportedAndLeavesTheOutput) {
+TEST_F(GetFileContent, CannotOpen) {
   directory.Write("f", "content");
   Reading reading;
   Reading ofMissing;
@@ -219,14 +219,14 @@ void ExpectMismatchWhile(const std::function<void()>& change, size_t smallest, s
   EXPECT_EQ(reading, Failure(FILE_OPT_SIZE_MISMATCH));
 }
 
-TEST_F(GetFileContent, FileThatGrowsMeanwhileIsAMismatchAndClearsTheOutput) {
+TEST_F(GetFileContent, FileGrows) {
   constexpr size_t kSize = 4 << 20;
   directory.Write("f", std::string(kSize, 'x'));
   std::ofstream file(directory.Native("f"), std::ios::binary | std::ios::app);
   ExpectMismatchWhile([&file] { file << 'y' << std::flush; }, kSize, SIZE_MAX);
 }
 
-TEST_F(GetFileContent, FileThatShrinksMeanwhileIsAMismatchAndClearsTheOutput) {
+TEST_F(GetFileContent, FileShrinks) {
   constexpr size_t kSize = 16 << 20;
   directory.Write("f", std::string(kSize, 'x'));
   size_t size = kSize;
@@ -239,7 +239,7 @@ TEST_F(GetFileContent, FileThatShrinksMeanwhileIsAMismatchAndClearsTheOutput) {
       1, kSize);
 }
 
-TEST_F(GetFileContent, OutputMayBeThePathItself) {
+TEST_F(GetFileContent, OutputIsPath) {
   directory.Write("f", "content");
   std::string text = "f";
   EXPECT_EQ(FileUtils::GetFileContent(text, text), FILE_OPT_SUCCESS);
@@ -247,7 +247,7 @@ TEST_F(GetFileContent, OutputMayBeThePathItself) {
 }
 
 // "\" and "/" both separate; one in front makes nothing absolute.
-TEST_F(GetFileContent, TakesThePathInEveryForm) {
+TEST_F(GetFileContent, PathForms) {
   CreateDirectories("d/e");
   directory.Write("d/f", "content");
   std::string backslashes = directory.Text("d/f");
@@ -263,7 +263,7 @@ TEST_F(GetFileContent, TakesThePathInEveryForm) {
   }
 }
 
-TEST_F(GetFileContent, ThrowsForAComponentBehindANul) {
+TEST_F(GetFileContent, ThrowsAfterNul) {
   std::string content = kBefore;
   try {
     static_cast<void>(FileUtils::GetFileContent(std::string("d\0/f", 4), content));
@@ -276,13 +276,13 @@ TEST_F(GetFileContent, ThrowsForAComponentBehindANul) {
 
 // ---- writing ----
 
-TEST_F(WriteFile, TakesTheContentFirstAndThePathSecond) {
+TEST_F(WriteFile, ArgumentOrder) {
   EXPECT_EQ(FileUtils::WriteFile("./content", "./path", kBinary), FILE_OPT_SUCCESS);
   EXPECT_EQ(directory.Read("path"), "./content");
   EXPECT_THAT(Tree(), ElementsAre("path"));
 }
 
-TEST_F(WriteFile, BinaryModeWritesTheBytesUnchanged) {
+TEST_F(WriteFile, BinaryMode) {
   for (const size_t size : kSizes) {
     SCOPED_TRACE(size);
     const std::string content = RandomBytes(size, size + 1);
@@ -294,7 +294,7 @@ TEST_F(WriteFile, BinaryModeWritesTheBytesUnchanged) {
   EXPECT_EQ(directory.Read("f"), content);
 }
 
-TEST_F(WriteFile, TextModeWritesLineEndsAsTheSystemsTextFilesHaveThem) {
+TEST_F(WriteFile, TextMode) {
   const std::string contents[] = {
       "",         "no line end",      "one\n", "\n",   "\n\n\n",
       "a\nb",     "a\r\nb\r\n",       "\r",    "\n\r", std::string("a\0\nb\0", 5),
@@ -313,13 +313,13 @@ TEST_F(WriteFile, TextModeWritesLineEndsAsTheSystemsTextFilesHaveThem) {
   EXPECT_TRUE(directory.Read("f") == TextForm(content));
 }
 
-TEST_F(WriteFile, WhatIsReadBackIsWhatWasWritten) {
+TEST_F(WriteFile, RoundTrip) {
   const std::string content = RandomBytes(200000, 4);
   EXPECT_EQ(FileUtils::WriteFile(content, "./f", kBinary), FILE_OPT_SUCCESS);
   EXPECT_EQ(ReadFile("./f"), Content(content));
 }
 
-TEST_F(WriteFile, EmptyContentIsWrittenToo) {
+TEST_F(WriteFile, EmptyContent) {
   EXPECT_EQ(FileUtils::WriteFile("", "./new", kBinary), FILE_OPT_SUCCESS);
   directory.Write("old", "content");
   EXPECT_EQ(FileUtils::WriteFile("", "./old", kBinary | kAppend), FILE_OPT_SUCCESS);
@@ -357,7 +357,7 @@ const struct ModeRow {
     {kInput | kAtEnd | kAppend | kTruncate, Missing::kRefused, Existing::kRefused},
 };
 
-TEST_F(WriteFile, ModeBitsFollowTheTable) {
+TEST_F(WriteFile, ModeBits) {
   const std::string old = "0123456789\r\n0123456789";
   const std::string content("a\nb\0c", 5);
   int modes = 0;
@@ -388,13 +388,13 @@ TEST_F(WriteFile, ModeBitsFollowTheTable) {
   EXPECT_EQ(modes, 64);
 }
 
-TEST_F(WriteFile, ContentLongerThanTheFileUpdatedInPlaceExtendsIt) {
+TEST_F(WriteFile, UpdateExtends) {
   directory.Write("f", "0123");
   EXPECT_EQ(FileUtils::WriteFile("abcdef", "./f", kInput | kBinary), FILE_OPT_SUCCESS);
   EXPECT_EQ(directory.Read("f"), "abcdef");
 }
 
-TEST_F(WriteFile, EveryOtherModeBitIsRefusedAndTheFileUntouched) {
+TEST_F(WriteFile, OtherModeBits) {
   directory.Write("f", "content");
   std::vector<int> modes = {
       -1, INT_MIN, INT_MAX, kBinary | 0x40, kAppend | 0x80, kTruncate | 0x100};
@@ -408,7 +408,7 @@ TEST_F(WriteFile, EveryOtherModeBitIsRefusedAndTheFileUntouched) {
   EXPECT_THAT(Tree(), ElementsAre("f"));
 }
 
-TEST_F(WriteFile, RefusesWhatIsADirectory) {
+TEST_F(WriteFile, Directory) {
   CreateDirectories("d/e");
   for (const std::string& path :
        {std::string("d"), std::string("./d"), std::string("d\\"), std::string("d/e"),
@@ -421,7 +421,7 @@ TEST_F(WriteFile, RefusesWhatIsADirectory) {
   EXPECT_THAT(Tree(), ElementsAre("d", "d/e"));
 }
 
-TEST_F(WriteFile, RefusesAPathWhoseParentIsNoDirectoryAndCreatesNothing) {
+TEST_F(WriteFile, ParentIsAFile) {
   CreateDirectories("d");
   directory.Write("f", "content");
   for (const std::string& path :
@@ -436,7 +436,7 @@ TEST_F(WriteFile, RefusesAPathWhoseParentIsNoDirectoryAndCreatesNothing) {
 }
 
 // The parent of a single relative component is the empty path, which is no directory.
-TEST_F(WriteFile, RefusesABareNameEvenOfAnExistingFile) {
+TEST_F(WriteFile, BareName) {
   directory.Write("old.txt", "content");
   for (const char* path :
        {"out.txt", "old.txt", "out.txt/", "/out.txt", "\\out.txt", "C:out.txt", "\\\\?\\out.txt"}) {
@@ -447,7 +447,7 @@ TEST_F(WriteFile, RefusesABareNameEvenOfAnExistingFile) {
   EXPECT_THAT(Tree(), ElementsAre("old.txt"));
 }
 
-TEST_F(WriteFile, TakesThePathInEveryOtherForm) {
+TEST_F(WriteFile, PathForms) {
   CreateDirectories("d/e");
   std::string backslashes = directory.Text("out.txt");
   std::replace(backslashes.begin(), backslashes.end(), '/', '\\');
@@ -466,7 +466,7 @@ TEST_F(WriteFile, TakesThePathInEveryOtherForm) {
 }
 
 // The parent of the empty path is "..", which exists; opening is what fails.
-TEST_F(WriteFile, EmptyPathCannotBeOpened) {
+TEST_F(WriteFile, EmptyPath) {
   for (const char* path : {"", "/", "\\\\?\\"}) {
     SCOPED_TRACE(path);
     EXPECT_EQ(FileUtils::WriteFile("x", path, 0), FILE_OPT_WRITE_OPEN_FAILED);
@@ -474,12 +474,12 @@ TEST_F(WriteFile, EmptyPathCannotBeOpened) {
   EXPECT_THAT(Tree(), ElementsAre());
 }
 
-TEST_F(WriteFile, NameThatTheSystemRefusesCannotBeOpened) {
+TEST_F(WriteFile, InvalidName) {
   EXPECT_EQ(FileUtils::WriteFile("x", "./" + std::string(300, 'n'), 0), FILE_OPT_WRITE_OPEN_FAILED);
   EXPECT_THAT(Tree(), ElementsAre());
 }
 
-TEST_F(WriteFile, FileThatCannotBeOpenedIsReported) {
+TEST_F(WriteFile, CannotOpen) {
   directory.Write("f", "content");
   FileOptRet result = FILE_OPT_SUCCESS;
   FileOptRet ofDirectory = FILE_OPT_SUCCESS;
@@ -496,7 +496,7 @@ TEST_F(WriteFile, FileThatCannotBeOpenedIsReported) {
   EXPECT_EQ(directory.Read("f"), "content");
 }
 
-TEST_F(WriteFile, DeviceHasNoEnd) {
+TEST_F(WriteFile, Device) {
   int devices = 0;
   for (const char* const text : {"./NUL", "C:/dev/null"}) {  // each exists on one system
     if (!FileUtils::CheckDirOrFileExists(text)) continue;
@@ -508,13 +508,13 @@ TEST_F(WriteFile, DeviceHasNoEnd) {
   EXPECT_EQ(devices, 1);
 }
 
-TEST_F(WriteFile, ErrorsWhileWritingAreNotDetected) {
+TEST_F(WriteFile, UndetectedErrors) {
   const FileThatTakesNothing file;
   EXPECT_EQ(FileUtils::WriteFile(std::string(100000, 'x'), file.Text(), kInput | kBinary),
             FILE_OPT_SUCCESS);
 }
 
-TEST_F(FileUtilsTest, OtherReadersAndWritersOfAFileAreNotLockedOut) {
+TEST_F(FileUtilsTest, SharedAccess) {
   directory.Write("f", "content");
   std::ifstream reader(directory.Native("f"), std::ios::binary);
   std::ofstream writer(directory.Native("f"), std::ios::binary | std::ios::app);
@@ -525,7 +525,7 @@ TEST_F(FileUtilsTest, OtherReadersAndWritersOfAFileAreNotLockedOut) {
 
 // ---- names that are not ASCII ----
 
-TEST_F(FileUtilsTest, ReadingWritingAndTestingTakeNamesAsUtf8) {
+TEST_F(FileUtilsTest, Utf8Names) {
   const struct {
     const char* name;
     const char* given;
@@ -548,7 +548,7 @@ TEST_F(FileUtilsTest, ReadingWritingAndTestingTakeNamesAsUtf8) {
 }
 
 // The runtime's own narrow calls take such a name the same way, whatever they make of it.
-TEST_F(FileUtilsTest, CreatingAndRemovingHandTheNameToTheRuntimesNarrowCalls) {
+TEST_F(FileUtilsTest, NarrowNames) {
   EXPECT_TRUE(FileUtils::MakeDir("d\xC3\xA9/"));
   std::FILE* const file = std::fopen("d\xC3\xA9/f\xC3\xA9", "w");
   ASSERT_NE(file, nullptr);
@@ -560,14 +560,14 @@ TEST_F(FileUtilsTest, CreatingAndRemovingHandTheNameToTheRuntimesNarrowCalls) {
 }
 
 // Bytes that are no UTF-8 too, whatever ".." does around them.
-TEST_F(FileUtilsTest, BytesOfANarrowNameStayAsTheyAre) {
+TEST_F(FileUtilsTest, NarrowBytes) {
   EXPECT_TRUE(FileUtils::MakeDir("d\xFF/"));
   EXPECT_FALSE(FileUtils::CheckDirOrFileExists("d\xEF\xBF\xBD"));
   EXPECT_TRUE(FileUtils::RemoveDir("\xE9\\../.\\d\xFF"));
   EXPECT_THAT(Tree(), ElementsAre());
 }
 
-TEST_F(MakeDir, CreatesNothingForAColonInAName) {
+TEST_F(MakeDir, Colon) {
   // Windows reads a stream's name there. Wine creates a directory, so it cannot run this.
   if (tarsio_test::RunsUnderWine()) GTEST_SKIP() << "Wine takes the colon for a part of the name";
   for (const char* text : {"ab:/x/", "\xC3\xA9:/x/"}) {
@@ -578,7 +578,7 @@ TEST_F(MakeDir, CreatesNothingForAColonInAName) {
   EXPECT_THAT(Tree(), ElementsAre("a"));
 }
 
-TEST_F(FileUtilsTest, RuntimesNarrowCallsReadANameUpToItsNul) {
+TEST_F(FileUtilsTest, NarrowNul) {
   CreateDirectories("d");
   directory.Write("f", "content");
   EXPECT_TRUE(FileUtils::CheckDirOrFileExists(std::string("f\0x", 3)));
@@ -590,7 +590,7 @@ TEST_F(FileUtilsTest, RuntimesNarrowCallsReadANameUpToItsNul) {
   EXPECT_TRUE(FileUtils::MakeDir(std::string("a\0b/", 4)));  // what exists is passed over
 }
 
-TEST_F(FileUtilsTest, ComponentBehindANulIsOutOfRange) {
+TEST_F(FileUtilsTest, ThrowsAfterNul) {
   const std::function<void()> calls[] = {
       [] { static_cast<void>(FileUtils::CheckDirOrFileExists(std::string("a\0/b", 4))); },
       [] { static_cast<void>(FileUtils::WriteFile("x", std::string("a\0/b", 4), 0)); },
@@ -609,7 +609,7 @@ TEST_F(FileUtilsTest, ComponentBehindANulIsOutOfRange) {
 
 // ---- long paths ----
 
-TEST_F(FileUtilsTest, AbsolutePathsOf260BytesAndMoreWork) {
+TEST_F(FileUtilsTest, LongPaths) {
   std::string path = directory.Text();
   while (path.size() < 500) {
     path += '/' + std::string(60, 'd');
@@ -624,7 +624,7 @@ TEST_F(FileUtilsTest, AbsolutePathsOf260BytesAndMoreWork) {
 
 // ---- directories ----
 
-TEST_F(MakeDir, CreatesThePrefixesThatEndInASeparator) {
+TEST_F(MakeDir, Prefixes) {
   const struct {
     const char* text;
     bool result;
@@ -664,7 +664,7 @@ TEST_F(MakeDir, CreatesThePrefixesThatEndInASeparator) {
   }
 }
 
-TEST_F(MakeDir, PassesOverTheDriveOfAnAbsoluteText) {
+TEST_F(MakeDir, SkipsDrive) {
   std::string text = directory.Text("x/y");
   EXPECT_TRUE(FileUtils::MakeDir(text));
   EXPECT_THAT(Tree(), ElementsAre("x"));
@@ -674,7 +674,7 @@ TEST_F(MakeDir, PassesOverTheDriveOfAnAbsoluteText) {
   EXPECT_THAT(Tree(), ElementsAre("x", "x/y"));
 }
 
-TEST_F(MakeDir, PassesOverAFileInPlaceOfADirectory) {
+TEST_F(MakeDir, SkipsFile) {
   directory.Write("f", "content");
   EXPECT_TRUE(FileUtils::MakeDir("f/"));
   EXPECT_TRUE(FileUtils::MakeDir("f/x"));
@@ -685,12 +685,12 @@ TEST_F(MakeDir, PassesOverAFileInPlaceOfADirectory) {
   EXPECT_THAT(Tree(), ElementsAre("b", "f"));
 }
 
-TEST_F(MakeDir, DirectoriesCreatedBeforeAFailureStay) {
+TEST_F(MakeDir, KeepsParents) {
   EXPECT_FALSE(FileUtils::MakeDir("a/b/" + std::string(300, 'n') + "/c/"));
   EXPECT_THAT(Tree(), ElementsAre("a", "a/b"));
 }
 
-TEST_F(RemoveDir, RemovesAnEmptyDirectoryOnly) {
+TEST_F(RemoveDir, EmptyOnly) {
   CreateDirectories("a/b");
   CreateDirectories("c");
   directory.Write("c/f", "content");
@@ -713,7 +713,7 @@ TEST_F(RemoveDir, RemovesAnEmptyDirectoryOnly) {
   }
 }
 
-TEST_F(RemoveFile, RemovesAFileAndRefusesADirectoryEvenAnEmptyOne) {
+TEST_F(RemoveFile, NotADirectory) {
   CreateDirectories("empty");
   CreateDirectories("d");
   directory.Write("d/f", "content");
@@ -743,7 +743,7 @@ TEST_F(RemoveFile, RemovesAFileAndRefusesADirectoryEvenAnEmptyOne) {
 }
 
 // After the prefix the name is literal and begins with a drive; and a separator says "directory".
-TEST_F(RemoveFile, FindsNothingByANameThatIsNone) {
+TEST_F(RemoveFile, InvalidName) {
   CreateDirectories("d");
   directory.Write("f", "content");
   std::string root = "\\\\?\\" + directory.Text();
@@ -757,7 +757,7 @@ TEST_F(RemoveFile, FindsNothingByANameThatIsNone) {
   EXPECT_EQ(directory.Read("f"), "content");
 }
 
-TEST_F(CheckDirOrFileExists, KnowsFilesAndDirectories) {
+TEST_F(CheckDirOrFileExists, Kind) {
   CreateDirectories("d/e");
   directory.Write("d/f", "");
   const struct {
@@ -793,7 +793,7 @@ TEST_F(CheckDirOrFileExists, KnowsFilesAndDirectories) {
 }
 
 // The printed form "UNC\f" parses as the share \\f.
-TEST_F(CheckDirOrFileExists, TakesAFirstComponentNamedUncForAShareAsReadingAndWritingDoNot) {
+TEST_F(CheckDirOrFileExists, Unc) {
   CreateDirectories("UNC");
   CreateDirectories("unc2");
   directory.Write("UNC/f", "content");
@@ -813,7 +813,7 @@ TEST_F(CheckDirOrFileExists, TakesAFirstComponentNamedUncForAShareAsReadingAndWr
 }
 
 // So a directory below it is created once and cannot be passed over.
-TEST_F(MakeDir, DoesNotFindWhatIsBelowADirectoryNamedUnc) {
+TEST_F(MakeDir, Unc) {
   EXPECT_TRUE(FileUtils::MakeDir("UNC/x/"));
   EXPECT_TRUE(IsDirectory("UNC/x"));
   EXPECT_FALSE(FileUtils::MakeDir("UNC/x/"));
@@ -821,7 +821,7 @@ TEST_F(MakeDir, DoesNotFindWhatIsBelowADirectoryNamedUnc) {
 
 // ---- failures ----
 
-TEST_F(FileUtilsTest, FailuresAreNeitherThrownNorLogged) {
+TEST_F(FileUtilsTest, SilentFailures) {
   CreateDirectories("d");
   directory.Write("empty", "");
   const auto records = tarsio_test::LogRecords::Install(tarsio::LOG_LEVEL_DEBUG);
@@ -844,7 +844,7 @@ TEST_F(FileUtilsTest, FailuresAreNeitherThrownNorLogged) {
 
 // ---- threads ----
 
-TEST_F(FileUtilsTest, FunctionsMayRunOnAnyThread) {
+TEST_F(FileUtilsTest, AnyThread) {
   std::vector<std::thread> threads;
   std::vector<int> wrong(4, 0);
   for (size_t thread = 0; thread < wrong.size(); ++thread) {

@@ -292,14 +292,14 @@ const void* AddressOf(Object& object, Member member) {
 
 // ---- CountDownLatch ----
 
-TEST(CountDownLatch, BeginsWithTheCountThatItIsGiven) {
+TEST(CountDownLatch, InitialCount) {
   for (const unsigned int count : {0u, 1u, 2u, 0x80000000u, kLargest}) {
     CountDownLatch latch(count);
     EXPECT_EQ(latch.GetCount(), count);
   }
 }
 
-TEST(CountDownLatch, CountDownTakesOneStepAndStopsAtZero) {
+TEST(CountDownLatch, StopsAtZero) {
   CountDownLatch latch(3);
   for (const unsigned int left : {2u, 1u, 0u, 0u, 0u}) {
     latch.CountDown();
@@ -310,7 +310,7 @@ TEST(CountDownLatch, CountDownTakesOneStepAndStopsAtZero) {
   EXPECT_EQ(largest.GetCount(), kLargest - 1);
 }
 
-TEST(CountDownLatch, LatchOfZeroIsOpenWithAnyTimeout) {
+TEST(CountDownLatch, ZeroIsOpen) {
   const auto latch = std::make_shared<CountDownLatch>(0u);
   for (const Timeout timeout : {kNoLimit, Timeout{1}, Timeout{1500}, AnHour(*latch),
                                 kLargestTimeout, kFirstNegative, ~Timeout{0}}) {
@@ -321,7 +321,7 @@ TEST(CountDownLatch, LatchOfZeroIsOpenWithAnyTimeout) {
   EXPECT_EQ(latch->GetCount(), 0u);
 }
 
-TEST(CountDownLatch, OnlyTheStepToZeroWakesAndItWakesEveryWaiter) {
+TEST(CountDownLatch, ZeroWakesAll) {
   const auto latch = std::make_shared<CountDownLatch>(2u);
   Waiters<CountDownLatch> waiters(latch);
   for (const Timeout timeout : {kNoLimit, kNoLimit, AnHour(*latch), kLargestTimeout}) {
@@ -338,7 +338,7 @@ TEST(CountDownLatch, OnlyTheStepToZeroWakesAndItWakesEveryWaiter) {
   EXPECT_EQ(latch->GetCount(), 0u);
 }
 
-TEST(CountDownLatch, StaysOpenOnceItIsZero) {
+TEST(CountDownLatch, StaysOpen) {
   const auto latch = std::make_shared<CountDownLatch>(1u);
   latch->CountDown();
   for (int i = 0; i < 3; ++i) {
@@ -349,7 +349,7 @@ TEST(CountDownLatch, StaysOpenOnceItIsZero) {
   }
 }
 
-TEST(CountDownLatch, TimeoutOfZeroWaitsWithoutLimit) {
+TEST(CountDownLatch, ZeroTimeout) {
   const auto latch = std::make_shared<CountDownLatch>(1u);
   Waiters<CountDownLatch> waiters(latch);
   waiters.Add(0);
@@ -360,7 +360,7 @@ TEST(CountDownLatch, TimeoutOfZeroWaitsWithoutLimit) {
 
 // 1500 seconds would be far more than the test's patience, 1500 microseconds far less than the
 // lower limit.
-TEST(CountDownLatch, TimeoutIsInMillisecondsAndLeavesTheCount) {
+TEST(CountDownLatch, Milliseconds) {
   const auto latch = std::make_shared<CountDownLatch>(2u);
   const nanoseconds duration = DurationOfWait(latch, 1500);
   EXPECT_GE(duration, milliseconds(1500));
@@ -368,7 +368,7 @@ TEST(CountDownLatch, TimeoutIsInMillisecondsAndLeavesTheCount) {
   EXPECT_EQ(latch->GetCount(), 2u);
 }
 
-TEST(CountDownLatch, WaitIsNeverShorterThanItsTimeout) {
+TEST(CountDownLatch, FullTimeout) {
   const auto latch = std::make_shared<CountDownLatch>(1u);
   for (const Timeout timeout : {1ull, 2ull, 3ull, 7ull, 20ull, 49ull, 150ull}) {
     SCOPED_TRACE(timeout);
@@ -379,7 +379,7 @@ TEST(CountDownLatch, WaitIsNeverShorterThanItsTimeout) {
   EXPECT_EQ(latch->GetCount(), 1u);
 }
 
-TEST(CountDownLatch, TimedOutWaitCanBeRepeated) {
+TEST(CountDownLatch, WaitAgain) {
   const auto latch = std::make_shared<CountDownLatch>(1u);
   EXPECT_GE(DurationOfWait(latch, 20), milliseconds(20));
   EXPECT_GE(DurationOfWait(latch, 20), milliseconds(20));
@@ -390,11 +390,9 @@ TEST(CountDownLatch, TimedOutWaitCanBeRepeated) {
   EXPECT_TRUE(waiters.AllReturn());
 }
 
-TEST(CountDownLatch, TimeoutFromTwoToThe63rdOnReturnsAtOnce) {
-  ExpectNegativeTimeoutsReturnAtOnce<CountDownLatch>();
-}
+TEST(CountDownLatch, HugeTimeout) { ExpectNegativeTimeoutsReturnAtOnce<CountDownLatch>(); }
 
-TEST(CountDownLatch, LargeTimeoutsWaitInsteadOfOverflowing) {
+TEST(CountDownLatch, LargeTimeout) {
   const auto now = duration_cast<milliseconds>(system_clock::now().time_since_epoch());
   const auto last = static_cast<Timeout>(
       duration_cast<milliseconds>(system_clock::duration::max() - now).count());
@@ -418,11 +416,9 @@ TEST(CountDownLatch, LargeTimeoutsWaitInsteadOfOverflowing) {
 }
 
 // Deliberately: Wait() does not look at the count again.
-TEST(CountDownLatch, AnyWakeUpEndsTheWaitAndLeavesTheCount) {
-  ExpectAnyWakeUpEndsTheWait<CountDownLatch>();
-}
+TEST(CountDownLatch, SpuriousWakeUp) { ExpectAnyWakeUpEndsTheWait<CountDownLatch>(); }
 
-TEST(CountDownLatch, EveryMemberTakesTheMutex) {
+TEST(CountDownLatch, Locks) {
   const auto latch = std::make_shared<CountDownLatch>(3u);
   ExpectWaitsForTheMutex(latch, [latch] { EXPECT_EQ(latch->GetCount(), 3u); });
   ExpectWaitsForTheMutex(latch, [latch] { latch->CountDown(); });
@@ -434,7 +430,7 @@ TEST(CountDownLatch, EveryMemberTakesTheMutex) {
   ExpectWaitsForTheMutex(latch, [latch] { latch->Wait(kNoLimit); });
 }
 
-TEST(CountDownLatch, EveryStepOfManyThreadsCounts) {
+TEST(CountDownLatch, ManyThreads) {
   constexpr unsigned int kThreads = 8;
   constexpr unsigned int kSteps = 5000;
   for (const unsigned int spare : {7u, 1u, 0u}) {
@@ -446,7 +442,7 @@ TEST(CountDownLatch, EveryStepOfManyThreadsCounts) {
   }
 }
 
-TEST(CountDownLatch, ManyThreadsNeverCountBelowZero) {
+TEST(CountDownLatch, NoUnderflow) {
   constexpr unsigned int kThreads = 8;
   CountDownLatch latch(1000);
   std::atomic<unsigned int> highest{0};
@@ -463,7 +459,7 @@ TEST(CountDownLatch, ManyThreadsNeverCountBelowZero) {
   EXPECT_EQ(latch.GetCount(), 0u);
 }
 
-TEST(CountDownLatch, NoWaiterMissesTheStepToZero) {
+TEST(CountDownLatch, NoLostWakeUp) {
   constexpr unsigned int kSteps = 4;
   for (int round = 0; round < 50; ++round) {
     const auto latch = std::make_shared<CountDownLatch>(kSteps);
@@ -475,7 +471,7 @@ TEST(CountDownLatch, NoWaiterMissesTheStepToZero) {
   }
 }
 
-TEST(CountDownLatch, FieldsKeepTheirOrder) {
+TEST(CountDownLatch, FieldOrder) {
   CountDownLatch latch(1);
   const void* const cv = AddressOf(latch, Reach(tarsio_test::LatchCv()));
   const void* const mutex = AddressOf(latch, Reach(tarsio_test::LatchMutex()));
@@ -486,14 +482,14 @@ TEST(CountDownLatch, FieldsKeepTheirOrder) {
 
 // ---- CountOutWake ----
 
-TEST(CountOutWake, BeginsWithTheCountThatItIsGivenOrZero) {
+TEST(CountOutWake, InitialCount) {
   EXPECT_EQ(CountOutWake().GetCount(), 0u);
   for (const unsigned int count : {0u, 1u, 5u, 0x80000000u, kLargest}) {
     EXPECT_EQ(CountOutWake(count).GetCount(), count);
   }
 }
 
-TEST(CountOutWake, CountsAThreadAsLongAsItWaits) {
+TEST(CountOutWake, CountsWaiters) {
   const auto wake = std::make_shared<CountOutWake>();
   Waiters<CountOutWake> waiters(wake);
   waiters.Add(0);
@@ -505,7 +501,7 @@ TEST(CountOutWake, CountsAThreadAsLongAsItWaits) {
   EXPECT_EQ(wake->GetCount(), 0u);
 }
 
-TEST(CountOutWake, CountOutWakesOneOfSeveral) {
+TEST(CountOutWake, WakesOne) {
   constexpr unsigned int kWaiters = 4;
   const auto wake = std::make_shared<CountOutWake>();
   Waiters<CountOutWake> waiters(wake);
@@ -522,7 +518,7 @@ TEST(CountOutWake, CountOutWakesOneOfSeveral) {
   EXPECT_TRUE(waiters.AllReturn());
 }
 
-TEST(CountOutWake, CountAllWakesEveryWaiter) {
+TEST(CountOutWake, WakesAll) {
   const auto wake = std::make_shared<CountOutWake>(5u);
   Waiters<CountOutWake> waiters(wake);
   waiters.Add(kNoLimit);
@@ -534,7 +530,7 @@ TEST(CountOutWake, CountAllWakesEveryWaiter) {
   EXPECT_EQ(wake->GetCount(), 5u);
 }
 
-TEST(CountOutWake, WakeUpsWhileNobodyWaitsAreLost) {
+TEST(CountOutWake, LostWakeUp) {
   const auto wake = std::make_shared<CountOutWake>(3u);
   for (int i = 0; i < 3; ++i) {
     wake->CountOut();
@@ -552,7 +548,7 @@ TEST(CountOutWake, WakeUpsWhileNobodyWaitsAreLost) {
   EXPECT_EQ(wake->GetCount(), 3u);
 }
 
-TEST(CountOutWake, CanBeUsedForEver) {
+TEST(CountOutWake, IsReusable) {
   const auto wake = std::make_shared<CountOutWake>(2u);
   for (int round = 0; round < 50; ++round) {
     Waiters<CountOutWake> waiters(wake);
@@ -572,7 +568,7 @@ TEST(CountOutWake, CanBeUsedForEver) {
 
 // Unlike CountDownLatch, deliberately. 100 million microseconds would be more than the test's
 // patience.
-TEST(CountOutWake, TimeoutIsInNanoseconds) {
+TEST(CountOutWake, Nanoseconds) {
   const auto wake = std::make_shared<CountOutWake>(1u);
   const nanoseconds duration = DurationOfWait(wake, 100'000'000);
   EXPECT_GE(duration, milliseconds(100));
@@ -580,14 +576,14 @@ TEST(CountOutWake, TimeoutIsInNanoseconds) {
   EXPECT_EQ(wake->GetCount(), 1u);
 }
 
-TEST(CountOutWake, OneSecondIsABillion) {
+TEST(CountOutWake, OneSecond) {
   const auto wake = std::make_shared<CountOutWake>();
   const nanoseconds duration = DurationOfWait(wake, 1'000'000'000);
   EXPECT_GE(duration, seconds(1));
   EXPECT_LT(duration, kTestTimeout);
 }
 
-TEST(CountOutWake, TimeoutOfAThousandIsNotASecond) {
+TEST(CountOutWake, Microsecond) {
   const auto wake = std::make_shared<CountOutWake>();
   for (const Timeout timeout : {1ull, 999ull, 1000ull, 1500ull}) {
     SCOPED_TRACE(timeout);
@@ -596,7 +592,7 @@ TEST(CountOutWake, TimeoutOfAThousandIsNotASecond) {
   EXPECT_EQ(wake->GetCount(), 0u);
 }
 
-TEST(CountOutWake, WaitIsNeverShorterThanItsTimeout) {
+TEST(CountOutWake, FullTimeout) {
   const auto wake = std::make_shared<CountOutWake>();
   for (const Timeout timeout : {1ull, 1000ull, 400'000ull, 999'999ull, 1'000'001ull, 1'999'999ull,
                                 20'000'001ull, 49'999'999ull, 150'000'000ull}) {
@@ -607,7 +603,7 @@ TEST(CountOutWake, WaitIsNeverShorterThanItsTimeout) {
   }
 }
 
-TEST(CountOutWake, ThreadThatTimesOutLeavesAlone) {
+TEST(CountOutWake, TimesOutAlone) {
   const auto wake = std::make_shared<CountOutWake>(10u);
   Waiters<CountOutWake> others(wake);
   others.Add(kNoLimit);
@@ -621,11 +617,9 @@ TEST(CountOutWake, ThreadThatTimesOutLeavesAlone) {
   EXPECT_EQ(wake->GetCount(), 10u);
 }
 
-TEST(CountOutWake, TimeoutFromTwoToThe63rdOnReturnsAtOnce) {
-  ExpectNegativeTimeoutsReturnAtOnce<CountOutWake>();
-}
+TEST(CountOutWake, HugeTimeout) { ExpectNegativeTimeoutsReturnAtOnce<CountOutWake>(); }
 
-TEST(CountOutWake, LargeTimeoutsWaitInsteadOfOverflowing) {
+TEST(CountOutWake, LargeTimeout) {
   const auto now = duration_cast<nanoseconds>(system_clock::now().time_since_epoch());
   const Timeout last = kLargestTimeout - static_cast<Timeout>(now.count());
   ExpectTimeoutsWaitUntilFreed<CountOutWake>({
@@ -641,11 +635,9 @@ TEST(CountOutWake, LargeTimeoutsWaitInsteadOfOverflowing) {
   });
 }
 
-TEST(CountOutWake, AnyWakeUpEndsTheWaitAndTheThreadIsCountedOut) {
-  ExpectAnyWakeUpEndsTheWait<CountOutWake>();
-}
+TEST(CountOutWake, SpuriousWakeUp) { ExpectAnyWakeUpEndsTheWait<CountOutWake>(); }
 
-TEST(CountOutWake, CountWrapsWithoutATest) {
+TEST(CountOutWake, CountWraps) {
   const auto wake = std::make_shared<CountOutWake>(kLargest);
   Waiters<CountOutWake> waiters(wake);
   waiters.Add(kNoLimit);
@@ -659,7 +651,7 @@ TEST(CountOutWake, CountWrapsWithoutATest) {
   EXPECT_EQ(wake->GetCount(), kLargest);
 }
 
-TEST(CountOutWake, EveryMemberTakesTheMutex) {
+TEST(CountOutWake, Locks) {
   const auto wake = std::make_shared<CountOutWake>(3u);
   ExpectWaitsForTheMutex(wake, [wake] { EXPECT_EQ(wake->GetCount(), 3u); });
   ExpectWaitsForTheMutex(wake, [wake] { wake->CountOut(); });
@@ -669,7 +661,7 @@ TEST(CountOutWake, EveryMemberTakesTheMutex) {
   EXPECT_EQ(wake->GetCount(), 3u);
 }
 
-TEST(CountOutWake, CountIsExactWhateverManyThreadsDo) {
+TEST(CountOutWake, ManyThreads) {
   constexpr unsigned int kThreads = 6;
   constexpr unsigned int kInitial = 100;
   CountOutWake wake(kInitial);
@@ -699,7 +691,7 @@ TEST(CountOutWake, CountIsExactWhateverManyThreadsDo) {
   EXPECT_EQ(wake.GetCount(), kInitial);
 }
 
-TEST(CountOutWake, CountOutsReleaseThreadsThatWaitWithoutLimit) {
+TEST(CountOutWake, ZeroTimeout) {
   constexpr size_t kWaiters = 8;
   constexpr int kRounds = 100;
   const auto wake = std::make_shared<CountOutWake>();
@@ -725,7 +717,7 @@ TEST(CountOutWake, CountOutsReleaseThreadsThatWaitWithoutLimit) {
 }
 
 // Unlike in CountDownLatch, the mutex comes first.
-TEST(CountOutWake, FieldsKeepTheirOrder) {
+TEST(CountOutWake, FieldOrder) {
   CountOutWake wake;
   const void* const mutex = AddressOf(wake, Reach(tarsio_test::WakeMutex()));
   const void* const cv = AddressOf(wake, Reach(tarsio_test::WakeCv()));

@@ -257,11 +257,9 @@ void ExpectLine(const std::string& expected, LOG_LEVEL level, const char* file, 
 
 // ---- the log ----
 
-TEST(FreshLog, IsOneInstanceWhicheverThreadBuildsIt) {
-  EXPECT_EQ(kFreshLog.instances, std::set<Log*>{&Log::GetInstance()});
-}
+TEST(FreshLog, OneInstance) { EXPECT_EQ(kFreshLog.instances, std::set<Log*>{&Log::GetInstance()}); }
 
-TEST(FreshLog, WritesFatalAndErrorToStandardOutputAndDropsTheRest) {
+TEST(FreshLog, Defaults) {
   ASSERT_EQ(kFreshLog.events.size(), 4u);
   EXPECT_EQ(MaskTime(kFreshLog.events[0]), "[<TIME>][FATAL][a.cpp:1] fresh 0\n");
   EXPECT_EQ(kFreshLog.events[1], "<flush>");
@@ -269,7 +267,7 @@ TEST(FreshLog, WritesFatalAndErrorToStandardOutputAndDropsTheRest) {
   EXPECT_EQ(kFreshLog.events[3], "<flush>");
 }
 
-TEST_F(LogTest, MessagePassesWhenItsLevelIsAtMostTheThreshold) {
+TEST_F(LogTest, Threshold) {
   const auto records = LogRecords::Install(LOG_LEVEL_ERROR);
   for (const int threshold : kAllLevels) {
     SCOPED_TRACE(threshold);
@@ -283,7 +281,7 @@ TEST_F(LogTest, MessagePassesWhenItsLevelIsAtMostTheThreshold) {
   }
 }
 
-TEST_F(LogTest, ThresholdFourLetsAllFiveLevelsThroughAndMinusOneNone) {
+TEST_F(LogTest, ThresholdLimits) {
   const auto records = LogRecords::Install(Level(4));
   for (const int level : {0, 1, 2, 3, 4}) {
     Log::GetInstance().DoLog(Level(level), "a.cpp", 1, "f", "x");
@@ -296,20 +294,20 @@ TEST_F(LogTest, ThresholdFourLetsAllFiveLevelsThroughAndMinusOneNone) {
   EXPECT_EQ(records->All().size(), 5u);
 }
 
-TEST_F(LogTest, FilteredCallNeverReachesTheSink) {
+TEST_F(LogTest, FilteredBeforeSink) {
   const auto history = InstallNotingSink();
   Log::GetInstance().DoLog(LOG_LEVEL_WARN, "a.cpp", 1, "f", "x");
   EXPECT_THAT(history->calls, ElementsAre());
 }
 
 // The argument would be read as a pointer if anything formatted it.
-TEST_F(LogTest, FilteredCallDoesNotLookAtItsArguments) {
+TEST_F(LogTest, FilteredArguments) {
   const char* const nowhere = reinterpret_cast<const char*>(1);
   Log::GetInstance().DoLog(LOG_LEVEL_WARN, nowhere, 1, nowhere, "%s", nowhere);
   Log::GetInstance().DoLog(LOG_LEVEL_WARN, nullptr, 1, nullptr, nullptr);
 }
 
-TEST_F(LogTest, FilteredCallAllocatesNothing) {
+TEST_F(LogTest, FilteredAllocations) {
   Log& log = Log::GetInstance();
   InstallOutput([](const char*) {});
   size_t filtered = 0;
@@ -325,14 +323,14 @@ TEST_F(LogTest, FilteredCallAllocatesNothing) {
   EXPECT_EQ(passing > 0, kAllocationsOfTheLibraryAreSeen);  // or the count would mean nothing
 }
 
-TEST_F(LogTest, SinkFormatsIntoAnEmptyTextAndThenOutputsIt) {
+TEST_F(LogTest, FormatThenOutput) {
   const auto history = InstallNotingSink();
   Log::GetInstance().DoLog(LOG_LEVEL_ERROR, "/b/a.cpp", 12, "ns::Class::Function", "%s %d", "x", 7);
   EXPECT_THAT(history->calls, ElementsAre("VFormat(1, '', /b/a.cpp, 12, ns::Class::Function, x 7)",
                                           "DoOutput(own layout)"));
 }
 
-TEST_F(LogTest, SinkRunsOnTheCallingThread) {
+TEST_F(LogTest, CallingThread) {
   std::thread::id sinkThread;
   InstallOutput([&sinkThread](const char*) { sinkThread = std::this_thread::get_id(); });
   std::thread::id callingThread;
@@ -344,7 +342,7 @@ TEST_F(LogTest, SinkRunsOnTheCallingThread) {
   EXPECT_EQ(sinkThread, callingThread);
 }
 
-TEST_F(LogTest, NewSinkDeletesTheOldOneOnceAndAtThatMoment) {
+TEST_F(LogTest, ReplaceDeletesOld) {
   const auto first = InstallNotingSink();
   auto second = std::make_shared<SinkHistory>();
   std::unique_ptr<Logger> owner = std::make_unique<NotingSink>(second);
@@ -363,7 +361,7 @@ TEST_F(LogTest, NewSinkDeletesTheOldOneOnceAndAtThatMoment) {
   EXPECT_EQ(second->destroyed, 1);
 }
 
-TEST_F(LogTest, NewSinkIsInPlaceWhenTheOldOneIsDeleted) {
+TEST_F(LogTest, ReplaceBeforeDelete) {
   class LogsAtTheEnd : public Logger {
    public:
     LogsAtTheEnd() = default;
@@ -379,7 +377,7 @@ TEST_F(LogTest, NewSinkIsInPlaceWhenTheOldOneIsDeleted) {
               ElementsAre("VFormat(1, '', a.cpp, 1, f, last words)", "DoOutput(own layout)"));
 }
 
-TEST_F(LogTest, OwnOwnerAsTheNewSinkChangesNothing) {
+TEST_F(LogTest, ReplaceByItself) {
   const auto history = InstallNotingSink();
   Log::GetInstance().SetLogger(std::move(OwnerOf(Log::GetInstance())));
   EXPECT_EQ(history->destroyed, 0);
@@ -387,7 +385,7 @@ TEST_F(LogTest, OwnOwnerAsTheNewSinkChangesNothing) {
   EXPECT_EQ(history->calls.size(), 2u);
 }
 
-TEST_F(LogTest, EmptyOwnerDeletesTheSinkAndDropsLinesUntilTheNextOne) {
+TEST_F(LogTest, NoSink) {
   const auto history = InstallNotingSink();
   Log::GetInstance().SetLogger(nullptr);
   EXPECT_EQ(history->destroyed, 1);
@@ -403,7 +401,7 @@ TEST_F(LogTest, EmptyOwnerDeletesTheSinkAndDropsLinesUntilTheNextOne) {
 }
 
 // A host's sink may be a value: copying the part that is the library's changes nothing.
-TEST_F(LogTest, CopiedSinkFormatsLikeTheOther) {
+TEST_F(LogTest, CopiedSink) {
   class Formatter : public Logger {
    public:
     std::string Line(const char* format, ...) {
@@ -423,7 +421,7 @@ TEST_F(LogTest, CopiedSinkFormatsLikeTheOther) {
 }
 
 // Its replacement has to output the line, since it does not exist any more.
-TEST_F(LogTest, SinkMayReplaceItselfWhileFormatting) {
+TEST_F(LogTest, ReplaceInFormat) {
   class Replacing : public Logger {
    public:
     explicit Replacing(std::unique_ptr<Logger> other) : next(std::move(other)) {}
@@ -474,7 +472,7 @@ std::string WhatIsThrownBy(const std::function<void()>& call) {
   return "nothing";
 }
 
-TEST_F(LogTest, ExceptionOfTheSinkReachesTheCallerAndTheNextLineWorks) {
+TEST_F(LogTest, SinkThrows) {
   for (const bool inFormat : {true, false}) {
     SCOPED_TRACE(inFormat ? "VFormat" : "DoOutput");
     auto owner = std::make_unique<ThrowingSink>(inFormat);
@@ -491,7 +489,7 @@ TEST_F(LogTest, ExceptionOfTheSinkReachesTheCallerAndTheNextLineWorks) {
   }
 }
 
-TEST_F(LogTest, MacroPassesTheFileLineAndFunctionOfTheCaller) {
+TEST_F(LogTest, MacroLocation) {
   const auto records = LogRecords::Install(LOG_LEVEL_WARN);
   const int line = __LINE__ + 1;
   TARSIO_LOG(LOG_LEVEL_WARN, "no arguments");
@@ -515,7 +513,7 @@ TEST_F(LogTest, MacroPassesTheFileLineAndFunctionOfTheCaller) {
             "[<TIME>][ERROR]" + place + std::to_string(line + 1) + "] 2 and two");
 }
 
-TEST_F(LogTest, MacroEvaluatesArgumentsOnlyIfTheMessagePasses) {
+TEST_F(LogTest, MacroArguments) {
   int evaluated = 0;
   Log::GetInstance().SetLevel(LOG_LEVEL_ERROR);
   TARSIO_LOG(LOG_LEVEL_WARN, "%d", ++evaluated);
@@ -569,7 +567,7 @@ void ExpectWholeLines(const std::string& text) {
   EXPECT_THAT(next, testing::Each(kLinesPerThread));
 }
 
-TEST_F(LoggerTest, LinesOfManyThreadsNeverMix) {
+TEST_F(LoggerTest, ManyThreads) {
   std::string text;
   {
     const CoutRecorder out;
@@ -581,13 +579,13 @@ TEST_F(LoggerTest, LinesOfManyThreadsNeverMix) {
   ExpectWholeLines(text);
 }
 
-TEST_F(LoggerTest, LinesOfManyThreadsNeverMixOnTheProcessesStandardOutput) {
+TEST_F(LoggerTest, ManyThreadsOnStdout) {
   testing::internal::CaptureStdout();
   LogFromManyThreads();
   ExpectWholeLines(testing::internal::GetCapturedStdout());
 }
 
-TEST_F(LogTest, ThresholdMayChangeWhileOthersLog) {
+TEST_F(LogTest, ThresholdChanges) {
   const auto records = LogRecords::Install(LOG_LEVEL_FATAL);
   std::atomic<bool> stop{false};
   std::atomic<int> passes{0};
@@ -643,7 +641,7 @@ class HaltingSink : public Logger {
   const bool inFormat;
 };
 
-TEST_F(LogTest, BusySinkKeepsNobodyFromLoggingNorFromChangingTheThreshold) {
+TEST_F(LogTest, BusySink) {
   for (const bool inFormat : {true, false}) {
     SCOPED_TRACE(inFormat ? "VFormat" : "DoOutput");
     const auto halt = std::make_shared<Halt>();
@@ -664,7 +662,7 @@ TEST_F(LogTest, BusySinkKeepsNobodyFromLoggingNorFromChangingTheThreshold) {
   }
 }
 
-TEST_F(LogTest, SinkMayLog) {
+TEST_F(LogTest, SinkLogs) {
   const auto events = std::make_shared<std::vector<std::string>>();
   InstallOutput([events](const char* line) {
     const bool isOuter = events->empty();
@@ -703,19 +701,19 @@ void EndTheProcess() {
   std::exit(0);
 }
 
-TEST_F(LogTest, SinkIsDeletedAtTheEndOfTheProcessAfterStaticsThatAreYoungerThanTheLog) {
+TEST_F(LogTest, SinkDeletedAtExit) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   EXPECT_EXIT(EndTheProcess(), testing::ExitedWithCode(0), "still logging.*\n.*sink deleted");
 }
 
 // ---- the default sink ----
 
-TEST_F(LoggerTest, OperationsKeepTheirPlacesBehindTheDestructor) {
+TEST_F(LoggerTest, VirtualOrder) {
   EXPECT_EQ(VirtualSlot(&Logger::VFormat), 2);
   EXPECT_EQ(VirtualSlot(&Logger::DoOutput), 3);
 }
 
-TEST_F(LoggerTest, WritesLineAndNewlineInOneInsertionAndFlushes) {
+TEST_F(LoggerTest, OneInsertion) {
   std::vector<std::string> events;
   {
     const CoutRecorder out;
@@ -728,13 +726,13 @@ TEST_F(LoggerTest, WritesLineAndNewlineInOneInsertionAndFlushes) {
   EXPECT_THAT(events, ElementsAre("a line\n", "<flush>", "\n", "<flush>", "100%s\n", "<flush>"));
 }
 
-TEST_F(LoggerTest, NullLineIsAnEmptyOne) {
+TEST_F(LoggerTest, NullLine) {
   const CoutRecorder out;
   Logger().DoOutput(nullptr);
   EXPECT_THAT(out.Events(), ElementsAre("\n", "<flush>"));
 }
 
-TEST_F(LoggerTest, WidthPadsTheLineAlone) {
+TEST_F(LoggerTest, Width) {
   const auto output = [](std::ios_base& (*adjust)(std::ios_base&)) {
     const CoutRecorder out;
     std::cout << adjust << std::setfill('*') << std::setw(6);
@@ -747,7 +745,7 @@ TEST_F(LoggerTest, WidthPadsTheLineAlone) {
   EXPECT_THAT(output(std::right), ElementsAre("**line\n", "<flush>", "next\n", "<flush>"));
 }
 
-TEST_F(LoggerTest, WritesToTheProcessesStandardOutput) {
+TEST_F(LoggerTest, Stdout) {
   testing::internal::CaptureStdout();
   Log::GetInstance().DoLog(LOG_LEVEL_ERROR, "/src/a.cpp", 3, "f", "%s", "hello");
   const std::string output = testing::internal::GetCapturedStdout();
@@ -755,7 +753,7 @@ TEST_F(LoggerTest, WritesToTheProcessesStandardOutput) {
 }
 
 // The lines are lost, and nothing else.
-TEST_F(LoggerTest, ClosedStandardOutputIsNoError) {
+TEST_F(LoggerTest, ClosedStdout) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   EXPECT_EXIT(
       {
@@ -770,13 +768,13 @@ TEST_F(LoggerTest, ClosedStandardOutputIsNoError) {
       testing::ExitedWithCode(0), "");
 }
 
-TEST_F(LoggerTest, FormattingReplacesWhatTheTextHeld) {
+TEST_F(LoggerTest, FormatReplaces) {
   std::string out(5000, 'x');
   FormatInto(out, LOG_LEVEL_ERROR, "a.cpp", 1, "f", "new");
   EXPECT_EQ(MaskTime(out), "[<TIME>][ERROR][a.cpp:1] new");
 }
 
-TEST_F(LoggerTest, FunctionIsNotPrinted) {
+TEST_F(LoggerTest, NoFunction) {
   for (const char* function : {"a::Function", "", static_cast<const char*>(nullptr)}) {
     std::string out;
     FormatInto(out, LOG_LEVEL_ERROR, "a.cpp", 1, function, "text");
@@ -785,7 +783,7 @@ TEST_F(LoggerTest, FunctionIsNotPrinted) {
 }
 
 // Lets the first, then the second and so on of the allocations fail, until there is none left.
-TEST_F(LoggerTest, ExhaustedMemoryIsThrownAndNothingIsWritten) {
+TEST_F(LoggerTest, OutOfMemory) {
   const std::string message(300, 'm');
   std::string written;
   written.reserve(2 * message.size());  // so that the sink itself allocates nothing
@@ -810,7 +808,7 @@ TEST_F(LoggerTest, ExhaustedMemoryIsThrownAndNothingIsWritten) {
 
 // ---- the line ----
 
-TEST_F(LogLine, HasOneLayoutByteForByte) {
+TEST_F(LogLine, Layout) {
   ExpectLine("[<TIME>][ERROR][worker_main:145] Convert error: 2", LOG_LEVEL_ERROR,
              "/home/build/src/worker_main", 145, "Convert error: %d", 2);
   ExpectLine("[<TIME>][FATAL][thread_pool.cpp:196] task exception: boom", LOG_LEVEL_FATAL,
@@ -822,14 +820,14 @@ TEST_F(LogLine, HasOneLayoutByteForByte) {
   ExpectLine("[<TIME>][DEBUG][a.cpp:7] x", LOG_LEVEL_DEBUG, "a.cpp", 7, "x");
 }
 
-TEST_F(LogLine, LevelOutOfRangeHasAnEmptyName) {
+TEST_F(LogLine, UnknownLevel) {
   for (const int level : {INT_MIN, -2, -1, 5, 6, 7, 100, INT_MAX}) {
     SCOPED_TRACE(level);
     ExpectLine("[<TIME>][][a.cpp:1] x", Level(level), "a.cpp", 1, "x");
   }
 }
 
-TEST_F(LogLine, PrintsTheLastComponentOfTheFile) {
+TEST_F(LogLine, FileName) {
   const struct {
     const char* name;
     const char* file;
@@ -867,14 +865,14 @@ TEST_F(LogLine, PrintsTheLastComponentOfTheFile) {
 }
 
 // Nothing of one line is kept for the next, be it at the same address.
-TEST_F(LogLine, FileIsReducedAnewEachTime) {
+TEST_F(LogLine, FileNameEachTime) {
   char file[] = "/src/one.cpp";
   ExpectLine("[<TIME>][ERROR][one.cpp:1] x", LOG_LEVEL_ERROR, file, 1, "x");
   std::copy_n("two", 3, file + 5);
   ExpectLine("[<TIME>][ERROR][two.cpp:1] x", LOG_LEVEL_ERROR, file, 1, "x");
 }
 
-TEST_F(LogLine, PrintsAnyLineNumber) {
+TEST_F(LogLine, LineNumbers) {
   for (const int line : {0, 1, -1, 1234567, INT_MAX, INT_MIN}) {
     SCOPED_TRACE(line);
     ExpectLine("[<TIME>][ERROR][a.cpp:" + std::to_string(line) + "] x", LOG_LEVEL_ERROR, "a.cpp",
@@ -882,7 +880,7 @@ TEST_F(LogLine, PrintsAnyLineNumber) {
   }
 }
 
-TEST_F(LogLine, MessageOf2047BytesIsKeptAndALongerOneLeftOutWhole) {
+TEST_F(LogLine, MessageLimit) {
   for (const size_t length : {0U, 1U, 2000U, 2046U, 2047U, 2048U, 2049U, 4096U, 100000U}) {
     SCOPED_TRACE(length);
     const std::string message(length, 'm');
@@ -892,7 +890,7 @@ TEST_F(LogLine, MessageOf2047BytesIsKeptAndALongerOneLeftOutWhole) {
   }
 }
 
-TEST_F(LogLine, LimitOfTheMessageCountsBytesAndNotCharacters) {
+TEST_F(LogLine, LimitIsInBytes) {
   std::string message;
   for (int i = 0; i < 1023; ++i) message += "\xC3\xA9";
   ExpectLine("[<TIME>][ERROR][a.cpp:1] " + message + "x", LOG_LEVEL_ERROR, "a.cpp", 1, "%sx",
@@ -900,7 +898,7 @@ TEST_F(LogLine, LimitOfTheMessageCountsBytesAndNotCharacters) {
   ExpectLine("[<TIME>][ERROR][a.cpp:1] ", LOG_LEVEL_ERROR, "a.cpp", 1, "%sxx", message.c_str());
 }
 
-TEST_F(LogLine, LongFileNameDoesNotCountAsMessage) {
+TEST_F(LogLine, LongFileName) {
   const std::string name(3000, 'n');
   const std::string message(2047, 'm');
   ExpectLine("[<TIME>][ERROR][" + name + ":1] " + message, LOG_LEVEL_ERROR,
@@ -914,7 +912,7 @@ void ExpectMessage(const std::string& message, const char* format, Args... args)
   ExpectLine("[<TIME>][ERROR][a.cpp:1] " + message, LOG_LEVEL_ERROR, "a.cpp", 1, format, args...);
 }
 
-TEST_F(LogLine, UnformattableIsLeftOut) {
+TEST_F(LogLine, FailedFormat) {
   // In the classic locale, the multibyte encoding cannot represent this character.
   const wchar_t broken[] = {static_cast<wchar_t>(0x4E2D), L'\0'};
   const wchar_t* const text = broken;
@@ -927,7 +925,7 @@ TEST_F(LogLine, UnformattableIsLeftOut) {
   }
 }
 
-TEST_F(LogLine, StoreAndNumberedArgumentsAreRefused) {
+TEST_F(LogLine, StoreAndPosition) {
   int stored = -1;
   ExpectMessage("", "before%n", &stored);
   ExpectMessage("", "%10n", &stored);
@@ -937,7 +935,7 @@ TEST_F(LogLine, StoreAndNumberedArgumentsAreRefused) {
   ExpectMessage("", "%1$*2$d", 1, 2);
 }
 
-TEST_F(LogLine, HugeFieldsAreLeftOut) {
+TEST_F(LogLine, HugeWidth) {
   constexpr int kHuge = 3000000;
   for (const char* const format :
        {"%3000000d", "%-3000000d|", "%.3000000d", "%2147483647x", "%99999999999999999999d",
@@ -959,7 +957,7 @@ TEST_F(LogLine, HugeFieldsAreLeftOut) {
   ExpectMessage("", "%*.*f", 1, kHuge, 1.0);
 }
 
-TEST_F(LogLine, HugePrecisionOfAShortResultIsKept) {
+TEST_F(LogLine, HugePrecision) {
   ExpectMessage("short", "%.3000000s", "short");
   ExpectMessage("short", "%.*s", INT_MAX, "short");
   ExpectMessage("wide", "%.2147483647ls", L"wide");
@@ -967,7 +965,7 @@ TEST_F(LogLine, HugePrecisionOfAShortResultIsKept) {
   ExpectMessage("0.1000000000000000055511151231257827021181583404541015625", "%.*g", INT_MAX, 0.1);
 }
 
-TEST_F(LogLine, WidthsUpToTheLimit) {
+TEST_F(LogLine, WidthLimit) {
   for (const int width : {2046, 2047}) {
     const std::string spaces(static_cast<size_t>(width) - 1, ' ');
     ExpectMessage(spaces + '1', "%*d", width, 1);
@@ -1008,7 +1006,7 @@ void ExpectSameWithStars(const std::string& length, const std::string& types, Va
   }
 }
 
-TEST_F(LogLine, StarsEqualTheNumbers) {
+TEST_F(LogLine, Stars) {
   ExpectSameWithStars("", "dioxXuc", -77);
   ExpectSameWithStars("hh", "dioxXu", 0x12FF);
   ExpectSameWithStars("h", "diu", 0x1FFFF);
@@ -1028,7 +1026,7 @@ TEST_F(LogLine, StarsEqualTheNumbers) {
   ExpectMessage(expected.data(), "a%*p", 30, pointer);
 }
 
-TEST_F(LogLine, UnknownConversionsAreRefused) {
+TEST_F(LogLine, UnknownConversion) {
   int stored = -1;
   // Some of these store to their argument, in one C library or the other.
   for (const char* const format :
@@ -1042,7 +1040,7 @@ TEST_F(LogLine, UnknownConversionsAreRefused) {
   }
 }
 
-TEST_F(LogLine, LengthsOfOneRuntimeWorkOnBoth) {
+TEST_F(LogLine, LengthModifiers) {
   ExpectMessage("5 x", "%Iu %ls", std::size_t{5}, L"x");
   ExpectMessage("5 x", "%Zu %ls", std::size_t{5}, L"x");
   ExpectMessage("-5 x", "%qd %ls", -5LL, L"x");
@@ -1051,18 +1049,16 @@ TEST_F(LogLine, LengthsOfOneRuntimeWorkOnBoth) {
 }
 
 // Where the C libraries differ.
-TEST_F(LogLine, UnsignedHasNoSign) {
-  ExpectMessage("7|  7|7", "% u|%+3lu|% zu", 7U, 7UL, size_t{7});
-}
-TEST_F(LogLine, OctalZeroHasADigit) { ExpectMessage("0|0|", "%#.0o|%#.0llo|%.0o", 0U, 0ULL, 0U); }
-TEST_F(LogLine, NullStringIsNotCut) {
+TEST_F(LogLine, UnsignedSign) { ExpectMessage("7|  7|7", "% u|%+3lu|% zu", 7U, 7UL, size_t{7}); }
+TEST_F(LogLine, OctalZero) { ExpectMessage("0|0|", "%#.0o|%#.0llo|%.0o", 0U, 0ULL, 0U); }
+TEST_F(LogLine, NullString) {
   const char* const null = nullptr;
   ExpectMessage("|(null)|(null)|  |", "%.3s|%.6s|%s|%2.0s|", null, null, null, null);
 }
 
-TEST_F(LogLine, PercentSignTakesItsNumbers) { ExpectMessage("%|7%", "%5%|%*d%-%", 1, 7); }
+TEST_F(LogLine, PercentSign) { ExpectMessage("%|7%", "%5%|%*d%-%", 1, 7); }
 
-TEST_F(LogLine, MessageIsPrintedAsItIs) {
+TEST_F(LogLine, MessageUnchanged) {
   ExpectLine("[<TIME>][ERROR][a.cpp:1] no conversions", LOG_LEVEL_ERROR, "a.cpp", 1,
              "no conversions");
   ExpectLine("[<TIME>][ERROR][a.cpp:1]  blanks ", LOG_LEVEL_ERROR, "a.cpp", 1, " blanks ");
@@ -1077,13 +1073,13 @@ TEST_F(LogLine, MessageIsPrintedAsItIs) {
   ExpectLine("[<TIME>][ERROR][a.cpp:1] ", LOG_LEVEL_ERROR, "a.cpp", 1, "%s", "");
 }
 
-TEST_F(LogLine, MessageEndsAtItsFirstNul) {
+TEST_F(LogLine, MessageEndsAtNul) {
   ExpectMessage("before", "before%cafter", 0);
   ExpectMessage("before", "before%lcafter", static_cast<std::wint_t>(0));
   ExpectMessage("   before", "%*s%cafter", 9, "before", 0);
 }
 
-TEST_F(LogLine, NullFormatIsAnEmptyMessage) {
+TEST_F(LogLine, NullFormat) {
   ExpectLine("[<TIME>][ERROR][a.cpp:1] ", LOG_LEVEL_ERROR, "a.cpp", 1, nullptr);
 }
 
@@ -1104,7 +1100,7 @@ class ScopedGlobalLocale {
   const std::locale before;
 };
 
-TEST_F(LogLine, NumbersAreNeverGroupedWhateverTheGlobalLocale) {
+TEST_F(LogLine, NoGrouping) {
   const ScopedGlobalLocale grouping(std::locale(std::locale::classic(), new GroupsDigits));
   std::ostringstream control;
   control << 1234567;
@@ -1186,7 +1182,7 @@ TimedLine LineWithDigits(size_t digits, std::chrono::milliseconds offset) {
   return line;
 }
 
-TEST_F(LogLine, MillisecondsHaveNoLeadingZeros) {
+TEST_F(LogLine, Milliseconds) {
   const struct {
     size_t digits;
     int offset;
@@ -1199,7 +1195,7 @@ TEST_F(LogLine, MillisecondsHaveNoLeadingZeros) {
   }
 }
 
-TEST_F(LogLine, TimeIsLocal) {
+TEST_F(LogLine, LocalTime) {
   const struct {
     const char* zone;
     int hoursAheadOfUtc;
@@ -1214,7 +1210,7 @@ TEST_F(LogLine, TimeIsLocal) {
   }
 }
 
-TEST_F(TsLogTest, LineCarriesTheTimeToo) {
+TEST_F(TsLogTest, Time) {
   callbacks = Callbacks{};
   const int64_t before = MillisecondsOf(Clock::now());
   TsLog(LOG_LEVEL_FATAL, &Output, &GetLevel, "a.cpp", 1, "f", "x");
@@ -1226,7 +1222,7 @@ TEST_F(TsLogTest, LineCarriesTheTimeToo) {
 
 // ---- the callback form ----
 
-TEST_F(TsLogTest, WithoutGetLevelOrOutputNothingIsCalled) {
+TEST_F(TsLogTest, NullCallbacks) {
   callbacks = Callbacks{};
   TsLog(LOG_LEVEL_FATAL, &Output, nullptr, "a.cpp", 1, "f", "x");
   TsLog(LOG_LEVEL_FATAL, nullptr, &GetLevel, "a.cpp", 1, "f", "x");
@@ -1235,7 +1231,7 @@ TEST_F(TsLogTest, WithoutGetLevelOrOutputNothingIsCalled) {
   EXPECT_TRUE(callbacks.lines.empty());
 }
 
-TEST_F(TsLogTest, MessagePassesWhenItsLevelIsAtMostWhatGetLevelReturns) {
+TEST_F(TsLogTest, Threshold) {
   for (const int threshold : kAllLevels) {
     for (const int level : kAllLevels) {
       SCOPED_TRACE(std::to_string(level) + " against " + std::to_string(threshold));
@@ -1248,7 +1244,7 @@ TEST_F(TsLogTest, MessagePassesWhenItsLevelIsAtMostWhatGetLevelReturns) {
   }
 }
 
-TEST_F(TsLogTest, ThresholdTwoPassesLevelsUpToTwo) {
+TEST_F(TsLogTest, ThresholdTwo) {
   callbacks = Callbacks{};
   callbacks.level = LOG_LEVEL_WARN;
   for (const int level : {0, 1, 2, 3, 4}) {
@@ -1261,7 +1257,7 @@ TEST_F(TsLogTest, ThresholdTwoPassesLevelsUpToTwo) {
                           "[<TIME>][WARN][a.cpp:1] level 2"));  // and no newlines
 }
 
-TEST_F(TsLogTest, FilteredCallDoesNotLookAtItsArguments) {
+TEST_F(TsLogTest, FilteredArguments) {
   callbacks = Callbacks{};
   const char* const nowhere = reinterpret_cast<const char*>(1);
   TsLog(LOG_LEVEL_DEBUG, &Output, &GetLevel, nowhere, 1, nowhere, "%s", nowhere);
@@ -1269,7 +1265,7 @@ TEST_F(TsLogTest, FilteredCallDoesNotLookAtItsArguments) {
   EXPECT_TRUE(callbacks.lines.empty());
 }
 
-TEST_F(TsLogTest, LeavesTheProcessesLogAlone) {
+TEST_F(TsLogTest, SeparateFromLog) {
   const auto history = InstallNotingSink();  // its layout is its own
   Log::GetInstance().SetLevel(Level(-1));
   callbacks = Callbacks{};
@@ -1293,7 +1289,7 @@ TEST_F(TsLogTest, LeavesTheProcessesLogAlone) {
   EXPECT_EQ(callbacks.lines.size(), 3u);
 }
 
-TEST_F(TsLogTest, GetLevelAndOutputRunOnTheCallingThread) {
+TEST_F(TsLogTest, CallingThread) {
   callbacks = Callbacks{};
   std::thread::id callingThread;
   std::thread([&callingThread] {
@@ -1304,7 +1300,7 @@ TEST_F(TsLogTest, GetLevelAndOutputRunOnTheCallingThread) {
   EXPECT_THAT(callbacks.threads, ElementsAre(callingThread, callingThread));
 }
 
-TEST_F(TsLogTest, ExceptionOfOutputReachesTheCaller) {
+TEST_F(TsLogTest, OutputThrows) {
   callbacks = Callbacks{};
   const auto throwing = [](const char*) { throw std::runtime_error("from output"); };
   EXPECT_EQ(WhatIsThrownBy(

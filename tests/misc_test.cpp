@@ -42,7 +42,7 @@ static_assert(std::is_same<decltype(GetTimeNowMsSinceEpoch()), long long>::value
 
 // ---- the cipher policy ----
 
-TEST(SupportedCiphers, AreTheStatedText) {
+TEST(SupportedCiphers, Value) {
   const std::string ciphers = GetSupportedCiphersList();
   EXPECT_EQ(ciphers,
             "AESGCM:!RSA:!DHE:!MEDIUM:!aNULL:!eNULL:!EXPORT:!DES:!3DES:!MD5:!EXP:!PSK:!RC4:!SRP:"
@@ -52,7 +52,7 @@ TEST(SupportedCiphers, AreTheStatedText) {
   EXPECT_THAT(ciphers, EndsWith("!LOW"));
 }
 
-TEST(SupportedCiphers, AreAFreshTextEachTime) {
+TEST(SupportedCiphers, FreshCopy) {
   std::string first = GetSupportedCiphersList();
   const std::string second = GetSupportedCiphersList();
   EXPECT_NE(first.data(), second.data());
@@ -62,7 +62,7 @@ TEST(SupportedCiphers, AreAFreshTextEachTime) {
   EXPECT_EQ(GetSupportedCiphersList(), second);
 }
 
-TEST(SupportedCiphers, MayBeAskedForBySeveralThreadsAtOnce) {
+TEST(SupportedCiphers, ManyThreads) {
   const std::string expected = GetSupportedCiphersList();
   std::atomic<int> wrong{0};
   std::vector<std::thread> threads;
@@ -157,9 +157,9 @@ MATCHER(IsWeak, "export, low and medium strength") {
 }
 MATCHER(UsesCamellia, "") { return arg.cipher.find("CAMELLIA") == 0; }
 
-TEST_F(CipherPolicy, IsAcceptedUnchanged) { EXPECT_TRUE(Accepts(GetSupportedCiphersList())); }
+TEST_F(CipherPolicy, IsAccepted) { EXPECT_TRUE(Accepts(GetSupportedCiphersList())); }
 
-TEST_F(CipherPolicy, LeavesAesGcmWithEphemeralCurves) {
+TEST_F(CipherPolicy, Remaining) {
   ASSERT_TRUE(Accepts(GetSupportedCiphersList()));
   for (const std::vector<Suite>& suites : {Chosen(), Offered()}) {
     std::vector<std::string> names;
@@ -172,7 +172,7 @@ TEST_F(CipherPolicy, LeavesAesGcmWithEphemeralCurves) {
   }
 }
 
-TEST_F(CipherPolicy, RemovesWhateverIsNamedWithAnExclamationMark) {
+TEST_F(CipherPolicy, Removed) {
   ASSERT_TRUE(Accepts(GetSupportedCiphersList()));
   for (const std::vector<Suite>& suites : {Chosen(), Offered()}) {
     ASSERT_THAT(suites, Not(IsEmpty()));
@@ -188,7 +188,7 @@ TEST_F(CipherPolicy, RemovesWhateverIsNamedWithAnExclamationMark) {
 }
 
 // "Removed for good": nothing that is added behind the policy brings a removed suite back.
-TEST_F(CipherPolicy, RemovesForGood) {
+TEST_F(CipherPolicy, RemovedForGood) {
   ASSERT_TRUE(Accepts(GetSupportedCiphersList() + ":ALL:COMPLEMENTOFALL"));
   const std::vector<Suite> suites = Chosen();
   EXPECT_THAT(suites, Contains(Not(IsAesGcm()))) << "the list behind the policy counts";
@@ -201,7 +201,7 @@ TEST_F(CipherPolicy, RemovesForGood) {
 }
 
 // The checks above see what they look for, since this library has most of it without the policy.
-TEST_F(CipherPolicy, ChecksSeeWhatTheyLookForWithoutThePolicy) {
+TEST_F(CipherPolicy, WithoutPolicy) {
   EXPECT_FALSE(Accepts("NOSUCHCIPHER"));
   ASSERT_TRUE(Accepts("ALL:COMPLEMENTOFALL"));
   const std::vector<Suite> suites = Chosen();
@@ -221,7 +221,7 @@ long long SteadyMs() {
   return duration_cast<milliseconds>(steady_clock::now().time_since_epoch()).count();
 }
 
-TEST(MonotonicClock, NeverGoesBackwards) {
+TEST(MonotonicClock, Monotonic) {
   long long before = GetTimeNowMsSinceEpoch();
   for (int i = 0; i < 1000000; ++i) {
     const long long now = GetTimeNowMsSinceEpoch();
@@ -230,7 +230,7 @@ TEST(MonotonicClock, NeverGoesBackwards) {
   }
 }
 
-TEST(MonotonicClock, NeverGoesBackwardsFromThreadToThread) {
+TEST(MonotonicClock, AcrossThreads) {
   std::atomic<long long> latest{GetTimeNowMsSinceEpoch()};
   std::atomic<int> wrong{0};
   std::vector<std::thread> threads;
@@ -251,7 +251,7 @@ TEST(MonotonicClock, NeverGoesBackwardsFromThreadToThread) {
 
 // Many readings, at all points of a millisecond: a clock that rounds would run ahead of one that
 // truncates.
-TEST(MonotonicClock, IsTheSteadyClockCutToMilliseconds) {
+TEST(MonotonicClock, SteadyClock) {
   const auto end = steady_clock::now() + milliseconds(100);
   int ticks = 0;
   for (long long last = SteadyMs(); steady_clock::now() < end;) {
@@ -267,7 +267,7 @@ TEST(MonotonicClock, IsTheSteadyClockCutToMilliseconds) {
 }
 
 // Deliberately: its epoch is about the start of the system, not 1970.
-TEST(MonotonicClock, CountsFromAboutTheStartOfTheSystem) {
+TEST(MonotonicClock, SinceBoot) {
   const long long now = GetTimeNowMsSinceEpoch();
   const long long wallClock =
       duration_cast<milliseconds>(system_clock::now().time_since_epoch()).count();
@@ -277,7 +277,7 @@ TEST(MonotonicClock, CountsFromAboutTheStartOfTheSystem) {
   EXPECT_LT(now, wallClock - kTenYears);
 }
 
-TEST(MonotonicClock, AdvancesByTheTimeThatPasses) {
+TEST(MonotonicClock, Advances) {
   constexpr milliseconds kSleep{150};
   const auto earliest = steady_clock::now();
   const long long start = GetTimeNowMsSinceEpoch();

@@ -104,9 +104,9 @@ void ExpectSamePath(const Path& actual, const Path& expected) {
 //   first/    both.txt  only-first.txt  folder/
 //   second/   both.txt  only-second.txt  folder/deep/file.txt
 //   here.txt
-class PathResolverFiles : public testing::Test {
+class ResolveTest : public testing::Test {
  protected:
-  PathResolverFiles() {
+  ResolveTest() {
     static_cast<void>(MakeDirs("first/folder"));
     static_cast<void>(MakeDirs("second/folder/deep"));
     for (const char* name : {"first/both.txt", "first/only-first.txt", "second/both.txt",
@@ -120,7 +120,7 @@ class PathResolverFiles : public testing::Test {
 
 // ---- the list ----
 
-TEST(PathResolver, BeginsWithTheCurrentDirectory) {
+TEST(PathResolver, StartsWithCwd) {
   const ScopedDirectory directory;
   const PathResolver resolver;
   ASSERT_EQ(resolver.Size(), 1u);
@@ -129,7 +129,7 @@ TEST(PathResolver, BeginsWithTheCurrentDirectory) {
   ExpectSamePath(resolver[0], directory.Text(""));
 }
 
-TEST(PathResolver, KeepsTheDirectoryOfItsConstruction) {
+TEST(PathResolver, CwdIsFixed) {
   const ScopedDirectory outer;
   outer.Write("file.txt", "");
   const PathResolver before;
@@ -145,7 +145,7 @@ TEST(PathResolver, KeepsTheDirectoryOfItsConstruction) {
   }
 }
 
-TEST(PathResolver, AppendAddsAtTheEndAndPrependAtTheFront) {
+TEST(PathResolver, AppendPrepend) {
   PathResolver resolver;
   const std::string current = Path::Getcwd().Str();
   resolver.Append("a");
@@ -156,7 +156,7 @@ TEST(PathResolver, AppendAddsAtTheEndAndPrependAtTheFront) {
   EXPECT_EQ(resolver.Size(), 5u);
 }
 
-TEST(PathResolver, KeepsDuplicatesAndEmptyPaths) {
+TEST(PathResolver, Duplicates) {
   const PathResolver resolver = With({"a", "", "a", "", "a"});
   EXPECT_EQ(resolver.Size(), 5u);
   EXPECT_THAT(Entries(resolver), ElementsAre("a", "", "a", "", "a"));
@@ -173,7 +173,7 @@ TEST(PathResolver, EntriesAreCopies) {
   EXPECT_EQ(path.Str(), "changed");
 }
 
-TEST(PathResolver, EntriesKeepTheirTypeAndFlags) {
+TEST(PathResolver, TypeAndFlags) {
   const std::vector<Path> paths = {R"(\\srv\share\a)", Posix("/usr/lib"), Posix("usr"),
                                    Parsed("/usr", kNoType), Path("C:/").ParentPath()};
   const PathResolver resolver = With(paths);
@@ -184,7 +184,7 @@ TEST(PathResolver, EntriesKeepTheirTypeAndFlags) {
   }
 }
 
-TEST(PathResolver, TakesAnEntryOfItsOwn) {
+TEST(PathResolver, OwnEntry) {
   PathResolver resolver = With({"a", "b"});
   for (int i = 0; i < 50; ++i) {  // the list moves as it grows
     resolver.Append(resolver[0]);
@@ -199,7 +199,7 @@ TEST(PathResolver, TakesAnEntryOfItsOwn) {
   EXPECT_EQ(Entries(resolver), expected);
 }
 
-TEST(PathResolver, IndexReachesTheEntryItself) {
+TEST(PathResolver, Index) {
   PathResolver resolver = With({"a", "b", "c"});
   const PathResolver& constant = resolver;
   for (uint64_t i = 0; i < resolver.Size(); ++i) EXPECT_EQ(&resolver[i], &constant[i]);
@@ -208,7 +208,7 @@ TEST(PathResolver, IndexReachesTheEntryItself) {
   EXPECT_THAT(Entries(constant), ElementsAre("a", R"(C:\x)", "/y"));
 }
 
-TEST(PathResolver, BeginAndEndSpanTheEntries) {
+TEST(PathResolver, BeginEnd) {
   PathResolver resolver = With({"a", "b", "c"});
   const PathResolver& constant = resolver;
   EXPECT_EQ(&*resolver.begin(), &resolver[0]);
@@ -224,7 +224,7 @@ TEST(PathResolver, BeginAndEndSpanTheEntries) {
   EXPECT_EQ(empty.Size(), 0u);
 }
 
-TEST(PathResolver, EraseMovesLaterEntriesForward) {
+TEST(PathResolver, Erase) {
   struct Row {
     std::ptrdiff_t position;
     std::vector<std::string> left;
@@ -242,7 +242,7 @@ TEST(PathResolver, EraseMovesLaterEntriesForward) {
   }
 }
 
-TEST(PathResolver, EraseOfTheFirstOfTwoLeavesTheSecondAtTheFront) {
+TEST(PathResolver, EraseFirst) {
   PathResolver resolver;
   resolver.Append("a");
   resolver.Erase(resolver.begin());
@@ -256,7 +256,7 @@ TEST(PathResolver, EraseOfTheFirstOfTwoLeavesTheSecondAtTheFront) {
 
 // ---- copies ----
 
-TEST(PathResolver, CopyHasEntriesOfItsOwn) {
+TEST(PathResolver, Copy) {
   PathResolver original = With({"a", "b"});
   PathResolver copy(original);
   EXPECT_THAT(Entries(copy), ElementsAre("a", "b"));
@@ -268,7 +268,7 @@ TEST(PathResolver, CopyHasEntriesOfItsOwn) {
   EXPECT_THAT(Entries(original), ElementsAre("x", "b", "y"));
 }
 
-TEST(PathResolver, CopyOutlivesTheOriginal) {
+TEST(PathResolver, CopyOutlives) {
   auto original = std::make_unique<PathResolver>(With({"a", R"(C:\b)"}));
   const PathResolver copy(*original);
   PathResolver assigned;
@@ -278,7 +278,7 @@ TEST(PathResolver, CopyOutlivesTheOriginal) {
   EXPECT_THAT(Entries(assigned), ElementsAre("a", R"(C:\b)"));
 }
 
-TEST(PathResolver, AssignmentReplacesTheWholeList) {
+TEST(PathResolver, Assignment) {
   PathResolver original = With({"a", "b"});
   PathResolver target = With({"1", "2", "3"});
   EXPECT_EQ(&(target = original), &target);
@@ -290,7 +290,7 @@ TEST(PathResolver, AssignmentReplacesTheWholeList) {
   EXPECT_THAT(Entries(original), ElementsAre("a", "x"));
 }
 
-TEST(PathResolver, AssignmentToItselfLeavesTheListUnchanged) {
+TEST(PathResolver, SelfAssignment) {
   PathResolver resolver = With({"a", "b", R"(C:\c)"});
   const PathResolver& same = resolver;
   EXPECT_EQ(&(resolver = same), &resolver);
@@ -299,7 +299,7 @@ TEST(PathResolver, AssignmentToItselfLeavesTheListUnchanged) {
 
 // ---- the search ----
 
-TEST_F(PathResolverFiles, FirstDirectoryThatHasTheValueWins) {
+TEST_F(ResolveTest, FirstMatchWins) {
   struct Row {
     const char* value;
     const char* found;  // with "first" before "second"
@@ -328,25 +328,25 @@ TEST_F(PathResolverFiles, FirstDirectoryThatHasTheValueWins) {
   }
 }
 
-TEST_F(PathResolverFiles, AbsoluteDirectoriesGiveAbsoluteResults) {
+TEST_F(ResolveTest, AbsoluteEntries) {
   const PathResolver resolver =
       With({directory.Text("missing"), directory.Text("first"), directory.Text("second")});
   ExpectSamePath(resolver.Resolve("both.txt"), directory.Text("first/both.txt"));
   ExpectSamePath(resolver.Resolve("only-second.txt"), directory.Text("second/only-second.txt"));
 }
 
-TEST_F(PathResolverFiles, DotsGoBackByTextOverWhatDoesNotExist) {
+TEST_F(ResolveTest, Dots) {
   const PathResolver resolver = With({"missing/../first", "here.txt/.."});
   ExpectSamePath(resolver.Resolve("only-first.txt"), R"(missing\..\first\only-first.txt)");
   ExpectSamePath(resolver.Resolve("missing/../here.txt"), R"(here.txt\..\missing\..\here.txt)");
 }
 
-TEST_F(PathResolverFiles, CurrentDirectoryIsSearchedAtFirst) {
+TEST_F(ResolveTest, CwdFirst) {
   ExpectSamePath(PathResolver().Resolve("here.txt"), directory.Text("here.txt"));
   ExpectSamePath(PathResolver().Resolve("first/both.txt"), directory.Text("first/both.txt"));
 }
 
-TEST_F(PathResolverFiles, PrependedComesBeforeTheCurrentDirectoryAndAppendedBehind) {
+TEST_F(ResolveTest, SearchOrder) {
   directory.Write("both.txt", "");
   PathResolver appended;
   appended.Append("first");
@@ -363,7 +363,7 @@ TEST_F(PathResolverFiles, PrependedComesBeforeTheCurrentDirectoryAndAppendedBehi
   ExpectSamePath(prepended.Resolve("both.txt"), R"(first\both.txt)");
 }
 
-TEST_F(PathResolverFiles, ValueThatExistsNowhereComesBackUnchanged) {
+TEST_F(ResolveTest, NotFound) {
   const std::vector<Path> values = {
       "nowhere.txt",
       "folder/../nowhere/./x",
@@ -390,7 +390,7 @@ TEST_F(PathResolverFiles, ValueThatExistsNowhereComesBackUnchanged) {
 }
 
 // Deliberately: the join leaves the directory as it is, so the test is whether that exists.
-TEST_F(PathResolverFiles, AbsoluteValueResolvesToTheFirstDirectoryThatExists) {
+TEST_F(ResolveTest, AbsoluteValue) {
   const Path values[] = {
       directory.Text("here.txt"),         // exists
       directory.Text("second/both.txt"),  // exists below an entry
@@ -412,7 +412,7 @@ TEST_F(PathResolverFiles, AbsoluteValueResolvesToTheFirstDirectoryThatExists) {
 }
 
 // Deliberately, for the same reason.
-TEST_F(PathResolverFiles, ValueOfAnotherTypeResolvesToTheFirstDirectoryThatExists) {
+TEST_F(ResolveTest, OtherType) {
   for (const Path& value : {Posix("both.txt"), Posix("nowhere.txt"), Posix(""),
                             Parsed("both.txt", kNoType), Parsed("/both.txt", kNoType)}) {
     SCOPED_TRACE(value.Str());
@@ -426,7 +426,7 @@ TEST_F(PathResolverFiles, ValueOfAnotherTypeResolvesToTheFirstDirectoryThatExist
   }
 }
 
-TEST_F(PathResolverFiles, DirectoriesOfBothTypesMayBeMixed) {
+TEST_F(ResolveTest, MixedTypes) {
   const PathResolver resolver = With({Posix("missing"), "first", Posix("second")});
   ExpectSamePath(resolver.Resolve("both.txt"), R"(first\both.txt)");
   ExpectSamePath(resolver.Resolve("nowhere.txt"), Posix("second"));
@@ -435,20 +435,20 @@ TEST_F(PathResolverFiles, DirectoriesOfBothTypesMayBeMixed) {
                  Posix("second/only-second.txt"));
 }
 
-TEST_F(PathResolverFiles, EmptyDirectoryStandsForTheCurrentOne) {
+TEST_F(ResolveTest, EmptyEntry) {
   const PathResolver resolver = With({Path(), "first"});
   ExpectSamePath(resolver.Resolve("here.txt"), "here.txt");
   ExpectSamePath(resolver.Resolve("only-first.txt"), R"(first\only-first.txt)");
   ExpectSamePath(resolver.Resolve(R"(C:\x)"), "first");  // an empty text names nothing
 }
 
-TEST_F(PathResolverFiles, DuplicatesChangeNothing) {
+TEST_F(ResolveTest, Duplicates) {
   const PathResolver resolver = With({"first", "first", "second", "first"});
   ExpectSamePath(resolver.Resolve("both.txt"), R"(first\both.txt)");
   ExpectSamePath(resolver.Resolve("only-second.txt"), R"(second\only-second.txt)");
 }
 
-TEST_F(PathResolverFiles, AnswersForTheMoment) {
+TEST_F(ResolveTest, IsNotCached) {
   const PathResolver resolver = With({"first", "second"});
   ExpectSamePath(resolver.Resolve("new.txt"), "new.txt");
   directory.Write("second/new.txt", "");
@@ -457,7 +457,7 @@ TEST_F(PathResolverFiles, AnswersForTheMoment) {
   ExpectSamePath(resolver.Resolve("new.txt"), R"(first\new.txt)");
 }
 
-TEST_F(PathResolverFiles, SearchLeavesListAndValueAloneAndReportsNothing) {
+TEST_F(ResolveTest, NoSideEffects) {
   const auto records = LogRecords::Install(tarsio::LOG_LEVEL_DEBUG);
   const PathResolver resolver = With({"missing", "first", "second"});
   const Path value("only-second.txt");
@@ -471,7 +471,7 @@ TEST_F(PathResolverFiles, SearchLeavesListAndValueAloneAndReportsNothing) {
   EXPECT_THAT(records->All(), IsEmpty());
 }
 
-TEST_F(PathResolverFiles, SeveralThreadsMaySearchAtOnce) {
+TEST_F(ResolveTest, ManyThreads) {
   const PathResolver resolver = With({"missing", "first", "second"});
   std::atomic<int> wrong{0};
   std::vector<std::thread> threads;
@@ -506,7 +506,7 @@ std::string Printed(const PathResolver& resolver) {
   return buffer.str();
 }
 
-TEST(PathResolverText, HasALineForEachEntryAndNoLineEndBehindTheLast) {
+TEST(ResolverString, LinePerEntry) {
   EXPECT_EQ(Printed(With({})), "resolver[\n<flush>]");
   EXPECT_EQ(Printed(With({R"(C:\work)"})),
             "resolver[\n<flush>"
@@ -520,7 +520,7 @@ TEST(PathResolverText, HasALineForEachEntryAndNoLineEndBehindTheLast) {
             "]");
 }
 
-TEST(PathResolverText, PrintsEntriesByTheWindowsRulesAndAsTheyAre) {
+TEST(ResolverString, WindowsRules) {
   const std::string name300(300, 'x');
   const PathResolver resolver =
       With({Posix("/usr/lib"), Path(), R"(\\srv\share\f)", R"(C:\)" + name300, "say \"hi\", x",
@@ -539,13 +539,13 @@ TEST(PathResolverText, PrintsEntriesByTheWindowsRulesAndAsTheyAre) {
                 "]");
 }
 
-TEST(PathResolverText, ShowsTheCurrentDirectoryAtFirst) {
+TEST(ResolverString, CwdFirst) {
   std::ostringstream out;
   out << "<" << PathResolver() << ">";
   EXPECT_EQ(out.str(), "<resolver[\n  \"" + Path::Getcwd().Str() + "\"\n]>");
 }
 
-TEST(PathResolverText, FollowsTheOrderOfTheList) {
+TEST(ResolverString, Order) {
   PathResolver resolver = With({"b"});
   resolver.Prepend("a");
   resolver.Append("c");

@@ -203,7 +203,7 @@ std::string ReferenceUtf8(const std::wstring& units) {
 
 // ---- building ----
 
-TEST(Path, DefaultIsEmptyRelativeAndOfWindowsType) {
+TEST(Path, Default) {
   const Path path;
   ExpectDefault(path);
   EXPECT_EQ(path.Length(), 0u);
@@ -212,7 +212,7 @@ TEST(Path, DefaultIsEmptyRelativeAndOfWindowsType) {
   EXPECT_EQ(path.Wstr(), L"");
 }
 
-TEST(Path, EveryConstructorParsesByTheWindowsRules) {
+TEST(Path, Constructors) {
   const Path paths[] = {Path(R"(C:\a/b)"), Path(std::string(R"(C:\a/b)")), Path(LR"(C:\a/b)"),
                         Path(std::wstring(LR"(C:\a/b)"))};
   for (const Path& path : paths) {
@@ -223,7 +223,7 @@ TEST(Path, EveryConstructorParsesByTheWindowsRules) {
   }
 }
 
-TEST(Path, EmptyTextsGiveTheDefaultPath) {
+TEST(Path, EmptyStrings) {
   ExpectDefault(Path(""));
   ExpectDefault(Path(std::string()));
   ExpectDefault(Path(L""));
@@ -232,7 +232,7 @@ TEST(Path, EmptyTextsGiveTheDefaultPath) {
   EXPECT_EQ(Path("").Wstr(), L"");
 }
 
-TEST(Path, NullPointersAreEmptyTexts) {
+TEST(Path, NullPointers) {
   const char* const narrow = nullptr;
   const wchar_t* const wide = nullptr;
   ExpectDefault(Path(narrow));
@@ -242,7 +242,7 @@ TEST(Path, NullPointersAreEmptyTexts) {
   ExpectDefault(path);
 }
 
-TEST(Path, TextsConvertImplicitly) {
+TEST(Path, ImplicitConversion) {
   const Path narrow = "a/b";
   const Path narrowString = std::string("a/b");
   const Path wide = L"a/b";
@@ -250,7 +250,7 @@ TEST(Path, TextsConvertImplicitly) {
   for (const Path& path : {narrow, narrowString, wide, wideString}) EXPECT_EQ(path.Str(), R"(a\b)");
 }
 
-TEST(Path, AssignmentOfEveryKindOfTextParsesByTheWindowsRules) {
+TEST(Path, StringAssignment) {
   Path path = Parsed("/usr", Path::POSIX_PATH);
   path = LR"(\\srv\share\f)";
   EXPECT_EQ(path.Str(), R"(\\srv\share\f)");
@@ -264,7 +264,7 @@ TEST(Path, AssignmentOfEveryKindOfTextParsesByTheWindowsRules) {
   EXPECT_FALSE(IsShare(path));
 }
 
-TEST(Path, AssignmentReturnsThePathItself) {
+TEST(Path, AssignmentResult) {
   Path path;
   const Path other("x");
   EXPECT_EQ(&(path = L"a"), &path);
@@ -274,7 +274,7 @@ TEST(Path, AssignmentReturnsThePathItself) {
   EXPECT_EQ(&(path = Path("y")), &path);
 }
 
-TEST(Path, CopiesHoldTheSameAndShareNothing) {
+TEST(Path, Copies) {
   const Path originals[] = {Path(R"(\\srv\share\f)"), Path(R"(C:\a)"), Path("a"),
                             Parsed("/usr/lib", Path::POSIX_PATH), Parsed("/usr/lib", kNoType)};
   const Path::PathType types[] = {Path::WINDOWS_PATH, Path::WINDOWS_PATH, Path::WINDOWS_PATH,
@@ -297,7 +297,7 @@ TEST(Path, CopiesHoldTheSameAndShareNothing) {
   }
 }
 
-TEST(Path, MovedFromPathKeepsTypeAndFlagsAndHasNoComponents) {
+TEST(Path, MovedFrom) {
   Path shareFlagged(R"(\\srv\share)");
   shareFlagged.Set("/usr/lib", kNoType);
   struct Row {
@@ -436,7 +436,7 @@ const ParseRow kWindowsRows[] = {
     {R"(\\.\x)", {".", "x"}, kShare, R"(\\.\x)", R"(\\./x)"},
     {R"(\?\C:\x)", {"?", "C:", "x"}, kRelative, R"(?\C:\x)", "?/C:/x"},
     {R"(a\\?\b)", {"a", "?", "b"}, kRelative, R"(a\?\b)", "a/?/b"},
-    // a first component "UNC": see RelativePathBeginningWithUncIsReadAsAShare
+    // a first component "UNC": see Path.RelativeUnc
     {R"(UNC\srv\share)", {"srv", "share"}, kShare, R"(\\srv\share)", R"(\\srv/share)"},
     {R"(UNC\)", {}, kShare, R"(\\)", R"(\\)"},
     {R"(UNC\\srv)", {"srv"}, kShare, R"(\\srv)", R"(\\srv)"},
@@ -449,7 +449,7 @@ const ParseRow kWindowsRows[] = {
     {"UNC", {"UNC"}, kRelative, "UNC", "UNC"},
 };
 
-TEST(Path, WindowsRulesOfParsing) {
+TEST(Path, WindowsParsing) {
   for (const ParseRow& row : kWindowsRows) {
     ExpectParses(row, Path(row.text), Path::WINDOWS_PATH);
     ExpectParses(row, Path(row.text.c_str()), Path::WINDOWS_PATH);
@@ -457,7 +457,7 @@ TEST(Path, WindowsRulesOfParsing) {
   }
 }
 
-TEST(Path, WideTextsParseAsTheirUtf8Does) {
+TEST(Path, WideParsing) {
   for (const ParseRow& row : kWindowsRows) {
     const std::wstring wide = ReferenceUtf16(row.text);
     ExpectParses(row, Path(wide), Path::WINDOWS_PATH);
@@ -473,7 +473,7 @@ TEST(Path, WideTextsParseAsTheirUtf8Does) {
   EXPECT_TRUE(HasType(posix, Path::POSIX_PATH));
 }
 
-TEST(Path, ParsingReplacesWhatThePathHeld) {
+TEST(Path, SetReplaces) {
   const Path befores[] = {Path(), Path(R"(C:\x\y)"), Path(R"(\\srv\share)"),
                           Parsed("/x/y", Path::POSIX_PATH), Parsed("x", kNoType)};
   for (const Path& before : befores) {
@@ -504,14 +504,14 @@ const ParseRow kPosixRows[] = {
     {"/./../a", {".", "..", "a"}, kAbsolute, R"(/.\..\a)", "/./../a"},
 };
 
-TEST(Path, PosixRulesOfParsing) {
+TEST(Path, PosixParsing) {
   for (const ParseRow& row : kPosixRows) {
     ExpectParses(row, Parsed(row.text, Path::POSIX_PATH), Path::POSIX_PATH);
   }
 }
 
 // Deliberate: the parser asks for the value 0, the printer for the value 1.
-TEST(Path, TypeWithoutANameParsesAsPosixAndPrintsAsWindows) {
+TEST(Path, UnknownType) {
   for (const Path::PathType type : {kNoType, kNegativeType}) {
     for (ParseRow row : kPosixRows) {
       // The prefix is that of a Windows path, and a drive or share is nothing it knows.
@@ -527,7 +527,7 @@ TEST(Path, TypeWithoutANameParsesAsPosixAndPrintsAsWindows) {
 }
 
 // Deliberate: only the Windows rules write the flag.
-TEST(Path, PosixParseLeavesTheShareFlag) {
+TEST(Path, PosixKeepsShareFlag) {
   for (const Path::PathType type : {Path::POSIX_PATH, kNoType, kNegativeType}) {
     Path path(R"(\\srv\share)");
     path.Set("/usr/lib/x", type);
@@ -546,7 +546,7 @@ TEST(Path, PosixParseLeavesTheShareFlag) {
 }
 
 // Deliberate: that is what is left of "\\?\UNC\srv\share" once the prefix is gone.
-TEST(Path, RelativePathBeginningWithUncIsReadAsAShare) {
+TEST(Path, RelativeUnc) {
   const Path path(R"(UNC\srv\share)");
   EXPECT_TRUE(path.IsAbsolute());
   EXPECT_TRUE(IsShare(path));
@@ -557,7 +557,7 @@ TEST(Path, RelativePathBeginningWithUncIsReadAsAShare) {
   EXPECT_TRUE(Path(Path("UNC/x").Str()).IsAbsolute());
 }
 
-TEST(Path, OnlyAsciiLettersAreDrivesWhateverTheLocale) {
+TEST(Path, DriveLetters) {
   const std::string before = std::setlocale(LC_CTYPE, nullptr);
   tarsio_test::FindTestLocales();
   int known = 0;
@@ -576,7 +576,7 @@ TEST(Path, OnlyAsciiLettersAreDrivesWhateverTheLocale) {
   std::setlocale(LC_CTYPE, before.c_str());
 }
 
-TEST(Path, SetDefaultsToTheWindowsRules) {
+TEST(Path, SetDefault) {
   Path path = Parsed("/a", Path::POSIX_PATH);
   path.Set(R"(C:\a)");
   EXPECT_TRUE(HasType(path, Path::WINDOWS_PATH));
@@ -610,7 +610,7 @@ struct TokenizeRow {
   Components components;
 };
 
-TEST(PathTokenize, YieldsNoEmptyComponents) {
+TEST(PathTokenize, NoEmptyComponents) {
   const TokenizeRow rows[] = {
       {"", "/", {}},
       {"", "", {}},
@@ -651,7 +651,7 @@ const TokenizeRow kNulRows[] = {
     {Bytes("ab/cd\0ef/"), "/", {"ab", "cd"}},
 };
 
-TEST(PathTokenize, NulShortensTheComponentThatHoldsIt) {
+TEST(PathTokenize, NulCutsComponent) {
   for (const TokenizeRow& row : kNulRows) {
     SCOPED_TRACE(testing::PrintToString(row.text));
     EXPECT_EQ(Tokenizer::Tokenize(row.text, row.delimiters), row.components);
@@ -665,7 +665,7 @@ TEST(PathTokenize, NulShortensTheComponentThatHoldsIt) {
   EXPECT_THAT(Tokenizer::Tokenize(Bytes("\0\0"), Bytes("\0")), IsEmpty());
 }
 
-TEST(PathTokenize, EmptyComponentsPrintAndCountLikeOthers) {
+TEST(PathTokenize, EmptyComponents) {
   const Path path(Bytes("x/\0yz"));
   EXPECT_EQ(path.Length(), 2u);
   EXPECT_FALSE(path.Empty());
@@ -692,7 +692,7 @@ void ExpectOutOfRange(const F& parse) {
   }
 }
 
-TEST(PathSet, ThatThrowsLeavesNoComponentByWindowsRulesAndThoseOfBeforeByPosixRules) {
+TEST(PathTokenize, SetThatThrows) {
   const std::string refused = Bytes("a\0/b");
   Path path("of/before");
   ExpectOutOfRange([&] { path.Set(refused, Path::POSIX_PATH); });
@@ -701,7 +701,7 @@ TEST(PathSet, ThatThrowsLeavesNoComponentByWindowsRulesAndThoseOfBeforeByPosixRu
   EXPECT_TRUE(path.Empty());
 }
 
-TEST(PathTokenize, ComponentBehindTheFirstNulIsOutOfRange) {
+TEST(PathTokenize, ThrowsAfterNul) {
   const std::string texts[] = {Bytes("a\0/b"), Bytes("\0/b"), Bytes("x/a\0b/c/d"), Bytes("x/\0/b"),
                                Bytes("a\0b/c\0d")};
   for (const std::string& text : texts) {
@@ -724,7 +724,7 @@ TEST(PathTokenize, ComponentBehindTheFirstNulIsOutOfRange) {
   EXPECT_EQ(Path(Bytes("\\\\?\\C:\\a\0b")).Str(), R"(C:\a)");
 }
 
-TEST(Path, PointersAreReadUpToTheirNul) {
+TEST(Path, PointersEndAtNul) {
   EXPECT_EQ(Path("a\0/b").Str(), "a");
   EXPECT_EQ(Path(L"a\0/b").Str(), "a");
   Path path;
@@ -738,7 +738,7 @@ TEST(Path, PointersAreReadUpToTheirNul) {
 // ---- printing ----
 
 // Deliberate: the prefix follows the type of the parse, the separator the argument.
-TEST(Path, PrefixFollowsTheTypeAndSeparatorTheStyle) {
+TEST(Path, PrefixAndSeparator) {
   Path shareFlaggedPosix(R"(\\srv\share)");
   shareFlaggedPosix.Set("/usr/lib", Path::POSIX_PATH);
   Path shareFlaggedOther(R"(\\srv\share)");
@@ -782,7 +782,7 @@ std::string WithSlashes(std::string text) {
   return text;
 }
 
-TEST(Path, LongPrefixAppearsWhereThePrintedFormReaches260Bytes) {
+TEST(Path, LongPrefix) {
   using Build = Path (*)(const std::string& body);
   const Build drive = [](const std::string& body) { return Path(body); };
   const Build prefixedDrive = [](const std::string& body) { return Path(kLongPrefix + body); };
@@ -836,7 +836,7 @@ TEST(Path, LongPrefixAppearsWhereThePrintedFormReaches260Bytes) {
   }
 }
 
-TEST(Path, RelativeAndPosixPathsNeverGetTheLongPrefix) {
+TEST(Path, NoLongPrefix) {
   const std::string name(1000, 'x');
   EXPECT_EQ(Path(name).Str(), name);
   EXPECT_EQ(Path("C:" + name).Str(), "C:" + name);
@@ -849,7 +849,7 @@ TEST(Path, RelativeAndPosixPathsNeverGetTheLongPrefix) {
   EXPECT_EQ(Parsed(name, kNoType).Str(), name);
 }
 
-TEST(Path, LongPrintedFormsParseBackToTheSamePath) {
+TEST(Path, LongRoundTrip) {
   for (const std::string start : {R"(C:\)", R"(\\srv\share\)"}) {
     const Path path(start + std::string(300, 'x'));
     const Path again(path.Str());
@@ -861,13 +861,13 @@ TEST(Path, LongPrintedFormsParseBackToTheSamePath) {
   }
 }
 
-TEST(Path, ShortParentOfALongPathPrintsWithoutThePrefix) {
+TEST(Path, ShortParent) {
   const Path path(R"(\\?\C:\a\)" + std::string(300, 'x'));
   EXPECT_EQ(path.Str(), R"(\\?\C:\a\)" + std::string(300, 'x'));
   EXPECT_EQ(path.ParentPath().Str(), R"(C:\a)");
 }
 
-TEST(Path, StreamsTheFormThatStrPrints) {
+TEST(Path, Stream) {
   const Path paths[] = {Path(),
                         Path("C:/a/b"),
                         Path("//a/b"),
@@ -887,7 +887,7 @@ TEST(Path, StreamsTheFormThatStrPrints) {
 
 // ---- joining and taking apart ----
 
-TEST(Path, JoinAppendsTheComponentsOfARelativePath) {
+TEST(Path, Join) {
   struct Row {
     Path left;
     Path right;
@@ -927,7 +927,7 @@ TEST(Path, JoinAppendsTheComponentsOfARelativePath) {
   EXPECT_EQ((Path("a") / "b" / L"c" / std::string("d")).Str(), R"(a\b\c\d)");
 }
 
-TEST(Path, JoinLeavesBothSidesAsTheyWere) {
+TEST(Path, JoinKeepsOperands) {
   const Path left("a");
   const Path right("b");
   EXPECT_EQ((left / right).Str(), R"(a\b)");
@@ -935,7 +935,7 @@ TEST(Path, JoinLeavesBothSidesAsTheyWere) {
   EXPECT_EQ(right.Str(), "b");
 }
 
-TEST(Path, JoinKeepsTheTypeOfTheLeftSide) {
+TEST(Path, JoinKeepsType) {
   const Path posix = Parsed("/usr", Path::POSIX_PATH) / Parsed(R"(lib\x/y)", Path::POSIX_PATH);
   EXPECT_EQ(posix.Str(Path::POSIX_PATH), R"(/usr/lib\x/y)");
   EXPECT_TRUE(HasType(posix, Path::POSIX_PATH));
@@ -945,7 +945,7 @@ TEST(Path, JoinKeepsTheTypeOfTheLeftSide) {
   EXPECT_TRUE(HasType(noType, kNoType));
 }
 
-TEST(Path, JoinIgnoresTheShareFlagOfTheRightSide) {
+TEST(Path, JoinIgnoresShare) {
   Path flagged(R"(\\srv\share)");
   flagged.Set("lib", Path::POSIX_PATH);
   ASSERT_TRUE(IsShare(flagged));
@@ -955,7 +955,7 @@ TEST(Path, JoinIgnoresTheShareFlagOfTheRightSide) {
 }
 
 // Deliberate: neither an exception nor a report.
-TEST(Path, JoinWithAnAbsolutePathOrAnotherTypeIsAnUnchangedCopy) {
+TEST(Path, JoinOfAbsolute) {
   const Path lefts[] = {Path("a"), Path(), Path(R"(C:\a)"), Path(R"(\\srv\share)")};
   const Path rights[] = {Path(R"(C:\b)"),
                          Path(R"(\\srv\share\b)"),
@@ -984,7 +984,7 @@ TEST(Path, JoinWithAnAbsolutePathOrAnotherTypeIsAnUnchangedCopy) {
   EXPECT_THAT(records->All(), IsEmpty());
 }
 
-TEST(Path, ParentDropsTheLastComponentAndKeepsTheFlags) {
+TEST(Path, Parent) {
   struct Row {
     Path path;
     std::string parent;
@@ -1024,7 +1024,7 @@ TEST(Path, ParentDropsTheLastComponentAndKeepsTheFlags) {
 }
 
 // Deliberate: the type is not copied.
-TEST(Path, ParentIsAlwaysOfWindowsType) {
+TEST(Path, ParentIsWindows) {
   for (const Path::PathType type : {Path::WINDOWS_PATH, Path::POSIX_PATH, kNoType}) {
     for (const char* const text : {"/usr/lib", "/usr", "/", "usr/lib", "usr", ""}) {
       EXPECT_TRUE(HasType(Parsed(text, type).ParentPath(), Path::WINDOWS_PATH)) << text;
@@ -1033,7 +1033,7 @@ TEST(Path, ParentIsAlwaysOfWindowsType) {
   EXPECT_EQ((Parsed("/usr/lib", Path::POSIX_PATH).ParentPath() / "x").Str(), R"(usr\x)");
 }
 
-TEST(Path, ParentsOfAnEmptyRelativePathAlternate) {
+TEST(Path, ParentOfEmpty) {
   Path path;
   path = path.ParentPath();
   EXPECT_THAT(ComponentsOf(path), ElementsAre(".."));
@@ -1041,7 +1041,7 @@ TEST(Path, ParentsOfAnEmptyRelativePathAlternate) {
   ExpectDefault(path);
 }
 
-TEST(Path, FilenameIsTheLastComponentAndExtensionWhatFollowsItsLastDot) {
+TEST(Path, FilenameExtension) {
   struct Row {
     std::string text;
     std::string filename;
@@ -1079,14 +1079,14 @@ TEST(Path, FilenameIsTheLastComponentAndExtensionWhatFollowsItsLastDot) {
   EXPECT_EQ(Path(R"(C:\)").ParentPath().Filename(), "");
 }
 
-TEST(Path, LengthCountsComponents) {
+TEST(Path, Length) {
   EXPECT_EQ(Path(R"(C:\a\b)").Length(), 3u);
   EXPECT_EQ(Path(R"(\\srv\share\f)").Length(), 3u);
   EXPECT_EQ(Path("name").Length(), 1u);
   EXPECT_EQ(Path(Repeat("a/", 10000)).Length(), 10000u);
 }
 
-TEST(Path, EmptyMeansWithoutComponentsAbsoluteOrNot) {
+TEST(Path, Empty) {
   EXPECT_TRUE(Path("/").Empty());
   EXPECT_TRUE(Parsed("/", Path::POSIX_PATH).Empty());
   EXPECT_TRUE(Parsed("/", Path::POSIX_PATH).IsAbsolute());
@@ -1097,7 +1097,7 @@ TEST(Path, EmptyMeansWithoutComponentsAbsoluteOrNot) {
 }
 
 // Deliberate: type and flags do not take part.
-TEST(Path, EqualityComparesTheComponentsOnly) {
+TEST(Path, Equality) {
   struct Row {
     Path left;
     Path right;
@@ -1146,7 +1146,7 @@ struct TextRow {
   std::wstring utf16;
 };
 
-TEST(Path, ValidTextConvertsBothWays) {
+TEST(Path, ValidUtf8) {
   const TextRow rows[] = {
       {"empty", "", L""},
       {"ASCII", "a b~", L"a b~"},
@@ -1176,7 +1176,7 @@ TEST(Path, ValidTextConvertsBothWays) {
   }
 }
 
-TEST(Path, EachBadPartOfUtf8BecomesOneReplacementCharacter) {
+TEST(Path, InvalidUtf8) {
   const TextRow rows[] = {
       {"continuation alone", "\x80", L"\xFFFD"},
       {"last continuation alone", "\xBF\x41", L"\xFFFD\x41"},
@@ -1215,7 +1215,7 @@ TEST(Path, EachBadPartOfUtf8BecomesOneReplacementCharacter) {
 }
 
 // Wine takes the whole rest for one bad part if it is shorter than the sequence that has begun.
-TEST(Path, BadPartsOfUtf8SwallowNoGoodCharacter) {
+TEST(Path, InvalidUtf8Ends) {
   const struct {
     std::string utf8;
     std::wstring utf16;
@@ -1240,7 +1240,7 @@ TEST(Path, BadPartsOfUtf8SwallowNoGoodCharacter) {
   }
 }
 
-TEST(Path, EachLoneSurrogateBecomesOneReplacementCharacter) {
+TEST(Path, LoneSurrogates) {
   const std::string bad = "\xEF\xBF\xBD";
   const TextRow rows[] = {
       {"high alone", bad, L"\xD800"},
@@ -1262,7 +1262,7 @@ TEST(Path, EachLoneSurrogateBecomesOneReplacementCharacter) {
   }
 }
 
-TEST(Path, UnitsWiderThan16BitsAreTheCharactersThatTheyAre) {
+TEST(Path, WideUnits) {
   if constexpr (sizeof(wchar_t) > 2) {
     const auto wide = [](uint32_t character) {
       return std::wstring(1, static_cast<wchar_t>(character));
@@ -1280,7 +1280,7 @@ TEST(Path, UnitsWiderThan16BitsAreTheCharactersThatTheyAre) {
   }
 }
 
-TEST(Path, RandomBytesAndUnitsConvertByTheRules) {
+TEST(Path, RandomConversion) {
   std::mt19937_64 random(20260401);
   // Leads, continuations and letters, the limits of each kind more often than the rest.
   const std::string limits =
@@ -1443,7 +1443,7 @@ void ExpectSame(const Path& path, const Model& model, Path::PathType style) {
 
 // A million texts: each parsed into a path that held the one before, so that what a parse leaves
 // behind shows, then printed, joined with an earlier one and taken apart.
-TEST(Path, MillionRandomTextsFollowTheRules) {
+TEST(Path, RandomStrings) {
   RandomTexts random(3141592653);
   Path path;
   Model model;
@@ -1484,7 +1484,7 @@ TEST(Path, MillionRandomTextsFollowTheRules) {
 
 // ---- the full path and the current directory ----
 
-TEST(Path, GetcwdIsTheCurrentDirectory) {
+TEST(Path, Getcwd) {
   const ScopedDirectory directory;
   const Path current = Path::Getcwd();
   EXPECT_EQ(current.Str(), Path(directory.Text("")).Str());
@@ -1499,7 +1499,7 @@ TEST(Path, GetcwdIsTheCurrentDirectory) {
 }
 
 // Where the current directory can be removed, the system has no name for it any more.
-TEST(Path, CurrentDirectoryThatCannotBeToldIsTheDefaultPath) {
+TEST(Path, GetcwdFails) {
   const ScopedDirectory directory;
   std::filesystem::create_directory("gone");
   std::filesystem::current_path("gone");
@@ -1519,7 +1519,7 @@ TEST(Path, CurrentDirectoryThatCannotBeToldIsTheDefaultPath) {
 }
 
 // A relative path would be built on another directory, or on none.
-TEST(Path, CurrentDirectoryThatIsNoWindowsPathIsTheDefaultPath) {
+TEST(Path, GetcwdBackslash) {
   // Windows has no directories with such names.
   if (std::filesystem::path::preferred_separator == '\\') GTEST_SKIP() << "none on this system";
   const ScopedDirectory directory;
@@ -1565,7 +1565,7 @@ void ExpectFullPaths(const std::vector<AbsoluteRow>& rows) {
   }
 }
 
-TEST(PathAbsolute, RelativeTextsAreBuiltOnTheCurrentDirectory) {
+TEST(PathAbsolute, Relative) {
   ExpectFullPaths({{"a", R"(=\a)"},
                    {"a/b", R"(=\a\b)"},
                    {R"(a//b\\c/)", R"(=\a\b\c)"},
@@ -1584,7 +1584,7 @@ TEST(PathAbsolute, RelativeTextsAreBuiltOnTheCurrentDirectory) {
                    {"\xC3\xA9/\xF0\x9F\x98\x80", "=\\\xC3\xA9\\\xF0\x9F\x98\x80"}});
 }
 
-TEST(PathAbsolute, DotsAreResolvedAndNeverAboveTheRoot) {
+TEST(PathAbsolute, Dots) {
   ExpectFullPaths({{".", "="},
                    {R"(.\.)", "="},
                    {R"(.\a)", R"(=\a)"},
@@ -1607,7 +1607,7 @@ TEST(PathAbsolute, DotsAreResolvedAndNeverAboveTheRoot) {
   EXPECT_EQ(Path().ParentPath().Absolute().Str(), Path::Getcwd().ParentPath().Str());
 }
 
-TEST(PathAbsolute, InnerComponentsLoseASingleTrailingDot) {
+TEST(PathAbsolute, InnerDots) {
   ExpectFullPaths({{R"(a.\b)", R"(=\a\b)"},
                    {R"(a .\b)", R"(=\a \b)"},
                    {R"(x\ .\y)", R"(=\x\ \y)"},
@@ -1615,7 +1615,7 @@ TEST(PathAbsolute, InnerComponentsLoseASingleTrailingDot) {
 }
 
 // Wine takes one of several dots too, so that "..." becomes "..", and lets a share be named "..".
-TEST(PathAbsolute, DotsThatWineTakesForOthers) {
+TEST(PathAbsolute, InnerDotsWindows) {
   const std::vector<AbsoluteRow> rows = {{R"(a..\b)", R"(=\a..\b)"},
                                          {R"(a...\b)", R"(=\a...\b)"},
                                          {R"(x\...\y)", R"(=\x\...\y)"},
@@ -1637,7 +1637,7 @@ TEST(PathAbsolute, DotsThatWineTakesForOthers) {
   ExpectFullPaths(RunsUnderWine() ? underWine : rows);
 }
 
-TEST(PathAbsolute, InnerComponentsKeepTheirTrailingBlanks) {
+TEST(PathAbsolute, InnerSpaces) {
   ExpectFullPaths({{R"(a \b)", R"(=\a \b)"},
                    {R"(a. \b)", R"(=\a. \b)"},
                    {R"(x\. \y)", R"(=\x\. \y)"},
@@ -1646,7 +1646,7 @@ TEST(PathAbsolute, InnerComponentsKeepTheirTrailingBlanks) {
                    {R"( a\b)", R"(=\ a\b)"}});
 }
 
-TEST(PathAbsolute, LastComponentLosesItsTrailingDotsAndBlanks) {
+TEST(PathAbsolute, LastTrailing) {
   ExpectFullPaths({{"a.", R"(=\a)"},
                    {"a ", R"(=\a)"},
                    {"a. . ", R"(=\a)"},
@@ -1671,7 +1671,7 @@ TEST(PathAbsolute, LastComponentLosesItsTrailingDotsAndBlanks) {
 }
 
 // What is last is settled once "." and ".." are resolved.
-TEST(PathAbsolute, ComponentThatBecomesTheLastLosesItsTrailingDotsAndBlanksToo) {
+TEST(PathAbsolute, DotsAfterParent) {
   ExpectFullPaths({{R"(a \.)", R"(=\a)"},
                    {R"(a..\.)", R"(=\a)"},
                    {R"(a. \b\..)", R"(=\a)"},
@@ -1681,7 +1681,7 @@ TEST(PathAbsolute, ComponentThatBecomesTheLastLosesItsTrailingDotsAndBlanksToo) 
                    {R"(C:\a \.)", R"(C:\a)"}});
 }
 
-TEST(PathAbsolute, OtherDrivesStandOnTheirRoots) {
+TEST(PathAbsolute, OtherDrives) {
   ExpectFullPaths({{"Q:x", R"(Q:\x)"},
                    {"q:x", R"(q:\x)"},
                    {R"(Q:\x\..\y)", R"(Q:\y)"},
@@ -1693,7 +1693,7 @@ TEST(PathAbsolute, OtherDrivesStandOnTheirRoots) {
 
 // Of what the POSIX rules parse, a component may hold backslashes, which the system sees as
 // separators.
-TEST(PathAbsolute, SeparatorsWithinAComponentSeparate) {
+TEST(PathAbsolute, InnerSeparators) {
   const ScopedDirectory directory;
   const auto full = [](const char* text) {
     return Parsed(text, Path::POSIX_PATH).Absolute().Str();
@@ -1705,7 +1705,7 @@ TEST(PathAbsolute, SeparatorsWithinAComponentSeparate) {
   EXPECT_EQ(full(R"(\\srv)"), "srv");  // a share needs a name behind its server
 }
 
-TEST(PathAbsolute, SharesKeepTheirServerAndShare) {
+TEST(PathAbsolute, Shares) {
   ExpectFullPaths({{R"(\\srv\share\x)", R"(\\srv\share\x)"},
                    {R"(\\srv\share)", R"(\\srv\share)"},
                    {R"(\\srv/share//x/)", R"(\\srv\share\x)"},
@@ -1719,7 +1719,7 @@ TEST(PathAbsolute, SharesKeepTheirServerAndShare) {
   EXPECT_TRUE(IsShare(Path(R"(\\srv\share\..\x)").Absolute()));
 }
 
-TEST(PathAbsolute, DevicesHaveNoRootBelowThem) {
+TEST(PathAbsolute, Devices) {
   ExpectFullPaths({{R"(\\.\x)", R"(\\.\x)"},
                    {R"(\\.\x.)", R"(\\.\x)"},
                    {R"(\\.\x\..\y)", R"(\\.\y)"},
@@ -1734,7 +1734,7 @@ TEST(PathAbsolute, DevicesHaveNoRootBelowThem) {
 }
 
 // Its printed form begins like a long path: "\\?\UNC\?\x\y".
-TEST(PathAbsolute, ShareBehindAServerNamedLikeThePrefixStaysAShare) {
+TEST(PathAbsolute, ServerLikePrefix) {
   const Path full = Path(R"(UNC\?\UNC\?\x\.\y)").Absolute();
   EXPECT_TRUE(full.IsAbsolute());
   EXPECT_TRUE(IsShare(full));
@@ -1742,7 +1742,7 @@ TEST(PathAbsolute, ShareBehindAServerNamedLikeThePrefixStaysAShare) {
   EXPECT_EQ(full.Length(), 3u);
 }
 
-TEST(PathAbsolute, LongPathsAreResolvedToo) {
+TEST(PathAbsolute, LongPaths) {
   const std::string name(300, 'x');
   ExpectFullPaths({{R"(C:\a\..\)" + name, R"(\\?\C:\)" + name},
                    {R"(C:\a\.\)" + name, R"(\\?\C:\a\)" + name},
@@ -1753,7 +1753,7 @@ TEST(PathAbsolute, LongPathsAreResolvedToo) {
                    {name + R"(\..\b)", R"(=\b)"}});
 }
 
-TEST(PathAbsolute, BlankTextsAreRefused) {
+TEST(PathAbsolute, OnlySpaces) {
   const ScopedDirectory directory;
   ExpectDefault(Path().Absolute());
   ExpectDefault(Path("").Absolute());
@@ -1763,7 +1763,7 @@ TEST(PathAbsolute, BlankTextsAreRefused) {
   ExpectDefault(Path(R"(C:\)").ParentPath().Absolute());
 }
 
-TEST(PathAbsolute, PosixPathsGoByTheirWindowsForm) {
+TEST(PathAbsolute, PosixPaths) {
   const ScopedDirectory directory;
   const std::string current = Path::Getcwd().Str();
   EXPECT_EQ(Parsed(R"(a\b/c/..)", Path::POSIX_PATH).Absolute().Str(), current + R"(\a\b)");
@@ -1780,7 +1780,7 @@ std::string RelativeText(const std::string& component, size_t bytesPerUnit, size
   return std::string(rest % componentUnits, 'x') + Repeat(component, rest / componentUnits);
 }
 
-TEST(PathAbsolute, ResultIsLimitedTo32766Units) {
+TEST(PathAbsolute, Limit) {
   const ScopedDirectory directory;
   struct Row {
     const char* name;
@@ -1806,7 +1806,7 @@ TEST(PathAbsolute, ResultIsLimitedTo32766Units) {
 }
 
 // The prefix goes into the call and comes back with the result.
-TEST(PathAbsolute, LongPrefixCountsTowardsTheLimit) {
+TEST(PathAbsolute, LimitWithPrefix) {
   for (const std::string& start : {kLongPrefix + R"(C:\)", kLongSharePrefix + R"(srv\share\)"}) {
     const Path longest(start + std::string(32766 - start.size(), 'x'));
     EXPECT_EQ(longest.Absolute().Str(), longest.Str());
@@ -1849,7 +1849,7 @@ class PathQueries : public testing::Test {
   const ScopedDirectory directory;
 };
 
-TEST_F(PathQueries, TellFilesFromDirectories) {
+TEST_F(PathQueries, FileOrDirectory) {
   const QueryRow rows[] = {
       {"f", true, false, 5},
       {"empty", true, false, 0},
@@ -1872,7 +1872,7 @@ TEST_F(PathQueries, TellFilesFromDirectories) {
 }
 
 // Before the system is asked: what they go back over need not exist, nor be a directory.
-TEST_F(PathQueries, DotsAreResolvedByText) {
+TEST_F(PathQueries, Dots) {
   const std::string name = Path::Getcwd().Filename();
   const QueryRow rows[] = {
       {R"(missing\..\f)", true, false, 5},
@@ -1899,7 +1899,7 @@ TEST_F(PathQueries, DotsAreResolvedByText) {
   ExpectMissing(R"(..\f)");
 }
 
-TEST_F(PathQueries, ParentOfALinkIsWhereTheLinkIs) {
+TEST_F(PathQueries, ParentOfLink) {
   // mingw-w64's standard library cannot create links.
   std::error_code error;
   std::filesystem::create_directory_symlink("d/sub", "link", error);
@@ -1911,7 +1911,7 @@ TEST_F(PathQueries, ParentOfALinkIsWhereTheLinkIs) {
 }
 
 // From 260 bytes on the printed form has the prefix, and every component of it is a name.
-TEST_F(PathQueries, DotsAfterTheLongPrefixAreNames) {
+TEST_F(PathQueries, DotsAfterPrefix) {
   for (const std::string dots : {R"(\.)", R"(\d\..)"}) {
     ExpectAnswers({directory.Text() + Repeat(dots, 2) + R"(\f)", true, false, 5});
     const Path path(directory.Text() + Repeat(dots, 150) + R"(\f)");
@@ -1921,7 +1921,7 @@ TEST_F(PathQueries, DotsAfterTheLongPrefixAreNames) {
   }
 }
 
-TEST_F(PathQueries, FindNothingWhereNothingIs) {
+TEST_F(PathQueries, Missing) {
   for (const char* const text :
        {"missing", R"(missing\x)", R"(d\missing)", R"(f\x)", R"(empty\x\y)", " "}) {
     ExpectMissing(text);
@@ -1930,13 +1930,13 @@ TEST_F(PathQueries, FindNothingWhereNothingIs) {
   ExpectMissing(Path(Repeat(R"(x\)", 5000)));
 }
 
-TEST_F(PathQueries, EmptyPathNamesNothing) {
+TEST_F(PathQueries, Empty) {
   ExpectMissing(Path());
   ExpectMissing(Path("///"));
   ExpectMissing(Path(R"(C:\)").ParentPath());
 }
 
-TEST_F(PathQueries, DriveAloneIsItsCurrentDirectory) {
+TEST_F(PathQueries, DriveAlone) {
   ExpectAnswers({"C:", false, true, 0});
   ExpectAnswers({R"(C:\)", false, true, 0});
   ExpectAnswers({"c:/", false, true, 0});
@@ -1946,7 +1946,7 @@ TEST_F(PathQueries, DriveAloneIsItsCurrentDirectory) {
   ExpectMissing("C:missing");
 }
 
-TEST_F(PathQueries, OtherDrivesAndSharesDoNotExist) {
+TEST_F(PathQueries, OtherDrives) {
   ExpectMissing("Q:");
   ExpectMissing(R"(Q:\)");
   ExpectMissing("Q:f");
@@ -1964,14 +1964,14 @@ TEST_F(PathQueries, OtherDrivesAndSharesDoNotExist) {
 }
 
 // Deliberate, as the parse reads it.
-TEST_F(PathQueries, RelativePathBeginningWithUncIsAskedForAsAShare) {
+TEST_F(PathQueries, RelativeUnc) {
   ExpectAnswers({"UNC", false, true, 0});
   ExpectAnswers({"UNC/sub", false, true, 0});
   ExpectMissing(R"(UNC\sub)");
 }
 
 // Printed with the long prefix, a share begins with "UNC" as well.
-TEST_F(PathQueries, LongShareIsNotTakenForADirectoryNamedUnc) {
+TEST_F(PathQueries, LongShare) {
   const std::string name(200, 'x');
   const Path relative = Path("UNC/sub") / name / name;
   EXPECT_TRUE(MakeDir(relative.ParentPath()));
@@ -1987,7 +1987,7 @@ TEST_F(PathQueries, LongShareIsNotTakenForADirectoryNamedUnc) {
   EXPECT_TRUE(std::filesystem::remove(NativeName(relative.ParentPath().Absolute())));
 }
 
-TEST_F(PathQueries, AbsolutePathsInEveryForm) {
+TEST_F(PathQueries, AbsoluteForms) {
   const std::string absolute = directory.Text("d/g");
   const std::string windows = Path(absolute).Str();
   ASSERT_TRUE(Path(absolute).IsAbsolute());
@@ -2003,7 +2003,7 @@ TEST_F(PathQueries, AbsolutePathsInEveryForm) {
   ExpectMissing(directory.Text("d/missing"));
 }
 
-TEST_F(PathQueries, PosixPathsGoByTheirWindowsForm) {
+TEST_F(PathQueries, PosixPaths) {
   ExpectAnswers({Parsed("d/g", Path::POSIX_PATH), true, false, 3});
   ExpectAnswers({Parsed(R"(d\g)", Path::POSIX_PATH), true, false, 3});
   ExpectAnswers({Parsed("/d/g", kNoType), true, false, 3});
@@ -2021,7 +2021,7 @@ TEST_F(PathQueries, PosixPathsGoByTheirWindowsForm) {
   ExpectMissing(withoutDrive);
 }
 
-TEST_F(PathQueries, RelativePathsFollowTheCurrentDirectory) {
+TEST_F(PathQueries, RelativePaths) {
   const Path path("g");
   ExpectMissing(path);
   std::filesystem::current_path(directory.Native("d"));
@@ -2032,7 +2032,7 @@ TEST_F(PathQueries, RelativePathsFollowTheCurrentDirectory) {
   ExpectMissing(path);
 }
 
-TEST_F(PathQueries, AnswersAreSnapshots) {
+TEST_F(PathQueries, NotCached) {
   const Path path("x");
   ExpectMissing(path);
   directory.Write("x", "1");
@@ -2046,7 +2046,7 @@ TEST_F(PathQueries, AnswersAreSnapshots) {
   ExpectMissing(path);
 }
 
-TEST_F(PathQueries, NamesAreUnicode) {
+TEST_F(PathQueries, UnicodeNames) {
   for (const char* const name : {"\xC3\xA9", "\xE2\x82\xAC.txt", "\xF0\x9F\x98\x80", "a b"}) {
     directory.Write(name, "1234");
     ExpectAnswers({name, true, false, 4});
@@ -2056,7 +2056,7 @@ TEST_F(PathQueries, NamesAreUnicode) {
 }
 
 // Deliberate: there is no test for a regular file.
-TEST_F(PathQueries, DevicesCountAsFiles) {
+TEST_F(PathQueries, Devices) {
   int devices = 0;
   for (const char* const text : {"NUL", "C:/dev/null"}) {  // each exists on one system
     const Path path(text);
@@ -2067,7 +2067,7 @@ TEST_F(PathQueries, DevicesCountAsFiles) {
   EXPECT_EQ(devices, 1);
 }
 
-TEST_F(PathQueries, SizeIsExact) {
+TEST_F(PathQueries, Size) {
   for (const size_t size :
        {0u, 1u, 2u, 511u, 512u, 4095u, 4096u, 4097u, 65535u, 65536u, 1000003u}) {
     directory.Write("sized", std::string(size, '\n'));
@@ -2076,7 +2076,7 @@ TEST_F(PathQueries, SizeIsExact) {
   }
 }
 
-TEST_F(PathQueries, SizeHasMoreThan32Bits) {
+TEST_F(PathQueries, SizeIs64Bit) {
   for (const uint64_t size : {0x7FFFFFFFu + 1ull, 0xFFFFFFFFull, 0x100000000ull, 0x123456789ull}) {
     std::filesystem::resize_file("f", size);
     EXPECT_EQ(Path("f").FileSize(), size);
@@ -2085,7 +2085,7 @@ TEST_F(PathQueries, SizeHasMoreThan32Bits) {
 }
 
 // A missing file, an empty one and an unreadable name are told apart by Exists() and IsFile() only.
-TEST_F(PathQueries, SizeIsZeroForAMissingFileAndForAnEmptyOne) {
+TEST_F(PathQueries, SizeZero) {
   EXPECT_EQ(Path("missing").FileSize(), 0u);
   EXPECT_EQ(Path("empty").FileSize(), 0u);
   EXPECT_FALSE(Path("missing").Exists());
@@ -2103,7 +2103,7 @@ size_t ObjectsBelow(const std::string& name) {
   return static_cast<size_t>(std::distance(begin, end(begin)));
 }
 
-TEST(MakeDir, CreatesTheLastComponentOnly) {
+TEST(PathMakeDir, LastComponent) {
   const ScopedDirectory directory;
   EXPECT_FALSE(MakeDir(R"(a\b\c)"));
   EXPECT_EQ(ObjectsBelow("."), 0u);
@@ -2116,7 +2116,7 @@ TEST(MakeDir, CreatesTheLastComponentOnly) {
   EXPECT_EQ(ObjectsBelow("."), 3u);
 }
 
-TEST(MakeDirs, CreatesEveryMissingDirectoryOnTheWay) {
+TEST(PathMakeDirs, AllMissing) {
   const ScopedDirectory directory;
   EXPECT_TRUE(MakeDirs(R"(a\b\c)"));
   EXPECT_TRUE(IsNativeDirectory("a"));
@@ -2130,7 +2130,7 @@ TEST(MakeDirs, CreatesEveryMissingDirectoryOnTheWay) {
   EXPECT_EQ(ObjectsBelow("."), 6u);
 }
 
-TEST(MakeDirs, SecondCallReturnsFalse) {
+TEST(PathMakeDirs, SecondCall) {
   const ScopedDirectory directory;
   EXPECT_TRUE(MakeDirs("a/b/c"));
   EXPECT_FALSE(MakeDirs("a/b/c"));
@@ -2139,7 +2139,7 @@ TEST(MakeDirs, SecondCallReturnsFalse) {
   EXPECT_TRUE(Path("a/b/c").IsDirectory());
 }
 
-TEST(MakeDir, ReturnsFalseForADirectoryThatExists) {
+TEST(PathMakeDir, Existing) {
   const ScopedDirectory directory;
   EXPECT_TRUE(MakeDir("a"));
   EXPECT_FALSE(MakeDir("a"));
@@ -2151,7 +2151,7 @@ TEST(MakeDir, ReturnsFalseForADirectoryThatExists) {
   EXPECT_TRUE(IsNativeDirectory("a"));
 }
 
-TEST(MakeDir, ReturnsFalseForAFileAndBelowIt) {
+TEST(PathMakeDir, File) {
   const ScopedDirectory directory;
   directory.Write("f", "12345");
   for (const char* const text : {"f", "f/x", "f/x/y"}) {
@@ -2162,7 +2162,7 @@ TEST(MakeDir, ReturnsFalseForAFileAndBelowIt) {
   EXPECT_EQ(directory.Read("f"), "12345");
 }
 
-TEST(MakeDir, ReturnsFalseForTextsThatHaveNoFullPath) {
+TEST(PathMakeDir, NoFullPath) {
   const ScopedDirectory directory;
   for (const Path& path : {Path(), Path(" "), Path(Repeat(R"(x\)", 20000))}) {
     EXPECT_FALSE(MakeDir(path));
@@ -2171,7 +2171,7 @@ TEST(MakeDir, ReturnsFalseForTextsThatHaveNoFullPath) {
   EXPECT_EQ(ObjectsBelow("."), 0u);
 }
 
-TEST(MakeDir, ReturnsFalseOnMissingDrivesAndShares) {
+TEST(PathMakeDir, OtherDrives) {
   const ScopedDirectory directory;
   for (const char* const text : {"Q:", "Q:x", R"(Q:\x)", R"(Q:\x\y)", "1:", "1:x", "\xC3\xA9:",
                                  "\xC3\xA9:\\x", "\xE2\x82\xAC:x", R"(\\tarsio.invalid\share)",
@@ -2183,7 +2183,7 @@ TEST(MakeDir, ReturnsFalseOnMissingDrivesAndShares) {
 }
 
 // To Windows a colon begins the name of a stream, and a directory has none.
-TEST(MakeDir, ReturnsFalseForAColonInAName) {
+TEST(PathMakeDir, Colon) {
   // Wine creates a directory, so it cannot run this.
   if (RunsUnderWine()) GTEST_SKIP() << "Wine takes the colon for a part of the name";
   const ScopedDirectory directory;
@@ -2197,7 +2197,7 @@ TEST(MakeDir, ReturnsFalseForAColonInAName) {
 }
 
 // Wine drops one of the dots, and leaves the directory.
-TEST(MakeDirs, ThreeDotsAreAName) {
+TEST(PathMakeDirs, ThreeDots) {
   const ScopedDirectory directory;
   std::filesystem::create_directory("box");
   EXPECT_TRUE(MakeDirs(directory.Text("box/.../new")));
@@ -2206,14 +2206,14 @@ TEST(MakeDirs, ThreeDotsAreAName) {
 }
 
 // A server alone is printed without its separators, and names a directory here.
-TEST(MakeDirs, RefusesWhatHasNoFullPath) {
+TEST(PathMakeDirs, NoFullPath) {
   const ScopedDirectory directory;
   const Path server = Parsed(R"(\\server)", Path::POSIX_PATH);
   EXPECT_FALSE(MakeDirs(server));
   EXPECT_EQ(ObjectsBelow("."), 0u);
 }
 
-TEST(MakeDir, WorksOnTheFullPath) {
+TEST(PathMakeDir, FullPath) {
   const ScopedDirectory directory;
   EXPECT_TRUE(MakeDirs(R"(missing\..\b\c)"));
   EXPECT_TRUE(IsNativeDirectory("b/c"));
@@ -2228,7 +2228,7 @@ TEST(MakeDir, WorksOnTheFullPath) {
   EXPECT_EQ(ObjectsBelow("."), 8u);
 }
 
-TEST(MakeDir, TakesAbsolutePathsInEveryForm) {
+TEST(PathMakeDir, AbsoluteForms) {
   const ScopedDirectory directory;
   EXPECT_TRUE(MakeDir(directory.Text("a")));
   EXPECT_TRUE(MakeDir(Path(directory.Text("a/b")).Wstr()));
@@ -2243,7 +2243,7 @@ TEST(MakeDir, TakesAbsolutePathsInEveryForm) {
   EXPECT_EQ(ObjectsBelow("."), 10u);
 }
 
-TEST(MakeDir, NamesAreUnicode) {
+TEST(PathMakeDir, UnicodeNames) {
   const ScopedDirectory directory;
   const std::string euro = "\xE2\x82\xAC";
   const std::string face = "\xF0\x9F\x98\x80";
@@ -2253,7 +2253,7 @@ TEST(MakeDir, NamesAreUnicode) {
 }
 
 // Level by level, for the system's own call for whole chains stops at 248 characters.
-TEST(MakeDir, GoesThousandCharactersDeep) {
+TEST(PathMakeDir, DeepPath) {
   const ScopedDirectory directory;
   const std::string name = "a directory of 25 letters";
   std::vector<Path> levels = {Path(directory.Text(""))};
@@ -2289,7 +2289,7 @@ TEST(MakeDir, GoesThousandCharactersDeep) {
 
 // ---- no reports, any thread ----
 
-TEST(Path, FailuresAreNeitherThrownNorLogged) {
+TEST(Path, SilentFailures) {
   const ScopedDirectory directory;
   const auto records = LogRecords::Install(tarsio::LOG_LEVEL_DEBUG);
   const Path paths[] = {Path(),
@@ -2317,7 +2317,7 @@ TEST(Path, FailuresAreNeitherThrownNorLogged) {
   EXPECT_THAT(records->All(), IsEmpty());
 }
 
-TEST(Path, ConstMembersOfOnePathRunConcurrently) {
+TEST(Path, ConstManyThreads) {
   const ScopedDirectory directory;
   directory.Write("f", "12345");
   const Path path(directory.Text("f"));

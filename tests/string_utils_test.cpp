@@ -44,7 +44,7 @@ static_assert(std::is_same<decltype(&StringUtils::GetHashText),
 
 // ---- splitting ----
 
-TEST(StringUtils, SplittingFollowsTheTable) {
+TEST(SplitString, Table) {
   const struct {
     const char* text;
     const char* delimiter;
@@ -88,7 +88,7 @@ TEST(StringUtils, SplittingFollowsTheTable) {
 }
 
 // The search runs over the text with a delimiter behind it; what that completes is cut.
-TEST(StringUtils, SplitStringCutsATailThatBeginsADelimiter) {
+TEST(SplitString, PartialDelimiter) {
   EXPECT_THAT(StringUtils::SplitString("a-", "--"), ElementsAre("a"));
   EXPECT_THAT(StringUtils::SplitString("-", "--"), ElementsAre(""));
   EXPECT_THAT(StringUtils::SplitString("a--b-", "--"), ElementsAre("a", "b"));
@@ -102,25 +102,25 @@ TEST(StringUtils, SplitStringCutsATailThatBeginsADelimiter) {
   EXPECT_THAT(StringUtils::SplitFristByString("a---", "--"), ElementsAre("a", "-"));
 }
 
-TEST(StringUtils, SplitAllByStringGivesATextWithoutDelimiterTwice) {
+TEST(SplitAllByString, NoDelimiter) {
   EXPECT_THAT(StringUtils::SplitAllByString("abc", ","), ElementsAre("abc", "abc"));
   EXPECT_THAT(StringUtils::SplitString("abc", ","), ElementsAre("abc"));
   EXPECT_THAT(StringUtils::SplitAllByString("", ","), ElementsAre(""));  // but an empty one once
 }
 
-TEST(StringUtils, EmptyDelimiterGivesTheWholeTextOnce) {
+TEST(SplitString, EmptyDelimiter) {
   EXPECT_THAT(StringUtils::SplitString("ab", ""), ElementsAre("ab"));
   EXPECT_THAT(StringUtils::SplitAllByString("ab", ""), ElementsAre("ab"));
   EXPECT_THAT(StringUtils::SplitString("", ""), ElementsAre());
   EXPECT_THAT(StringUtils::SplitAllByString("", ""), ElementsAre(""));
 }
 
-TEST(StringUtils, EmptyDelimiterOfSplitFristMatchesAtTheBeginning) {
+TEST(SplitFrist, EmptyDelimiter) {
   EXPECT_THAT(StringUtils::SplitFristByString("ab", ""), ElementsAre("", "ab"));
   EXPECT_THAT(StringUtils::SplitFristByString("", ""), ElementsAre("", ""));
 }
 
-TEST(StringUtils, SplittingTakesNulForAnyOtherByte) {
+TEST(SplitString, Nul) {
   const std::string text("a\0b,\0,c", 7);
   const std::string nul(1, kNul);
   EXPECT_EQ(StringUtils::SplitString(text, ","), (Pieces{std::string("a\0b", 3), nul, "c"}));
@@ -182,7 +182,7 @@ std::string RandomText(std::mt19937_64& random, size_t longest, size_t shortest 
   return text;
 }
 
-TEST(StringUtils, SplittingOfAMillionRandomTextsFollowsTheRules) {
+TEST(SplitString, RandomStrings) {
   std::mt19937_64 random(20240305);
   for (int i = 0; i < 1000000; ++i) {
     const std::string delimiter = RandomText(random, 3, 1);
@@ -209,7 +209,7 @@ std::string Trimmed(std::string text) {
   return text;
 }
 
-TEST(StringUtils, TrimRemovesWhiteSpaceFromBothEnds) {
+TEST(StringUtils, Trim) {
   EXPECT_EQ(Trimmed(""), "");
   EXPECT_EQ(Trimmed("x"), "x");
   EXPECT_EQ(Trimmed("\t \rx\t \r"), "x");
@@ -221,7 +221,7 @@ TEST(StringUtils, TrimRemovesWhiteSpaceFromBothEnds) {
   EXPECT_EQ(Trimmed(std::string(" \0 x \0 ", 7)), std::string("\0 x \0", 5));
 }
 
-TEST(StringUtils, TrimKnowsSixBytesInTheCLocale) {
+TEST(StringUtils, TrimInCLocale) {
   const std::string blanks = " \t\n\v\f\r";
   for (int value = 0; value < 256; ++value) {
     SCOPED_TRACE(value);
@@ -243,7 +243,7 @@ std::string AllBytes() {
 std::string UpperOfEof() { return std::string(1, static_cast<char>(std::toupper(EOF))); }
 std::string LowerOfEof() { return std::string(1, static_cast<char>(std::tolower(EOF))); }
 
-TEST(StringUtils, CaseMappingChangesTheAsciiLettersInTheCLocale) {
+TEST(StringUtils, CaseInCLocale) {
   const std::string lower = "abcdefghijklmnopqrstuvwxyz";
   const std::string upper = "ABCDEFGHIJKLMNOPQRSTUVWXYZ";
   std::string raised = AllBytes();
@@ -279,7 +279,7 @@ class ScopedRuntimeLocale {
 };
 
 // In every locale of these that the system has: "C" everywhere, the others on some systems.
-TEST(StringUtils, TrimAndCaseMappingFollowTheRuntimesLocale) {
+TEST(StringUtils, RuntimeLocale) {
   tarsio_test::FindTestLocales();
   int known = 0;
   for (const char* name : {"C", "", "C.UTF-8", "en_US.ISO-8859-1", "de_DE.ISO-8859-1",
@@ -299,7 +299,7 @@ TEST(StringUtils, TrimAndCaseMappingFollowTheRuntimesLocale) {
   EXPECT_GE(known, 2);
 }
 
-TEST(StringUtils, CaseMappingFollowsTheThreadsOwnLocale) {
+TEST(StringUtils, ThreadLocale) {
   std::thread([] {
     const ThreadLocale western;
     ASSERT_TRUE(western.IsSet());
@@ -311,7 +311,7 @@ TEST(StringUtils, CaseMappingFollowsTheThreadsOwnLocale) {
 
 // The runtime frees the name of a locale when any thread changes the locale. The counter is relaxed
 // so that it does not order the calls before the change.
-TEST(StringUtils, CaseMappingBesideLocaleChange) {
+TEST(StringUtils, LocaleChange) {
   tarsio_test::FindTestLocales();
   const tarsio_test::ScopedVariable user("LC_ALL", "en_US.ISO-8859-1");
   std::atomic<bool> changing{true};
@@ -339,7 +339,7 @@ TEST(StringUtils, CaseMappingBesideLocaleChange) {
 
 // Sign-extended it is the runtime's EOF: no white space, even where the byte is a letter or a blank
 // of the locale, and mapped to whatever the runtime maps EOF to.
-TEST(StringUtils, Byte0xFFGoesToTheRuntimeAsEof) {
+TEST(StringUtils, Byte0xFF) {
   for (const char* name : {"C", "", "English_United States.437", "English_United States.1252"}) {
     SCOPED_TRACE(name);
     const ScopedRuntimeLocale locale(name);
@@ -352,7 +352,7 @@ TEST(StringUtils, Byte0xFFGoesToTheRuntimeAsEof) {
 
 // ---- tests and replacement ----
 
-TEST(StringUtils, PrefixSuffixAndPartFollowTheTable) {
+TEST(StringUtils, PrefixSuffixPart) {
   const std::string nul(1, kNul);
   const struct {
     std::string text;
@@ -394,7 +394,7 @@ TEST(StringUtils, PrefixSuffixAndPartFollowTheTable) {
   }
 }
 
-TEST(StringUtils, SpaceToUnderscoreReplacesEveryByteOfTheSet) {
+TEST(SpaceToUnderscore, EveryByte) {
   const std::string nul(1, kNul);
   const struct {
     std::string text;
@@ -427,14 +427,14 @@ TEST(StringUtils, SpaceToUnderscoreReplacesEveryByteOfTheSet) {
   }
 }
 
-TEST(StringUtils, SpaceToUnderscoreTakesTheTextByValue) {
+TEST(SpaceToUnderscore, ByValue) {
   const std::string text = "a b";
   EXPECT_EQ(StringUtils::SpaceToUnderscore(text, " ", '_'), "a_b");
   EXPECT_EQ(text, "a b");
 }
 
 // Set and replacement are references; both may be parts of the text itself.
-TEST(StringUtils, SpaceToUnderscoreTakesSetAndReplacementFromTheTextItself) {
+TEST(SpaceToUnderscore, Aliasing) {
   std::string text(100, 'a');  // long enough to keep its place when it is moved
   text[50] = '-';
   text[60] = ' ';
@@ -453,7 +453,7 @@ std::string HashOf(const std::string& data) {
   return StringUtils::GetHashText(data.data(), data.size());
 }
 
-TEST(StringUtils, HashTextIsTheStandardDigestWithBlanksForLeadingZeros) {
+TEST(HashText, StandardDigest) {
   EXPECT_EQ(HashOf(""), "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855");
   EXPECT_EQ(HashOf("abc"), "ba7816bf8f 1cfea414140de5dae2223b0 361a396177a9cb410ff61f2 015ad");
   EXPECT_EQ(HashOf("abcdbcdecdefdefgefghfghighijhijkijkljklmklmnlmnomnopnopq"),
@@ -462,12 +462,12 @@ TEST(StringUtils, HashTextIsTheStandardDigestWithBlanksForLeadingZeros) {
             "cdc76e5c9914fb9281a1c7e284d73e67f1809a48a49720 e 46d39ccc7112cd0");
 }
 
-TEST(StringUtils, HashTextOfNullWithoutLengthIsThatOfTheEmptyInput) {
+TEST(HashText, NullWithoutLength) {
   EXPECT_EQ(StringUtils::GetHashText(nullptr, 0), HashOf(""));
   EXPECT_EQ(StringUtils::GetHashText("x", 0), HashOf(""));
 }
 
-TEST(StringUtils, HashTextOfNullWithALengthIsEmpty) {
+TEST(HashText, NullWithLength) {
   EXPECT_EQ(StringUtils::GetHashText(nullptr, 1), "");
   EXPECT_EQ(StringUtils::GetHashText(nullptr, SIZE_MAX), "");
 }
@@ -494,12 +494,12 @@ void HashAfterTheExitHandlers() {
   std::exit(0);
 }
 
-TEST(StringUtilsDeathTest, HashTextWorksWhileTheProcessEnds) {
+TEST(HashTextDeathTest, AtExit) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   EXPECT_EXIT(HashAfterTheExitHandlers(), testing::ExitedWithCode(0), "hashed late");
 }
 
-TEST(StringUtils, HashTextOfAnyInputIsItsDigestIn64Characters) {
+TEST(HashText, AnyInput) {
   std::mt19937_64 random(20240306);
   int blanks = 0;
   for (size_t length = 0; length <= 300; ++length) {
@@ -516,14 +516,14 @@ TEST(StringUtils, HashTextOfAnyInputIsItsDigestIn64Characters) {
   EXPECT_EQ(HashOf(std::string(1 << 20, '\xFF')), ExpectedHash(std::string(1 << 20, '\xFF')));
 }
 
-TEST(StringUtils, HashTextWithZerosForBlanksIsTheUsualForm) {
+TEST(HashText, UsualForm) {
   EXPECT_EQ(StringUtils::SpaceToUnderscore(HashOf("abc"), " ", '0'),
             "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
 }
 
 // ---- reports ----
 
-TEST(StringUtils, FunctionsReportNothing) {
+TEST(StringUtils, LogsNothing) {
   const auto records = tarsio_test::LogRecords::Install(tarsio::LOG_LEVEL_DEBUG);
   for (const char* text : {"", "a", " a,b\xFF "}) {
     for (const char* other : {"", ",", "\xFF"}) {
@@ -546,7 +546,7 @@ TEST(StringUtils, FunctionsReportNothing) {
 
 // ---- threads ----
 
-TEST(StringUtils, FunctionsAreReentrant) {
+TEST(StringUtils, Reentrant) {
   std::vector<std::thread> threads;
   std::vector<int> wrong(4, 0);
   for (size_t thread = 0; thread < wrong.size(); ++thread) {

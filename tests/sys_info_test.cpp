@@ -65,7 +65,7 @@ bool IsNumber(const std::string& text) {
 
 // ---- the record ----
 
-TEST(ClientDeviceInfo, FieldsKeepTheirOrderAndBeginEmpty) {
+TEST(ClientDeviceInfo, Fields) {
   const ClientDeviceInfo info{"arch", "reserved", "version", "model"};
   EXPECT_EQ(info.osArch, "arch");
   EXPECT_EQ(info.reserved, "reserved");
@@ -79,7 +79,7 @@ TEST(ClientDeviceInfo, FieldsKeepTheirOrderAndBeginEmpty) {
 
 // Deliberately: the field named for the architecture holds the system's name, and the one named for
 // the model holds the architecture, on every system.
-TEST(SysInfo, FillsAnEmptyRecord) {
+TEST(SysInfo, EmptyRecord) {
   const auto records = LogRecords::Install(tarsio::LOG_LEVEL_DEBUG);
   auto info = std::make_shared<ClientDeviceInfo>();
   EXPECT_TRUE(SysInfo::GetClientOsInfo(info));
@@ -90,7 +90,7 @@ TEST(SysInfo, FillsAnEmptyRecord) {
   EXPECT_THAT(records->All(), IsEmpty());
 }
 
-TEST(SysInfo, VersionIsTwoNumbersWithAPointBetween) {
+TEST(SysInfo, VersionFormat) {
   auto info = std::make_shared<ClientDeviceInfo>();
   ASSERT_TRUE(SysInfo::GetClientOsInfo(info));
   const size_t point = info->osVersion.find('.');
@@ -99,7 +99,7 @@ TEST(SysInfo, VersionIsTwoNumbersWithAPointBetween) {
   EXPECT_TRUE(IsNumber(info->osVersion.substr(point + 1))) << info->osVersion;
 }
 
-TEST(SysInfo, VersionIsTheFirstTwoNumbersThatTheSystemTells) {
+TEST(SysInfo, VersionNumbers) {
   for (const auto& [major, minor] : {std::pair(10u, 12u), std::pair(6u, 3u)}) {
     const PretendSystemVersion pretend(major, minor);
     auto info = std::make_shared<ClientDeviceInfo>();
@@ -108,7 +108,7 @@ TEST(SysInfo, VersionIsTheFirstTwoNumbersThatTheSystemTells) {
   }
 }
 
-TEST(SysInfo, ReplacesWhatTheRecordHeldAndLeavesTheReservedFieldAlone) {
+TEST(SysInfo, UsedRecord) {
   const std::string reserved("kept\0as it is", 13);
   auto info = MakeInfo(std::string(1000, 'a'), reserved, "99.99.99", "model");
   EXPECT_TRUE(SysInfo::GetClientOsInfo(info));
@@ -118,7 +118,7 @@ TEST(SysInfo, ReplacesWhatTheRecordHeldAndLeavesTheReservedFieldAlone) {
   EXPECT_EQ(info->osManufacturingModel, "x64");
 }
 
-TEST(SysInfo, WritesIntoTheCallersRecordAndKeepsNoShareOfIt) {
+TEST(SysInfo, CallersRecord) {
   auto info = std::make_shared<ClientDeviceInfo>();
   const InfoPtr other = info;
   EXPECT_TRUE(SysInfo::GetClientOsInfo(info));
@@ -127,7 +127,7 @@ TEST(SysInfo, WritesIntoTheCallersRecordAndKeepsNoShareOfIt) {
   EXPECT_EQ(other->osArch, "Windows");
 }
 
-TEST(SysInfo, GivesTheSameAnswerEachTime) {
+TEST(SysInfo, SameEachTime) {
   auto first = std::make_shared<ClientDeviceInfo>();
   auto second = MakeInfo("a", "b", "c", "d");
   EXPECT_TRUE(SysInfo::GetClientOsInfo(first));
@@ -139,7 +139,7 @@ TEST(SysInfo, GivesTheSameAnswerEachTime) {
   EXPECT_EQ(second->reserved, "b");
 }
 
-TEST(SysInfo, SeveralThreadsMayAskAtOnce) {
+TEST(SysInfo, ManyThreads) {
   const std::string version = SystemVersion();
   std::atomic<int> wrong{0};
   std::vector<std::thread> threads;
@@ -161,7 +161,7 @@ TEST(SysInfo, SeveralThreadsMayAskAtOnce) {
 
 // ---- a system that does not tell ----
 
-TEST(SysInfo, AnyStatusOfAFailedVersionCallFails) {
+TEST(SysInfo, AnyStatusFails) {
   const auto records = LogRecords::Install(tarsio::LOG_LEVEL_ERROR);
   for (const int32_t status : tarsio_test::SystemVersionFailures()) {
     SCOPED_TRACE(status);
@@ -173,7 +173,7 @@ TEST(SysInfo, AnyStatusOfAFailedVersionCallFails) {
   EXPECT_THAT(records->All(), SizeIs(tarsio_test::SystemVersionFailures().size()));
 }
 
-TEST(SysInfo, FailedVersionCallIsReportedAndStopsHalfWay) {
+TEST(SysInfo, FailureReport) {
   const auto records = LogRecords::Install(tarsio::LOG_LEVEL_ERROR);
   auto info = MakeInfo("arch", "reserved", "version", "model");
   {
@@ -194,7 +194,7 @@ TEST(SysInfo, FailedVersionCallIsReportedAndStopsHalfWay) {
   EXPECT_THAT(lines[0].text, EndsWith("][ERROR][sys_info.cpp:31] GetOSVersion Failed"));
 }
 
-TEST(SysInfo, FailureIsNotRemembered) {
+TEST(SysInfo, Recovery) {
   const auto records = LogRecords::Install(tarsio::LOG_LEVEL_ERROR);
   auto info = std::make_shared<ClientDeviceInfo>();
   for (int round = 1; round <= 2; ++round) {

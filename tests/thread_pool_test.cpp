@@ -262,7 +262,7 @@ bool ReturnsAtTheNextTask(BackgroundCall& call, const PoolPtr& pool) {
 
 // ---- name and construction ----
 
-TEST(ThreadPool, StartsNoThreadByItself) {
+TEST(ThreadPool, StartsNoThread) {
   for (const uint64_t reserved : {uint64_t{0}, uint64_t{3}, UINT64_MAX}) {
     SCOPED_TRACE(reserved);
     const PoolPtr pool = MakePool(4, 10, reserved);
@@ -271,7 +271,7 @@ TEST(ThreadPool, StartsNoThreadByItself) {
   }
 }
 
-TEST(ThreadPool, AnyArgumentIsAccepted) {
+TEST(ThreadPool, AnyArgument) {
   for (const uint64_t value : {uint64_t{0}, uint64_t{1}, UINT64_MAX}) {
     SCOPED_TRACE(value);
     const auto pool = std::make_shared<ThreadPool>("", value, value, value);
@@ -283,7 +283,7 @@ TEST(ThreadPool, AnyArgumentIsAccepted) {
   }
 }
 
-TEST(ThreadPool, NameCanBeChanged) {
+TEST(ThreadPool, SetName) {
   const auto pool = std::make_shared<ThreadPool>("readers", 1, 0, 4);
   EXPECT_EQ(pool->GetName(), "readers");
   ASSERT_TRUE(RunOne(pool));
@@ -296,7 +296,7 @@ TEST(ThreadPool, NameCanBeChanged) {
   EXPECT_EQ(pool->GetName(), "");
 }
 
-TEST(ThreadPool, TheReservedNumberHasNoEffect) {
+TEST(ThreadPool, ReservedNumber) {
   for (const uint64_t reserved : {uint64_t{0}, uint64_t{1}, uint64_t{5}, UINT64_MAX}) {
     SCOPED_TRACE(reserved);
     const PoolPtr pool = MakePool(2, 10, reserved);
@@ -310,7 +310,7 @@ TEST(ThreadPool, TheReservedNumberHasNoEffect) {
   }
 }
 
-TEST(ThreadPool, FieldsKeepTheirOrderAndTheArguments) {
+TEST(ThreadPool, FieldOrder) {
   const auto pool = std::make_shared<ThreadPool>("n", 2, 3, 4);
   const uint64_t& limit = (*pool).*Reach(tarsio_test::PoolLimit());
   const uint64_t& reserved = (*pool).*Reach(tarsio_test::PoolReserved());
@@ -334,7 +334,7 @@ TEST(ThreadPool, FieldsKeepTheirOrderAndTheArguments) {
 
 // ---- submitting ----
 
-TEST(ThreadPool, ACallableWithANameIsCopied) {
+TEST(ThreadPool, CopiesTask) {
   const PoolPtr pool = MakePool(0);
   const auto token = std::make_shared<int>(0);
   Task task = [token] {};
@@ -346,7 +346,7 @@ TEST(ThreadPool, ACallableWithANameIsCopied) {
   EXPECT_EQ(pool->GetPendingTaskNumber(), 2U);
 }
 
-TEST(ThreadPool, TheCopyIsWhatTheCallableWasAtSubmission) {
+TEST(ThreadPool, CopiesAtSubmit) {
   const PoolPtr pool = MakePool(1);
   const HeldTask held;
   ASSERT_TRUE(held.StartIn(pool));
@@ -361,7 +361,7 @@ TEST(ThreadPool, TheCopyIsWhatTheCallableWasAtSubmission) {
   EXPECT_EQ(*ran, 11);
 }
 
-TEST(ThreadPool, ATemporaryIsAccepted) {
+TEST(ThreadPool, TemporaryTask) {
   const PoolPtr pool = MakePool(1);
   const auto runs = std::make_shared<std::atomic<int>>(0);
   EXPECT_TRUE(pool->SubmitTask([runs] { ++*runs; }));
@@ -372,7 +372,7 @@ TEST(ThreadPool, ATemporaryIsAccepted) {
   EXPECT_EQ(*runs, 3);
 }
 
-TEST(ThreadPool, TasksStartInTheOrderOfSubmission) {
+TEST(ThreadPool, Fifo) {
   const PoolPtr pool = MakePool(1);
   const auto order = std::make_shared<std::vector<int>>();
   for (int i = 0; i < 500; ++i) pool->SubmitTask([order, i] { order->push_back(i); });
@@ -382,7 +382,7 @@ TEST(ThreadPool, TasksStartInTheOrderOfSubmission) {
   EXPECT_EQ(*order, expected);
 }
 
-TEST(ThreadPool, ATaskIsDestroyedBeforeItsWorkerTakesTheNext) {
+TEST(ThreadPool, DestroysTask) {
   const PoolPtr pool = MakePool(1);
   const HeldTask held;
   ASSERT_TRUE(held.StartIn(pool));
@@ -394,7 +394,7 @@ TEST(ThreadPool, ATaskIsDestroyedBeforeItsWorkerTakesTheNext) {
   EXPECT_TRUE(*goneBefore);
 }
 
-TEST(ThreadPool, ATaskMaySubmitTasks) {
+TEST(ThreadPool, SubmitFromTask) {
   const PoolPtr pool = MakePool(2);
   const auto done = std::make_shared<Gate>();
   const std::weak_ptr<ThreadPool> weak = pool;
@@ -403,7 +403,7 @@ TEST(ThreadPool, ATaskMaySubmitTasks) {
   EXPECT_TRUE(done->WaitFor());
 }
 
-TEST(ThreadPool, ACopyThatThrowsReachesTheCallerAndNothingIsQueued) {
+TEST(ThreadPool, ThrowingCopy) {
   struct Fragile {
     std::shared_ptr<bool> armed;
     explicit Fragile(std::shared_ptr<bool> trigger) : armed(std::move(trigger)) {}
@@ -425,7 +425,7 @@ TEST(ThreadPool, ACopyThatThrowsReachesTheCallerAndNothingIsQueued) {
 
 // ---- growing and shrinking ----
 
-TEST(ThreadPool, GrowsByOneWorkerPerSubmissionEvenWhenOthersAreIdle) {
+TEST(ThreadPool, WorkerPerSubmit) {
   std::vector<uint64_t> numbers;
   system_clock::time_point begin;
   do {  // again if the machine was so slow that a worker may have left
@@ -441,7 +441,7 @@ TEST(ThreadPool, GrowsByOneWorkerPerSubmissionEvenWhenOthersAreIdle) {
   EXPECT_THAT(numbers, ElementsAre(1, 2, 3, 3, 3, 3));
 }
 
-TEST(ThreadPool, AddWorkerReturnsTrueWhetherItStartsOneOrNot) {
+TEST(ThreadPool, AddWorker) {
   const auto addWorker = Reach(tarsio_test::PoolAddWorker());
   const auto pool = MakePool(1);
   for (int call = 0; call < 2; ++call) {
@@ -450,7 +450,7 @@ TEST(ThreadPool, AddWorkerReturnsTrueWhetherItStartsOneOrNot) {
   }
 }
 
-TEST(ThreadPool, AThirdTaskWaitsWhenTwoWorkersAreBusy) {
+TEST(ThreadPool, ThirdTaskWaits) {
   const PoolPtr pool = MakePool(2);
   const std::array<HeldTask, 3> tasks;
   for (const HeldTask& task : tasks) task.SubmitTo(pool);
@@ -465,7 +465,7 @@ TEST(ThreadPool, AThirdTaskWaitsWhenTwoWorkersAreBusy) {
   EXPECT_EQ(pool->GetPendingTaskNumber(), 0U);
 }
 
-TEST(ThreadPool, NeverMoreWorkersThanTheLimit) {
+TEST(ThreadPool, Limit) {
   constexpr int kLimit = 4;
   struct Shared {
     std::atomic<int> now{0};
@@ -495,7 +495,7 @@ TEST(ThreadPool, NeverMoreWorkersThanTheLimit) {
 }
 
 // Each of them has seen that there is room for one more worker, and looks again.
-TEST(ThreadPool, SubmissionsThatWaitForTheListStartNoMoreThanTheLimit) {
+TEST(ThreadPool, LimitUnderLock) {
   const PoolPtr pool = MakePool(1);
   const auto goOn = std::make_shared<Gate>();
   const tarsio_test::OpenOnExit guard{goOn};
@@ -511,7 +511,7 @@ TEST(ThreadPool, SubmissionsThatWaitForTheListStartNoMoreThanTheLimit) {
   EXPECT_EQ(pool->GetRunningThreadNumber(), 1U);
 }
 
-TEST(ThreadPool, WithLimitZeroNoTaskEverRuns) {
+TEST(ThreadPool, ZeroLimit) {
   const PoolPtr pool = MakePool(0);
   const auto runs = std::make_shared<std::atomic<int>>(0);
   for (uint64_t i = 1; i <= 3; ++i) {
@@ -528,7 +528,7 @@ TEST(ThreadPool, WithLimitZeroNoTaskEverRuns) {
   EXPECT_EQ(pool->GetRunningThreadNumber(), 0U);
 }
 
-TEST(ThreadPool, AWorkerRetiresOnceItHasBeenIdleForASecond) {
+TEST(ThreadPool, IdleSecond) {
   const PoolPtr pool = MakePool(1);
   std::shared_ptr<Gate> ended;
   const auto lastTask = std::make_shared<system_clock::time_point>();
@@ -552,7 +552,7 @@ TEST(ThreadPool, AWorkerRetiresOnceItHasBeenIdleForASecond) {
 }
 
 // Neither a name, not even the pool's, nor a priority of their own.
-TEST(ThreadPool, WorkersAreThreadsLikeAnyOther) {
+TEST(ThreadPool, NormalThreads) {
   tarsio_test::ThreadTraits any;
   std::thread([&any] { any = tarsio_test::TraitsOfThisThread(); }).join();
   const auto worker = std::make_shared<tarsio_test::ThreadTraits>();
@@ -562,7 +562,7 @@ TEST(ThreadPool, WorkersAreThreadsLikeAnyOther) {
   EXPECT_TRUE(*worker == any);
 }
 
-TEST(ThreadPool, EveryWorkerRetires) {
+TEST(ThreadPool, AllRetire) {
   const PoolPtr pool = MakePool(3);
   const std::array<HeldTask, 3> tasks;
   for (const HeldTask& task : tasks) ASSERT_TRUE(task.StartIn(pool));
@@ -579,7 +579,7 @@ TEST(ThreadPool, EveryWorkerRetires) {
   EXPECT_EQ(pool->GetRunningThreadNumber(), 0U);
 }
 
-TEST(ThreadPool, TheListOfWorkersKeepsTheOrderInWhichTheyWereStarted) {
+TEST(ThreadPool, ListOrder) {
   const PoolPtr pool = MakePool(3);
   const auto list = [pool] {
     const std::lock_guard<std::mutex> lock((*pool).*Reach(tarsio_test::PoolWorkersMutex()));
@@ -606,7 +606,7 @@ TEST(ThreadPool, TheListOfWorkersKeepsTheOrderInWhichTheyWereStarted) {
 // ---- locks ----
 
 // While the test holds the lock of the workers' list: who needs it waits, and nobody else.
-TEST(ThreadPool, TheListOfWorkersIsLockedWhereItIsUsedAndNowhereElse) {
+TEST(ThreadPool, ListLock) {
   const PoolPtr full = MakePool(0);
   const PoolPtr pool = MakePool(1);
   const auto ran = std::make_shared<Gate>();
@@ -634,7 +634,7 @@ TEST(ThreadPool, TheListOfWorkersIsLockedWhereItIsUsedAndNowhereElse) {
 }
 
 // Deliberately: tasks are taken, and the waiters woken, without their lock.
-TEST(ThreadPool, OnlyWaitTakesTheLockOfTheWaiters) {
+TEST(ThreadPool, WaitLock) {
   const PoolPtr pool = MakePool(1);
   const std::lock_guard<std::mutex> lock((*pool).*Reach(tarsio_test::PoolWaitMutex()));
   BackgroundCall wait([pool] { pool->Wait(); });
@@ -655,7 +655,7 @@ struct HostError : std::exception {
   const char* what() const noexcept override { return "a host's own error"; }
 };
 
-TEST(ThreadPool, ATaskThatThrowsIsReportedAndItsWorkerGoesOn) {
+TEST(ThreadPool, ThrowingTask) {
   const auto records = LogRecords::Install(tarsio::LOG_LEVEL_ERROR);
   const struct {
     const char* name;
@@ -692,7 +692,7 @@ TEST(ThreadPool, ATaskThatThrowsIsReportedAndItsWorkerGoesOn) {
   }
 }
 
-TEST(ThreadPool, AnEmptyTaskIsReportedAsTheStandardReportsIt) {
+TEST(ThreadPool, EmptyTask) {
   const auto records = LogRecords::Install(tarsio::LOG_LEVEL_FATAL);
   const PoolPtr pool = MakePool(1);
   Task empty;
@@ -708,7 +708,7 @@ TEST(ThreadPool, AnEmptyTaskIsReportedAsTheStandardReportsIt) {
   }
 }
 
-TEST(ThreadPool, NothingElseIsReported) {
+TEST(ThreadPool, NoOtherReports) {
   const auto records = LogRecords::Install(tarsio::LOG_LEVEL_DEBUG);
   const PoolPtr pool = MakePool(1, 1);
   const HeldTask first;
@@ -738,7 +738,7 @@ void LogTo(std::function<void()> call) {
   tarsio::Log::GetInstance().SetLogger(std::make_unique<CallingLogger>(std::move(call)));
 }
 
-TEST(ThreadPool, AReportThatFailsIsLost) {
+TEST(ThreadPool, LostReport) {
   const auto reports = std::make_shared<std::atomic<int>>(0);
   LogTo([reports] {
     ++*reports;
@@ -765,7 +765,7 @@ void RunInADyingProcess(const Task& task) {
   std::_Exit(0);
 }
 
-TEST(ThreadPoolDeathTest, AnyOtherExceptionEndsTheProcess) {
+TEST(PoolDeathTest, OtherException) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   struct Unrelated {};
   EXPECT_EXIT(RunInADyingProcess([] { throw 42; }), testing::ExitedWithCode(9), "the terminate");
@@ -782,7 +782,7 @@ TEST(ThreadPoolDeathTest, AnyOtherExceptionEndsTheProcess) {
 
 // ---- a pool that no shared pointer owns ----
 
-TEST(ThreadPool, WithoutASharedPointerTheTaskIsQueuedAndTheCallerTold) {
+TEST(ThreadPool, NoOwner) {
   ThreadPool pool("on the stack", 1, 0, 10);
   Task task = [] { FAIL(); };
   EXPECT_THROW(pool.SubmitTask(task), std::bad_weak_ptr);
@@ -795,7 +795,7 @@ TEST(ThreadPool, WithoutASharedPointerTheTaskIsQueuedAndTheCallerTold) {
   EXPECT_EQ(pool.GetPendingTaskNumber(), 2U);
 }
 
-TEST(ThreadPool, WithoutASharedPointerAndWithLimitZeroNobodyNoticesIt) {
+TEST(ThreadPool, NoOwnerZeroLimit) {
   ThreadPool pool("on the stack", 0, 0, 10);
   EXPECT_TRUE(pool.SubmitTask([] {}));
   EXPECT_EQ(pool.GetPendingTaskNumber(), 1U);
@@ -803,7 +803,7 @@ TEST(ThreadPool, WithoutASharedPointerAndWithLimitZeroNobodyNoticesIt) {
 
 // ---- a full queue ----
 
-TEST(ThreadPool, ASubmissionBlocksWhileTheQueueIsFull) {
+TEST(ThreadPool, FullQueueBlocks) {
   const PoolPtr pool = MakePool(1, 2);
   const HeldTask held;
   const HeldTask next;
@@ -825,7 +825,7 @@ TEST(ThreadPool, ASubmissionBlocksWhileTheQueueIsFull) {
   EXPECT_TRUE(ran->WaitFor());
 }
 
-TEST(ThreadPool, WithCapacityZeroEverySubmissionBlocksForEver) {
+TEST(ThreadPool, ZeroCapacity) {
   const PoolPtr pool = MakePool(2, 0);
   BackgroundCall first([pool] { pool->SubmitTask([] {}); });
   BackgroundCall second([pool] { pool->SubmitTask([] {}); });
@@ -837,7 +837,7 @@ TEST(ThreadPool, WithCapacityZeroEverySubmissionBlocksForEver) {
 
 // ---- Wait ----
 
-TEST(ThreadPool, WaitReturnsAtOnceWhenNothingIsPending) {
+TEST(ThreadPool, WaitOnEmpty) {
   const PoolPtr withoutWorkers = MakePool(0, 0);
   for (const PoolPtr& pool : {MakePool(1), withoutWorkers}) {
     BackgroundCall wait([pool] { pool->Wait(); });
@@ -845,7 +845,7 @@ TEST(ThreadPool, WaitReturnsAtOnceWhenNothingIsPending) {
   }
 }
 
-TEST(ThreadPool, WaitReturnsWhenTheQueueIsEmptyThoughTasksStillRun) {
+TEST(ThreadPool, WaitForQueue) {
   const PoolPtr pool = MakePool(2);
   const std::array<HeldTask, 4> tasks;
   ASSERT_TRUE(tasks[0].StartIn(pool));
@@ -863,7 +863,7 @@ TEST(ThreadPool, WaitReturnsWhenTheQueueIsEmptyThoughTasksStillRun) {
   EXPECT_FALSE(tasks[3].IsFinished());
 }
 
-TEST(ThreadPool, WaitFromSeveralThreadsReturnsInAll) {
+TEST(ThreadPool, WaitManyThreads) {
   const PoolPtr pool = MakePool(1);
   const HeldTask first;
   const HeldTask second;
@@ -880,7 +880,7 @@ TEST(ThreadPool, WaitFromSeveralThreadsReturnsInAll) {
 // Tasks are taken without a look at who is about to wait, deliberately: a wake-up that comes
 // between a look at the queue and the sleep is missed. The next task makes up for it. Here by
 // chance; lock_faults_test has one that is missed for sure.
-TEST(ThreadPool, AWaitThatMissedTheLastTaskReturnsWithTheNext) {
+TEST(ThreadPool, WaitMissesWakeUp) {
   const PoolPtr pool = MakePool(1);
   int missed = 0;
   for (int round = 0; round < 200; ++round) {
@@ -898,7 +898,7 @@ TEST(ThreadPool, AWaitThatMissedTheLastTaskReturnsWithTheNext) {
   RecordProperty("missed", missed);
 }
 
-TEST(ThreadPool, WaitFromATaskWaitsForOtherWorkers) {
+TEST(ThreadPool, WaitInTask) {
   const PoolPtr pool = MakePool(2);
   const HeldTask held;
   ASSERT_TRUE(held.StartIn(pool));
@@ -921,7 +921,7 @@ TEST(ThreadPool, WaitFromATaskWaitsForOtherWorkers) {
   EXPECT_TRUE(waited->IsOpen());
 }
 
-TEST(ThreadPool, WaitFromATaskBlocksForEverWithoutOtherWorkers) {
+TEST(ThreadPool, WaitInTaskBlocks) {
   const PoolPtr pool = MakePool(1);
   KeepForEver(pool);
   const auto goOn = std::make_shared<Gate>();
@@ -940,7 +940,7 @@ TEST(ThreadPool, WaitFromATaskBlocksForEverWithoutOtherWorkers) {
 
 // ---- Shutdown ----
 
-TEST(ThreadPool, ShutdownNowDiscardsWhatIsPendingAndLetsRunningTasksFinish) {
+TEST(ThreadPool, ShutdownNow) {
   const PoolPtr pool = MakePool(2);
   const std::array<HeldTask, 2> tasks;
   ASSERT_TRUE(tasks[0].StartIn(pool));
@@ -968,7 +968,7 @@ TEST(ThreadPool, ShutdownNowDiscardsWhatIsPendingAndLetsRunningTasksFinish) {
   EXPECT_EQ(*runs, 0);
 }
 
-TEST(ThreadPool, ShutdownNowWaitsOutTheSecondOfAnIdleWorker) {
+TEST(ThreadPool, ShutdownNowIdle) {
   const PoolPtr pool = MakePool(1);
   const HeldTask task;
   ASSERT_TRUE(task.StartIn(pool));
@@ -980,7 +980,7 @@ TEST(ThreadPool, ShutdownNowWaitsOutTheSecondOfAnIdleWorker) {
   EXPECT_EQ(pool->GetRunningThreadNumber(), 0U);
 }
 
-TEST(ThreadPool, ShutdownOfAPoolWithoutWorkersReturnsAtOnce) {
+TEST(ThreadPool, ShutdownUnused) {
   for (const auto method :
        {ThreadPool::SHUTDOWN_NOW, ThreadPool::SHUTDOWN_WAIT, kMethodWithoutName}) {
     SCOPED_TRACE(method);
@@ -991,7 +991,7 @@ TEST(ThreadPool, ShutdownOfAPoolWithoutWorkersReturnsAtOnce) {
 }
 
 // Deliberately: a closed queue never accepts again.
-TEST(ThreadPool, AfterShutdownNowEverySubmissionBlocksForEver) {
+TEST(ThreadPool, SubmitAfterClose) {
   const PoolPtr pool = MakePool(1);
   ASSERT_TRUE(RunOne(pool));
   pool->Shutdown(ThreadPool::SHUTDOWN_NOW);
@@ -1012,7 +1012,7 @@ TEST(ThreadPool, AfterShutdownNowEverySubmissionBlocksForEver) {
   EXPECT_TRUE(submit.StaysBlocked(milliseconds(1))) << "no shutdown opens the pool again";
 }
 
-TEST(ThreadPool, ASubmissionThatWaitsWhileThePoolIsClosedWaitsForEver) {
+TEST(ThreadPool, SubmitDuringClose) {
   const PoolPtr pool = MakePool(0, 1);
   pool->SubmitTask([] {});
   BackgroundCall submit([pool] { pool->SubmitTask([] {}); });
@@ -1022,7 +1022,7 @@ TEST(ThreadPool, ASubmissionThatWaitsWhileThePoolIsClosedWaitsForEver) {
   EXPECT_TRUE(submit.StaysBlocked());
 }
 
-TEST(ThreadPool, ShutdownNowWithLimitZeroDiscardsAtOnce) {
+TEST(ThreadPool, ShutdownNowZeroLimit) {
   const PoolPtr pool = MakePool(0);
   const auto discarded = std::make_shared<Gate>();
   pool->SubmitTask([token = MakeToken(discarded)] { FAIL(); });
@@ -1063,15 +1063,11 @@ void ExpectShutdownRunsEverything(ThreadPool::SHUTDOWN_METHOD method) {
   EXPECT_TRUE(RunOne(pool)) << "the pool is open";
 }
 
-TEST(ThreadPool, ShutdownWaitRunsAllTasksAndLeavesThePoolOpen) {
-  ExpectShutdownRunsEverything(ThreadPool::SHUTDOWN_WAIT);
-}
+TEST(ThreadPool, ShutdownWait) { ExpectShutdownRunsEverything(ThreadPool::SHUTDOWN_WAIT); }
 
-TEST(ThreadPool, ShutdownDrainRunsAllTasksAndLeavesThePoolOpen) {
-  ExpectShutdownRunsEverything(ThreadPool::SHUTDOWN_DRAIN);
-}
+TEST(ThreadPool, ShutdownDrain) { ExpectShutdownRunsEverything(ThreadPool::SHUTDOWN_DRAIN); }
 
-TEST(ThreadPool, RunsACopyOfAConstTask) {
+TEST(ThreadPool, ConstTask) {
   const PoolPtr pool = MakePool(1);
   const auto ran = std::make_shared<Gate>();
   const Task task = [ran] { ran->Open(); };
@@ -1080,11 +1076,9 @@ TEST(ThreadPool, RunsACopyOfAConstTask) {
   EXPECT_NE(task, nullptr);
 }
 
-TEST(ThreadPool, ShutdownByAMethodWithoutNameWaitsForTheWorkersOnly) {
-  ExpectShutdownRunsEverything(kMethodWithoutName);
-}
+TEST(ThreadPool, ShutdownUnknown) { ExpectShutdownRunsEverything(kMethodWithoutName); }
 
-TEST(ThreadPool, ShutdownByAMethodWithoutNameDoesNotCareForTasksThatNobodyTakes) {
+TEST(ThreadPool, ShutdownUnknownFull) {
   for (const int method : {7, -1, 2, INT32_MAX, INT32_MIN}) {
     SCOPED_TRACE(method);
     const PoolPtr pool = MakePool(0);
@@ -1096,7 +1090,7 @@ TEST(ThreadPool, ShutdownByAMethodWithoutNameDoesNotCareForTasksThatNobodyTakes)
   }
 }
 
-TEST(ThreadPool, ShutdownMayBeCalledByManyThreadsAtOnce) {
+TEST(ThreadPool, ShutdownByMany) {
   const PoolPtr pool = MakePool(2);
   const HeldTask held;
   ASSERT_TRUE(held.StartIn(pool));
@@ -1111,7 +1105,7 @@ TEST(ThreadPool, ShutdownMayBeCalledByManyThreadsAtOnce) {
 }
 
 // A caller's error with a stated result.
-TEST(ThreadPool, ShutdownFromATaskWaitsForItself) {
+TEST(ThreadPool, ShutdownInTask) {
   const PoolPtr pool = MakePool(1);
   KeepForEver(pool);
   const auto started = std::make_shared<Gate>();
@@ -1150,7 +1144,7 @@ PoolPtr MakeWatchedPool(uint64_t limit, const std::shared_ptr<Destruction>& dest
           }};
 }
 
-TEST(ThreadPool, WorkersKeepThePoolAndRunAllThatIsPending) {
+TEST(ThreadPool, WorkersOwnPool) {
   struct Shared {
     std::mutex mutex;
     std::vector<std::thread::id> threads;  // guarded by mutex
@@ -1183,7 +1177,7 @@ TEST(ThreadPool, WorkersKeepThePoolAndRunAllThatIsPending) {
   EXPECT_NE(destruction->thread, std::this_thread::get_id());
 }
 
-TEST(ThreadPool, TheDestructorRunsOnTheLastWorkerToRetire) {
+TEST(ThreadPool, DestroyedByWorker) {
   const auto destruction = std::make_shared<Destruction>();
   const auto lastWorker = std::make_shared<std::thread::id>();
   const auto otherGone = std::make_shared<Gate>();
@@ -1208,7 +1202,7 @@ TEST(ThreadPool, TheDestructorRunsOnTheLastWorkerToRetire) {
 }
 
 // A pool that is dropped at once has a worker that may not even have begun.
-TEST(ThreadPool, TheTaskOfAPoolThatIsDroppedAtOnceRuns) {
+TEST(ThreadPool, DroppedPoolRuns) {
   for (int round = 0; round < 20; ++round) {
     SCOPED_TRACE(round);
     const auto ran = std::make_shared<Gate>();
@@ -1218,7 +1212,7 @@ TEST(ThreadPool, TheTaskOfAPoolThatIsDroppedAtOnceRuns) {
   }
 }
 
-TEST(ThreadPool, WithoutAWorkerTheDestructorRunsOnTheHostsThreadAndDiscards) {
+TEST(ThreadPool, DestroyedByHost) {
   const auto destruction = std::make_shared<Destruction>();
   const auto discarded = std::make_shared<Gate>();
   {
@@ -1232,7 +1226,7 @@ TEST(ThreadPool, WithoutAWorkerTheDestructorRunsOnTheHostsThreadAndDiscards) {
   EXPECT_EQ(destruction->pending, 2U);
 }
 
-TEST(ThreadPool, AfterAllWorkersHaveRetiredTheDestructorRunsOnTheHostsThread) {
+TEST(ThreadPool, DestroyedRetired) {
   const auto destruction = std::make_shared<Destruction>();
   {
     const PoolPtr pool = MakeWatchedPool(2, destruction);
@@ -1246,7 +1240,7 @@ TEST(ThreadPool, AfterAllWorkersHaveRetiredTheDestructorRunsOnTheHostsThread) {
   EXPECT_EQ(destruction->thread, std::this_thread::get_id());
 }
 
-TEST(ThreadPool, ADerivedPoolIsDestroyedThroughItsBase) {
+TEST(ThreadPool, DerivedPool) {
   class Derived : public ThreadPool {
    public:
     explicit Derived(std::shared_ptr<Gate> gate)
@@ -1265,7 +1259,7 @@ TEST(ThreadPool, ADerivedPoolIsDestroyedThroughItsBase) {
 }
 
 // A host's class that has members of the same names takes nothing from those who know the base.
-TEST(ThreadPool, NothingButTheDestructorIsVirtual) {
+TEST(ThreadPool, VirtualFunctions) {
   class Derived : public ThreadPool {
    public:
     Derived() : ThreadPool("base", 0, 0, 4) {}
@@ -1306,7 +1300,7 @@ void EndTheProcess(const std::string& workers) {
   std::exit(0);
 }
 
-TEST(ThreadPoolDeathTest, TheProcessMayEndWhileWorkersLive) {
+TEST(PoolDeathTest, ExitWithWorkers) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   for (const char* how : {"idle", "busy", "working"}) {
     SCOPED_TRACE(how);
@@ -1316,7 +1310,7 @@ TEST(ThreadPoolDeathTest, TheProcessMayEndWhileWorkersLive) {
 
 // ---- a thread that cannot be started ----
 
-TEST(ThreadPool, AThreadThatCannotBeStartedIsNeitherListedNorCounted) {
+TEST(ThreadPool, FailedStart) {
   const PoolPtr pool = MakePool(2);
   const auto order = std::make_shared<std::vector<int>>();
   {
@@ -1342,7 +1336,7 @@ TEST(ThreadPool, AThreadThatCannotBeStartedIsNeitherListedNorCounted) {
   EXPECT_THAT(*order, ElementsAre(0, 1, 2));
 }
 
-TEST(ThreadPool, AFailedStartDoesNotKeepALivingWorkerFromTheTask) {
+TEST(ThreadPool, FailedStartRuns) {
   const PoolPtr pool = MakePool(3);
   const HeldTask held;
   ASSERT_TRUE(held.StartIn(pool));
@@ -1360,7 +1354,7 @@ TEST(ThreadPool, AFailedStartDoesNotKeepALivingWorkerFromTheTask) {
 }
 
 // Otherwise the second submission would wait for room that no worker makes.
-TEST(ThreadPool, FullPoolRecoversFromAFailedStart) {
+TEST(ThreadPool, FailedStartFull) {
   const auto pool = std::make_shared<ThreadPool>("pool", 1, 0, 1);
   const auto ran = std::make_shared<Events>();
   {
@@ -1374,7 +1368,7 @@ TEST(ThreadPool, FullPoolRecoversFromAFailedStart) {
   EXPECT_TRUE(ran->Await(2));
 }
 
-TEST(ThreadPool, AfterAFailedStartTheDestructorFindsNoWorker) {
+TEST(ThreadPool, FailedStartDestroy) {
   const auto destruction = std::make_shared<Destruction>();
   const auto discarded = std::make_shared<Gate>();
   {
@@ -1388,7 +1382,7 @@ TEST(ThreadPool, AfterAFailedStartTheDestructorFindsNoWorker) {
   EXPECT_EQ(destruction->thread, std::this_thread::get_id());
 }
 
-TEST(ThreadPool, AFailedStartReleasesTheLocks) {
+TEST(ThreadPool, FailedStartUnlocks) {
   const PoolPtr pool = MakePool(1);
   std::atomic<int> failures{0};
   std::vector<std::thread> threads;
@@ -1417,7 +1411,7 @@ TEST(ThreadPool, AFailedStartReleasesTheLocks) {
   EXPECT_EQ(pool->GetPendingTaskNumber(), 0U);
 }
 
-TEST(ThreadPool, MemoryThatRunsOutLeavesThePoolUsable) {
+TEST(ThreadPool, OutOfMemory) {
   // Where the library's allocations are not seen, the first submission succeeds.
   const PoolPtr pool = MakePool(1);
   const auto runs = std::make_shared<std::atomic<uint64_t>>(0);
@@ -1447,7 +1441,7 @@ TEST(ThreadPool, MemoryThatRunsOutLeavesThePoolUsable) {
 
 // With the pool at its limit, a task that comes while the only worker retires is run without a
 // further submission.
-TEST(ThreadPool, ATaskThatComesWhileTheLastWorkerRetiresIsRun) {
+TEST(ThreadPool, RetireRace) {
   constexpr int kPools = 30;
   constexpr int kRounds = 3;
   std::atomic<int> left{0};
@@ -1511,7 +1505,7 @@ class RetiringWorker {
   std::shared_ptr<HeldTask> late;
 };
 
-TEST(ThreadPool, AWorkerThatRetiresWhileATaskIsPendingStartsItsSuccessor) {
+TEST(ThreadPool, Successor) {
   RetiringWorker worker;
   ASSERT_NO_FATAL_FAILURE(worker.Prepare());
   worker.LetGo();
@@ -1521,7 +1515,7 @@ TEST(ThreadPool, AWorkerThatRetiresWhileATaskIsPendingStartsItsSuccessor) {
   EXPECT_EQ(worker.Pool()->GetRunningThreadNumber(), 1U);
 }
 
-TEST(ThreadPool, AWorkerThatCannotStartASuccessorStays) {
+TEST(ThreadPool, FailedSuccessor) {
   RetiringWorker worker;
   ASSERT_NO_FATAL_FAILURE(worker.Prepare());
   const RefuseThreadStarts refuse;
@@ -1535,7 +1529,7 @@ TEST(ThreadPool, AWorkerThatCannotStartASuccessorStays) {
 
 // ---- under load ----
 
-TEST(ThreadPoolLoad, FourHostsAndFourWorkersRunEveryTaskOnce) {
+TEST(PoolLoad, TasksRunOnce) {
   constexpr size_t kHosts = 4;
   constexpr size_t kPerHost = 50000;
   struct Shared {
@@ -1569,7 +1563,7 @@ TEST(ThreadPoolLoad, FourHostsAndFourWorkersRunEveryTaskOnce) {
   EXPECT_EQ(shared->done, kHosts * kPerHost);
 }
 
-TEST(ThreadPoolLoad, EveryOperationRunsBesideEveryOther) {
+TEST(PoolLoad, AllOperations) {
   const PoolPtr pool = MakePool(3, 20);
   std::atomic<bool> stop{false};
   std::atomic<int> submitted{0};

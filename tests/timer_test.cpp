@@ -152,7 +152,7 @@ class CountingTimer : public Timer {
   Events fired;
 };
 
-TEST(Timer, HasTheStatedInterface) {
+TEST(Timer, Interface) {
   static_assert(std::is_abstract_v<Timer>);
   static_assert(std::has_virtual_destructor_v<Timer>);
   static_assert(std::is_base_of_v<std::enable_shared_from_this<Timer>, Timer>);
@@ -180,7 +180,7 @@ TEST(Timer, HasTheStatedInterface) {
   static_assert(std::is_same_v<decltype(&TimerManager::ResetTimer), ManagerCall>);
 }
 
-TEST(Timer, KeepsTheTimeoutAndTheLoopThatItWasBuiltWith) {
+TEST(Timer, Arguments) {
   for (const Milliseconds timeout : {0ULL, 1ULL, 10ULL, 1ULL << 32, kNever - 1, kNever}) {
     for (const bool loop : {false, true}) {
       SCOPED_TRACE(std::to_string(timeout) + (loop ? " repeating" : " once"));
@@ -196,7 +196,7 @@ TEST(Timer, KeepsTheTimeoutAndTheLoopThatItWasBuiltWith) {
   }
 }
 
-TEST(Timer, IsNeitherStartedNorQueuedWhenBuilt) {
+TEST(Timer, InitialState) {
   std::atomic<int> fired{0};
   const TestTimer timer(1, kRepeating, [&] { ++fired; });
   EXPECT_EQ(timer.Entries(), 0);
@@ -208,7 +208,7 @@ TEST(Timer, IsNeitherStartedNorQueuedWhenBuilt) {
   EXPECT_NO_THROW(unowned.Stop());
 }
 
-TEST(Timer, ExpiryIsSetAndReadAsItIs) {
+TEST(Timer, SetExpiry) {
   const TestTimer timer(10, kOnce);
   for (const Milliseconds expire : {0ULL, 1ULL, 1ULL << 63, kNever}) {
     timer->SetExpire(expire);
@@ -218,7 +218,7 @@ TEST(Timer, ExpiryIsSetAndReadAsItIs) {
 
 // No thread's expiry is lost, and none comes back: who has set or seen one sees no earlier one of
 // the same thread.
-TEST(Timer, ExpiryMayBeReadAndWrittenByManyThreadsAtOnce) {
+TEST(Timer, ExpiryManyThreads) {
   constexpr Milliseconds kThreads = 4;
   const TestTimer timer(10, kOnce);
   timer->SetExpire(0);
@@ -244,7 +244,7 @@ TEST(Timer, ExpiryMayBeReadAndWrittenByManyThreadsAtOnce) {
   EXPECT_EQ(stale, 0);
 }
 
-TEST(Timer, FieldsAndOperationsKeepTheirOrder) {
+TEST(Timer, FieldOrder) {
   const TsTimer timer(10, kOnce);
   const std::vector<const void*> places = {
       &(timer.*Reach(tarsio_test::TimerTimeout())), &(timer.*Reach(tarsio_test::TimerLoop())),
@@ -255,7 +255,7 @@ TEST(Timer, FieldsAndOperationsKeepTheirOrder) {
 }
 
 // A host's class that has members of the same names takes nothing from those who know the base.
-TEST(Timer, NothingButTheDestructorAndOnTimeoutIsVirtual) {
+TEST(Timer, VirtualFunctions) {
   class Derived : public TsTimer {
    public:
     Derived() : TsTimer(kLong, kOnce) {}
@@ -289,7 +289,7 @@ TEST(Timer, NothingButTheDestructorAndOnTimeoutIsVirtual) {
 
 // ---- the clock ----
 
-TEST(TimerManager, IsOneInstanceForAllThreads) {
+TEST(TimerManager, OneInstance) {
   std::vector<TimerManager*> seen(8);
   std::vector<std::thread> threads;
   for (TimerManager*& instance : seen) {
@@ -300,7 +300,7 @@ TEST(TimerManager, IsOneInstanceForAllThreads) {
   EXPECT_THAT(seen, Each(TimerManager::GetInstance()));
 }
 
-TEST(TimerManager, ClockIsTheWallClockInWholeMilliseconds) {
+TEST(TimerManager, WallClock) {
   const auto systemClock = [] {
     return std::chrono::duration_cast<std::chrono::milliseconds>(
                std::chrono::system_clock::now().time_since_epoch())
@@ -320,7 +320,7 @@ TEST(TimerManager, ClockIsTheWallClockInWholeMilliseconds) {
 
 // ---- starting and firing ----
 
-TEST(Timer, StartCountsTheTimeoutFromNow) {
+TEST(Timer, StartFromNow) {
   for (const Milliseconds timeout : {1000ULL, kLong, 1ULL << 40}) {
     const TestTimer timer(timeout, kOnce);
     const Milliseconds before = Now();
@@ -331,7 +331,7 @@ TEST(Timer, StartCountsTheTimeoutFromNow) {
   }
 }
 
-TEST(Timer, FiresOnceAndNeverBeforeItsTime) {
+TEST(Timer, FiresOnce) {
   std::random_device seed;
   std::mt19937_64 random(seed());
   for (int round = 0; round < 3; ++round) {
@@ -373,7 +373,7 @@ TEST(Timer, FiresOnceAndNeverBeforeItsTime) {
   }
 }
 
-TEST(Timer, PassesAreFiveMillisecondsApart) {
+TEST(Timer, PassInterval) {
   std::mutex mutex;
   std::vector<std::chrono::steady_clock::time_point> passes;
   Events fired;
@@ -393,7 +393,7 @@ TEST(Timer, PassesAreFiveMillisecondsApart) {
   EXPECT_LE(least, std::chrono::milliseconds(15));
 }
 
-TEST(Timer, TenMillisecondsFireBeforeTwenty) {
+TEST(Timer, TenBeforeTwenty) {
   for (const bool longFirst : {false, true}) {
     std::mutex mutex;
     std::vector<int> order;
@@ -415,7 +415,7 @@ TEST(Timer, TenMillisecondsFireBeforeTwenty) {
   }
 }
 
-TEST(Timer, RepeatingOneFiresUntilItIsStopped) {
+TEST(Timer, Repeats) {
   Events fired;
   const TestTimer timer(3, kRepeating, [&] { fired.Add(); });
   timer->Start();
@@ -427,7 +427,7 @@ TEST(Timer, RepeatingOneFiresUntilItIsStopped) {
   EXPECT_EQ(timer.Entries(), 0);
 }
 
-TEST(Timer, RepeatingOneFiresNoMoreOftenThanItsTimeout) {
+TEST(Timer, RepeatInterval) {
   std::mutex mutex;
   std::vector<Milliseconds> times;
   std::vector<Milliseconds> expiries;
@@ -454,7 +454,7 @@ TEST(Timer, RepeatingOneFiresNoMoreOftenThanItsTimeout) {
   }
 }
 
-TEST(Timer, AllFireOnOneThreadThatIsNotTheCallers) {
+TEST(Timer, OneThread) {
   std::mutex mutex;
   std::set<std::thread::id> threads;
   Events fired;
@@ -481,7 +481,7 @@ TEST(Timer, AllFireOnOneThreadThatIsNotTheCallers) {
   EXPECT_EQ(threads.count(std::this_thread::get_id()), 0U);
 }
 
-TEST(Timer, SecondStartDoesNothing) {
+TEST(Timer, SecondStart) {
   for (const bool loop : {false, true}) {
     const TestTimer timer(kLong, loop);
     timer->Start();
@@ -494,7 +494,7 @@ TEST(Timer, SecondStartDoesNothing) {
   }
 }
 
-TEST(Timer, SecondStopDoesNothing) {
+TEST(Timer, SecondStop) {
   const TestTimer timer(kLong, kOnce);
   timer->Start();
   EXPECT_EQ(timer.Entries(), 1);
@@ -506,7 +506,7 @@ TEST(Timer, SecondStopDoesNothing) {
   EXPECT_EQ(timer.Entries(), 1);
 }
 
-TEST(Timer, StoppedBeforeItsTimeNeverFires) {
+TEST(Timer, StopBeforeExpiry) {
   bool inTime = false;
   for (int attempt = 0; attempt < 100 && !inTime; ++attempt) {  // on a machine that stands still
     std::atomic<int> fired{0};
@@ -525,7 +525,7 @@ TEST(Timer, StoppedBeforeItsTimeNeverFires) {
   EXPECT_TRUE(inTime);
 }
 
-TEST(Timer, CanBeStartedAgainWhenItHasFired) {
+TEST(Timer, Restart) {
   Events fired;
   const TestTimer timer(1, kOnce, [&] { fired.Add(); });
   for (int i = 1; i <= 5; ++i) {
@@ -536,7 +536,7 @@ TEST(Timer, CanBeStartedAgainWhenItHasFired) {
   EXPECT_EQ(fired.Count(), 5);
 }
 
-TEST(Timer, TimeoutZeroIsMarkedStartedAndNeverFires) {
+TEST(Timer, ZeroTimeout) {
   for (const bool loop : {false, true}) {
     std::atomic<int> fired{0};
     const TestTimer timer(0, loop, [&] { ++fired; });
@@ -556,7 +556,7 @@ TEST(Timer, TimeoutZeroIsMarkedStartedAndNeverFires) {
   stopped.reset();
 }
 
-TEST(Timer, ExpiryThatWouldOverflowIsTheLargestAndNeverComes) {
+TEST(Timer, ExpiryOverflow) {
   for (const Milliseconds timeout : {kNever, kNever - 1, kNever - 1000000000000ULL}) {
     for (const bool loop : {false, true}) {
       SCOPED_TRACE(timeout);
@@ -573,7 +573,7 @@ TEST(Timer, ExpiryThatWouldOverflowIsTheLargestAndNeverComes) {
   }
 }
 
-TEST(Timer, DerivedTimerOfAHostFiresThroughOnTimeout) {
+TEST(Timer, Derived) {
   const Scoped<CountingTimer> once(std::make_shared<CountingTimer>(1, kOnce));
   const Scoped<CountingTimer> repeating(std::make_shared<CountingTimer>(1, kRepeating));
   once->Start();
@@ -586,7 +586,7 @@ TEST(Timer, DerivedTimerOfAHostFiresThroughOnTimeout) {
 
 // ---- the mark ----
 
-TEST(Timer, SetStateMarksAndNothingElse) {
+TEST(Timer, SetState) {
   std::atomic<int> fired{0};
   const TestTimer timer(10, kOnce, [&] { ++fired; });
   timer->SetState(true);
@@ -609,7 +609,7 @@ TEST(Timer, SetStateMarksAndNothingElse) {
   EXPECT_EQ(queued.Entries(), 0);
 }
 
-TEST(Timer, OneShotIsMarkedStoppedWhenItsActionRuns) {
+TEST(Timer, OneShotIsStopped) {
   Events fired;
   TsTimer* self = nullptr;
   const TestTimer timer(5, kOnce, [&] {
@@ -626,7 +626,7 @@ TEST(Timer, OneShotIsMarkedStoppedWhenItsActionRuns) {
   EXPECT_TRUE(Eventually([&] { return timer.Entries() == 0; }));
 }
 
-TEST(Timer, RepeatingOneThatStopsItselfInItsActionGoesOnDeliberately) {
+TEST(Timer, RepeatSelfStop) {
   Events fired;
   TsTimer* self = nullptr;
   const TestTimer timer(2, kRepeating, [&] {
@@ -643,7 +643,7 @@ TEST(Timer, RepeatingOneThatStopsItselfInItsActionGoesOnDeliberately) {
 
 // ---- the calling thread ----
 
-TEST(Timer, ActionsMayStartAndStopTimersAndAskForTheManager) {
+TEST(Timer, CallsFromAction) {
   Events started;
   const TestTimer other(1, kOnce, [&] { started.Add(); });
   const TestTimer stopped(kLong, kRepeating);
@@ -663,7 +663,7 @@ TEST(Timer, ActionsMayStartAndStopTimersAndAskForTheManager) {
   EXPECT_EQ(instance, TimerManager::GetInstance());
 }
 
-TEST(Timer, StartAndStopOfOtherThreadsWaitWhileTimersFire) {
+TEST(Timer, CallersWait) {
   const auto entered = std::make_shared<Gate>();
   const auto release = std::make_shared<Gate>();
   const auto queued = std::make_shared<TsTimer>(kLong, kOnce);
@@ -699,7 +699,7 @@ TEST(Timer, StartAndStopOfOtherThreadsWaitWhileTimersFire) {
   EXPECT_EQ(queued.use_count(), 2);
 }
 
-TEST(Timer, BlockedActionStallsEveryTimer) {
+TEST(Timer, BlockedAction) {
   const auto entered = std::make_shared<Gate>();
   const auto release = std::make_shared<Gate>();
   Events fired;
@@ -720,7 +720,7 @@ TEST(Timer, BlockedActionStallsEveryTimer) {
   EXPECT_TRUE(fired.Await(count + 3));
 }
 
-TEST(Timer, DoesNotFireAnyMoreWhenStopHasReturned) {
+TEST(Timer, StopIsFinal) {
   for (int i = 0; i < 40; ++i) {
     std::atomic<bool> stopped{false};
     std::atomic<bool> late{false};
@@ -742,7 +742,7 @@ TEST(Timer, DoesNotFireAnyMoreWhenStopHasReturned) {
 
 // ---- ownership ----
 
-TEST(Timer, QueuedTimerLivesWithoutItsHost) {
+TEST(Timer, OneShotDropped) {
   Events fired;
   auto timer = std::make_shared<TsTimer>(10, kOnce);
   timer->Init([&] { fired.Add(); });
@@ -753,7 +753,7 @@ TEST(Timer, QueuedTimerLivesWithoutItsHost) {
   EXPECT_TRUE(Eventually([&] { return watch.expired(); }));  // nobody holds it any more
 }
 
-TEST(Timer, RepeatingTimerLivesWithoutItsHostUntilItIsStopped) {
+TEST(Timer, RepeatingDropped) {
   Events fired;
   auto timer = std::make_shared<TsTimer>(1, kRepeating);
   timer->Init([&] { fired.Add(); });
@@ -766,7 +766,7 @@ TEST(Timer, RepeatingTimerLivesWithoutItsHostUntilItIsStopped) {
   EXPECT_TRUE(Eventually([&] { return watch.expired(); }));
 }
 
-TEST(TsTimer, InitReplacesTheCallable) {
+TEST(TsTimer, InitReplaces) {
   const auto first = std::make_shared<int>();
   const auto second = std::make_shared<int>();
   Events fired;
@@ -786,7 +786,7 @@ TEST(TsTimer, InitReplacesTheCallable) {
   EXPECT_EQ(second.use_count(), 1);
 }
 
-TEST(TsTimer, OnTimeoutCallsTheCallableOnTheCallersThread) {
+TEST(TsTimer, OnTimeout) {
   TsTimer timer(10, kOnce);
   std::thread::id thread;
   timer.Init([&] { thread = std::this_thread::get_id(); });
@@ -814,7 +814,7 @@ std::vector<ThrowingAction> SwallowedActions() {
           {"the host's own", [] { throw HostError(); }}};
 }
 
-TEST(TsTimer, StandardExceptionsAndAnEmptyCallableAreIgnoredInSilence) {
+TEST(TsTimer, IgnoredExceptions) {
   const auto log = tarsio_test::LogRecords::Install(tarsio::LOG_LEVEL_DEBUG);
   for (const ThrowingAction& row : SwallowedActions()) {
     SCOPED_TRACE(row.name);
@@ -843,7 +843,7 @@ TEST(TsTimer, StandardExceptionsAndAnEmptyCallableAreIgnoredInSilence) {
   EXPECT_TRUE(log->All().empty());
 }
 
-TEST(TsTimer, StartedWithoutInitFiresInSilence) {
+TEST(TsTimer, NoInit) {
   const auto log = tarsio_test::LogRecords::Install(tarsio::LOG_LEVEL_DEBUG);
   const TestTimer once(1, kOnce);
   once->Start();
@@ -858,7 +858,7 @@ TEST(TsTimer, StartedWithoutInitFiresInSilence) {
   EXPECT_TRUE(log->All().empty());
 }
 
-TEST(TsTimer, OtherExceptionsLeaveOnTimeout) {
+TEST(TsTimer, OtherExceptions) {
   TsTimer timer(1, kOnce);
   timer.Init([] { throw 7; });
   EXPECT_THROW(timer.OnTimeout(), int);
@@ -866,7 +866,7 @@ TEST(TsTimer, OtherExceptionsLeaveOnTimeout) {
   EXPECT_THROW(timer.OnTimeout(), std::string);
 }
 
-TEST(Timer, StartWithoutAnOwnerThrowsAndLeavesItMarkedStartedDeliberately) {
+TEST(Timer, StartWithoutOwner) {
   for (const Milliseconds timeout : {0ULL, 1ULL, kLong}) {
     SCOPED_TRACE(timeout);
     TsTimer timer(timeout, kOnce);
@@ -880,7 +880,7 @@ TEST(Timer, StartWithoutAnOwnerThrowsAndLeavesItMarkedStartedDeliberately) {
   }
 }
 
-TEST(Timer, StopWithoutAnOwnerThrowsAndLeavesItMarkedStoppedDeliberately) {
+TEST(Timer, StopWithoutOwner) {
   TsTimer timer(10, kRepeating);
   timer.SetState(true);
   EXPECT_THROW(timer.Stop(), std::bad_weak_ptr);
@@ -893,7 +893,7 @@ class TimerDeathTest : public testing::Test {
   TimerDeathTest() { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
 };
 
-TEST_F(TimerDeathTest, OtherExceptionThanTheStandardFamilysEndsTheProcess) {
+TEST_F(TimerDeathTest, OtherException) {
   for (const bool loop : {false, true}) {
     EXPECT_DEATH(
         {
@@ -906,7 +906,7 @@ TEST_F(TimerDeathTest, OtherExceptionThanTheStandardFamilysEndsTheProcess) {
   }
 }
 
-TEST_F(TimerDeathTest, ZeroTimeoutTimerStillMarkedStartedEndsTheProcessWhenDropped) {
+TEST_F(TimerDeathTest, ZeroTimeout) {
   EXPECT_DEATH(
       {
         auto timer = std::make_shared<TsTimer>(0, kOnce);
@@ -916,7 +916,7 @@ TEST_F(TimerDeathTest, ZeroTimeoutTimerStillMarkedStartedEndsTheProcessWhenDropp
       "no shared_ptr owns the timer");
 }
 
-TEST_F(TimerDeathTest, MarkAloneEndsTheProcessWhenTheTimerIsDropped) {
+TEST_F(TimerDeathTest, MarkedStarted) {
   EXPECT_DEATH(
       {
         auto timer = std::make_shared<TsTimer>(10, kOnce);
@@ -926,7 +926,7 @@ TEST_F(TimerDeathTest, MarkAloneEndsTheProcessWhenTheTimerIsDropped) {
       "no shared_ptr owns the timer");
 }
 
-TEST_F(TimerDeathTest, StartThatFailedEndsTheProcessWhenTheTimerIsDestroyed) {
+TEST_F(TimerDeathTest, FailedStart) {
   EXPECT_DEATH(
       {
         TsTimer timer(10, kOnce);
@@ -935,7 +935,7 @@ TEST_F(TimerDeathTest, StartThatFailedEndsTheProcessWhenTheTimerIsDestroyed) {
       "no shared_ptr owns the timer");
 }
 
-TEST_F(TimerDeathTest, CallableIsReleasedBeforeTheTimerStops) {
+TEST_F(TimerDeathTest, CallableFirst) {
   struct Reporting {
     explicit Reporting(bool* setBy) : released(setBy) {}
     Reporting(const Reporting&) = delete;
@@ -961,7 +961,7 @@ TEST_F(TimerDeathTest, CallableIsReleasedBeforeTheTimerStops) {
 // ---- many threads ----
 
 // Each thread with timers of its own: started, perhaps stopped, and accounted for.
-TEST(Timer, ManyThreadsLoseNoFiringAndSeeNoneTwice) {
+TEST(Timer, ManyTimers) {
   constexpr int kThreads = 6;
   constexpr int kRounds = 60;
   std::atomic<int> kept{0};
@@ -1014,7 +1014,7 @@ TEST(Timer, ManyThreadsLoseNoFiringAndSeeNoneTwice) {
 
 // One timer in the hands of many threads, its own action among them. What is left in the queue is
 // not defined, but that it is dropped whole is.
-TEST(Timer, ManyThreadsMayStartAndStopTheSameTimer) {
+TEST(Timer, SharedByThreads) {
   std::atomic<int> fired{0};
   std::atomic<bool> quiet{false};
   std::vector<std::unique_ptr<TestTimer>> timers;
@@ -1053,7 +1053,7 @@ TEST(Timer, ManyThreadsMayStartAndStopTheSameTimer) {
 }
 
 // The timer thread gets its turn even where others hardly ever let go of the lock.
-TEST(Timer, FiresWhileManyThreadsKeepStartingAndStopping) {
+TEST(Timer, FiresUnderLoad) {
   std::atomic<bool> end{false};
   Events fired;
   std::vector<std::thread> threads;
@@ -1077,7 +1077,7 @@ TEST(Timer, FiresWhileManyThreadsKeepStartingAndStopping) {
 
 // The action starts the timer again while Stop() waits for the lock: stopping wins, and the mark
 // with it, or the timer's destructor would end the process.
-TEST(Timer, StopClearsTheMarkOfAStartInItsAction) {
+TEST(Timer, StopAfterRestart) {
   const auto inAction = std::make_shared<Gate>();
   const auto goOn = std::make_shared<Gate>();
   auto timer = std::make_shared<TsTimer>(1, false);

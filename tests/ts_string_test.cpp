@@ -107,7 +107,7 @@ class EnormousString {
 
 // ---- construction ----
 
-TEST(TsString, DefaultIsEmptyWithoutABuffer) {
+TEST(TsString, Default) {
   const TsString string;
   ExpectText(string, "");
   EXPECT_STREQ(string.Cstr(), "");
@@ -115,7 +115,7 @@ TEST(TsString, DefaultIsEmptyWithoutABuffer) {
   EXPECT_EQ(Capacity(string), 1U);
 }
 
-TEST(TsString, NullIsTheEmptyText) {
+TEST(TsString, Null) {
   const char* const null = nullptr;
   const TsString string(null);
   ExpectText(string, "");
@@ -123,7 +123,7 @@ TEST(TsString, NullIsTheEmptyText) {
   EXPECT_EQ(Capacity(string), 1U);
 }
 
-TEST(TsString, EmptyTextsNeedNoBuffer) {
+TEST(TsString, EmptyNeedsNoBuffer) {
   const TsString fromText("");
   const TsString fromString{TsString()};
   TsString assigned;
@@ -138,7 +138,7 @@ TEST(TsString, EmptyTextsNeedNoBuffer) {
   }
 }
 
-TEST(TsString, HoldsACopyOfTheText) {
+TEST(TsString, HoldsCopy) {
   std::string everyByte;
   for (int byte = 1; byte <= 0xFF; ++byte) everyByte += static_cast<char>(byte);
   for (const std::string& text :
@@ -152,7 +152,7 @@ TEST(TsString, HoldsACopyOfTheText) {
   }
 }
 
-TEST(TsString, TakesATextUpToItsTerminator) {
+TEST(TsString, StopsAtTerminator) {
   const char text[] = "ab\0cd";
   const TsString string(text);
   ExpectText(string, "ab");
@@ -162,7 +162,7 @@ TEST(TsString, TakesATextUpToItsTerminator) {
   ExpectText(assigned, "ab");
 }
 
-TEST(TsString, CopiesAreDeep) {
+TEST(TsString, DeepCopies) {
   const TsString empty;
   TsString original("original");
   const TsString copy(original);
@@ -180,7 +180,7 @@ TEST(TsString, CopiesAreDeep) {
   ExpectText(copy, "original");
 }
 
-TEST(TsString, CopyOutlivesItsOriginal) {
+TEST(TsString, CopyOutlives) {
   auto original = std::make_unique<TsString>("original");
   const TsString copy(*original);
   TsString assigned;
@@ -190,7 +190,7 @@ TEST(TsString, CopyOutlivesItsOriginal) {
   ExpectText(assigned, "original");
 }
 
-TEST(TsString, CopyHasABufferOfTheTextsSizeOnly) {
+TEST(TsString, CopyBufferSize) {
   TsString original("a text of some length");
   original = "short";
   EXPECT_EQ(Capacity(original), 22U);
@@ -199,7 +199,7 @@ TEST(TsString, CopyHasABufferOfTheTextsSizeOnly) {
 }
 
 // There are no move operations, deliberately.
-TEST(TsString, MovingCopies) {
+TEST(TsString, MoveCopies) {
   TsString source("source");
   const char* const buffer = source.Cstr();
   const TsString constructed(std::move(source));
@@ -215,14 +215,14 @@ TEST(TsString, MovingCopies) {
 
 // ---- assignment ----
 
-TEST(TsString, AssignmentsReturnTheString) {
+TEST(TsString, AssignmentResult) {
   TsString string;
   const TsString other("other");
   EXPECT_EQ(&(string = "text"), &string);
   EXPECT_EQ(&(string = other), &string);
 }
 
-TEST(TsString, AShorterTextReusesTheBufferAndALongerOneReplacesIt) {
+TEST(TsString, BufferReuse) {
   const std::string text20 = TextOf(20);
   TsString string(text20.c_str());
   EXPECT_EQ(Capacity(string), 21U);
@@ -245,7 +245,7 @@ TEST(TsString, AShorterTextReusesTheBufferAndALongerOneReplacesIt) {
   EXPECT_EQ(Capacity(string), 32U);
 }
 
-TEST(TsString, EmptyTextsKeepTheBuffer) {
+TEST(TsString, EmptyKeepsBuffer) {
   const char* const null = nullptr;
   TsString string("some text");
   const char* const buffer = string.Cstr();
@@ -264,7 +264,7 @@ TEST(TsString, EmptyTextsKeepTheBuffer) {
   expectEmptyInItsBuffer();
 }
 
-TEST(TsString, SelfAssignmentChangesNothing) {
+TEST(TsString, SelfAssignment) {
   for (const std::string& text : {std::string(), TextOf(1), TextOf(1000)}) {
     TsString string(text.c_str());
     const char* const buffer = string.Cstr();
@@ -276,7 +276,7 @@ TEST(TsString, SelfAssignmentChangesNothing) {
   }
 }
 
-TEST(TsString, TheTextMayLieInTheStringsOwnBuffer) {
+TEST(TsString, OwnBuffer) {
   const std::string text = TextOf(100);
   for (size_t start = 0; start <= text.size(); ++start) {
     SCOPED_TRACE(start);
@@ -293,7 +293,7 @@ TEST(TsString, TheTextMayLieInTheStringsOwnBuffer) {
 }
 
 // A buffer is replaced by one of exactly the size that is needed, and kept otherwise.
-TEST(TsString, BuffersGrowAsNeededAndNeverShrink) {
+TEST(TsString, BufferNeverShrinks) {
   struct Model {
     TsString string;
     std::string text;
@@ -342,7 +342,7 @@ TEST(TsString, BuffersGrowAsNeededAndNeverShrink) {
 
 // ---- the limit for texts from outside ----
 
-TEST(TsString, TextsAreCutToTheirLimit) {
+TEST(TsString, Limit) {
   std::string text = TextOf(kLongestText + 1000);
   for (const size_t length :
        {kLongestText - 1, kLongestText, kLongestText + 1, kLongestText + 1000}) {
@@ -360,7 +360,7 @@ TEST(TsString, TextsAreCutToTheirLimit) {
 }
 
 // A text at its limit needs no terminator: nothing behind it is read.
-TEST(TsString, NothingBehindTheLimitIsRead) {
+TEST(TsString, ReadsUpToLimit) {
   const std::vector<char> text(kLongestText, 'a');
   const TsString constructed(text.data());
   EXPECT_EQ(constructed.Length(), kLongestText);
@@ -370,7 +370,7 @@ TEST(TsString, NothingBehindTheLimitIsRead) {
 }
 
 // Deliberately: only texts have a limit, strings have none.
-TEST(TsString, CopiesOfStringsHaveNoLimit) {
+TEST(TsString, CopiesUnlimited) {
   for (const size_t length : {kLongestText, kLongestText + 1, 2 * kLongestText}) {
     SCOPED_TRACE(length);
     const std::string text = TextOf(length);
@@ -397,7 +397,7 @@ TEST(TsString, CopiesOfStringsHaveNoLimit) {
 
 // ---- comparison ----
 
-TEST(TsString, ComparesByteForByte) {
+TEST(TsString, ComparesBytes) {
   const struct {
     const char* name;
     const char* left;
@@ -432,7 +432,7 @@ TEST(TsString, ComparesByteForByte) {
   EXPECT_FALSE(string != same);
 }
 
-TEST(TsString, ComparesTheTextsWhateverTheBuffers) {
+TEST(TsString, ComparesContent) {
   TsString large("a text that is long");
   large = "text";  // what it held before is behind the terminator
   const TsString small("text");
@@ -448,7 +448,7 @@ TEST(TsString, ComparesTheTextsWhateverTheBuffers) {
 // ---- buffers ----
 
 // A host with another allocator than the library's may pass strings to it and take some from it.
-TEST(TsString, BuffersComeFromTheLibrarysAllocatorAndReturnToIt) {
+TEST(TsString, LibraryAllocator) {
   const size_t before = LiveAllocations();
   size_t allocations = 0;
   {
@@ -468,7 +468,7 @@ TEST(TsString, BuffersComeFromTheLibrarysAllocatorAndReturnToIt) {
 
 // ---- threads ----
 
-TEST(TsString, DistinctStringsMayBeUsedOnManyThreads) {
+TEST(TsString, ManyThreads) {
   constexpr size_t kThreads = 4;
   constexpr size_t kRounds = 20000;
   size_t mismatches[kThreads] = {};
@@ -503,7 +503,7 @@ TEST(TsString, DistinctStringsMayBeUsedOnManyThreads) {
 
 // ---- layout ----
 
-TEST(TsString, FieldsKeepTheirOrder) {
+TEST(TsString, FieldOrder) {
   const TsString string;
   const void* const data = &(string.*Reach(tarsio_test::TsStringData()));
   const void* const inlineBuffer = &(string.*Reach(tarsio_test::TsStringInline()));
@@ -513,7 +513,7 @@ TEST(TsString, FieldsKeepTheirOrder) {
   EXPECT_EQ(string.Cstr(), inlineBuffer) << "which is the empty string's text";
 }
 
-TEST(TsStringPair, FirstStandsBeforeSecond) {
+TEST(TsStringPair, FieldOrder) {
   const TsStringPair pair;
   EXPECT_LT(static_cast<const void*>(&pair.first), static_cast<const void*>(&pair.second));
 }
@@ -531,7 +531,7 @@ class DerivedString : public TsString {
   int* const destroyed;
 };
 
-TEST(TsString, IsDestroyedThroughItsBase) {
+TEST(TsString, VirtualDestructor) {
   int destroyed = 0;
   std::unique_ptr<TsString> string = std::make_unique<DerivedString>("text", &destroyed);
   ExpectText(*string, "text");
@@ -553,14 +553,14 @@ void ExpectPair(const TsStringPair& pair, const std::string& first, const std::s
   ExpectText(pair.second, second);
 }
 
-TEST(TsStringPair, DefaultIsTwoEmptyStrings) {
+TEST(TsStringPair, Default) {
   const TsStringPair pair;
   ExpectPair(pair, "", "");
   EXPECT_TRUE(IsInline(pair.first));
   EXPECT_TRUE(IsInline(pair.second));
 }
 
-TEST(TsStringPair, CopiesBothStrings) {
+TEST(TsStringPair, Copy) {
   TsStringPair source = PairOf("first", "second one");
   const TsStringPair constructed(source);
   TsStringPair assigned = PairOf("x", "y");
@@ -573,7 +573,7 @@ TEST(TsStringPair, CopiesBothStrings) {
 }
 
 // Deliberately: there is no transfer of buffers.
-TEST(TsStringPair, MovingCopiesAndLeavesTheSourceUnchanged) {
+TEST(TsStringPair, Move) {
   TsStringPair source = PairOf("first", "second one");
   const char* const first = source.first.Cstr();
   const char* const second = source.second.Cstr();
@@ -592,7 +592,7 @@ TEST(TsStringPair, MovingCopiesAndLeavesTheSourceUnchanged) {
   }
 }
 
-TEST(TsStringPair, AssignmentsReuseTheBuffers) {
+TEST(TsStringPair, BufferReuse) {
   const TsStringPair copied = PairOf("1", "22");
   TsStringPair moved = PairOf("333", "4444");
   TsStringPair target = PairOf("a longer text", "another longer text");
@@ -606,7 +606,7 @@ TEST(TsStringPair, AssignmentsReuseTheBuffers) {
   EXPECT_EQ(target.second.Cstr(), second);
 }
 
-TEST(TsStringPair, SelfAssignmentChangesNothing) {
+TEST(TsStringPair, SelfAssignment) {
   TsStringPair pair = PairOf("first", "second");
   TsStringPair& same = pair;
   pair = same;
@@ -615,7 +615,7 @@ TEST(TsStringPair, SelfAssignmentChangesNothing) {
   ExpectPair(pair, "first", "second");
 }
 
-TEST(TsStringPair, CopiesHaveNoLimit) {
+TEST(TsStringPair, CopiesUnlimited) {
   const std::string text = TextOf(kLongestText + 1);
   const EnormousString enormous(text);
   TsStringPair source;
