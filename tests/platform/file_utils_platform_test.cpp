@@ -161,10 +161,10 @@ void File::Write(const char* data, size_t size) {
 
 namespace {
 
-class FileUtilsPlatform : public testing::Test {
+class FileUtilsOs : public testing::Test {
  protected:
-  FileUtilsPlatform() { current = &system; }
-  ~FileUtilsPlatform() override {
+  FileUtilsOs() { current = &system; }
+  ~FileUtilsOs() override {
     EXPECT_EQ(system.openFiles, 0) << "left open";
     current = nullptr;
   }
@@ -212,7 +212,7 @@ void ExpectOutputs(const std::vector<Reading>& readings, const std::vector<std::
   }
 }
 
-TEST_F(FileUtilsPlatform, FileThatGrowsAtAnyMomentIsReadAsItWasOrIsOrIsAMismatch) {
+TEST_F(FileUtilsOs, FileGrows) {
   const auto readings =
       ReadWithEventAtEachStep("0123456789", [](FakeSystem& fake) { fake.content += "more"; });
   ExpectOutputs(readings, {"0123456789", "0123456789more"});
@@ -222,7 +222,7 @@ TEST_F(FileUtilsPlatform, FileThatGrowsAtAnyMomentIsReadAsItWasOrIsOrIsAMismatch
   EXPECT_EQ(readings.front().content, "0123456789more");
 }
 
-TEST_F(FileUtilsPlatform, FileThatShrinksAtAnyMomentIsReadAsItWasOrIsOrIsAMismatch) {
+TEST_F(FileUtilsOs, FileShrinks) {
   const auto readings =
       ReadWithEventAtEachStep("0123456789", [](FakeSystem& fake) { fake.content.resize(5); });
   ExpectOutputs(readings, {"0123456789", "01234"});
@@ -231,7 +231,7 @@ TEST_F(FileUtilsPlatform, FileThatShrinksAtAnyMomentIsReadAsItWasOrIsOrIsAMismat
             readings.size());
 }
 
-TEST_F(FileUtilsPlatform, FileThatIsEmptiedAtAnyMomentIsReadAsItWasOrIsEmptyOrAMismatch) {
+TEST_F(FileUtilsOs, FileIsEmptied) {
   const auto readings =
       ReadWithEventAtEachStep("0123456789", [](FakeSystem& fake) { fake.content.clear(); });
   ExpectOutputs(readings, {"0123456789"});
@@ -240,7 +240,7 @@ TEST_F(FileUtilsPlatform, FileThatIsEmptiedAtAnyMomentIsReadAsItWasOrIsEmptyOrAM
   EXPECT_EQ(CountOf(readings, FILE_OPT_NOT_FILE), 0U);
 }
 
-TEST_F(FileUtilsPlatform, FileThatVanishesAtAnyMomentIsReadWholeOrReportedAsMissing) {
+TEST_F(FileUtilsOs, FileVanishes) {
   const auto readings =
       ReadWithEventAtEachStep("0123456789", [](FakeSystem& fake) { fake.exists = false; });
   ExpectOutputs(readings, {"0123456789"});
@@ -249,7 +249,7 @@ TEST_F(FileUtilsPlatform, FileThatVanishesAtAnyMomentIsReadWholeOrReportedAsMiss
   EXPECT_EQ(CountOf(readings, FILE_OPT_SIZE_MISMATCH), 0U);
 }
 
-TEST_F(FileUtilsPlatform, FileWithoutPermissionIsUnreadableAndCannotBeWritten) {
+TEST_F(FileUtilsOs, NoPermission) {
   system.content = "stored";
   system.opens = false;
   EXPECT_EQ(ReadFile("C:\\file.bin"), Failure(FILE_OPT_EMPTY_OR_UNREADABLE));
@@ -257,12 +257,12 @@ TEST_F(FileUtilsPlatform, FileWithoutPermissionIsUnreadableAndCannotBeWritten) {
   EXPECT_EQ(system.content, "stored");
 }
 
-TEST_F(FileUtilsPlatform, ParentThatIsNoDirectoryIsReported) {
+TEST_F(FileUtilsOs, ParentIsAFile) {
   EXPECT_EQ(FileUtils::WriteFile("new", "C:\\file.bin\\file.bin", 0), FILE_OPT_NO_PARENT_DIR);
 }
 
 // Nothing is said of errors while writing; whatever part the disk takes, the call returns.
-TEST_F(FileUtilsPlatform, FullDiskIsNotDetected) {
+TEST_F(FileUtilsOs, FullDisk) {
   for (const size_t room : {size_t{0}, size_t{1}, size_t{7}, size_t{10}, size_t{100}}) {
     SCOPED_TRACE(room);
     system.content = "stored";
@@ -275,7 +275,7 @@ TEST_F(FileUtilsPlatform, FullDiskIsNotDetected) {
 
 // ---- directories ----
 
-TEST_F(FileUtilsPlatform, EachPrefixIsAskedForByItsPathAndMadeByItsTextWithTheSeparator) {
+TEST_F(FileUtilsOs, MakeDirPrefixes) {
   system.directoriesExist = false;
   EXPECT_TRUE(FileUtils::MakeDir(R"(C:/a\\b//c\d)"));
   EXPECT_THAT(system.texts, testing::ElementsAre(L"C:", LR"(C:\a)", LR"(C:\a)", LR"(C:\a\b)",
@@ -285,13 +285,13 @@ TEST_F(FileUtilsPlatform, EachPrefixIsAskedForByItsPathAndMadeByItsTextWithTheSe
                                    R"(C:/a\\b//c\)"));
 }
 
-TEST_F(FileUtilsPlatform, NothingIsMadeOfWhatExists) {
+TEST_F(FileUtilsOs, MakeDirExisting) {
   EXPECT_TRUE(FileUtils::MakeDir("a/b/file.bin/c"));
   EXPECT_THAT(system.texts, testing::ElementsAre(L"a", LR"(a\b)", LR"(a\b\file.bin)"));
   EXPECT_THAT(system.narrowTexts, testing::IsEmpty());
 }
 
-TEST_F(FileUtilsPlatform, NothingIsAskedOrMadeBehindADirectoryThatCannotBeMade) {
+TEST_F(FileUtilsOs, MakeDirFails) {
   system.directoriesExist = false;
   system.directoriesToMake = 1;
   EXPECT_FALSE(FileUtils::MakeDir("a/b/c/d/"));
@@ -300,7 +300,7 @@ TEST_F(FileUtilsPlatform, NothingIsAskedOrMadeBehindADirectoryThatCannotBeMade) 
 }
 
 // On some systems nothing shows of it.
-TEST_F(FileUtilsPlatform, EveryModeWithoutTheBinaryBitIsATextMode) {
+TEST_F(FileUtilsOs, TextModes) {
   int opened = 0;
   for (int mode = 0; mode < 0x40; ++mode) {
     SCOPED_TRACE(mode);
@@ -326,7 +326,7 @@ std::string PathOfLength(size_t length, const std::string& root) {
 }
 
 // Some systems look at no text that is too long for them, so this is where a missing prefix shows.
-TEST_F(FileUtilsPlatform, EveryTextHasTheLongPrefixFrom260BytesOn) {
+TEST_F(FileUtilsOs, LongPrefix) {
   const struct {
     const char* root;
     const char* printedPrefix;
@@ -355,7 +355,7 @@ TEST_F(FileUtilsPlatform, EveryTextHasTheLongPrefixFrom260BytesOn) {
 }
 
 // The narrow calls get what the host gave, prefix or none.
-TEST_F(FileUtilsPlatform, NarrowTextsAreHandedOverAsTheyAre) {
+TEST_F(FileUtilsOs, NarrowNames) {
   for (const std::string& text : {PathOfLength(3900, "C:"), PathOfLength(300, R"(\\?\C:)"),
                                   std::string("C:/a//b \xFF.bin"), std::string()}) {
     system.narrowTexts.clear();

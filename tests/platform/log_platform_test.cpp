@@ -96,18 +96,18 @@ std::string Line(const char* format, ...) {
   return line;
 }
 
-class LogPlatform : public testing::Test {
+class LogOs : public testing::Test {
  protected:
-  LogPlatform() {
+  LogOs() {
     current = &system;
     system.calendar = Calendar(2024, 3, 5, 14, 7, 9);
   }
-  ~LogPlatform() override { current = nullptr; }
+  ~LogOs() override { current = nullptr; }
 
   System system;
 };
 
-TEST_F(LogPlatform, TimeIsCutToSecondsAndMilliseconds) {
+TEST_F(LogOs, Time) {
   const struct {
     int64_t ticks;
     int64_t seconds;
@@ -138,7 +138,7 @@ TEST_F(LogPlatform, TimeIsCutToSecondsAndMilliseconds) {
   }
 }
 
-TEST_F(LogPlatform, CalendarIsWrittenAsTheRuntimeWritesIt) {
+TEST_F(LogOs, Calendar) {
   const std::tm rows[] = {
       Calendar(1970, 1, 1, 0, 0, 0),      Calendar(1999, 12, 31, 23, 59, 59),
       Calendar(2000, 2, 29, 1, 2, 3),     Calendar(2016, 12, 31, 23, 59, 0),
@@ -152,13 +152,13 @@ TEST_F(LogPlatform, CalendarIsWrittenAsTheRuntimeWritesIt) {
   }
 }
 
-TEST_F(LogPlatform, TimeThatCannotBeConvertedLeavesTheMillisecondsAlone) {
+TEST_F(LogOs, NoLocalTime) {
   system.converts = false;
   system.ticks = 17096476290380000;
   EXPECT_EQ(Line("x"), "[.38][ERROR][a.cpp:1] x");
 }
 
-TEST_F(LogPlatform, ClockIsReadOncePerLineAndNotForAFilteredOne) {
+TEST_F(LogOs, OneClockRead) {
   struct Silent : Logger {
     void DoOutput(const char* /*line*/) override {}
   };
@@ -179,7 +179,7 @@ TEST_F(LogPlatform, ClockIsReadOncePerLineAndNotForAFilteredOne) {
 }
 
 // Nothing of one line is kept for the next.
-TEST_F(LogPlatform, EachLineHasTheCalendarOfItsOwnTime) {
+TEST_F(LogOs, TimePerLine) {
   EXPECT_EQ(Line("x"), "[2024-03-05 14:07:09.0][ERROR][a.cpp:1] x");
   system.calendar = Calendar(2024, 3, 5, 15, 7, 9);  // the same time, in another zone
   EXPECT_EQ(Line("x"), "[2024-03-05 15:07:09.0][ERROR][a.cpp:1] x");
@@ -209,7 +209,7 @@ void EndTheProcess() {
   std::exit(0);
 }
 
-TEST_F(LogPlatform, LogIsDestroyedInReverseOrderOfConstructionAmongOtherStatics) {
+TEST_F(LogOs, StaticOrder) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   EXPECT_EXIT(EndTheProcess(), testing::ExitedWithCode(0),
               "the younger static.*\n.*the sink.*\n.*the older static");
@@ -226,7 +226,7 @@ void EndTheProcessAfterCallbacks() {
 }
 
 // One that it built would be older than the static, and destroyed behind it.
-TEST_F(LogPlatform, CallbackFormDoesNotBuildTheLog) {
+TEST_F(LogOs, CallbackForm) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   EXPECT_EXIT(EndTheProcessAfterCallbacks(), testing::ExitedWithCode(0),
               "the sink.*\n.*the static after them");

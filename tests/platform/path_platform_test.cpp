@@ -120,10 +120,10 @@ bool CreateDirectories(const std::wstring& path) { return current->CreateDirecto
 namespace {
 
 // Every call that a test has not asked for fails it.
-class PathPlatform : public testing::Test {
+class PathOs : public testing::Test {
  protected:
-  PathPlatform() { current = &platform; }
-  ~PathPlatform() override { current = nullptr; }
+  PathOs() { current = &platform; }
+  ~PathOs() override { current = nullptr; }
 
   StrictMock<Platform> platform;
 };
@@ -185,7 +185,7 @@ std::vector<Row> Rows() {
 
 // ---- queries ----
 
-TEST_F(PathPlatform, QueriesHandOverThePrintedWindowsForm) {
+TEST_F(PathOs, QueryArguments) {
   for (const Row& row : Rows()) {
     SCOPED_TRACE(row.text);
     EXPECT_CALL(platform, TypeOf(Wide(row.text))).Times(3).WillRepeatedly(Return(FileType{}));
@@ -200,7 +200,7 @@ TEST_F(PathPlatform, QueriesHandOverThePrintedWindowsForm) {
   }
 }
 
-TEST_F(PathPlatform, AnswersFollowTheKindOfTheObject) {
+TEST_F(PathOs, ObjectKinds) {
   struct TypeRow {
     FileType type;
     bool exists;
@@ -223,7 +223,7 @@ TEST_F(PathPlatform, AnswersFollowTheKindOfTheObject) {
 
 // ---- size ----
 
-TEST_F(PathPlatform, SizeIsThatOfThePlatform) {
+TEST_F(PathOs, Size) {
   for (const uint64_t size : {0ull, 1ull, 0xFFFFFFFFull, 0x100000001ull, 0x7FFFFFFFFFFFFFFFull}) {
     EXPECT_CALL(platform, SizeOf(std::wstring(LR"(C:\f)"))).WillOnce(Return(size));
     EXPECT_EQ(Path(R"(C:\f)").FileSize(), size);
@@ -232,7 +232,7 @@ TEST_F(PathPlatform, SizeIsThatOfThePlatform) {
 
 // ---- full path and current directory ----
 
-TEST_F(PathPlatform, AbsoluteHandsOverThePrintedWindowsFormAndTheStatedCapacity) {
+TEST_F(PathOs, AbsoluteCall) {
   for (const Row& row : Rows()) {
     SCOPED_TRACE(row.text);
     EXPECT_CALL(platform, FullPath(Wide(row.text), kCapacity)).WillOnce(Return(LR"(C:\full)"));
@@ -253,7 +253,7 @@ void ExpectDefault(const Path& path) {
   EXPECT_EQ((path / "x").Length(), 1u) << "of Windows type";
 }
 
-TEST_F(PathPlatform, AbsoluteParsesTheAnswerByTheWindowsRules) {
+TEST_F(PathOs, AbsoluteResult) {
   EXPECT_CALL(platform, FullPath(_, _)).WillOnce(Return(LR"(\\?\C:\a/b\)"));
   const Path drive = Parsed("/x", Path::POSIX_PATH).Absolute();
   EXPECT_EQ(drive.Str(), R"(C:\a\b)");
@@ -269,14 +269,14 @@ TEST_F(PathPlatform, AbsoluteParsesTheAnswerByTheWindowsRules) {
   EXPECT_EQ(Path("x").Absolute().Str(), R"(\\?\C:\)" + kName300);
 }
 
-TEST_F(PathPlatform, FailedFullPathIsTheDefaultPathWithoutASecondAttempt) {
+TEST_F(PathOs, AbsoluteFails) {
   for (const Row& row : Rows()) {
     EXPECT_CALL(platform, FullPath(_, _)).WillOnce(Return(L""));
     ExpectDefault(row.path.Absolute());
   }
 }
 
-TEST_F(PathPlatform, GetcwdAsksWithTheStatedCapacityAndParsesByTheWindowsRules) {
+TEST_F(PathOs, Getcwd) {
   EXPECT_CALL(platform, CurrentDirectory(kCapacity)).WillOnce(Return(LR"(C:\home\u)"));
   const Path drive = Path::Getcwd();
   EXPECT_EQ(drive.Str(), R"(C:\home\u)");
@@ -286,7 +286,7 @@ TEST_F(PathPlatform, GetcwdAsksWithTheStatedCapacityAndParsesByTheWindowsRules) 
   EXPECT_TRUE(IsShare(Path::Getcwd()));
 }
 
-TEST_F(PathPlatform, CurrentDirectoryThatCannotBeToldIsTheDefaultPath) {
+TEST_F(PathOs, GetcwdFails) {
   EXPECT_CALL(platform, CurrentDirectory(_)).WillOnce(Return(L""));
   ExpectDefault(Path::Getcwd());
 }
@@ -311,7 +311,7 @@ const Maker kMakers[] = {
      }},
 };
 
-TEST_F(PathPlatform, MakersHandOverThePrintedFullPath) {
+TEST_F(PathOs, MakeDirCall) {
   struct FullRow {
     std::string full;     // as the system gives it
     std::string created;  // as it gets it back
@@ -343,7 +343,7 @@ TEST_F(PathPlatform, MakersHandOverThePrintedFullPath) {
   }
 }
 
-TEST_F(PathPlatform, MakersAskForTheFullPathOfThePrintedWindowsForm) {
+TEST_F(PathOs, MakeDirFullPath) {
   for (const Maker& maker : kMakers) {
     for (const Row& row : Rows()) {
       SCOPED_TRACE(maker.name + (" " + row.text));
@@ -356,7 +356,7 @@ TEST_F(PathPlatform, MakersAskForTheFullPathOfThePrintedWindowsForm) {
 }
 
 // The empty name, which no system creates.
-TEST_F(PathPlatform, MakersHandOverTheEmptyTextWithoutAFullPath) {
+TEST_F(PathOs, MakeDirNoPath) {
   for (const Maker& maker : kMakers) {
     EXPECT_CALL(platform, FullPath(_, _)).WillOnce(Return(L""));
     maker.expect(platform, "", false);
@@ -366,7 +366,7 @@ TEST_F(PathPlatform, MakersHandOverTheEmptyTextWithoutAFullPath) {
 
 // ---- layout and constants ----
 
-TEST_F(PathPlatform, FieldsKeepTheirOrder) {
+TEST_F(PathOs, FieldOrder) {
   const Path path;
   const void* const type = &(path.*Reach(tarsio_test::PathType()));
   const void* const tokens = &(path.*Reach(tarsio_test::PathTokens()));
@@ -377,14 +377,14 @@ TEST_F(PathPlatform, FieldsKeepTheirOrder) {
   EXPECT_LT(absolute, smb);
 }
 
-TEST_F(PathPlatform, ConstantsKeepTheirValues) {
+TEST_F(PathOs, Constants) {
   EXPECT_EQ(*Reach(tarsio_test::MaxPath()), 32767u);
   EXPECT_EQ(*Reach(tarsio_test::MaxPathLegacy()), 260u);
   EXPECT_EQ(*Reach(tarsio_test::SmbOffset()), 2u);
 }
 
 // Each call asks anew: nothing is kept from the one before.
-TEST_F(PathPlatform, FullPathAndCurrentDirectoryAreAskedForEachTime) {
+TEST_F(PathOs, NotCached) {
   const Path path("x");
   EXPECT_CALL(platform, FullPath(_, _)).WillOnce(Return(LR"(C:\a)")).WillOnce(Return(LR"(C:\b)"));
   EXPECT_EQ(path.Absolute().Str(), R"(C:\a)");
@@ -396,7 +396,7 @@ TEST_F(PathPlatform, FullPathAndCurrentDirectoryAreAskedForEachTime) {
 
 // ---- what needs no system ----
 
-TEST_F(PathPlatform, WideTextIsConvertedWhole) {
+TEST_F(PathOs, WideStrings) {
   const std::wstring text(L"a/b\0c", 5);
   EXPECT_EQ(Path(text).Str(), R"(a\b)");
   EXPECT_EQ(Path(L"a/b\0c").Str(), R"(a\b)");
@@ -406,7 +406,7 @@ TEST_F(PathPlatform, WideTextIsConvertedWhole) {
   EXPECT_THAT(platform.widened, ElementsAre(R"(a\b)", "a/b"));
 }
 
-TEST_F(PathPlatform, NarrowTextIsParsedPrintedJoinedAndComparedWithoutTheSystem) {
+TEST_F(PathOs, NarrowStrings) {
   Path path(R"(\\?\C:\a\)" + kName300);
   path = path / "b.c" / Parsed("/d", Path::POSIX_PATH);
   EXPECT_EQ(path.Str(), R"(\\?\C:\a\)" + kName300 + R"(\b.c)");

@@ -66,18 +66,18 @@ bool CreateDirectories(const std::wstring& /*path*/) { std::abort(); }
 
 namespace {
 
-class PathResolverPlatform : public testing::Test {
+class ResolverOs : public testing::Test {
  protected:
-  PathResolverPlatform() {
+  ResolverOs() {
     platform.currentDirectory = LR"(C:\home\u)";
     current = &platform;
   }
-  ~PathResolverPlatform() override { current = nullptr; }
+  ~ResolverOs() override { current = nullptr; }
 
   Platform platform;
 };
 
-TEST_F(PathResolverPlatform, AsksForTheCurrentDirectoryOnceAtConstruction) {
+TEST_F(ResolverOs, OneGetcwd) {
   PathResolver resolver;
   platform.currentDirectory = LR"(C:\elsewhere)";
   PathResolver copy(resolver);
@@ -88,7 +88,7 @@ TEST_F(PathResolverPlatform, AsksForTheCurrentDirectoryOnceAtConstruction) {
   EXPECT_EQ(platform.currentDirectoryAsked, 1);
 }
 
-TEST_F(PathResolverPlatform, CurrentDirectoryThatCannotBeToldIsAnEmptyEntry) {
+TEST_F(ResolverOs, GetcwdFails) {
   platform.currentDirectory.clear();
   const PathResolver resolver;
   ASSERT_EQ(resolver.Size(), 1u);
@@ -99,7 +99,7 @@ TEST_F(PathResolverPlatform, CurrentDirectoryThatCannotBeToldIsAnEmptyEntry) {
   EXPECT_THAT(platform.asked, ElementsAre(L"a", L""));
 }
 
-TEST_F(PathResolverPlatform, AsksForOneJoinedPathAfterTheOtherUpToTheFirstThatExists) {
+TEST_F(ResolverOs, StopsAtFirst) {
   PathResolver resolver;
   resolver.Append(R"(\\srv\share)");
   resolver.Append("rel");
@@ -111,7 +111,7 @@ TEST_F(PathResolverPlatform, AsksForOneJoinedPathAfterTheOtherUpToTheFirstThatEx
               ElementsAre(LR"(C:\home\u\a\b)", LR"(\\srv\share\a\b)", LR"(rel\a\b)"));
 }
 
-TEST_F(PathResolverPlatform, AsksForEveryEntryAndNotForTheValueWhenNothingExists) {
+TEST_F(ResolverOs, NotFound) {
   PathResolver resolver;
   resolver.Prepend("x");
   platform.objects[L"a"] = FileType::kOther;
@@ -119,7 +119,7 @@ TEST_F(PathResolverPlatform, AsksForEveryEntryAndNotForTheValueWhenNothingExists
   EXPECT_THAT(platform.asked, ElementsAre(LR"(x\a)", LR"(C:\home\u\a)"));
 }
 
-TEST_F(PathResolverPlatform, ObjectOfAnyKindWins) {
+TEST_F(ResolverOs, AnyObject) {
   for (const FileType type : {FileType::kDirectory, FileType::kOther}) {
     platform.objects[LR"(C:\home\u\a)"] = type;
     EXPECT_EQ(PathResolver().Resolve("a").Str(), R"(C:\home\u\a)");
@@ -127,7 +127,7 @@ TEST_F(PathResolverPlatform, ObjectOfAnyKindWins) {
 }
 
 // Deliberately: such a value leaves every directory as it is.
-TEST_F(PathResolverPlatform, AsksForTheDirectoryItselfWhenTheValueDoesNotJoin) {
+TEST_F(ResolverOs, AbsoluteValue) {
   Path posix;
   posix.Set("a", Path::POSIX_PATH);
   for (const Path& value : {Path(R"(C:\a)"), Path(R"(\\srv\share\a)"), posix}) {
@@ -142,14 +142,14 @@ TEST_F(PathResolverPlatform, AsksForTheDirectoryItselfWhenTheValueDoesNotJoin) {
   }
 }
 
-TEST_F(PathResolverPlatform, LongJoinedPathsCarryTheLongPathPrefix) {
+TEST_F(ResolverOs, LongPrefix) {
   const std::string name(300, 'x');
   const std::wstring full = LR"(\\?\C:\home\u\)" + std::wstring(300, L'x');
   platform.objects[full] = FileType::kOther;
   EXPECT_EQ(PathResolver().Resolve(name).Wstr(), full);
 }
 
-TEST_F(PathResolverPlatform, ResolverWithoutEntriesAsksNothing) {
+TEST_F(ResolverOs, NoEntries) {
   PathResolver resolver;
   resolver.Erase(resolver.begin());
   EXPECT_EQ(resolver.Resolve("a").Str(), "a");

@@ -40,11 +40,11 @@ constexpr size_t kLarge = 1000;
 
 // ---- the process ----
 
-TEST(PlatformProcess, HasNotForkedYet) { EXPECT_EQ(platform::ForkCount(), 0); }
+TEST(PlatformProcess, NoFork) { EXPECT_EQ(platform::ForkCount(), 0); }
 
 // ---- strings of limited length ----
 
-TEST(PlatformEnvironment, AValueFitsWithItsTerminator) {
+TEST(PlatformEnv, Terminator) {
   const ScopedVariable ascii("TARSIO_TEST_FITS", "abc");
   EXPECT_EQ(platform::Environment(L"TARSIO_TEST_FITS", 4), L"abc");
   EXPECT_EQ(platform::Environment(L"TARSIO_TEST_FITS", 3), L"");
@@ -53,7 +53,7 @@ TEST(PlatformEnvironment, AValueFitsWithItsTerminator) {
   EXPECT_EQ(platform::Environment(L"TARSIO_TEST_PAIR", 2), L"");
 }
 
-TEST(PlatformPaths, AFullPathFitsWithItsTerminator) {
+TEST(PlatformPath, FullPathTerminator) {
   const std::wstring full = platform::FullPath(L"name", kLarge);
   ASSERT_FALSE(full.empty());
   EXPECT_EQ(platform::FullPath(L"name", full.size() + 1), full);
@@ -61,7 +61,7 @@ TEST(PlatformPaths, AFullPathFitsWithItsTerminator) {
 }
 
 // Not even a drive or a share.
-TEST(PlatformPaths, NothingAfterADevicePrefixIsARoot) {
+TEST(PlatformPath, DevicePrefix) {
   const struct {
     const wchar_t* path;
     const wchar_t* full;
@@ -76,7 +76,7 @@ TEST(PlatformPaths, NothingAfterADevicePrefixIsARoot) {
   for (const auto& row : rows) EXPECT_EQ(platform::FullPath(row.path, kLarge), row.full);
 }
 
-TEST(PlatformPaths, TheCurrentDirectoryFitsWithItsTerminator) {
+TEST(PlatformPath, CwdTerminator) {
   const std::wstring directory = platform::CurrentDirectory(kLarge);
   ASSERT_FALSE(directory.empty());
   EXPECT_EQ(platform::CurrentDirectory(directory.size() + 1), directory);
@@ -85,7 +85,7 @@ TEST(PlatformPaths, TheCurrentDirectoryFitsWithItsTerminator) {
 
 // ---- time ----
 
-TEST(PlatformTime, LocalTimeIsToldOrRefused) {
+TEST(PlatformTime, LocalTime) {
   constexpr int64_t kSummerOf2100 = 4118083200;
   std::tm local{};
   EXPECT_TRUE(platform::LocalTime(kSummerOf2100, &local));
@@ -95,7 +95,7 @@ TEST(PlatformTime, LocalTimeIsToldOrRefused) {
 
 // ---- directories ----
 
-class PlatformObjects : public testing::Test {
+class PlatformObject : public testing::Test {
  protected:
   std::wstring Full(const std::string& name) const {
     return platform::FullPath(platform::Widen(directory.Text(name)), kLarge);
@@ -107,7 +107,7 @@ class PlatformObjects : public testing::Test {
   const ScopedDirectory directory;
 };
 
-TEST_F(PlatformObjects, AChainOfDirectoriesIsMadeOnce) {
+TEST_F(PlatformObject, MakeChain) {
   EXPECT_TRUE(platform::CreateDirectories(Full("a/b/c")));
   EXPECT_TRUE(std::filesystem::is_directory(directory.Native("a/b/c")));
   EXPECT_FALSE(platform::CreateDirectories(Full("a/b/c")));
@@ -115,14 +115,14 @@ TEST_F(PlatformObjects, AChainOfDirectoriesIsMadeOnce) {
   EXPECT_TRUE(platform::CreateDirectories(Full("a/d")));
 }
 
-TEST_F(PlatformObjects, AChainThroughAFileIsNotMade) {
+TEST_F(PlatformObject, ChainOverFile) {
   directory.Write("file", "content");
   EXPECT_FALSE(platform::CreateDirectories(Full("file/a/b")));
   EXPECT_FALSE(platform::CreateDirectories(Full("file")));
   EXPECT_EQ(directory.Read("file"), "content");
 }
 
-TEST_F(PlatformObjects, ManyMayMakeTheirChainsBelowTheSameDirectoriesAtOnce) {
+TEST_F(PlatformObject, ManyChains) {
   for (int round = 0; round < 50; ++round) {
     const std::string common = "round" + std::to_string(round) + "/a/b/c/";
     std::vector<std::future<bool>> made;
@@ -135,7 +135,7 @@ TEST_F(PlatformObjects, ManyMayMakeTheirChainsBelowTheSameDirectoriesAtOnce) {
   }
 }
 
-TEST_F(PlatformObjects, WhatIsMadeIsForWhomTheUserMakesThings) {
+TEST_F(PlatformObject, Permissions) {
   std::filesystem::create_directory(directory.Native("a directory"));
   ASSERT_TRUE(platform::CreateOneDirectory(Full("one")));
   ASSERT_TRUE(platform::CreateDirectories(Full("chain/link")));
@@ -148,7 +148,7 @@ TEST_F(PlatformObjects, WhatIsMadeIsForWhomTheUserMakesThings) {
   EXPECT_EQ(Permissions("new"), Permissions("a file"));
 }
 
-TEST_F(PlatformObjects, SizesAreExactWhenStatFails) {
+TEST_F(PlatformObject, SizeWithoutStat) {
   directory.Write("file", "");
   for (const uint64_t size : {uint64_t{0}, uint64_t{7}, uint64_t{5000000007}}) {
     SCOPED_TRACE(size);
@@ -161,7 +161,7 @@ TEST_F(PlatformObjects, SizesAreExactWhenStatFails) {
   }
 }
 
-TEST_F(PlatformObjects, MissingHasNoSize) {
+TEST_F(PlatformObject, SizeOfMissing) {
   EXPECT_EQ(platform::SizeOf(Full("missing")), 0U);
   const FailingStat failing;
   EXPECT_EQ(platform::SizeOf(Full("missing")), 0U);
@@ -169,7 +169,7 @@ TEST_F(PlatformObjects, MissingHasNoSize) {
 
 // ---- files that cannot be positioned ----
 
-TEST_F(PlatformObjects, PipeHasNoEnd) {
+TEST_F(PlatformObject, SizeOfPipe) {
   for (const bool atEnd : {true, false}) {
     SCOPED_TRACE(atEnd);
     const NamedPipe pipe;
@@ -194,10 +194,10 @@ std::string Bytes(size_t size) {
   return bytes;
 }
 
-using PlatformFile = PlatformObjects;
+using PlatformFile = PlatformObject;
 
 // A file that is open as the standard input would lose what others read from there.
-TEST_F(PlatformFile, IsNoStandardDescriptor) {
+TEST_F(PlatformFile, NotAStdDescriptor) {
   directory.Write("file", "content");
   ASSERT_EQ(std::fclose(stdin), 0);
   const File input = File::OpenForReading(Full("file"));
@@ -209,7 +209,7 @@ TEST_F(PlatformFile, IsNoStandardDescriptor) {
   std::fclose(next);
 }
 
-TEST_F(PlatformFile, WhatIsTransferredInPiecesIsWhole) {
+TEST_F(PlatformFile, PartialTransfers) {
   const std::string content = Bytes(1000);
   for (const size_t most : {1U, 7U, 999U, 1000U, 1001U}) {
     SCOPED_TRACE(most);
@@ -228,7 +228,7 @@ TEST_F(PlatformFile, WhatIsTransferredInPiecesIsWhole) {
   }
 }
 
-TEST_F(PlatformFile, ASystemThatTransfersNothingIsNotAskedForEver) {
+TEST_F(PlatformFile, NoProgress) {
   const std::string content = Bytes(10);
   directory.Write("file", content);
   std::string copy(content.size(), '?');
@@ -243,7 +243,7 @@ TEST_F(PlatformFile, ASystemThatTransfersNothingIsNotAskedForEver) {
   EXPECT_EQ(copy, "");
 }
 
-TEST_F(PlatformFile, ASystemThatTransfersAllAtOnceIsAskedOnce) {
+TEST_F(PlatformFile, OneTransfer) {
   std::string bytes = Bytes(10);
   File output = File::OpenForWriting(Full("file"), WriteMode{});
   File input = File::OpenForReading(Full("file"));
@@ -255,7 +255,7 @@ TEST_F(PlatformFile, ASystemThatTransfersAllAtOnceIsAskedOnce) {
   EXPECT_EQ(claimed.Calls(), 2U);
 }
 
-TEST_F(PlatformFile, APieceIsOfWholePagesThatEverySystemCanCount) {
+TEST_F(PlatformFile, PieceSize) {
   constexpr uint64_t kSize = 5000000000;
   constexpr size_t kPage = 4096;
   File output = File::OpenForWriting(Full("file"), WriteMode{});

@@ -47,20 +47,20 @@ class HashText : public testing::Test {
   FakeDigest digest;
 };
 
-TEST_F(HashText, IsTheDigestOfAllBytes) {
+TEST_F(HashText, AllBytes) {
   const std::string data("a\0b", 3);
   EXPECT_EQ(tarsio::StringUtils::GetHashText(data.data(), data.size()),
             " 0 1 2 3 4 5 6 7 8 9 a b c d e f101112131415161718191a1b1c1d1e1f");
   EXPECT_EQ(digest.digested, data);
 }
 
-TEST_F(HashText, FailedDigestGivesNone) {
+TEST_F(HashText, FailedDigest) {
   digest.fails = true;
   EXPECT_EQ(tarsio::StringUtils::GetHashText("abc", 3), "");
   EXPECT_EQ(digest.digested, "abc");
 }
 
-TEST_F(HashText, IsNotAskedForAfterTheCleanUp) {
+TEST_F(HashText, AfterCleanUp) {
   digest.isUsable = false;
   EXPECT_EQ(tarsio::StringUtils::GetHashText("abc", 3), "");
   EXPECT_EQ(digest.digested, "");

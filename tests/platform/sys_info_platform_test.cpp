@@ -97,10 +97,10 @@ void Log::DoLog(LOG_LEVEL messageLevel, const char* file, int line, const char* 
 
 namespace {
 
-class SysInfoPlatform : public testing::Test {
+class SysInfoOs : public testing::Test {
  protected:
-  SysInfoPlatform() { current = &system; }
-  ~SysInfoPlatform() override { current = nullptr; }
+  SysInfoOs() { current = &system; }
+  ~SysInfoOs() override { current = nullptr; }
 
   System system;
   const Getter getOSArch = Reach(tarsio_test::ArchGetter());
@@ -108,7 +108,7 @@ class SysInfoPlatform : public testing::Test {
   const Getter getOSManufacturingModel = Reach(tarsio_test::ModelGetter());
 };
 
-TEST_F(SysInfoPlatform, VersionIsWrittenAsMajorAndMinorInDecimal) {
+TEST_F(SysInfoOs, Version) {
   struct Row {
     uint32_t major;
     uint32_t minor;
@@ -143,7 +143,7 @@ TEST_F(SysInfoPlatform, VersionIsWrittenAsMajorAndMinorInDecimal) {
   EXPECT_THAT(system.reports, IsEmpty());
 }
 
-TEST_F(SysInfoPlatform, AsksForTheVersionOnceEachTime) {
+TEST_F(SysInfoOs, OneVersionCall) {
   auto info = std::make_shared<ClientDeviceInfo>();
   static_cast<void>(SysInfo::GetClientOsInfo(info));
   EXPECT_EQ(system.asked, 1);
@@ -153,7 +153,7 @@ TEST_F(SysInfoPlatform, AsksForTheVersionOnceEachTime) {
   EXPECT_EQ(info->osVersion, "10.5");
 }
 
-TEST_F(SysInfoPlatform, FailedVersionCallIsReportedOnce) {
+TEST_F(SysInfoOs, FailureReport) {
   system.told = false;
   auto info = std::make_shared<ClientDeviceInfo>();
   EXPECT_FALSE(SysInfo::GetClientOsInfo(info));
@@ -166,7 +166,7 @@ TEST_F(SysInfoPlatform, FailedVersionCallIsReportedOnce) {
   EXPECT_EQ(report.format, "GetOSVersion Failed");
 }
 
-TEST_F(SysInfoPlatform, FailedVersionCallKeepsTheLaterFields) {
+TEST_F(SysInfoOs, FailureFields) {
   system.told = false;
   auto info = std::make_shared<ClientDeviceInfo>();
   info->osArch = "arch";
@@ -185,7 +185,7 @@ TEST_F(SysInfoPlatform, FailedVersionCallKeepsTheLaterFields) {
   EXPECT_EQ(empty->reserved + empty->osVersion + empty->osManufacturingModel, "");
 }
 
-TEST_F(SysInfoPlatform, NextCallSucceedsWhenTheSystemTellsAgain) {
+TEST_F(SysInfoOs, Recovery) {
   auto info = std::make_shared<ClientDeviceInfo>();
   EXPECT_TRUE(SysInfo::GetClientOsInfo(info));
   system.told = false;
@@ -202,7 +202,7 @@ TEST_F(SysInfoPlatform, NextCallSucceedsWhenTheSystemTellsAgain) {
 
 // Deliberately: the system's name from the getter of the architecture, the architecture from that
 // of the model.
-TEST_F(SysInfoPlatform, FixedTextsDoNotDependOnTheSystem) {
+TEST_F(SysInfoOs, FixedFields) {
   for (const bool told : {true, false}) {
     system.told = told;
     std::string text = "before";
@@ -214,7 +214,7 @@ TEST_F(SysInfoPlatform, FixedTextsDoNotDependOnTheSystem) {
   EXPECT_EQ(system.asked, 0);
 }
 
-TEST_F(SysInfoPlatform, FailedVersionLeavesTheTextUnchanged) {
+TEST_F(SysInfoOs, FailedVersion) {
   system.told = false;
   std::string text = "before";
   EXPECT_FALSE(getOSVersion(text));

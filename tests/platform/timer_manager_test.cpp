@@ -272,9 +272,9 @@ class TestTimer {
   const std::shared_ptr<TsTimer> timer;
 };
 
-class TimerManagerTest : public testing::Test {
+class ManagerTest : public testing::Test {
  protected:
-  TimerManagerTest() {
+  ManagerTest() {
     // Where a test needs a manager without a past, it runs in a process of its own.
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     isApplicationThread = true;
@@ -312,7 +312,7 @@ class TimerManagerTest : public testing::Test {
 
 // ---- the clock ----
 
-TEST_F(TimerManagerTest, ClockCutsTicksToWholeMilliseconds) {
+TEST_F(ManagerTest, WholeMilliseconds) {
   const struct {
     int64_t ticks;
     Milliseconds expected;
@@ -333,7 +333,7 @@ TEST_F(TimerManagerTest, ClockCutsTicksToWholeMilliseconds) {
 // ---- the thread ----
 
 // In processes of their own. Each body returns whether all was as it should be.
-class TimerManagerProcess : public TimerManagerTest {};
+class ManagerProcess : public ManagerTest {};
 
 #define EXPECT_IN_A_FRESH_PROCESS(body) \
   EXPECT_EXIT(                          \
@@ -348,7 +348,7 @@ bool NoThreadRuns() {
   return Platform().Passes() == 0 && Platform().pins == 0;
 }
 
-TEST_F(TimerManagerProcess, CreatingTheManagerStartsNoThread) {
+TEST_F(ManagerProcess, StartsNoThread) {
   EXPECT_IN_A_FRESH_PROCESS([] {
     TimerManager* const manager = TimerManager::GetInstance();
     const bool running = manager->*Reach(tarsio_test::ManagerRunning());
@@ -357,7 +357,7 @@ TEST_F(TimerManagerProcess, CreatingTheManagerStartsNoThread) {
 }
 
 // At the end of the process, a manager would ask the platform.
-TEST_F(TimerManagerProcess, StartWithoutAnOwnerDoesNotCreateTheManager) {
+TEST_F(ManagerProcess, NoOwner) {
   EXPECT_EXIT(
       {
         StartWatchdog();
@@ -372,7 +372,7 @@ TEST_F(TimerManagerProcess, StartWithoutAnOwnerDoesNotCreateTheManager) {
       testing::ExitedWithCode(0), "");
 }
 
-TEST_F(TimerManagerProcess, NothingThatQueuesNoTimerStartsAThread) {
+TEST_F(ManagerProcess, NothingQueued) {
   EXPECT_IN_A_FRESH_PROCESS([] {
     TimerManager& manager = *TimerManager::GetInstance();
     const TestTimer zero(0, kRepeating);
@@ -388,7 +388,7 @@ TEST_F(TimerManagerProcess, NothingThatQueuesNoTimerStartsAThread) {
   });
 }
 
-TEST_F(TimerManagerProcess, FirstTimerThatIsQueuedStartsTheThreadOnceAndForAll) {
+TEST_F(ManagerProcess, OneThread) {
   EXPECT_IN_A_FRESH_PROCESS([] {
     if (!NoThreadRuns()) return false;
     {
@@ -408,7 +408,7 @@ TEST_F(TimerManagerProcess, FirstTimerThatIsQueuedStartsTheThreadOnceAndForAll) 
 }
 
 // The timer stays queued and marked; the next start of any timer brings the thread.
-TEST_F(TimerManagerProcess, ThreadThatCannotBeStartedIsToldAndTheNextStartTriesAgain) {
+TEST_F(ManagerProcess, FailedThread) {
   EXPECT_IN_A_FRESH_PROCESS([] {
     Events fired;
     const TestTimer first(10, kOnce, [&fired] { fired.Add(); });
@@ -433,7 +433,7 @@ TEST_F(TimerManagerProcess, ThreadThatCannotBeStartedIsToldAndTheNextStartTriesA
 }
 
 // A call that adds nothing, too, as long as something is queued.
-TEST_F(TimerManagerProcess, AnyAddingStartsTheThreadIfATimerIsQueued) {
+TEST_F(ManagerProcess, QueuedBefore) {
   for (const bool null : {true, false}) {
     SCOPED_TRACE(null);
     EXPECT_EXIT(
@@ -457,7 +457,7 @@ TEST_F(TimerManagerProcess, AnyAddingStartsTheThreadIfATimerIsQueued) {
   }
 }
 
-TEST_F(TimerManagerProcess, TimersOfManyThreadsStartOneThread) {
+TEST_F(ManagerProcess, ManyThreads) {
   EXPECT_IN_A_FRESH_PROCESS([] {
     std::vector<std::unique_ptr<TestTimer>> timers;
     for (int i = 0; i < 8; ++i) timers.push_back(std::make_unique<TestTimer>(kHour, kOnce));
@@ -473,7 +473,7 @@ TEST_F(TimerManagerProcess, TimersOfManyThreadsStartOneThread) {
   });
 }
 
-TEST_F(TimerManagerProcess, LibraryIsPinnedBeforeThereIsAThread) {
+TEST_F(ManagerProcess, PinsLibrary) {
   EXPECT_IN_A_FRESH_PROCESS([] {
     StartTheThread();
     return Platform().AwaitPassAfter(2) && Platform().pins == 1 && !Platform().threadBeforePin;
@@ -481,7 +481,7 @@ TEST_F(TimerManagerProcess, LibraryIsPinnedBeforeThereIsAThread) {
 }
 
 // At the end of the process the system may not be able to find its own function any more.
-TEST_F(TimerManagerProcess, TheEndOfTheProcessIsAskedForOnceBeforeTheThreadRuns) {
+TEST_F(ManagerProcess, ExitHandler) {
   EXPECT_IN_A_FRESH_PROCESS([] {
     Platform().AtNextRead([] {
       if (Platform().endingAsked == 0) std::_Exit(2);
@@ -491,7 +491,7 @@ TEST_F(TimerManagerProcess, TheEndOfTheProcessIsAskedForOnceBeforeTheThreadRuns)
   });
 }
 
-TEST_F(TimerManagerTest, PassesGoOnWhateverTheWallClockSays) {
+TEST_F(ManagerTest, WallClockJumps) {
   StartTheThread();
   for (const Milliseconds now : {kStart + 1000 * kHour, kStart - 1000 * kHour, kStart, 0ULL}) {
     const int last = SetClock(now);
@@ -501,7 +501,7 @@ TEST_F(TimerManagerTest, PassesGoOnWhateverTheWallClockSays) {
 
 // It waits for the lock in one call: a loop of tries would starve the owner of the lock if the
 // timer thread has a higher priority.
-TEST_F(TimerManagerTest, NoPassReadsTheClockWhileAnotherThreadHasTheLock) {
+TEST_F(ManagerTest, ClockUnderLock) {
   const TestTimer queued(kHour, kOnce);
   const TestTimer fresh(kHour, kOnce);
   queued->Start();
@@ -521,14 +521,14 @@ TEST_F(TimerManagerTest, NoPassReadsTheClockWhileAnotherThreadHasTheLock) {
   }
 }
 
-TEST_F(TimerManagerTest, ThreadSleepsFiveMillisecondsBetweenPasses) {
+TEST_F(ManagerTest, FiveMilliseconds) {
   StartTheThread();
   for (Milliseconds ms = 0; ms < 3; ++ms) PassAt(kStart + ms);
   EXPECT_THAT(Platform().Sleeps(), ElementsAre(std::chrono::milliseconds(5)));
 }
 
 // The thread sleeps its five milliseconds whatever is added meanwhile, and however soon it is due.
-TEST_F(TimerManagerTest, NewTimersDoNotWakeTheThreadEarly) {
+TEST_F(ManagerTest, NoEarlyWakeUp) {
   StartTheThread();
   const auto begin = std::chrono::steady_clock::now();
   const int before = Platform().Passes();
@@ -546,7 +546,7 @@ TEST_F(TimerManagerTest, NewTimersDoNotWakeTheThreadEarly) {
 
 // ---- adding ----
 
-TEST_F(TimerManagerTest, ExpiryIsTheTimeOfTheStartAndTheTimeout) {
+TEST_F(ManagerTest, Expiry) {
   const struct {
     Milliseconds timeout;
     Milliseconds expected;
@@ -570,7 +570,7 @@ TEST_F(TimerManagerTest, ExpiryIsTheTimeOfTheStartAndTheTimeout) {
   }
 }
 
-TEST_F(TimerManagerTest, CallThatWaitsForAPassCountsTheTimeoutFromItsEnd) {
+TEST_F(ManagerTest, StartDuringPass) {
   for (const bool reset : {false, true}) {
     SCOPED_TRACE(reset ? "reset" : "start");
     Gate entered;
@@ -598,7 +598,7 @@ TEST_F(TimerManagerTest, CallThatWaitsForAPassCountsTheTimeoutFromItsEnd) {
   }
 }
 
-TEST_F(TimerManagerTest, ExpiryThatWouldOverflowNeverComes) {
+TEST_F(ManagerTest, ExpirySaturates) {
   for (const bool loop : {false, true}) {
     const TestTimer wrapsToTheNextMillisecond(kNever - kStart + 2, loop, Noting("wrapped"));
     const TestTimer largest(kNever, loop, Noting("largest"));
@@ -612,7 +612,7 @@ TEST_F(TimerManagerTest, ExpiryThatWouldOverflowNeverComes) {
   }
 }
 
-TEST_F(TimerManagerTest, RepeatingExpirySaturatesWhenItIsSetAgain) {
+TEST_F(ManagerTest, RepeatSaturates) {
   const Milliseconds timeout = kNever - kStart - 500;
   const TestTimer timer(timeout, kRepeating, Noting("fired"));
   timer->Start();
@@ -623,7 +623,7 @@ TEST_F(TimerManagerTest, RepeatingExpirySaturatesWhenItIsSetAgain) {
 }
 
 // Of any timer, even one that is not queued.
-TEST_F(TimerManagerTest, StopPutsAQueueInOrderWhoseExpiriesTheHostHasSet) {
+TEST_F(ManagerTest, StopSortsExpiries) {
   for (const bool queued : {true, false}) {
     SCOPED_TRACE(queued);
     const TestTimer early(10, kOnce, Noting("early"));
@@ -643,7 +643,7 @@ TEST_F(TimerManagerTest, StopPutsAQueueInOrderWhoseExpiriesTheHostHasSet) {
 }
 
 // The entries of a timer share one expiry, so a second start moves the first entry along.
-TEST_F(TimerManagerTest, StopPutsAQueueInOrderInWhichATimerWasQueuedTwice) {
+TEST_F(ManagerTest, StopSortsTwice) {
   const TestTimer twice(10, kOnce, Noting("twice"));
   const TestTimer once(11, kOnce, Noting("once"));
   const TestTimer others[] = {{kHour, kOnce}, {kHour, kOnce}};
@@ -659,7 +659,7 @@ TEST_F(TimerManagerTest, StopPutsAQueueInOrderInWhichATimerWasQueuedTwice) {
   EXPECT_THAT(Fired(), ElementsAre("once"));
 }
 
-TEST_F(TimerManagerTest, ResetSaturatesAsWell) {
+TEST_F(ManagerTest, ResetSaturates) {
   const TestTimer timer(kNever, kOnce);
   timer->Start();
   timer->SetExpire(kStart + kHour);
@@ -667,7 +667,7 @@ TEST_F(TimerManagerTest, ResetSaturatesAsWell) {
   EXPECT_EQ(timer->GetExpire(), kNever);
 }
 
-TEST_F(TimerManagerTest, ZeroTimeoutTimerIsNeitherQueuedNorGivenAnExpiry) {
+TEST_F(ManagerTest, ZeroTimeout) {
   StartTheThread();
   const TestTimer timer(0, kRepeating, Noting("zero"));
   timer->SetExpire(77);
@@ -682,7 +682,7 @@ TEST_F(TimerManagerTest, ZeroTimeoutTimerIsNeitherQueuedNorGivenAnExpiry) {
   EXPECT_FALSE(timer.IsMarkedStarted());
 }
 
-TEST_F(TimerManagerTest, NullTimersAreIgnored) {
+TEST_F(ManagerTest, NullTimers) {
   for (const bool queued : {false, true}) {
     const TestTimer timer(10, kOnce, Noting("fired"));
     if (queued) timer->Start();
@@ -697,7 +697,7 @@ TEST_F(TimerManagerTest, NullTimersAreIgnored) {
   }
 }
 
-TEST_F(TimerManagerTest, SecondStartQueuesNothing) {
+TEST_F(ManagerTest, SecondStart) {
   const TestTimer timer(10, kOnce, Noting("fired"));
   timer->Start();
   SetClock(kStart + 5);
@@ -711,7 +711,7 @@ TEST_F(TimerManagerTest, SecondStartQueuesNothing) {
 
 // ---- what is due ----
 
-TEST_F(TimerManagerTest, ExpiryThatEqualsThePassIsDue) {
+TEST_F(ManagerTest, EqualIsDue) {
   const TestTimer timer(10, kOnce, Noting("fired"));
   timer->Start();
   PassAt(kStart + 9);
@@ -722,7 +722,7 @@ TEST_F(TimerManagerTest, ExpiryThatEqualsThePassIsDue) {
   EXPECT_THAT(Fired(), ElementsAre("fired"));
 }
 
-TEST_F(TimerManagerTest, TenMillisecondsFireBeforeTwentyInOnePassIfBothAreDue) {
+TEST_F(ManagerTest, TenBeforeTwenty) {
   for (const bool longFirst : {false, true}) {
     std::vector<int> passes;
     const auto note = [&](const char* name) {
@@ -741,7 +741,7 @@ TEST_F(TimerManagerTest, TenMillisecondsFireBeforeTwentyInOnePassIfBothAreDue) {
   }
 }
 
-TEST_F(TimerManagerTest, OnlyWhatIsDueFires) {
+TEST_F(ManagerTest, OnlyDueFire) {
   const TestTimer ten(10, kOnce, Noting("ten"));
   const TestTimer twenty(20, kOnce, Noting("twenty"));
   twenty->Start();
@@ -752,7 +752,7 @@ TEST_F(TimerManagerTest, OnlyWhatIsDueFires) {
   EXPECT_THAT(Fired(), ElementsAre("twenty"));
 }
 
-TEST_F(TimerManagerTest, AllThatIsDueFiresInOnePassInTheOrderOfExpiry) {
+TEST_F(ManagerTest, ExpiryOrder) {
   std::vector<Milliseconds> timeouts(200);
   std::iota(timeouts.begin(), timeouts.end(), 1);
   std::mt19937_64 random(1);
@@ -783,7 +783,7 @@ TEST_F(TimerManagerTest, AllThatIsDueFiresInOnePassInTheOrderOfExpiry) {
   }
 }
 
-TEST_F(TimerManagerTest, EqualExpiriesAllFireInSomeOrder) {
+TEST_F(ManagerTest, EqualExpiries) {
   const TestTimer a(10, kOnce, Noting("a"));
   const TestTimer b(10, kOnce, Noting("b"));
   const TestTimer c(10, kRepeating, Noting("c"));
@@ -794,7 +794,7 @@ TEST_F(TimerManagerTest, EqualExpiriesAllFireInSomeOrder) {
   EXPECT_THAT(Fired(), UnorderedElementsAre("a", "b", "c"));
 }
 
-TEST_F(TimerManagerTest, TimeIsReadOncePerPass) {
+TEST_F(ManagerTest, OneClockRead) {
   std::vector<int> passes;
   const TestTimer first(10, kOnce, [&] {
     SetClock(kStart + kHour);  // too late for this pass
@@ -810,7 +810,7 @@ TEST_F(TimerManagerTest, TimeIsReadOncePerPass) {
   EXPECT_EQ(passes[1], passes[0] + 1);
 }
 
-TEST_F(TimerManagerTest, WallClockSetBackDelaysEveryPendingTimer) {
+TEST_F(ManagerTest, ClockSetBack) {
   const TestTimer once(10, kOnce, Noting("once"));
   const TestTimer repeating(20, kRepeating, Noting("repeating"));
   once->Start();
@@ -824,7 +824,7 @@ TEST_F(TimerManagerTest, WallClockSetBackDelaysEveryPendingTimer) {
   EXPECT_THAT(Fired(), ElementsAre("once", "repeating"));
 }
 
-TEST_F(TimerManagerTest, WallClockSetForwardFiresEarly) {
+TEST_F(ManagerTest, ClockSetForward) {
   const TestTimer once(kHour, kOnce, Noting("once"));
   const TestTimer repeating(kHour / 2, kRepeating, Noting("repeating"));
   once->Start();
@@ -836,7 +836,7 @@ TEST_F(TimerManagerTest, WallClockSetForwardFiresEarly) {
 
 // ---- repeating ----
 
-TEST_F(TimerManagerTest, RepeatingExpiryCountsFromThePassAndLatenessIsNotCaughtUp) {
+TEST_F(ManagerTest, NoCatchingUp) {
   Milliseconds expireInAction = 0;
   TsTimer* self = nullptr;
   const TestTimer timer(10, kRepeating, [&] {
@@ -861,7 +861,7 @@ TEST_F(TimerManagerTest, RepeatingExpiryCountsFromThePassAndLatenessIsNotCaughtU
   }
 }
 
-TEST_F(TimerManagerTest, RepeatingExpiryCountsFromThePassNotFromTheEndOfTheAction) {
+TEST_F(ManagerTest, RepeatFromPass) {
   const TestTimer timer(1000, kRepeating, [this] {
     Note("fired");
     SetClock(kStart + 1300);  // a slow action
@@ -872,7 +872,7 @@ TEST_F(TimerManagerTest, RepeatingExpiryCountsFromThePassNotFromTheEndOfTheActio
   EXPECT_EQ(timer->GetExpire(), kStart + 2000);
 }
 
-TEST_F(TimerManagerTest, RepeatingTimerIsOutOfTheQueueDuringItsAction) {
+TEST_F(ManagerTest, RepeatNotQueued) {
   const TestTimer* self = nullptr;
   std::vector<long> references;
   const TestTimer timer(10, kRepeating, [&] {
@@ -889,7 +889,7 @@ TEST_F(TimerManagerTest, RepeatingTimerIsOutOfTheQueueDuringItsAction) {
   EXPECT_EQ(timer.Entries(), 1);
 }
 
-TEST_F(TimerManagerTest, RepeatingTimerThatStopsItselfIsQueuedAgainDeliberately) {
+TEST_F(ManagerTest, RepeatSelfStop) {
   TsTimer* self = nullptr;
   const TestTimer timer(10, kRepeating, [&] {
     self->Stop();
@@ -915,7 +915,7 @@ TEST_F(TimerManagerTest, RepeatingTimerThatStopsItselfIsQueuedAgainDeliberately)
   EXPECT_THAT(Fired(), IsEmpty());
 }
 
-TEST_F(TimerManagerTest, RepeatingTimerThatStopsAndStartsItselfIsQueuedTwice) {
+TEST_F(ManagerTest, RepeatSelfRestart) {
   TsTimer* self = nullptr;
   bool restart = true;
   const TestTimer timer(10, kRepeating, [&] {
@@ -941,7 +941,7 @@ TEST_F(TimerManagerTest, RepeatingTimerThatStopsAndStartsItselfIsQueuedTwice) {
 
 // ---- one-shot ----
 
-TEST_F(TimerManagerTest, OneShotIsMarkedStoppedBeforeItsAction) {
+TEST_F(ManagerTest, OneShotIsStopped) {
   const TestTimer* self = nullptr;
   std::vector<bool> marked;
   const TestTimer timer(10, kOnce, [&] { marked.push_back(self->IsMarkedStarted()); });
@@ -954,7 +954,7 @@ TEST_F(TimerManagerTest, OneShotIsMarkedStoppedBeforeItsAction) {
   EXPECT_EQ(timer.Entries(), 0);
 }
 
-TEST_F(TimerManagerTest, OneShotMayStartItselfAgainInItsAction) {
+TEST_F(ManagerTest, OneShotRestart) {
   TsTimer* self = nullptr;
   const TestTimer timer(10, kOnce, [&] {
     Note("fired");
@@ -973,7 +973,7 @@ TEST_F(TimerManagerTest, OneShotMayStartItselfAgainInItsAction) {
   }
 }
 
-TEST_F(TimerManagerTest, OneShotQueuedTwiceFiresTwice) {
+TEST_F(ManagerTest, OneShotTwice) {
   const TestTimer timer(10, kOnce, Noting("fired"));
   timer->Start();
   timer->SetState(false);
@@ -984,7 +984,7 @@ TEST_F(TimerManagerTest, OneShotQueuedTwiceFiresTwice) {
   EXPECT_EQ(timer.Entries(), 0);
 }
 
-TEST_F(TimerManagerTest, StopTakesBothEntriesOfATimerOutFromBetweenOthers) {
+TEST_F(ManagerTest, StopBothEntries) {
   const TestTimer first(10, kOnce);
   const TestTimer twice(20, kOnce);
   const TestTimer later[] = {{30, kOnce}, {40, kOnce}};
@@ -1001,7 +1001,7 @@ TEST_F(TimerManagerTest, StopTakesBothEntriesOfATimerOutFromBetweenOthers) {
 }
 
 // Its first entry has left the front to a timer that is due as well.
-TEST_F(TimerManagerTest, StopInItsActionTakesOutTheSecondEntryOfATimerAndNoOther) {
+TEST_F(ManagerTest, StopInAction) {
   TsTimer* self = nullptr;
   const TestTimer twice(10, kRepeating, [&] {
     Note("twice");
@@ -1022,7 +1022,7 @@ TEST_F(TimerManagerTest, StopInItsActionTakesOutTheSecondEntryOfATimerAndNoOther
   EXPECT_EQ(others[0].Entries(), 1);
 }
 
-TEST_F(TimerManagerTest, QueuedTimerFiresWithoutItsHostAndIsReleasedAfterItsAction) {
+TEST_F(ManagerTest, OwnsQueuedTimer) {
   auto timer = std::make_shared<TsTimer>(10, kOnce);
   const std::weak_ptr<TsTimer> watch = timer;
   timer->Init([&] {
@@ -1041,7 +1041,7 @@ TEST_F(TimerManagerTest, QueuedTimerFiresWithoutItsHostAndIsReleasedAfterItsActi
 
 // ---- actions that start and stop others ----
 
-TEST_F(TimerManagerTest, TimerThatADueActionStopsDoesNotFireInThatPass) {
+TEST_F(ManagerTest, StopDueTimer) {
   for (const bool loop : {false, true}) {
     const TestTimer second(20, loop, Noting("second"));
     const TestTimer third(30, loop, Noting("third"));
@@ -1060,7 +1060,7 @@ TEST_F(TimerManagerTest, TimerThatADueActionStopsDoesNotFireInThatPass) {
   }
 }
 
-TEST_F(TimerManagerTest, RepeatingTimerThatALaterActionStopsIsDropped) {
+TEST_F(ManagerTest, StopFiredTimer) {
   const TestTimer first(10, kRepeating, Noting("first"));
   const TestTimer second(20, kOnce, [&] {
     Note("second");
@@ -1073,7 +1073,7 @@ TEST_F(TimerManagerTest, RepeatingTimerThatALaterActionStopsIsDropped) {
   EXPECT_EQ(first.Entries(), 0);
 }
 
-TEST_F(TimerManagerTest, TimerThatAnActionStartsFiresInALaterPass) {
+TEST_F(ManagerTest, StartInAction) {
   const TestTimer second(1, kOnce, Noting("second"));
   const TestTimer first(10, kOnce, [&] {
     Note("first");
@@ -1088,7 +1088,7 @@ TEST_F(TimerManagerTest, TimerThatAnActionStartsFiresInALaterPass) {
   EXPECT_THAT(Fired(), ElementsAre("second"));
 }
 
-TEST_F(TimerManagerTest, ActionThatThrowsKeepsThePassGoing) {
+TEST_F(ManagerTest, ThrowingAction) {
   const TestTimer repeating(10, kRepeating, [this] {
     Note("repeating");
     throw std::runtime_error("text");
@@ -1110,7 +1110,7 @@ TEST_F(TimerManagerTest, ActionThatThrowsKeepsThePassGoing) {
 
 // ---- removing ----
 
-TEST_F(TimerManagerTest, RemoveTimerDropsEveryEntryAndNoOther) {
+TEST_F(ManagerTest, RemoveTimer) {
   const TestTimer kept(20, kOnce, Noting("kept"));
   const TestTimer removed(10, kOnce, Noting("removed"));
   const TestTimer alsoKept(30, kRepeating, Noting("also kept"));
@@ -1127,7 +1127,7 @@ TEST_F(TimerManagerTest, RemoveTimerDropsEveryEntryAndNoOther) {
   EXPECT_THAT(Fired(), ElementsAre("kept", "also kept"));
 }
 
-TEST_F(TimerManagerTest, TimersAreToldApartByIdentity) {
+TEST_F(ManagerTest, Identity) {
   const TestTimer one(10, kOnce, Noting("one"));
   const TestTimer twin(10, kOnce, Noting("twin"));
   one->Start();
@@ -1137,7 +1137,7 @@ TEST_F(TimerManagerTest, TimersAreToldApartByIdentity) {
   EXPECT_THAT(Fired(), ElementsAre("one"));
 }
 
-TEST_F(TimerManagerTest, StopOfATimerThatIsNotQueuedLeavesTheQueueAsItIs) {
+TEST_F(ManagerTest, StopNotQueued) {
   std::vector<std::unique_ptr<TestTimer>> timers;
   for (const int timeout : {50, 10, 40, 20, 30}) {
     timers.push_back(std::make_unique<TestTimer>(static_cast<Milliseconds>(timeout), kOnce,
@@ -1155,7 +1155,7 @@ TEST_F(TimerManagerTest, StopOfATimerThatIsNotQueuedLeavesTheQueueAsItIs) {
 
 // ---- setting again ----
 
-TEST_F(TimerManagerTest, ResetTimerCountsTheTimeoutOfAQueuedTimerFromNow) {
+TEST_F(ManagerTest, ResetFromNow) {
   const TestTimer a(10, kOnce, Noting("a"));
   const TestTimer b(20, kOnce, Noting("b"));
   const TestTimer c(30, kOnce, Noting("c"));
@@ -1184,7 +1184,7 @@ TEST_F(TimerManagerTest, ResetTimerCountsTheTimeoutOfAQueuedTimerFromNow) {
   EXPECT_THAT(Fired(), ElementsAre("c"));
 }
 
-TEST_F(TimerManagerTest, ResetTimerMovesATimerForwardWhenTheClockWasSetBack) {
+TEST_F(ManagerTest, ResetMovesForward) {
   const TestTimer a(10, kOnce, Noting("a"));
   const TestTimer b(20, kOnce, Noting("b"));
   const TestTimer c(30, kOnce, Noting("c"));
@@ -1198,7 +1198,7 @@ TEST_F(TimerManagerTest, ResetTimerMovesATimerForwardWhenTheClockWasSetBack) {
   EXPECT_THAT(Fired(), ElementsAre("c", "a", "b"));
 }
 
-TEST_F(TimerManagerTest, ResetTimerNeitherAddsNorMarksATimerThatIsNotQueued) {
+TEST_F(ManagerTest, ResetNotQueued) {
   for (const bool emptyQueue : {true, false}) {
     const TestTimer queued(20, kOnce, Noting("queued"));
     if (!emptyQueue) queued->Start();
@@ -1255,7 +1255,7 @@ std::shared_ptr<TsTimer> Started(Milliseconds timeout, bool repeating,
   return timer;
 }
 
-TEST_F(TimerManagerProcess, EndWaitsForTheActionThatIsInProgress) {
+TEST_F(ManagerProcess, EndAwaitsAction) {
   EXPECT_EXIT(
       {
         StartWatchdog();
@@ -1271,7 +1271,7 @@ TEST_F(TimerManagerProcess, EndWaitsForTheActionThatIsInProgress) {
       testing::ExitedWithCode(0), "action done");
 }
 
-TEST_F(TimerManagerProcess, EndReleasesTheTimersThatAreQueued) {
+TEST_F(ManagerProcess, EndReleases) {
   EXPECT_EXIT(
       {
         StartWatchdog();
@@ -1286,7 +1286,7 @@ TEST_F(TimerManagerProcess, EndReleasesTheTimersThatAreQueued) {
 // The stated order: the join is made under the lock. A thread that waits for the lock meanwhile
 // must give up the pass that it has not begun. The thread that ends the process may have the lock
 // already: memory is allocated under it, and a handler of the host's may call exit().
-TEST_F(TimerManagerProcess, EndIsReachedWhileTheTimerThreadWaitsForTheLock) {
+TEST_F(ManagerProcess, EndWhileLocked) {
   for (const bool byOwner : {false, true}) {
     SCOPED_TRACE(byOwner);
     EXPECT_EXIT(
@@ -1309,7 +1309,7 @@ TEST_F(TimerManagerProcess, EndIsReachedWhileTheTimerThreadWaitsForTheLock) {
 }
 
 // What goes with the timer thread runs while that thread is joined.
-TEST_F(TimerManagerProcess, EndReleasesTheTimersAndThenJoinsUnderTheLock) {
+TEST_F(ManagerProcess, EndOrder) {
   EXPECT_EXIT(
       {
         StartWatchdog();
@@ -1330,7 +1330,7 @@ TEST_F(TimerManagerProcess, EndReleasesTheTimersAndThenJoinsUnderTheLock) {
       testing::ExitedWithCode(0), "locked");
 }
 
-TEST_F(TimerManagerProcess, EndInAnActionFailsToJoinItsOwnThreadAndEndsTheProcess) {
+TEST_F(ManagerProcess, EndInAction) {
   EXPECT_DEATH(
       {
         StartWatchdog();
@@ -1351,7 +1351,7 @@ TEST_F(TimerManagerProcess, EndInAnActionFailsToJoinItsOwnThreadAndEndsTheProces
 
 // As on a system that has killed every other thread by then, or in a forked process: the timer
 // thread held the lock. Neither the manager's end nor what the host's statics do may wait for it.
-TEST_F(TimerManagerProcess, EndNeitherLocksNorJoinsWhenTheTimerThreadIsGone) {
+TEST_F(ManagerProcess, EndWithoutThread) {
   for (const bool forked : {false, true}) {
     SCOPED_TRACE(forked);
     EXPECT_EXIT(
@@ -1377,7 +1377,7 @@ TEST_F(TimerManagerProcess, EndNeitherLocksNorJoinsWhenTheTimerThreadIsGone) {
 }
 
 // Before the process has a timer thread, a fork changes nothing.
-TEST_F(TimerManagerProcess, TimersOfAForkedProcessFireIfItStartsTheThread) {
+TEST_F(ManagerProcess, Fork) {
   EXPECT_IN_A_FRESH_PROCESS([] {
     Platform().forks = 1;
     Events fired;
@@ -1389,7 +1389,7 @@ TEST_F(TimerManagerProcess, TimersOfAForkedProcessFireIfItStartsTheThread) {
 }
 
 // What a host registers before it has the manager runs after the manager's end.
-TEST_F(TimerManagerProcess, TimersMayStillBeStartedAndStoppedAfterTheManagersEndAndNeverFire) {
+TEST_F(ManagerProcess, TimersAfterEnd) {
   static std::shared_ptr<TsTimer> queued;  // since before the end
   EXPECT_EXIT(
       {
@@ -1419,7 +1419,7 @@ TEST_F(TimerManagerProcess, TimersMayStillBeStartedAndStoppedAfterTheManagersEnd
                      testing::Not(testing::HasSubstr("fired"))));
 }
 
-TEST_F(TimerManagerProcess, TimerStillMarkedStartedAfterTheManagersEndEndsTheProcessWhenDropped) {
+TEST_F(ManagerProcess, DropAfterEnd) {
   EXPECT_DEATH(
       {
         StartWatchdog();
@@ -1435,7 +1435,7 @@ TEST_F(TimerManagerProcess, TimerStillMarkedStartedAfterTheManagersEndEndsThePro
 }
 
 // A host that has let go of its timers is no reason to end the process otherwise.
-TEST_F(TimerManagerProcess, EndReleasesATimerThatIsQueuedTwice) {
+TEST_F(ManagerProcess, EndQueuedTwice) {
   EXPECT_EXIT(
       {
         StartWatchdog();
@@ -1448,7 +1448,7 @@ TEST_F(TimerManagerProcess, EndReleasesATimerThatIsQueuedTwice) {
       testing::ExitedWithCode(0), "");
 }
 
-TEST_F(TimerManagerProcess, EndReleasesATimerThatAnotherTimersActionHolds) {
+TEST_F(ManagerProcess, EndHeldTimer) {
   EXPECT_EXIT(
       {
         StartWatchdog();
@@ -1462,7 +1462,7 @@ TEST_F(TimerManagerProcess, EndReleasesATimerThatAnotherTimersActionHolds) {
 }
 
 // The manager's queue is in use again while it is being emptied.
-TEST_F(TimerManagerProcess, EndReleasesATimerWhoseCallableStopsAnotherWhenItIsDestroyed) {
+TEST_F(ManagerProcess, EndCallableStops) {
   struct StopOnExit {
     explicit StopOnExit(std::shared_ptr<TsTimer> stopped) : timer(std::move(stopped)) {}
     StopOnExit(const StopOnExit&) = delete;
@@ -1552,7 +1552,7 @@ class Model {
   size_t firing = kNone;  // a repeating timer, while its action runs
 };
 
-TEST_F(TimerManagerTest, BehavesLikeAModelUnderRandomOperations) {
+TEST_F(ManagerTest, RandomModel) {
   constexpr int kPasses = 800;
   constexpr int kOperationsPerPass = 25;
   constexpr size_t kTimers = 40;
