@@ -72,7 +72,7 @@ TEST_P(AllocationCounts, AreAsListed) {
 constexpr auto kMethodWithoutName = static_cast<tarsio::ThreadPool::SHUTDOWN_METHOD>(2);
 
 // The list of tasks grows by pieces of several.
-TEST(AllocationCountsOfThePool, SubmissionOfASmallTaskIsOneAtMost) {
+TEST(PoolAllocations, SmallTask) {
   constexpr size_t kTasks = 100;
   const auto pool = std::make_shared<tarsio::ThreadPool>("pool", 1, 0, 2 * kTasks);
   tarsio_test::Gate busy;
@@ -96,7 +96,7 @@ TEST(AllocationCountsOfThePool, SubmissionOfASmallTaskIsOneAtMost) {
   EXPECT_EQ(done, kTasks);
 }
 
-TEST(AllocationCountsOfThePool, SubmissionThatStartsAWorkerIsFour) {
+TEST(PoolAllocations, NewWorker) {
   const auto start = [] {
     const auto pool = std::make_shared<tarsio::ThreadPool>("pool", 1, 0, 1);
     std::function<void()> task = [] {};
@@ -116,7 +116,7 @@ TEST(AllocationCountsOfThePool, SubmissionThatStartsAWorkerIsFour) {
   EXPECT_EQ(start(), 4U);
 }
 
-TEST(AllocationCountsOfFiles, ALargeContentIsOneWhateverItsSize) {
+TEST(FileAllocations, LargeContent) {
   const tarsio_test::ScopedDirectory directory;
   directory.Write("one byte", "x");
   directory.Write("megabyte", std::string(1048576, 'x'));

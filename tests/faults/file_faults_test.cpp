@@ -55,7 +55,7 @@ class FileFaults : public testing::Test {
 
 // ---- a full disk ----
 
-TEST_F(FileFaults, FileThatOutgrowsTheDiskIsWrittenAsFarAsItGoes) {
+TEST_F(FileFaults, DiskFull) {
   constexpr size_t kRoom = 100000;
   const std::string content(kRoom + 12345, 'x');
   FileOptRet result = FILE_OPT_WRITE_OPEN_FAILED;
@@ -76,7 +76,7 @@ TEST_F(FileFaults, FileThatOutgrowsTheDiskIsWrittenAsFarAsItGoes) {
 
 // ---- what is forbidden ----
 
-TEST_F(FileFaults, FileWithoutPermissionIsUnreadableAndStaysAsItIs) {
+TEST_F(FileFaults, NoPermission) {
   directory.Write("f", "stored");
   {
     const ForbiddenFile forbidden("f", false);
@@ -92,7 +92,7 @@ TEST_F(FileFaults, FileWithoutPermissionIsUnreadableAndStaysAsItIs) {
 }
 
 // The input bit asks for the right to read, as it does of a stream.
-TEST_F(FileFaults, FileThatMayOnlyBeWrittenRefusesTheInputBit) {
+TEST_F(FileFaults, WriteOnlyFile) {
   directory.Write("f", "stored");
   {
     const ForbiddenFile unreadable("f", true);
@@ -105,7 +105,7 @@ TEST_F(FileFaults, FileThatMayOnlyBeWrittenRefusesTheInputBit) {
   EXPECT_EQ(ReadFile("f"), Content("stored more"));
 }
 
-TEST_F(FileFaults, FileMayTakeThePlaceOfTheStandardInput) {
+TEST_F(FileFaults, StandardInput) {
   tarsio_test::CloseStandardInput();
   EXPECT_EQ(FileUtils::WriteFile("content", "./f", kBinary), FILE_OPT_SUCCESS);
   EXPECT_EQ(ReadFile("f"), Content("content"));
@@ -120,7 +120,7 @@ bool MayCreateIn(const std::string& name) {
 }
 
 // Where the system does not enforce it, each call does what it says.
-TEST_F(FileFaults, NothingIsMadeOrRemovedInADirectoryThatMayOnlyBeRead) {
+TEST_F(FileFaults, ReadOnlyDirectory) {
   std::filesystem::create_directories("d/below");
   directory.Write("d/f", "stored");
   bool allowed = false;
@@ -145,7 +145,7 @@ TEST_F(FileFaults, NothingIsMadeOrRemovedInADirectoryThatMayOnlyBeRead) {
   }
 }
 
-TEST_F(FileFaults, NothingIsFoundInADirectoryWithoutPermission) {
+TEST_F(FileFaults, ClosedDirectory) {
   std::filesystem::create_directories("d/below");
   directory.Write("d/f", "stored");
   bool allowed = false;
@@ -177,7 +177,7 @@ TEST_F(FileFaults, NothingIsFoundInADirectoryWithoutPermission) {
 
 // ---- names ----
 
-TEST_F(FileFaults, NameOf255BytesIsTheLongest) {
+TEST_F(FileFaults, LongestName) {
   for (const size_t length : {size_t{254}, size_t{255}, size_t{256}, size_t{1000}}) {
     SCOPED_TRACE(length);
     const bool fits = length <= 255;
@@ -200,7 +200,7 @@ TEST_F(FileFaults, NameOf255BytesIsTheLongest) {
 }
 
 // A name with each ASCII character works, or is refused and nothing is there.
-TEST_F(FileFaults, EveryCharacterOfANameIsTakenOrRefused) {
+TEST_F(FileFaults, EveryCharacter) {
   const std::string everywhere =
       " !#$%&'()+,-.0123456789;=@ABCDEFGHIJKLMNOPQRSTUVWXYZ[]^_`abcdefghijklmnopqrstuvwxyz{}~";
   for (char c = 1; c < 0x7F; ++c) {
@@ -227,7 +227,7 @@ TEST_F(FileFaults, EveryCharacterOfANameIsTakenOrRefused) {
   }
 }
 
-TEST_F(FileFaults, BadUtf8InANameStandsForReplacementCharacters) {
+TEST_F(FileFaults, BadUtf8) {
   const std::string bad = "\xEF\xBF\xBD";
   const struct {
     std::string given;
@@ -273,7 +273,7 @@ void ExpectRemoved(const Path& path, const std::string& form, bool (*remove)(con
   EXPECT_FALSE(path.Exists());
 }
 
-TEST_F(FileFaults, LongPathsAreCreatedWrittenReadMeasuredAndRemoved) {
+TEST_F(FileFaults, LongPaths) {
   const std::string root = directory.Text();
   for (const size_t length : {size_t{259}, size_t{260}, size_t{1000}, size_t{3900}}) {
     SCOPED_TRACE(length);
@@ -308,7 +308,7 @@ TEST_F(FileFaults, LongPathsAreCreatedWrittenReadMeasuredAndRemoved) {
 
 // ---- files that change meanwhile ----
 
-TEST_F(FileFaults, FileThatComesGoesAndChangesIsReadAtASizeThatItHad) {
+TEST_F(FileFaults, ChangingFile) {
   constexpr int kRounds = 1500;
   constexpr int kSuccesses = 200;
   constexpr size_t kLargest = 60000;

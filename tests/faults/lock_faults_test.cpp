@@ -50,7 +50,7 @@ std::shared_ptr<ThreadPool> MakePool(uint64_t limit) {
 
 // ---- deadlines ----
 
-TEST(Deadlines, AreTheSystemClocksTimeOfTheCallAndTheTimeout) {
+TEST(Deadlines, SystemClock) {
   BlockingQueue<int> queue(0);
   CountDownLatch latch(1);
   CountOutWake wake;
@@ -82,7 +82,7 @@ TEST(Deadlines, AreTheSystemClocksTimeOfTheCallAndTheTimeout) {
 }
 
 // From the end of its task; a shutdown meanwhile neither shortens nor prolongs it.
-TEST(Deadlines, AWorkerWaitsOneSecondForItsNextTask) {
+TEST(Deadlines, IdleWorker) {
   constexpr std::chrono::seconds kIdleLimit{1};
   struct Shared {
     std::optional<DeadlineWatch> watch;
@@ -112,7 +112,7 @@ TEST(Deadlines, AWorkerWaitsOneSecondForItsNextTask) {
 // ---- notifications ----
 
 // So that whoever waited may destroy the object as soon as it has the lock.
-TEST(Notifications, AreSentUnderTheLockAndToAllButWhereOneIsPromised) {
+TEST(Notifications, UnderTheLock) {
   const auto empty = std::make_shared<BlockingQueue<int>>(1);
   const auto full = std::make_shared<BlockingQueue<int>>(1);
   const auto closing = std::make_shared<BlockingQueue<int>>(0);
@@ -167,7 +167,7 @@ TEST(Notifications, AreSentUnderTheLockAndToAllButWhereOneIsPromised) {
   }
 }
 
-TEST(Notifications, ComeBeforeCloseDestroysElements) {
+TEST(Notifications, BeforeCloseDestroys) {
   struct Element {
     Element() = default;
     Element(const Element&) = default;
@@ -199,7 +199,7 @@ TEST(Notifications, ComeBeforeCloseDestroysElements) {
 }
 
 // Neither before anybody has waited nor once those who did have been woken.
-TEST(Notifications, OfAQueueAreNotSentWhereNobodyWaits) {
+TEST(Notifications, QueueWithoutWaiters) {
   const auto queue = std::make_shared<BlockingQueue<int>>(1);
   int item = 0;
   const auto pushAndPop = [&] {
@@ -229,7 +229,7 @@ TEST(Notifications, OfAQueueAreNotSentWhereNobodyWaits) {
 
 // Except for the pool's, which come without a look at who is about to wait, deliberately: one that
 // comes between a look at the queue and the sleep is missed. The next task makes up for it.
-TEST(Notifications, OfATaskThatIsTakenAreMissedByAWaitThatIsAboutToSleep) {
+TEST(Notifications, MissedByWait) {
   struct Shared {
     const std::shared_ptr<ThreadPool> pool = MakePool(1);
     Gate first;
@@ -272,7 +272,7 @@ testing::AssertionResult FailsAtLock(size_t allowed, const std::function<void()>
   return testing::AssertionFailure() << "nothing is thrown";
 }
 
-TEST(LockFaults, QueueIsAsItWas) {
+TEST(LockFaults, Queue) {
   BlockingQueue<int> queue(2);
   ASSERT_TRUE(queue.Push(1, -1));
   int item = 7;
@@ -289,7 +289,7 @@ TEST(LockFaults, QueueIsAsItWas) {
   EXPECT_EQ(item, 1);
 }
 
-TEST(LockFaults, LatchesKeepTheirCounts) {
+TEST(LockFaults, Latches) {
   CountDownLatch latch(2);
   EXPECT_TRUE(FailsAtLock(0, [&] { latch.CountDown(); }));
   EXPECT_TRUE(FailsAtLock(0, [&] { latch.Wait(1); }));
@@ -307,7 +307,7 @@ TEST(LockFaults, LatchesKeepTheirCounts) {
 }
 
 // In the order of its locks: one that fails behind another leaves that one free.
-TEST(LockFaults, PoolReleasesWhatItHasLocked) {
+TEST(LockFaults, Pool) {
   const auto pool = MakePool(0);
   const struct {
     const char* name;
@@ -336,7 +336,7 @@ TEST(LockFaults, PoolReleasesWhatItHasLocked) {
 }
 
 // Whichever of its locks fails, the tasks are destroyed all the same.
-TEST(LockFaults, PoolIsDestroyed) {
+TEST(LockFaults, PoolDestructor) {
   for (size_t lock = 0; lock < 2; ++lock) {
     SCOPED_TRACE(lock);
     auto pool = MakePool(0);
@@ -350,7 +350,7 @@ TEST(LockFaults, PoolIsDestroyed) {
   }
 }
 
-TEST(LockFaults, TaskStaysQueuedIfItsWorkerCannotBeStarted) {
+TEST(LockFaults, QueuedTask) {
   const auto ran = std::make_shared<Events>();
   std::function<void()> task = [ran] { ran->Add(); };
   const auto first = MakePool(1);
@@ -370,7 +370,7 @@ TEST(LockFaults, TaskStaysQueuedIfItsWorkerCannotBeStarted) {
   EXPECT_TRUE(ran->Await(4));
 }
 
-TEST(LockFaults, TimerIsAsItWasButForTheMarkThatStopClears) {
+TEST(LockFaults, Timer) {
   constexpr unsigned long long kLong = 3600000;
   const auto warm = std::make_shared<TsTimer>(kLong, false);
   warm->Start();  // what is made once in a process is made now

@@ -526,7 +526,7 @@ bool AllocationsFallTo(size_t number) {
   return false;
 }
 
-TEST(MemoryFaults, PoolsConstruction) {
+TEST(MemoryFaults, PoolConstructor) {
   FailEachAllocationOf({{"a pool", [] {
                            // Destroyed when there is memory again.
                            const auto pool = std::make_shared<std::shared_ptr<ThreadPool>>();
@@ -537,7 +537,7 @@ TEST(MemoryFaults, PoolsConstruction) {
 }
 
 // The task stays queued if it came so far, no worker is listed, and the next submission works.
-TEST(MemoryFaults, SubmittedTask) {
+TEST(MemoryFaults, SubmitTask) {
   const auto runs = std::make_shared<Events>();
   std::make_shared<ThreadPool>("first", 1U, 0U, 10U)->SubmitTask([runs] { runs->Add(); });
   ASSERT_TRUE(runs->Await(1));
@@ -567,7 +567,7 @@ TEST(MemoryFaults, SubmittedTask) {
 }
 
 // A worker that cannot report its task's exception goes on.
-TEST(MemoryFaults, ReportOfATask) {
+TEST(MemoryFaults, TaskReport) {
   struct Shared {
     Gate begin;
     Gate end;
@@ -596,7 +596,7 @@ TEST(MemoryFaults, ReportOfATask) {
   EXPECT_EQ(shared->next, shared->thrower);
 }
 
-TEST(MemoryFaults, FailedSubmissionsLeakNothing) {
+TEST(MemoryFaults, FailedSubmit) {
   const auto submitWith = [](size_t allowed, size_t refused) {
     const auto pool = std::make_shared<ThreadPool>(Long("pool"), 2U, 0U, 10U);
     std::function<void()> task = [text = Long("owned by the task")] {};
@@ -618,7 +618,7 @@ TEST(MemoryFaults, FailedSubmissionsLeakNothing) {
 
 // ---- timers ----
 
-TEST(MemoryFaults, TimersConstruction) {
+TEST(MemoryFaults, TimerConstructor) {
   FailEachAllocationOf({
       Plain("a timer", [] { const auto timer = std::make_shared<TsTimer>(1U, false); }),
       Plain("Init",
@@ -631,7 +631,7 @@ TEST(MemoryFaults, TimersConstruction) {
 
 // Begins with a process that has no timer thread. A timer whose start has failed before it was
 // queued is not started, and can be started again. One that was queued stays so.
-TEST(MemoryFaults, StartedTimer) {
+TEST(MemoryFaults, TimerStart) {
   for (const size_t refused : {SIZE_MAX, size_t{1}}) {
     for (size_t allowed = 0;; ++allowed) {
       SCOPED_TRACE(allowed);
@@ -655,7 +655,7 @@ TEST(MemoryFaults, StartedTimer) {
 
 // ---- the rest ----
 
-TEST(MemoryFaults, SystemInformation) {
+TEST(MemoryFaults, SysInfo) {
   FailEachAllocationOf({Plain("a record", [] {
     auto info = std::make_shared<tarsio::ClientDeviceInfo>();
     static_cast<void>(tarsio::SysInfo::GetClientOsInfo(info));

@@ -120,7 +120,7 @@ const char* const kText10 = "0123456789";
 const char* const kText20 = "01234567890123456789";
 const char* const kText30 = "012345678901234567890123456789";
 
-TEST(TsStringAllocation, EmptyStringsCostNone) {
+TEST(TsStringMemory, Empty) {
   Allocations allocations;
   {
     TsString string;
@@ -138,7 +138,7 @@ TEST(TsStringAllocation, EmptyStringsCostNone) {
   EXPECT_EQ(steps, Steps());
 }
 
-TEST(TsStringAllocation, EachTextTakesItsLengthAndATerminator) {
+TEST(TsStringMemory, LengthPlusOne) {
   Allocations allocations;
   {
     const TsString string(kText10);
@@ -153,7 +153,7 @@ TEST(TsStringAllocation, EachTextTakesItsLengthAndATerminator) {
                           Frees(21), Frees(11), Frees(11)}));
 }
 
-TEST(TsStringAllocation, ALargerBufferIsTakenAfterTheOldOneIsReleased) {
+TEST(TsStringMemory, Growth) {
   Allocations allocations;
   {
     TsString string(kText20);
@@ -169,7 +169,7 @@ TEST(TsStringAllocation, ALargerBufferIsTakenAfterTheOldOneIsReleased) {
             (Steps{Allocates(21), Frees(21), Allocates(31), Allocates(21), Frees(21), Frees(31)}));
 }
 
-TEST(TsStringAllocation, SelfAssignmentCostsNone) {
+TEST(TsStringMemory, SelfAssignment) {
   TsString string(kText20);
   const TsString& same = string;
   Allocations allocations;
@@ -181,7 +181,7 @@ TEST(TsStringAllocation, SelfAssignmentCostsNone) {
   EXPECT_STREQ(string.Cstr(), kText20 + 5);
 }
 
-TEST(TsStringAllocation, ObserversCostNone) {
+TEST(TsStringMemory, Observers) {
   const TsString string(kText20);
   const TsString other(kText20);
   Allocations allocations;
@@ -192,7 +192,7 @@ TEST(TsStringAllocation, ObserversCostNone) {
   EXPECT_TRUE(observed);
 }
 
-TEST(TsStringAllocation, CutTextsTakeTheLimitAndATerminator) {
+TEST(TsStringMemory, Limit) {
   const std::string text(16777214 + 100, 'a');
   Allocations allocations;
   { const TsString string(text.c_str()); }
@@ -205,7 +205,7 @@ class DerivedString : public TsString {
   using TsString::TsString;
 };
 
-TEST(TsStringAllocation, DestructionThroughTheBaseReleasesTheBuffer) {
+TEST(TsStringMemory, Destructor) {
   Allocations allocations;
   const TsString* const string = new DerivedString(kText10);
   delete string;
@@ -216,9 +216,9 @@ TEST(TsStringAllocation, DestructionThroughTheBaseReleasesTheBuffer) {
 
 // ---- pairs ----
 
-class TsStringPairAllocation : public testing::Test {
+class TsStringPairMemory : public testing::Test {
  protected:
-  TsStringPairAllocation() {
+  TsStringPairMemory() {
     source.first = kText10;
     source.second = kText20;
   }
@@ -226,21 +226,21 @@ class TsStringPairAllocation : public testing::Test {
   TsStringPair source;
 };
 
-TEST_F(TsStringPairAllocation, CopiesFirstThenSecondAndDestroysSecondThenFirst) {
+TEST_F(TsStringPairMemory, CopyOrder) {
   Allocations allocations;
   { const TsStringPair copy(source); }
   const Steps steps = allocations.Stop();
   EXPECT_EQ(steps, (Steps{Allocates(11), Allocates(21), Frees(21), Frees(11)}));
 }
 
-TEST_F(TsStringPairAllocation, MovingCopiesFirstThenSecond) {
+TEST_F(TsStringPairMemory, Move) {
   Allocations allocations;
   { const TsStringPair moved(std::move(source)); }
   const Steps steps = allocations.Stop();
   EXPECT_EQ(steps, (Steps{Allocates(11), Allocates(21), Frees(21), Frees(11)}));
 }
 
-TEST_F(TsStringPairAllocation, AssignsFirstThenSecond) {
+TEST_F(TsStringPairMemory, Assignment) {
   TsStringPair copied;
   TsStringPair moved;
   Allocations allocations;
@@ -287,13 +287,13 @@ void ExpectEmptyAndUsable(TsString& string) {
   EXPECT_STREQ(string.Cstr(), kText10);
 }
 
-TEST(TsStringAllocation, ConstructionFailsWhole) {
+TEST(TsStringMemory, FailedConstructor) {
   const TsString other(kText10);
   EXPECT_EQ(StepsUntilRefused(0, [] { const TsString string(kText10); }), Steps());
   EXPECT_EQ(StepsUntilRefused(0, [&other] { const TsString string(other); }), Steps());
 }
 
-TEST(TsStringAllocation, RefusedAssignmentOfATextLeavesAnEmptyUsableString) {
+TEST(TsStringMemory, FailedTextAssign) {
   for (const char* before : {"", kText10, kText20}) {
     SCOPED_TRACE(before);
     TsString string(before);
@@ -303,7 +303,7 @@ TEST(TsStringAllocation, RefusedAssignmentOfATextLeavesAnEmptyUsableString) {
   }
 }
 
-TEST(TsStringAllocation, RefusedAssignmentOfAStringLeavesAnEmptyUsableString) {
+TEST(TsStringMemory, FailedCopyAssign) {
   const TsString other(kText30);
   for (const char* before : {"", kText10, kText20}) {
     SCOPED_TRACE(before);
@@ -315,7 +315,7 @@ TEST(TsStringAllocation, RefusedAssignmentOfAStringLeavesAnEmptyUsableString) {
   }
 }
 
-TEST(TsStringAllocation, WhatFitsIsStoredThoughNoMemoryIsLeft) {
+TEST(TsStringMemory, FitsWithoutMemory) {
   TsString string(kText20);
   const TsString other(kText10);
   Allocations allocations;
@@ -327,7 +327,7 @@ TEST(TsStringAllocation, WhatFitsIsStoredThoughNoMemoryIsLeft) {
   EXPECT_STREQ(string.Cstr(), kText20);
 }
 
-TEST_F(TsStringPairAllocation, RefusedCopyReleasesTheFirstString) {
+TEST_F(TsStringPairMemory, FailedCopy) {
   EXPECT_EQ(StepsUntilRefused(0, [this] { const TsStringPair copy(source); }), Steps());
   EXPECT_EQ(StepsUntilRefused(1, [this] { const TsStringPair copy(source); }),
             (Steps{Allocates(11), Frees(11)}));
@@ -335,7 +335,7 @@ TEST_F(TsStringPairAllocation, RefusedCopyReleasesTheFirstString) {
             (Steps{Allocates(11), Frees(11)}));
 }
 
-TEST_F(TsStringPairAllocation, RefusedAssignmentKeepsTheFirstString) {
+TEST_F(TsStringPairMemory, FailedAssign) {
   TsStringPair target;
   EXPECT_EQ(StepsUntilRefused(1, [&] { target = source; }), Steps{Allocates(11)});
   EXPECT_STREQ(target.first.Cstr(), kText10);
