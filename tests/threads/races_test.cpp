@@ -115,7 +115,7 @@ int AnyTimeout(std::mt19937& random) {
   return kTimeouts[random() % 4];
 }
 
-TEST_F(Races, EachElementOfAQueueIsTakenOnceAndInItsProducersOrder) {
+TEST_F(Races, QueueOrder) {
   constexpr size_t kProducers = 3;
   constexpr size_t kConsumers = 3;
   constexpr int kPerProducer = 12;
@@ -159,7 +159,7 @@ TEST_F(Races, EachElementOfAQueueIsTakenOnceAndInItsProducersOrder) {
 }
 
 // What was pushed has been taken or was discarded; behind Close() nothing goes in or out.
-TEST_F(Races, ElementsOfAQueueThatIsClosedAreTakenOrDiscarded) {
+TEST_F(Races, QueueClose) {
   constexpr size_t kProducers = 2;
   constexpr size_t kConsumers = 2;
   Crew crew(kProducers + kConsumers + 1);
@@ -203,7 +203,7 @@ TEST_F(Races, ElementsOfAQueueThatIsClosedAreTakenOrDiscarded) {
 
 // ---- pool ----
 
-TEST_F(Races, EachTaskRunsOnce) {
+TEST_F(Races, PoolTasks) {
   constexpr size_t kHosts = 3;
   constexpr size_t kPerHost = 8;
   constexpr int kRoundsPerPool = 100;
@@ -231,7 +231,7 @@ TEST_F(Races, EachTaskRunsOnce) {
 }
 
 // Tasks that come at the moment at which a worker retires, to many pools at a time.
-TEST_F(Races, TasksThatComeWhileWorkersRetireRunOnce) {
+TEST_F(Races, PoolRetire) {
   constexpr int kBatches = 4;
   constexpr size_t kPools = 64;
   constexpr size_t kHosts = 4;
@@ -268,7 +268,7 @@ TEST_F(Races, TasksThatComeWhileWorkersRetireRunOnce) {
   }
 }
 
-TEST_F(Races, DroppedPoolsRunWhatWasSubmitted) {
+TEST_F(Races, PoolDrop) {
   constexpr int kPools = 200;
   constexpr int kTasks = 5;
   const auto done = std::make_shared<Events>();
@@ -285,7 +285,7 @@ TEST_F(Races, DroppedPoolsRunWhatWasSubmitted) {
 
 // ---- latches ----
 
-TEST_F(Races, LatchesLetEveryWaiterGoAtZeroAndNotBefore) {
+TEST_F(Races, CountDownLatch) {
   constexpr size_t kWaiters = 3;
   constexpr unsigned kSteps = 3;
   Crew crew(kWaiters + kSteps);
@@ -305,7 +305,7 @@ TEST_F(Races, LatchesLetEveryWaiterGoAtZeroAndNotBefore) {
   }
 }
 
-TEST_F(Races, WakeUpsReachEveryWaiterAndTheCountComesBack) {
+TEST_F(Races, CountOutWake) {
   constexpr size_t kWaiters = 3;
   constexpr unsigned kInitial = 5;
   Crew crew(kWaiters + 2);
@@ -352,7 +352,7 @@ struct CountedTimer {
 
 void WaitForThePassInProgress() { TimerManager::GetInstance()->RemoveTimer(nullptr); }
 
-TEST_F(Races, OneShotTimersFireOnceUnlessTheyAreStopped) {
+TEST_F(Races, OneShotTimers) {
   constexpr size_t kThreads = 4;
   constexpr int kTimers = 6;
   std::vector<std::vector<CountedTimer>> timers(kThreads);
@@ -393,7 +393,7 @@ TEST_F(Races, OneShotTimersFireOnceUnlessTheyAreStopped) {
   EXPECT_GT(stopped, 0);
 }
 
-TEST_F(Races, RepeatingTimersDoNotFireOnceTheyAreStopped) {
+TEST_F(Races, RepeatingTimers) {
   constexpr size_t kThreads = 4;
   std::vector<std::vector<CountedTimer>> timers(kThreads);
   std::atomic<int> firings{0};
@@ -423,7 +423,7 @@ TEST_F(Races, RepeatingTimersDoNotFireOnceTheyAreStopped) {
 }
 
 // A start that a stop overtakes may leave the timer queued, but each start fires once at most.
-TEST_F(Races, OneTimerStartedAndStoppedByManyFiresOncePerStartAtMost) {
+TEST_F(Races, SharedTimer) {
   constexpr size_t kThreads = 4;
   CountedTimer counted(1, false);
   std::atomic<int> starts{0};

@@ -83,21 +83,21 @@ class WorkerTest : public testing::Test {
   std::shared_ptr<Worker> worker = std::make_shared<Worker>("worker", pool);
 };
 
-TEST_F(WorkerTest, HasOneThreadHoweverOftenItIsStarted) {
+TEST_F(WorkerTest, OneThread) {
   StartWithATask();
   const long owners = worker.use_count();
   worker->Start();
   EXPECT_EQ(worker.use_count(), owners) << "each thread owns its worker";
 }
 
-TEST_F(WorkerTest, IsStoppedWhenItsTaskAndItsThreadHaveEnded) {
+TEST_F(WorkerTest, Stop) {
   StartWithATask();
   Stop();
   EXPECT_EQ(worker.use_count(), 1);
   EXPECT_EQ(pool.use_count(), 1);
 }
 
-TEST_F(WorkerTest, ThatIsStoppedLeavesTheNextTaskToAnother) {
+TEST_F(WorkerTest, StopKeepsNextTask) {
   Gate ran;
   std::thread::id first;
   std::thread::id next;
@@ -112,7 +112,7 @@ TEST_F(WorkerTest, ThatIsStoppedLeavesTheNextTaskToAnother) {
   EXPECT_NE(next, first);
 }
 
-TEST_F(WorkerTest, ThatWasStoppedCanBeStartedAgainAndRetiresByItself) {
+TEST_F(WorkerTest, Restart) {
   StartWithATask();
   Stop();
   StartWithATask();
@@ -121,13 +121,13 @@ TEST_F(WorkerTest, ThatWasStoppedCanBeStartedAgainAndRetiresByItself) {
   while (!watch.expired()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
 }
 
-TEST_F(WorkerTest, ThatHasNotBeenStartedHasNothingToStop) {
+TEST_F(WorkerTest, StopBeforeStart) {
   ((*worker).*Reach(StopWorker()))();
   EXPECT_EQ(worker.use_count(), 1);
 }
 
 // The pool may be renamed while a successor is started, so the pool's name is not read then.
-TEST_F(WorkerTest, SuccessorKeepsItsName) {
+TEST_F(WorkerTest, SuccessorName) {
   const std::string oldName = "a name that a string keeps outside of itself";
   const auto renamed = std::make_shared<ThreadPool>(oldName, 1U, 0U, 10U);
   const auto& workers = (*renamed).*Reach(tarsio_test::WorkersOfPool());

@@ -56,7 +56,7 @@ namespace {
 
 // A look-up waits while another thread loads a module, whose initialisers may wait for a lock of
 // the library's.
-TEST(LookUps, HappenWhileTheLibraryIsLoaded) {
+TEST(LookUps, AtLoadTime) {
   EXPECT_GE(lookUps, 3) << "the wrapper is not in use";
   lookUps = 0;
   auto info = std::make_shared<tarsio::ClientDeviceInfo>();
@@ -81,7 +81,7 @@ TEST(LookUps, HappenWhileTheLibraryIsLoaded) {
   EXPECT_EQ(lookUps, 0);
 }
 
-TEST(LookUps, VersionRecordsSizeIsUnset) {
+TEST(LookUps, VersionSizeUnset) {
   auto info = std::make_shared<tarsio::ClientDeviceInfo>();
   ASSERT_TRUE(tarsio::SysInfo::GetClientOsInfo(info));
   EXPECT_EQ(sizeField, 0U);

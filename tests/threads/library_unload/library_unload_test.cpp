@@ -30,7 +30,7 @@ class LibraryUnload : public testing::Test {
 
 // The worker sleeps in the library's code when the module that brought the library goes, and works
 // on in it afterwards.
-TEST_F(LibraryUnload, ALibraryWithALivingWorkerStaysLoaded) {
+TEST_F(LibraryUnload, LiveWorker) {
   using Submit = std::shared_ptr<void>*(std::function<void()>*);
   static std::shared_ptr<void>* pool = nullptr;
   const auto ran = std::make_shared<Gate>();
@@ -55,7 +55,7 @@ TEST_F(LibraryUnload, ALibraryWithALivingWorkerStaysLoaded) {
 
 // On Windows the worker is killed while it holds the lock of the C++ runtime's keys for
 // thread-local data. This process has not used any of its own yet.
-TEST_F(LibraryUnload, ProcessEndsWhileAWorkerEnds) {
+TEST_F(LibraryUnload, ExitRace) {
   using Submit = std::shared_ptr<void>*(std::function<void()>*);
   static std::shared_ptr<void>* pool = nullptr;
   const auto ending = std::make_shared<Gate>();
@@ -74,7 +74,7 @@ TEST_F(LibraryUnload, ProcessEndsWhileAWorkerEnds) {
   EXPECT_EQ(pool->use_count(), 1);
 }
 
-TEST_F(LibraryUnload, FacetInTheGlobalLocaleStays) {
+TEST_F(LibraryUnload, GlobalLocale) {
   const ScopedDirectory directory;
   const ScopedVariable user("LC_ALL", "C");
   SharedLibrary plugin(TARSIO_TEST_PLUGIN);
