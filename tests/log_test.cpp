@@ -41,8 +41,7 @@
 #include "support/scoped_time_zone.h"
 #include "support/virtual_slot.h"
 
-// The log's one field that no member hands out: the rules name its owner as an argument. An
-// explicit instantiation may name private members.
+// The log's sink, which has no accessor. An explicit instantiation may name private members.
 std::unique_ptr<tarsio::Logger>& OwnerOf(tarsio::Log& log);
 template <std::unique_ptr<tarsio::Logger> tarsio::Log::*kOwner>
 struct OwnerAccess {
@@ -50,7 +49,7 @@ struct OwnerAccess {
 };
 template struct OwnerAccess<&tarsio::Log::logger>;
 
-// The formats come from tables, some of them without arguments.
+// The formats come from tables; some have no arguments.
 #pragma GCC diagnostic ignored "-Wformat-security"
 
 namespace {
@@ -80,7 +79,7 @@ constexpr LOG_LEVEL kEverything = static_cast<LOG_LEVEL>(INT_MAX);
 
 LOG_LEVEL Level(int value) { return static_cast<LOG_LEVEL>(value); }
 
-// ---- what the interface fixes ----
+// ---- declarations ----
 
 static_assert(std::is_same<std::underlying_type<LOG_LEVEL>::type, int32_t>::value, "");
 static_assert(LOG_LEVEL_FATAL == 0 && LOG_LEVEL_ERROR == 1 && LOG_LEVEL_WARN == 2 &&
@@ -88,16 +87,16 @@ static_assert(LOG_LEVEL_FATAL == 0 && LOG_LEVEL_ERROR == 1 && LOG_LEVEL_WARN == 
               "unscoped, and numbered by severity");
 static_assert(std::is_default_constructible<Logger>::value, "");
 static_assert(std::has_virtual_destructor<Logger>::value, "");
-static_assert(sizeof(Logger) == sizeof(void*), "no data but the table of virtual operations");
-static_assert(!std::is_default_constructible<Log>::value, "there is one log");
-static_assert(!std::is_destructible<Log>::value, "nobody but the process ends it");
+static_assert(sizeof(Logger) == sizeof(void*), "no data but the vtable pointer");
+static_assert(!std::is_default_constructible<Log>::value, "a singleton");
+static_assert(!std::is_destructible<Log>::value, "destroyed at process exit only");
 static_assert(!std::is_copy_constructible<Log>::value && !std::is_copy_assignable<Log>::value, "");
 
 // ---- helpers ----
 
-// What the log does before any test could change it: seen before main.
+// The state of the log before main(), before any test can change it.
 struct FreshLog {
-  std::set<Log*> instances;  // as the first callers, on many threads, get it
+  std::set<Log*> instances;  // seen by the first callers, on many threads
   std::vector<std::string> events;
 };
 
@@ -126,10 +125,10 @@ FreshLog ObserveFreshLog() {
 
 const FreshLog kFreshLog = ObserveFreshLog();
 
-// The line with its time, checked for its form, replaced: "[<TIME>][WARN][a.cpp:1] text".
+// Checks the time of a line and masks it: "[<TIME>][WARN][a.cpp:1] text".
 std::string MaskTime(const std::string& line) {
   static const std::regex form(
-      R"(\[\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.(0|[1-9]\d{0,2}))");  // milliseconds 0..999, bare
+      R"(\[\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.(0|[1-9]\d{0,2}))");  // milliseconds 0..999, not padded
   const size_t end = line.find(']');
   if (end == std::string::npos || !std::regex_match(line.substr(0, end), form)) {
     return "no time: " + line;
@@ -137,7 +136,7 @@ std::string MaskTime(const std::string& line) {
   return "[<TIME>" + line.substr(end);
 }
 
-// The process's log as it is at first: threshold and default sink. Left so, whatever a test does.
+// Starts each test with the initial threshold and sink, and restores them afterwards.
 class CleanLog : public testing::Test {
  protected:
   CleanLog() { Reset(); }
@@ -154,13 +153,13 @@ class LoggerTest : public CleanLog {};
 class TsLogTest : public CleanLog {};
 class LogLine : public CleanLog {};
 
-// What became of a sink and what it was asked to do.
+// The calls to a sink and its destruction.
 struct SinkHistory {
   int destroyed = 0;
   std::vector<std::string> calls;
 };
 
-// Notes each call, with all that it was given. What it formats is not the default layout.
+// Records each call with its arguments. Its layout differs from the default.
 class NotingSink : public Logger {
  public:
   explicit NotingSink(std::shared_ptr<SinkHistory> target) : history(std::move(target)) {}
@@ -185,7 +184,7 @@ class NotingSink : public Logger {
   const std::shared_ptr<SinkHistory> history;
 };
 
-// Formats by the default layout, then does what a test wants done with the line.
+// Uses the default layout and passes each line to a function of the test.
 class OutputSink : public Logger {
  public:
   explicit OutputSink(std::function<void(const char*)> target) : output(std::move(target)) {}
@@ -205,7 +204,7 @@ std::shared_ptr<SinkHistory> InstallNotingSink() {
   return history;
 }
 
-// The default VFormat(), on a text that is there already.
+// Calls the default VFormat() on a string that is not empty.
 void FormatInto(std::string& out, LOG_LEVEL level, const char* file, int line, const char* function,
                 const char* format, ...) {
   Logger logger;
@@ -215,12 +214,12 @@ void FormatInto(std::string& out, LOG_LEVEL level, const char* file, int line, c
   va_end(args);
 }
 
-// The two functions that TsLog() takes, and what they saw.
+// The two callbacks for TsLog(), with a record of their calls.
 struct Callbacks {
   LOG_LEVEL level = LOG_LEVEL_ERROR;
   int asked = 0;
   std::vector<std::string> lines;
-  std::vector<std::thread::id> threads;  // on which they have run, in their order
+  std::vector<std::thread::id> threads;  // the calling threads, in order
 };
 Callbacks callbacks;
 
@@ -234,11 +233,11 @@ void Output(const char* line) {
   callbacks.threads.push_back(std::this_thread::get_id());
 }
 
-// Builds one line each way that there is, and expects the same of all.
+// Builds a line in every possible way and expects the same result.
 template <typename... Args>
 void ExpectLine(const std::string& expected, LOG_LEVEL level, const char* file, int line,
                 const char* format, Args... args) {
-  std::string text = "what was there before";
+  std::string text = "previous content";
   FormatInto(text, level, file, line, "ignored", format, args...);
   EXPECT_EQ(MaskTime(text), expected);
 
@@ -300,7 +299,7 @@ TEST_F(LogTest, FilteredBeforeSink) {
   EXPECT_THAT(history->calls, ElementsAre());
 }
 
-// The argument would be read as a pointer if anything formatted it.
+// Formatting the argument would dereference it as a pointer.
 TEST_F(LogTest, FilteredArguments) {
   const char* const nowhere = reinterpret_cast<const char*>(1);
   Log::GetInstance().DoLog(LOG_LEVEL_WARN, nowhere, 1, nowhere, "%s", nowhere);
@@ -320,7 +319,7 @@ TEST_F(LogTest, FilteredAllocations) {
     passing = watch.Count();
   }
   EXPECT_EQ(filtered, 0u);
-  EXPECT_EQ(passing > 0, kAllocationsOfTheLibraryAreSeen);  // or the count would mean nothing
+  EXPECT_EQ(passing > 0, kAllocationsOfTheLibraryAreSeen);  // the check above needs this
 }
 
 TEST_F(LogTest, FormatThenOutput) {
@@ -400,7 +399,7 @@ TEST_F(LogTest, NoSink) {
   EXPECT_EQ(next->calls.size(), 2u);
 }
 
-// A host's sink may be a value: copying the part that is the library's changes nothing.
+// A host's sink may be a value type: copying its base part changes nothing.
 TEST_F(LogTest, CopiedSink) {
   class Formatter : public Logger {
    public:
@@ -420,14 +419,14 @@ TEST_F(LogTest, CopiedSink) {
   EXPECT_EQ(copy.Line("%d", 1), original.Line("%d", 1));
 }
 
-// Its replacement has to output the line, since it does not exist any more.
+// The replaced sink no longer exists, so its replacement outputs the line.
 TEST_F(LogTest, ReplaceInFormat) {
   class Replacing : public Logger {
    public:
     explicit Replacing(std::unique_ptr<Logger> other) : next(std::move(other)) {}
     void VFormat(LOG_LEVEL /*level*/, std::string& out, const char* /*file*/, int /*line*/,
                  const char* /*function*/, const char* /*format*/, va_list /*args*/) override {
-      out = "of the first";
+      out = "from the first";
       const std::unique_ptr<Logger> self = std::move(OwnerOf(Log::GetInstance()));
       Log::GetInstance().SetLogger(std::move(next));
     }
@@ -483,7 +482,7 @@ TEST_F(LogTest, SinkThrows) {
     };
     EXPECT_EQ(WhatIsThrownBy([&log] { log("throw"); }),
               inFormat ? "from VFormat" : "from DoOutput");
-    EXPECT_EQ(sink.lines.size(), inFormat ? 0u : 1u);  // what is not formatted is not output
+    EXPECT_EQ(sink.lines.size(), inFormat ? 0u : 1u);  // no output if formatting failed
     EXPECT_EQ(WhatIsThrownBy([&log] { log("next"); }), "nothing");
     EXPECT_EQ(sink.lines.back(), "next");
   }
@@ -527,7 +526,7 @@ TEST_F(LogTest, MacroArguments) {
 constexpr int kThreads = 8;
 constexpr int kLinesPerThread = 200;
 
-// Lets every thread log its numbered lines, all at once.
+// Logs numbered lines from many threads at once.
 void LogFromManyThreads() {
   std::atomic<int> ready{0};
   std::vector<std::thread> threads;
@@ -546,7 +545,7 @@ void LogFromManyThreads() {
   for (std::thread& thread : threads) thread.join();
 }
 
-// That `text` holds every one of these lines, whole, those of each thread in order.
+// Expects `text` to consist of these lines, unmixed, with each thread's lines in order.
 void ExpectWholeLines(const std::string& text) {
   std::array<int, kThreads> next{};
   size_t begin = 0;
@@ -611,7 +610,7 @@ TEST_F(LogTest, ThresholdChanges) {
   for (const LogRecord& record : all) EXPECT_EQ(record.level, LOG_LEVEL_FATAL);
 }
 
-// Where the first one to pass waits until it is let on.
+// A point where the first caller blocks until it is released.
 struct Halt {
   void Pass() {
     if (passed++ > 0) return;
@@ -668,17 +667,17 @@ TEST_F(LogTest, SinkLogs) {
     const bool isOuter = events->empty();
     events->push_back(MaskTime(line));
     if (!isOuter) return;
-    Log::GetInstance().DoLog(LOG_LEVEL_ERROR, "a.cpp", 2, "f", "of the sink");
+    Log::GetInstance().DoLog(LOG_LEVEL_ERROR, "a.cpp", 2, "f", "from the sink");
     events->emplace_back("outer ends");
   });
   BackgroundCall call(
-      [] { Log::GetInstance().DoLog(LOG_LEVEL_ERROR, "a.cpp", 1, "f", "of the caller"); });
+      [] { Log::GetInstance().DoLog(LOG_LEVEL_ERROR, "a.cpp", 1, "f", "from the caller"); });
   ASSERT_TRUE(call.ReturnsWithin());
   EXPECT_THAT(*events, ElementsAre("[<TIME>][ERROR][a.cpp:1] of the caller",
                                    "[<TIME>][ERROR][a.cpp:2] of the sink", "outer ends"));
 }
 
-// ---- the end of the process ----
+// ---- process exit ----
 
 class SinkWithLastWords : public Logger {
  public:
@@ -752,7 +751,7 @@ TEST_F(LoggerTest, Stdout) {
   EXPECT_EQ(MaskTime(output), "[<TIME>][ERROR][a.cpp:3] hello\n");
 }
 
-// The lines are lost, and nothing else.
+// The lines are lost, without further effect.
 TEST_F(LoggerTest, ClosedStdout) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   EXPECT_EXIT(
@@ -782,13 +781,13 @@ TEST_F(LoggerTest, NoFunction) {
   }
 }
 
-// Lets the first, then the second and so on of the allocations fail, until there is none left.
+// Fails the first allocation, then the second and so on, until no allocation is left to fail.
 TEST_F(LoggerTest, OutOfMemory) {
   const std::string message(300, 'm');
   std::string written;
   written.reserve(2 * message.size());  // so that the sink itself allocates nothing
   InstallOutput([&written](const char* line) { written = line; });
-  std::string out = "as it was";
+  std::string out = "unchanged";
   int failures = 0;
   for (size_t allowed = 0; written.empty(); ++allowed) {
     ASSERT_LT(allowed, 1000u);
@@ -799,7 +798,7 @@ TEST_F(LoggerTest, OutOfMemory) {
     } catch (const std::bad_alloc&) {
       ++failures;
       EXPECT_EQ(written, "");
-      EXPECT_TRUE(out == "as it was" || out.size() > message.size());
+      EXPECT_TRUE(out == "unchanged" || out.size() > message.size());
     }
   }
   EXPECT_EQ(MaskTime(written), "[<TIME>][ERROR][c.cpp:1] " + message);
@@ -842,12 +841,12 @@ TEST_F(LogLine, FileName) {
       {"long-path prefix", R"(\\?\C:\src\main.cpp)", "main.cpp"},
       {"share", R"(\\server\share\main.cpp)", "main.cpp"},
       {"relative", "../src/./main.cpp", "main.cpp"},
-      {"separator at the end", "src/main/", "main"},
+      {"trailing separator", "src/main/", "main"},
       {"one letter and a separator", "m/", "m"},
       {"long-path prefix alone", R"(\\?\)", ""},
       {"long-path prefix of shares alone", R"(\\?\UNC\)", ""},
-      {"named like a part of a prefix", "src/?", "?"},
-      {"named like another part of it", "src/UNC", "UNC"},
+      {"like part of a prefix", "src/?", "?"},
+      {"like another part of it", "src/UNC", "UNC"},
       {"drive alone", R"(C:\)", "C:"},
       {"several dots", "src/a.b.cpp", "a.b.cpp"},
       {"dots alone", "src/..", ".."},
@@ -864,7 +863,7 @@ TEST_F(LogLine, FileName) {
   }
 }
 
-// Nothing of one line is kept for the next, be it at the same address.
+// The file name is not cached, not even for the same pointer.
 TEST_F(LogLine, FileNameEachTime) {
   char file[] = "/src/one.cpp";
   ExpectLine("[<TIME>][ERROR][one.cpp:1] x", LOG_LEVEL_ERROR, file, 1, "x");
@@ -905,7 +904,7 @@ TEST_F(LogLine, LongFileName) {
              ("/src/" + name).c_str(), 1, "%s", message.c_str());
 }
 
-// Through every way to build a line: the message of `format` and `args`.
+// Expects the message of `format` and `args`, for every way to build a line.
 template <typename... Args>
 void ExpectMessage(const std::string& message, const char* format, Args... args) {
   SCOPED_TRACE(format);
@@ -913,7 +912,7 @@ void ExpectMessage(const std::string& message, const char* format, Args... args)
 }
 
 TEST_F(LogLine, FailedFormat) {
-  // In the classic locale, the multibyte encoding cannot represent this character.
+  // The classic locale's encoding cannot represent this character.
   const wchar_t broken[] = {static_cast<wchar_t>(0x4E2D), L'\0'};
   const wchar_t* const text = broken;
   ExpectMessage("", "before %ls after", text);
@@ -976,8 +975,8 @@ TEST_F(LogLine, WidthLimit) {
   }
 }
 
-// Each conversion once with its numbers in the format and once in the arguments, which is formatted
-// in another way, against the C library's own result for the first.
+// Formats each conversion with the numbers in the format and as arguments, which are two code
+// paths. The reference is the C library's result for the first form.
 template <typename Value>
 void ExpectSameWithStars(const std::string& length, const std::string& types, Value value) {
   for (const char type : types) {
@@ -988,7 +987,7 @@ void ExpectSameWithStars(const std::string& length, const std::string& types, Va
           const std::string given = "a%" + std::string(flags) +
                                     (width > 0 ? std::to_string(width) : "") +
                                     (precision >= 0 ? '.' + std::to_string(precision) : "") + end;
-          // Unsigned numbers have no sign, though one C library prints a space for it.
+          // Unsigned values have no sign, though one C library prints a space for it.
           std::string plain = given;
           if (std::string("ouxX").find(type) != std::string::npos) {
             plain.erase(std::remove_if(plain.begin(), plain.end(),
@@ -1019,7 +1018,7 @@ TEST_F(LogLine, Stars) {
   ExpectSameWithStars("L", "aefg", 1e300L);
   ExpectSameWithStars("", "s", "some text");
   ExpectSameWithStars("l", "s", L"some text");
-  // A precision has no meaning for this one.
+  // Precision is undefined for pointers.
   void* const pointer = &callbacks;
   std::array<char, 100> expected{};
   std::snprintf(expected.data(), expected.size(), "a%30p", pointer);
@@ -1028,13 +1027,13 @@ TEST_F(LogLine, Stars) {
 
 TEST_F(LogLine, UnknownConversion) {
   int stored = -1;
-  // Some of these store to their argument, in one C library or the other.
+  // Some of these store through their argument, in one C library or the other.
   for (const char* const format :
        {"%In", "%qn", "%Zn", "%-I-n", "%.5.n", "%.-5n", "%5-n", "%hln"}) {
     ExpectMessage("", format, &stored);
   }
   EXPECT_EQ(stored, -1);
-  // The next conversion would take the argument of this one.
+  // The next conversion would consume the argument of the unknown one.
   for (const char* const format : {"%b %ls", "%y %ls", "%L5d %ls", "%Ld %ls", "%lp %ls"}) {
     ExpectMessage("", format, 5, L"x");
   }
@@ -1048,7 +1047,7 @@ TEST_F(LogLine, LengthModifiers) {
   ExpectMessage("5000000000 7", "%I64d %I32d", 5000000000LL, 7);
 }
 
-// Where the C libraries differ.
+// The C libraries differ here.
 TEST_F(LogLine, UnsignedSign) { ExpectMessage("7|  7|7", "% u|%+3lu|% zu", 7U, 7UL, size_t{7}); }
 TEST_F(LogLine, OctalZero) { ExpectMessage("0|0|", "%#.0o|%#.0llo|%.0o", 0U, 0ULL, 0U); }
 TEST_F(LogLine, NullString) {
@@ -1105,7 +1104,7 @@ TEST_F(LogLine, NoGrouping) {
   std::ostringstream control;
   control << 1234567;
   ASSERT_EQ(control.str(), "1.2.3.4.5.6.7");
-  // The milliseconds have more than one digit in 99 of 100 lines.
+  // In 99 of 100 lines the milliseconds have more than one digit.
   for (int i = 0; i < 5; ++i) {
     ExpectLine("[<TIME>][ERROR][a.cpp:1234567] 7654321", LOG_LEVEL_ERROR, "a.cpp", 1234567, "%d",
                7654321);
@@ -1126,7 +1125,7 @@ std::string Digits(int value, size_t width) {
   return std::string(width - std::min(width, digits.size()), '0') + digits;
 }
 
-// "2024-03-05 14:07:09.38" for a time whose calendar form is `calendar`: milliseconds bare.
+// Returns "2024-03-05 14:07:09.38" for a calendar time; milliseconds are not padded.
 std::string TimeText(const std::tm& calendar, int64_t milliseconds) {
   return Digits(calendar.tm_year + 1900, 4) + '-' + Digits(calendar.tm_mon + 1, 2) + '-' +
          Digits(calendar.tm_mday, 2) + ' ' + Digits(calendar.tm_hour, 2) + ':' +
@@ -1141,7 +1140,7 @@ struct TimedLine {
 };
 
 TimedLine LineNow() {
-  // The library may read a finer clock than the standard one, which moves in steps of up to 16 ms.
+  // The library may read a finer clock than std::chrono's, which may advance in steps of 16 ms.
   constexpr int64_t kCoarseStep = 20;
   std::string line;
   const int64_t before = MillisecondsOf(Clock::now());
@@ -1150,24 +1149,24 @@ TimedLine LineNow() {
   return {line.substr(1, line.find(']') - 1), before, after + kCoarseStep};
 }
 
-// That the line's time is one between the two, as `toCalendar` renders seconds.
+// Expects the line's time to be between its two readings, converted by `toCalendar`.
 void ExpectTimeInBracket(const TimedLine& line,
                          const std::function<std::tm(std::time_t)>& toCalendar) {
   for (int64_t time = line.notBefore; time <= line.notAfter; ++time) {
     if (line.time == TimeText(toCalendar(static_cast<std::time_t>(time / 1000)), time)) return;
   }
-  ADD_FAILURE() << line.time << " is none of the times from "
+  ADD_FAILURE() << line.time << " is not within "
                 << TimeText(toCalendar(static_cast<std::time_t>(line.notBefore / 1000)),
                             line.notBefore)
-                << " to "
+                << " and "
                 << TimeText(toCalendar(static_cast<std::time_t>(line.notAfter / 1000)),
                             line.notAfter);
 }
 
 std::tm LocalCalendar(std::time_t seconds) { return *std::localtime(&seconds); }
 
-// Waits for a line whose milliseconds have `digits` digits: one that is logged `offset` past a
-// whole second, unless the machine is slow.
+// Returns a line whose milliseconds have `digits` digits. Logs it `offset` after a full second, and
+// retries on a slow machine.
 TimedLine LineWithDigits(size_t digits, std::chrono::milliseconds offset) {
   const auto giveUp = std::chrono::steady_clock::now() + std::chrono::seconds(60);
   TimedLine line;
@@ -1238,7 +1237,7 @@ TEST_F(TsLogTest, Threshold) {
       callbacks = Callbacks{};
       callbacks.level = Level(threshold);
       TsLog(Level(level), &Output, &GetLevel, "a.cpp", 1, "f", "x");
-      EXPECT_EQ(callbacks.asked, 1);  // passing or not
+      EXPECT_EQ(callbacks.asked, 1);  // for filtered messages, too
       EXPECT_EQ(callbacks.lines.size(), level <= threshold ? 1u : 0u);
     }
   }
@@ -1254,7 +1253,7 @@ TEST_F(TsLogTest, ThresholdTwo) {
   for (const std::string& line : callbacks.lines) lines.push_back(MaskTime(line));
   EXPECT_THAT(lines,
               ElementsAre("[<TIME>][FATAL][a.cpp:1] level 0", "[<TIME>][ERROR][a.cpp:1] level 1",
-                          "[<TIME>][WARN][a.cpp:1] level 2"));  // and no newlines
+                          "[<TIME>][WARN][a.cpp:1] level 2"));  // no newlines
 }
 
 TEST_F(TsLogTest, FilteredArguments) {
@@ -1266,7 +1265,7 @@ TEST_F(TsLogTest, FilteredArguments) {
 }
 
 TEST_F(TsLogTest, SeparateFromLog) {
-  const auto history = InstallNotingSink();  // its layout is its own
+  const auto history = InstallNotingSink();  // has a different layout
   Log::GetInstance().SetLevel(Level(-1));
   callbacks = Callbacks{};
   callbacks.level = LOG_LEVEL_DEBUG;

@@ -53,7 +53,7 @@ static_assert(std::is_nothrow_move_constructible<Path>::value &&
                   std::is_nothrow_move_assignable<Path>::value,
               "containers move paths instead of copying them");
 
-// Whether anyone may name a member of Path's, not only the class and those that derive from it.
+// Whether unrelated code can name a member of Path.
 template <template <typename> class Member, typename = void>
 struct AllReach : std::false_type {};
 template <template <typename> class Member>
@@ -70,11 +70,11 @@ using LegacyLimit = decltype(&T::MAX_PATH_WINDOWS_LEGACY);
 template <typename T>
 using ShareOffset = decltype(&T::WIN_SMB_PATH_OFFSET);
 
-static_assert(AllReach<Length>::value, "or the others would tell nothing");
-static_assert(!AllReach<Splitter>::value, "for derived classes only");
+static_assert(AllReach<Length>::value, "public; proves that the checks below can fail");
+static_assert(!AllReach<Splitter>::value, "protected");
 static_assert(!AllReach<Limit>::value && !AllReach<LegacyLimit>::value &&
                   !AllReach<ShareOffset>::value,
-              "for the class only");
+              "private");
 
 Path Parsed(const std::string& text, Path::PathType type) {
   Path path;
@@ -82,7 +82,7 @@ Path Parsed(const std::string& text, Path::PathType type) {
   return path;
 }
 
-// ---- what a path holds, seen from outside ----
+// ---- observable state ----
 
 Components ComponentsOf(Path path) {
   Components components;
@@ -92,14 +92,14 @@ Components ComponentsOf(Path path) {
   return components;
 }
 
-// The share flag shows whatever the path is: the POSIX parse keeps it and makes the path absolute,
-// the parent has the Windows type and prints it.
+// The share flag is visible through the parent: the POSIX parse keeps the flag and makes the path
+// absolute, and the parent is of Windows type and prints the flag.
 bool IsShare(Path path) {
   path.Set("/", Path::POSIX_PATH);
   return path.ParentPath().Str() == R"(\\)";
 }
 
-// A join takes paths of the same type only.
+// Only paths of the same type can be joined.
 bool HasType(const Path& path, Path::PathType type) {
   return (path / Parsed("x", type)).Length() == path.Length() + 1;
 }
@@ -121,7 +121,7 @@ bool StartsWith(const std::string& text, const std::string& prefix) {
   return text.compare(0, prefix.size(), prefix) == 0;
 }
 
-// ---- the conversions between UTF-8 and UTF-16, by arithmetic on whole values ----
+// ---- UTF-8 and UTF-16, converted by a simple reference implementation ----
 
 bool IsSurrogate(uint32_t value) { return value >= 0xD800 && value < 0xE000; }
 
@@ -139,15 +139,14 @@ std::wstring ReferenceUtf16(const std::string& bytes) {
       ++i;
       continue;
     }
-    // Wine takes the rest for one bad part, good characters too, if it is shorter than the
-    // sequence.
+    // Wine replaces the whole rest, valid characters included, if it is shorter than the sequence.
     const bool swallowed = size > bytes.size() - i && RunsUnderWine();
     if (size == 0 || swallowed) {
       text += L'\xFFFD';
       i = swallowed ? bytes.size() : i + 1;
       continue;
     }
-    // [low, high]: the values that what has been read so far may still lead to.
+    // The range of values that the bytes read so far can still lead to.
     const uint32_t smallest = size == 2 ? 0x80 : size == 3 ? 0x800 : 0x10000;
     uint32_t low = lead & (0x7Fu >> size);
     size_t used = 1;
@@ -201,7 +200,7 @@ std::string ReferenceUtf8(const std::wstring& units) {
   return text;
 }
 
-// ---- building ----
+// ---- construction ----
 
 TEST(Path, Default) {
   const Path path;
@@ -368,7 +367,7 @@ const ParseRow kWindowsRows[] = {
     {"z:/", {"z:"}, kAbsolute, "z:", "z:"},
     {R"(C:\\a//b\)", {"C:", "a", "b"}, kAbsolute, R"(C:\a\b)", "C:/a/b"},
     {R"(C:\D:\x)", {"C:", "D:", "x"}, kAbsolute, R"(C:\D:\x)", "C:/D:/x"},
-    // no drive's root: relative
+    // not the root of a drive: relative
     {"C:", {"C:"}, kRelative, "C:", "C:"},
     {"C:name", {"C:name"}, kRelative, "C:name", "C:name"},
     {R"(C:name\x)", {"C:name", "x"}, kRelative, R"(C:name\x)", "C:name/x"},
@@ -384,7 +383,7 @@ const ParseRow kWindowsRows[] = {
     {R"(\)", {}, kRelative, "", ""},
     {"///", {}, kRelative, "", ""},
     {R"(/\/)", {}, kRelative, "", ""},
-    // nothing is normalised
+    // nothing is normalized
     {R"(.\..\a\.)", {".", "..", "a", "."}, kRelative, R"(.\..\a\.)", "./../a/."},
     {R"(C:\..\x)", {"C:", "..", "x"}, kAbsolute, R"(C:\..\x)", "C:/../x"},
     {R"( a . \b. )", {" a . ", "b. "}, kRelative, R"( a . \b. )", " a . /b. "},
@@ -427,16 +426,16 @@ const ParseRow kWindowsRows[] = {
     {R"(\\?\UNC)", {"UNC"}, kRelative, "UNC", "UNC"},
     {R"(\\?\\\srv\share)", {"srv", "share"}, kShare, R"(\\srv\share)", R"(\\srv/share)"},
     {R"(\\?\/a)", {"a"}, kRelative, "a", "a"},
-    // ... is removed once ...
+    // The prefix is removed once ...
     {R"(\\?\\\?\C:\x)", {"?", "C:", "x"}, kShare, R"(\\?\C:\x)", R"(\\?/C:/x)"},
-    // ... and is these four characters only
+    // ... and consists of exactly these four characters.
     {R"(\\?/C:/x)", {"?", "C:", "x"}, kShare, R"(\\?\C:\x)", R"(\\?/C:/x)"},
     {"//?/C:/x", {"?", "C:", "x"}, kRelative, R"(?\C:\x)", "?/C:/x"},
     {R"(\\?)", {"?"}, kRelative, "?", "?"},
     {R"(\\.\x)", {".", "x"}, kShare, R"(\\.\x)", R"(\\./x)"},
     {R"(\?\C:\x)", {"?", "C:", "x"}, kRelative, R"(?\C:\x)", "?/C:/x"},
     {R"(a\\?\b)", {"a", "?", "b"}, kRelative, R"(a\?\b)", "a/?/b"},
-    // a first component "UNC": see Path.RelativeUnc
+    // first component "UNC": see Path.RelativeUnc
     {R"(UNC\srv\share)", {"srv", "share"}, kShare, R"(\\srv\share)", R"(\\srv/share)"},
     {R"(UNC\)", {}, kShare, R"(\\)", R"(\\)"},
     {R"(UNC\\srv)", {"srv"}, kShare, R"(\\srv)", R"(\\srv)"},
@@ -510,11 +509,11 @@ TEST(Path, PosixParsing) {
   }
 }
 
-// Deliberate: the parser asks for the value 0, the printer for the value 1.
+// The parser checks for the value 0, the printer for the value 1 (by design).
 TEST(Path, UnknownType) {
   for (const Path::PathType type : {kNoType, kNegativeType}) {
     for (ParseRow row : kPosixRows) {
-      // The prefix is that of a Windows path, and a drive or share is nothing it knows.
+      // The prefix belongs to a Windows path; POSIX parsing does not know drives and shares.
       if (row.kind == kAbsolute) {
         row.windows.erase(0, 1);
         row.posix.erase(0, 1);
@@ -526,7 +525,7 @@ TEST(Path, UnknownType) {
   }
 }
 
-// Deliberate: only the Windows rules write the flag.
+// Only Windows parsing writes the flag (by design).
 TEST(Path, PosixKeepsShareFlag) {
   for (const Path::PathType type : {Path::POSIX_PATH, kNoType, kNegativeType}) {
     Path path(R"(\\srv\share)");
@@ -545,14 +544,14 @@ TEST(Path, PosixKeepsShareFlag) {
   }
 }
 
-// Deliberate: that is what is left of "\\?\UNC\srv\share" once the prefix is gone.
+// "\\?\UNC\srv\share" without the prefix has this form (by design).
 TEST(Path, RelativeUnc) {
   const Path path(R"(UNC\srv\share)");
   EXPECT_TRUE(path.IsAbsolute());
   EXPECT_TRUE(IsShare(path));
   EXPECT_EQ(path.Str(), R"(\\srv\share)");
   EXPECT_EQ(Path(path.Str()).Str(), R"(\\srv\share)");
-  // The printed form of a relative "UNC/x" is such a text.
+  // A relative "UNC/x" prints as such a string.
   EXPECT_FALSE(Path("UNC/x").IsAbsolute());
   EXPECT_TRUE(Path(Path("UNC/x").Str()).IsAbsolute());
 }
@@ -587,14 +586,14 @@ TEST(Path, SetDefault) {
   EXPECT_EQ(path.Str(), R"(C:\b)");
 }
 
-// ---- splitting ----
+// ---- tokenizing ----
 
 class Tokenizer : public Path {
  public:
   using Path::Tokenize;
 };
 
-// A text with the NULs that a literal cannot carry into std::string.
+// Makes a std::string from a literal, including its NULs.
 template <size_t N>
 std::string Bytes(const char (&literal)[N]) {
   return std::string(literal, N - 1);
@@ -686,7 +685,7 @@ template <typename F>
 void ExpectOutOfRange(const F& parse) {
   try {
     parse();
-    ADD_FAILURE() << "nothing was thrown";
+    ADD_FAILURE() << "no exception";
   } catch (const std::out_of_range& error) {
     EXPECT_STREQ(error.what(), "invalid string position");
   }
@@ -715,11 +714,11 @@ TEST(PathTokenize, ThrowsAfterNul) {
     ExpectOutOfRange([&] { path.Set(text, kNoType); });
     ExpectOutOfRange([&] { path.Set(wide, Path::WINDOWS_PATH); });
     ExpectOutOfRange([&] { path = wide; });
-    path = R"(C:\a)";  // good as new
+    path = R"(C:\a)";  // the path is still usable
     EXPECT_EQ(path.Str(), R"(C:\a)");
   }
   ExpectOutOfRange([] { Tokenizer::Tokenize(Bytes("a\0b"), Bytes("\0")); });
-  // The prefix and the drive are gone before the rest is split.
+  // The prefix and the drive are removed before the rest is split.
   ExpectOutOfRange([] { const Path built(Bytes("\\\\?\\C:\\a\0/b")); });
   EXPECT_EQ(Path(Bytes("\\\\?\\C:\\a\0b")).Str(), R"(C:\a)");
 }
@@ -737,7 +736,7 @@ TEST(Path, PointersEndAtNul) {
 
 // ---- printing ----
 
-// Deliberate: the prefix follows the type of the parse, the separator the argument.
+// The prefix follows the type of the last parse, the separator follows the argument (by design).
 TEST(Path, PrefixAndSeparator) {
   Path shareFlaggedPosix(R"(\\srv\share)");
   shareFlaggedPosix.Set("/usr/lib", Path::POSIX_PATH);
@@ -771,7 +770,7 @@ TEST(Path, PrefixAndSeparator) {
   }
 }
 
-// `start` filled up to `length` bytes with whole fillers.
+// Appends whole copies of `filler` to `start` until it has `length` bytes.
 std::string Body(const std::string& start, const std::string& filler, size_t length) {
   const size_t rest = length - start.size();
   return start + std::string(rest % filler.size(), 'x') + Repeat(filler, rest / filler.size());
@@ -812,7 +811,7 @@ TEST(Path, LongPrefix) {
       {"bytes count, not characters", R"(C:\)", "\xC3\xA9", drive, false},
       {"bytes count, not UTF-16 units", R"(C:\)", "\xF0\x9F\x98\x80", drive, false},
       {"bytes count, valid or not", R"(C:\)", "\xFF", drive, false},
-      {"text with the prefix", R"(C:\)", "x", prefixedDrive, false},
+      {"input with the prefix", R"(C:\)", "x", prefixedDrive, false},
       {"joined", R"(C:\a\)", "x", joined, false},
       {"type 7", R"(usr\)", "x", noType, false},
       {"share", R"(srv\share\)", "x", share, true},
@@ -822,7 +821,7 @@ TEST(Path, LongPrefix) {
       {"share, type 7", R"(usr\)", "x", noTypeOnShare, true},
   };
   for (const Row& row : rows) {
-    // The two leading backslashes of a share count.
+    // The two leading backslashes of a share are included in the length.
     const size_t shareLength = row.share ? 2 : 0;
     for (const size_t length : {256u, 257u, 258u, 259u, 260u, 261u, 262u, 263u, 1000u, 70000u}) {
       SCOPED_TRACE(row.name + (" " + std::to_string(length)));
@@ -885,7 +884,7 @@ TEST(Path, Stream) {
   EXPECT_EQ(out.str(), expected);
 }
 
-// ---- joining and taking apart ----
+// ---- joining and splitting ----
 
 TEST(Path, Join) {
   struct Row {
@@ -954,7 +953,7 @@ TEST(Path, JoinIgnoresShare) {
   EXPECT_FALSE(IsShare(joined));
 }
 
-// Deliberate: neither an exception nor a report.
+// Neither throws nor logs (by design).
 TEST(Path, JoinOfAbsolute) {
   const Path lefts[] = {Path("a"), Path(), Path(R"(C:\a)"), Path(R"(\\srv\share)")};
   const Path rights[] = {Path(R"(C:\b)"),
@@ -1023,7 +1022,7 @@ TEST(Path, Parent) {
   }
 }
 
-// Deliberate: the type is not copied.
+// The type is not copied (by design).
 TEST(Path, ParentIsWindows) {
   for (const Path::PathType type : {Path::WINDOWS_PATH, Path::POSIX_PATH, kNoType}) {
     for (const char* const text : {"/usr/lib", "/usr", "/", "usr/lib", "usr", ""}) {
@@ -1096,7 +1095,7 @@ TEST(Path, Empty) {
   EXPECT_FALSE(Path(".").Empty());
 }
 
-// Deliberate: type and flags do not take part.
+// Type and flags are not compared (by design).
 TEST(Path, Equality) {
   struct Row {
     Path left;
@@ -1157,7 +1156,7 @@ TEST(Path, ValidUtf8) {
       {"first of three bytes", "\xE0\xA0\x80", L"\x800"},
       {"euro sign", "\xE2\x82\xAC", L"\x20AC"},
       {"last before the surrogates", "\xED\x9F\xBF", L"\xD7FF"},
-      {"first behind the surrogates", "\xEE\x80\x80", L"\xE000"},
+      {"first after the surrogates", "\xEE\x80\x80", L"\xE000"},
       {"byte order mark", "\xEF\xBB\xBFx", L"\xFEFF\x78"},
       {"replacement character", "\xEF\xBF\xBD", L"\xFFFD"},
       {"last of three bytes", "\xEF\xBF\xBF", L"\xFFFF"},
@@ -1179,12 +1178,12 @@ TEST(Path, ValidUtf8) {
 TEST(Path, InvalidUtf8) {
   const TextRow rows[] = {
       {"continuation alone", "\x80", L"\xFFFD"},
-      {"last continuation alone", "\xBF\x41", L"\xFFFD\x41"},
+      {"lone last continuation", "\xBF\x41", L"\xFFFD\x41"},
       {"overlong lead", "\xC0\x80", L"\xFFFD\xFFFD"},
       {"overlong lead and letter", "\xC1\x41", L"\xFFFD\x41"},
-      {"lead of two at the end", "\xC3", L"\xFFFD"},
-      {"lead of two and letter", "\xC3\x41", L"\xFFFD\x41"},
-      {"lead of two twice", "\xC3\xC3\xA9", L"\xFFFD\xE9"},
+      {"two cut short", "\xC3", L"\xFFFD"},
+      {"two cut by a letter", "\xC3\x41", L"\xFFFD\x41"},
+      {"two cut by a lead", "\xC3\xC3\xA9", L"\xFFFD\xE9"},
       {"overlong three", "\xE0\x80\x80", L"\xFFFD\xFFFD"},
       {"overlong three, last", "\xE0\x9F\xBF", L"\xFFFD\xFFFD"},
       {"three cut short", "\xE2\x82", L"\xFFFD"},
@@ -1202,10 +1201,10 @@ TEST(Path, InvalidUtf8) {
       {"four cut short", "\xF0\x9F\x98", L"\xFFFD"},
       {"above the last character", "\xF4\x90\x80\x80", L"\xFFFD\xFFFD\xFFFD"},
       {"above the last character, cut short", "\xF4\x90", L"\xFFFD"},
-      {"lead of too much", "\xF5\x80\x80\x80", L"\xFFFD\xFFFD\xFFFD\xFFFD"},
-      {"lead of five", "\xF8\x88\x80\x80\x80", L"\xFFFD\xFFFD\xFFFD\xFFFD\xFFFD"},
-      {"no lead at all", "\xFE\xFF", L"\xFFFD\xFFFD"},
-      {"good text around", "a\xFF\xC3\xA9", L"a\xFFFD\xE9"},
+      {"lead above F4", "\xF5\x80\x80\x80", L"\xFFFD\xFFFD\xFFFD\xFFFD"},
+      {"lead of five bytes", "\xF8\x88\x80\x80\x80", L"\xFFFD\xFFFD\xFFFD\xFFFD\xFFFD"},
+      {"never a lead", "\xFE\xFF", L"\xFFFD\xFFFD"},
+      {"between valid characters", "a\xFF\xC3\xA9", L"a\xFFFD\xE9"},
   };
   for (const TextRow& row : rows) {
     SCOPED_TRACE(row.name);
@@ -1214,7 +1213,8 @@ TEST(Path, InvalidUtf8) {
   }
 }
 
-// Wine takes the whole rest for one bad part if it is shorter than the sequence that has begun.
+// Wine replaces the whole rest with one character if it is shorter than the sequence that was
+// begun.
 TEST(Path, InvalidUtf8Ends) {
   const struct {
     std::string utf8;
@@ -1229,7 +1229,7 @@ TEST(Path, InvalidUtf8Ends) {
       {"\xF0\xC3\xA9", L"\xFFFD\xE9", L"\xFFFD"},
       {"\xF0\x80\x80", L"\xFFFD\xFFFD", L"\xFFFD"},
       {"\xF0\x80\x80/x", L"\xFFFD\xFFFD\\x", L"\xFFFD\xFFFD\\x"},
-      // What converts is the printed form, where a separator follows a component's bad end.
+      // The printed form is converted, so a separator follows the incomplete sequence.
       {"\xF0/b", L"\xFFFD\\b", L"\xFFFD"},
       {"\xE2/b", L"\xFFFD\\b", L"\xFFFD\\b"},
       {"\xC3/b", L"\xFFFD\\b", L"\xFFFD\\b"},
@@ -1251,7 +1251,7 @@ TEST(Path, LoneSurrogates) {
       {"letter and high", "A" + bad, L"\x41\xD83D"},
       {"low before high", bad + bad, L"\xDE00\xD83D"},
       {"high before a pair", bad + "\xF0\x9F\x98\x80", L"\xD83D\xD83D\xDE00"},
-      {"low behind a pair", "\xF0\x9F\x98\x80" + bad, L"\xD83D\xDE00\xDE00"},
+      {"low after a pair", "\xF0\x9F\x98\x80" + bad, L"\xD83D\xDE00\xDE00"},
   };
   for (const TextRow& row : rows) {
     SCOPED_TRACE(row.name);
@@ -1273,7 +1273,7 @@ TEST(Path, WideUnits) {
     EXPECT_EQ(Path(wide(0xD83D) + wide(0x1F600)).Str(), "\xEF\xBF\xBD\xF0\x9F\x98\x80");
     EXPECT_EQ(Path(wide(0x110000)).Str(), "\xEF\xBF\xBD");
     EXPECT_EQ(Path(wide(0xFFFFFFFF)).Str(), "\xEF\xBF\xBD");
-    // On the way out each unit holds 16 bits.
+    // Wstr() always returns 16-bit units.
     EXPECT_EQ(Path(wide(0x1F600)).Wstr(), L"\xD83D\xDE00");
   } else {
     EXPECT_EQ(Path(L"\xD83D\xDE00").Str(), "\xF0\x9F\x98\x80");
@@ -1282,7 +1282,7 @@ TEST(Path, WideUnits) {
 
 TEST(Path, RandomConversion) {
   std::mt19937_64 random(20260401);
-  // Leads, continuations and letters, the limits of each kind more often than the rest.
+  // Leads, continuations and letters; the limits of each range are more likely than other bytes.
   const std::string limits =
       "a/\x7F\x80\x8F\x90\x9F\xA0\xBF\xC0\xC1\xC2\xDF\xE0\xE1\xEC\xED\xEE\xEF\xF0\xF1\xF3\xF4\xF5"
       "\xFF";
@@ -1310,7 +1310,7 @@ TEST(Path, RandomConversion) {
   }
 }
 
-// ---- random texts against the rules written out once more ----
+// ---- random strings against a reference implementation ----
 
 struct Model {
   Path::PathType type = Path::WINDOWS_PATH;
@@ -1322,7 +1322,7 @@ struct Model {
     return c == '/' || (c == '\\' && type == Path::WINDOWS_PATH);
   }
 
-  // What a text holds; false if a component begins behind the first NUL.
+  // Splits `text`; returns false if a component begins after the first NUL.
   static bool Split(const std::string& text, Path::PathType type, Components* components) {
     bool inside = false;
     bool cut = false;
@@ -1412,7 +1412,7 @@ class RandomTexts {
     std::string text;
     while (Below(2) == 0) text += starts[Below(starts.size())];
     for (uint64_t left = Below(8); left > 0; --left) text += pieces[Below(pieces.size())];
-    // Around the length where the long prefix begins.
+    // Lengths around the one where the long prefix begins.
     if (Below(8) == 0) {
       const size_t length = 250 + Below(20);
       const std::string filler = Below(2) == 0 ? "x" : "x\\y/";
@@ -1441,8 +1441,8 @@ void ExpectSame(const Path& path, const Model& model, Path::PathType style) {
   EXPECT_EQ(path.IsAbsolute(), model.absolute);
 }
 
-// A million texts: each parsed into a path that held the one before, so that what a parse leaves
-// behind shows, then printed, joined with an earlier one and taken apart.
+// Each of a million strings is parsed into the same path, so that state left by the previous parse
+// would show. The path is then printed, joined with an earlier one and split.
 TEST(Path, RandomStrings) {
   RandomTexts random(3141592653);
   Path path;
@@ -1482,7 +1482,7 @@ TEST(Path, RandomStrings) {
   EXPECT_GT(refused, 1000);
 }
 
-// ---- the full path and the current directory ----
+// ---- absolute paths and the current directory ----
 
 TEST(Path, Getcwd) {
   const ScopedDirectory directory;
@@ -1498,7 +1498,7 @@ TEST(Path, Getcwd) {
   std::filesystem::current_path(directory.Native(""));
 }
 
-// Where the current directory can be removed, the system has no name for it any more.
+// On systems that can remove the current directory, its path is then unknown.
 TEST(Path, GetcwdFails) {
   const ScopedDirectory directory;
   std::filesystem::create_directory("gone");
@@ -1518,7 +1518,7 @@ TEST(Path, GetcwdFails) {
   std::filesystem::current_path(directory.Native(""));
 }
 
-// A relative path would be built on another directory, or on none.
+// A relative path would otherwise be resolved against the wrong directory.
 TEST(Path, GetcwdBackslash) {
   // Windows has no directories with such names.
   if (std::filesystem::path::preferred_separator == '\\') GTEST_SKIP() << "none on this system";
@@ -1539,14 +1539,14 @@ TEST(Path, GetcwdBackslash) {
       EXPECT_FALSE(MakeDirs("x"));
       EXPECT_FALSE(MakeDirs("y/z"));
     }
-    EXPECT_TRUE(Path("../d").IsDirectory());  // which takes no name of the directory
+    EXPECT_TRUE(Path("../d").IsDirectory());  // does not need the directory's name
     std::filesystem::current_path(directory.Native(""));
     EXPECT_EQ(std::distance(std::filesystem::recursive_directory_iterator("."), {}), 4);
     std::filesystem::remove_all(name);
   }
 }
 
-// "=" in an expected text stands for the current directory.
+// In an expected string "=" stands for the current directory.
 struct AbsoluteRow {
   std::string text;
   std::string full;
@@ -1570,7 +1570,7 @@ TEST(PathAbsolute, Relative) {
                    {"a/b", R"(=\a\b)"},
                    {R"(a//b\\c/)", R"(=\a\b\c)"},
                    {"A/b", R"(=\A\b)"},
-                   {"/a", R"(=\a)"},  // relative by the rules of the parse
+                   {"/a", R"(=\a)"},  // relative by the Windows rules
                    {R"(\\srv)", R"(=\srv)"},
                    {"UNC/srv", R"(=\UNC\srv)"},
                    {"C:", "="},
@@ -1614,7 +1614,7 @@ TEST(PathAbsolute, InnerDots) {
                    {R"(x\a. .\y)", R"(=\x\a. \y)"}});
 }
 
-// Wine takes one of several dots too, so that "..." becomes "..", and lets a share be named "..".
+// Wine also removes one dot of several, so "..." becomes "..", and it accepts a share named "..".
 TEST(PathAbsolute, InnerDotsWindows) {
   const std::vector<AbsoluteRow> rows = {{R"(a..\b)", R"(=\a..\b)"},
                                          {R"(a...\b)", R"(=\a...\b)"},
@@ -1662,7 +1662,7 @@ TEST(PathAbsolute, LastTrailing) {
                    {R"(x\ )", R"(=\x)"},
                    {R"(x\ . )", R"(=\x)"},
                    {R"(x\..\ )", "="},
-                   {R"(x\ \. )", R"(=\x\ )"},  // and only the last
+                   {R"(x\ \. )", R"(=\x\ )"},  // only the last component
                    {"C: ", "="},
                    {"C:.. ", "="},
                    {R"(C:\a. )", R"(C:\a)"},
@@ -1670,7 +1670,7 @@ TEST(PathAbsolute, LastTrailing) {
                    {"\xF0\x9F\x98\x80.", "=\\\xF0\x9F\x98\x80"}});
 }
 
-// What is last is settled once "." and ".." are resolved.
+// Which component is last is known only after "." and ".." are resolved.
 TEST(PathAbsolute, DotsAfterParent) {
   ExpectFullPaths({{R"(a \.)", R"(=\a)"},
                    {R"(a..\.)", R"(=\a)"},
@@ -1691,8 +1691,7 @@ TEST(PathAbsolute, OtherDrives) {
   EXPECT_EQ(drive.Str(), "Q:");
 }
 
-// Of what the POSIX rules parse, a component may hold backslashes, which the system sees as
-// separators.
+// A component of a POSIX path may contain backslashes, which the system treats as separators.
 TEST(PathAbsolute, InnerSeparators) {
   const ScopedDirectory directory;
   const auto full = [](const char* text) {
@@ -1702,7 +1701,7 @@ TEST(PathAbsolute, InnerSeparators) {
   EXPECT_EQ(full(R"(a\\b)"), current + R"(\a\b)");
   EXPECT_EQ(full(R"(a\b\)"), current + R"(\a\b)");
   EXPECT_EQ(full(R"(a\)"), current + R"(\a)");
-  EXPECT_EQ(full(R"(\\srv)"), "srv");  // a share needs a name behind its server
+  EXPECT_EQ(full(R"(\\srv)"), "srv");  // a server without a share
 }
 
 TEST(PathAbsolute, Shares) {
@@ -1726,14 +1725,14 @@ TEST(PathAbsolute, Devices) {
                    {R"(\\.\..\y)", R"(\\.\y)"},
                    {R"(\\.\C:\..\..\y)", R"(\\.\y)"},
                    {R"(\\.\x\..)", R"(\\.)"}});
-  // Printed with the long-path prefix, and without what was the drive.
+  // Passed to the system with the long prefix; there ".." removes the drive.
   const std::string name(300, 'x');
   const Path full = Path(R"(C:\..\)" + name).Absolute();
   EXPECT_EQ(full.Str(), name);
   EXPECT_FALSE(full.IsAbsolute());
 }
 
-// Its printed form begins like a long path: "\\?\UNC\?\x\y".
+// Its printed form looks like a long path: "\\?\UNC\?\x\y".
 TEST(PathAbsolute, ServerLikePrefix) {
   const Path full = Path(R"(UNC\?\UNC\?\x\.\y)").Absolute();
   EXPECT_TRUE(full.IsAbsolute());
@@ -1773,7 +1772,7 @@ TEST(PathAbsolute, PosixPaths) {
   EXPECT_TRUE(HasType(Parsed("/a/b", Path::POSIX_PATH).Absolute(), Path::WINDOWS_PATH));
 }
 
-// A relative text whose full path has exactly `units` UTF-16 units.
+// Returns a relative path whose full path has exactly `units` UTF-16 units.
 std::string RelativeText(const std::string& component, size_t bytesPerUnit, size_t units) {
   const size_t rest = units - Path::Getcwd().Wstr().size() - 1;
   const size_t componentUnits = component.size() / bytesPerUnit;
@@ -1795,7 +1794,7 @@ TEST(PathAbsolute, Limit) {
     for (const size_t units : {32000u, 32765u, 32766u}) {
       SCOPED_TRACE(row.name + (" " + std::to_string(units)));
       const Path path = Path(RelativeText(row.component, row.bytesPerUnit, units)).Absolute();
-      // Printed with the long-path prefix.
+      // Printed with the long prefix.
       EXPECT_EQ(path.Wstr().size(), units + kLongPrefix.size());
     }
     for (const size_t units : {32767u, 32768u, 40000u, 70000u}) {
@@ -1805,7 +1804,7 @@ TEST(PathAbsolute, Limit) {
   }
 }
 
-// The prefix goes into the call and comes back with the result.
+// The prefix is passed to the system and returned with the result.
 TEST(PathAbsolute, LimitWithPrefix) {
   for (const std::string& start : {kLongPrefix + R"(C:\)", kLongSharePrefix + R"(srv\share\)"}) {
     const Path longest(start + std::string(32766 - start.size(), 'x'));
@@ -1814,7 +1813,7 @@ TEST(PathAbsolute, LimitWithPrefix) {
   }
 }
 
-// ---- questions about objects ----
+// ---- queries ----
 
 struct QueryRow {
   Path path;
@@ -1835,7 +1834,7 @@ void ExpectAnswers(const QueryRow& row) {
 
 void ExpectMissing(const Path& path) { ExpectAnswers({path, false, false, 0}); }
 
-// A directory with something to ask about.
+// A directory with objects to query.
 class PathQueries : public testing::Test {
  protected:
   PathQueries() {
@@ -1864,14 +1863,15 @@ TEST_F(PathQueries, FileOrDirectory) {
       {"..", false, true, 0},
       {"d/", false, true, 0},
       {"d//g//", true, false, 3},
-      {"f/", true, false, 5},  // separators at the end are gone
-      {"/d", false, true, 0},  // relative by the rules of the parse
+      {"f/", true, false, 5},  // trailing separators are dropped
+      {"/d", false, true, 0},  // relative by the Windows rules
       {R"(\\d)", false, true, 0},
   };
   for (const QueryRow& row : rows) ExpectAnswers(row);
 }
 
-// Before the system is asked: what they go back over need not exist, nor be a directory.
+// Dots are resolved before the system is called: the components they remove need not exist or be
+// directories.
 TEST_F(PathQueries, Dots) {
   const std::string name = Path::Getcwd().Filename();
   const QueryRow rows[] = {
@@ -1889,7 +1889,7 @@ TEST_F(PathQueries, Dots) {
       {directory.Text("missing/../d/./g"), true, false, 3},
       {directory.Text("f/../d"), false, true, 0},
       {Parsed(directory.Text("missing/../f").substr(2), Path::POSIX_PATH), true, false, 5},
-      // never above the root
+      // ".." stops at the root
       {R"(C:\..\..\.)", false, true, 0},
       {"C:/../missing/.." + directory.Text("f").substr(2), true, false, 5},
       {Repeat(R"(..\)", 100) + directory.Text("f").substr(3), true, false, 5},
@@ -1903,14 +1903,14 @@ TEST_F(PathQueries, ParentOfLink) {
   // mingw-w64's standard library cannot create links.
   std::error_code error;
   std::filesystem::create_directory_symlink("d/sub", "link", error);
-  if (error) GTEST_SKIP() << "the standard library makes no links here";
+  if (error) GTEST_SKIP() << "the standard library cannot create links here";
   ExpectAnswers({"link", false, true, 0});
   ExpectAnswers({R"(link\..\f)", true, false, 5});
   ExpectMissing(R"(link\..\g)");
   EXPECT_EQ(Path(R"(link\..\f)").Absolute().Str(), Path(directory.Text("f")).Str());
 }
 
-// From 260 bytes on the printed form has the prefix, and every component of it is a name.
+// From 260 bytes on the printed form has the prefix, and each of its components is taken literally.
 TEST_F(PathQueries, DotsAfterPrefix) {
   for (const std::string dots : {R"(\.)", R"(\d\..)"}) {
     ExpectAnswers({directory.Text() + Repeat(dots, 2) + R"(\f)", true, false, 5});
@@ -1951,7 +1951,7 @@ TEST_F(PathQueries, OtherDrives) {
   ExpectMissing(R"(Q:\)");
   ExpectMissing("Q:f");
   ExpectMissing(R"(Q:\f)");
-  // Any unit before a colon is a drive.
+  // Any code unit before a colon is a drive.
   for (const char* const text : {"1:", "1:f", "\xC3\xA9:", "\xC3\xA9:f", "\xE2\x82\xAC:\\f", ":"}) {
     ExpectMissing(text);
   }
@@ -1963,14 +1963,14 @@ TEST_F(PathQueries, OtherDrives) {
   ExpectMissing(Path(R"(\\tarsio.invalid\share\)" + std::string(300, 'x')));
 }
 
-// Deliberate, as the parse reads it.
+// The parser reads it as a share (by design).
 TEST_F(PathQueries, RelativeUnc) {
   ExpectAnswers({"UNC", false, true, 0});
   ExpectAnswers({"UNC/sub", false, true, 0});
   ExpectMissing(R"(UNC\sub)");
 }
 
-// Printed with the long prefix, a share begins with "UNC" as well.
+// With the long prefix, the printed form of a share begins with "UNC" as well.
 TEST_F(PathQueries, LongShare) {
   const std::string name(200, 'x');
   const Path relative = Path("UNC/sub") / name / name;
@@ -1982,7 +1982,7 @@ TEST_F(PathQueries, LongShare) {
   ExpectMissing(share);
   EXPECT_FALSE(MakeDir(share / "x"));
   ExpectMissing(relative.Absolute() / "x");
-  // The standard library would not find its way down there on every system.
+  // The standard library does not support such long paths on every system.
   EXPECT_TRUE(std::filesystem::remove(NativeName(relative.Absolute())));
   EXPECT_TRUE(std::filesystem::remove(NativeName(relative.ParentPath().Absolute())));
 }
@@ -2007,7 +2007,7 @@ TEST_F(PathQueries, PosixPaths) {
   ExpectAnswers({Parsed("d/g", Path::POSIX_PATH), true, false, 3});
   ExpectAnswers({Parsed(R"(d\g)", Path::POSIX_PATH), true, false, 3});
   ExpectAnswers({Parsed("/d/g", kNoType), true, false, 3});
-  // A text that begins with one separator is absolute, on the current drive.
+  // A path that begins with one separator is absolute, on the current drive.
   const std::string withoutDrive = directory.Text("d/g").substr(2);
   const Path absolute = Parsed(withoutDrive, Path::POSIX_PATH);
   ASSERT_EQ(absolute.Str().front(), '/');
@@ -2017,7 +2017,7 @@ TEST_F(PathQueries, PosixPaths) {
   ExpectAnswers({Parsed(directory.Text("d").substr(2), Path::POSIX_PATH), false, true, 0});
   ExpectAnswers({Parsed("/", Path::POSIX_PATH), false, true, 0});
   ExpectMissing(Parsed(withoutDrive + "/missing", Path::POSIX_PATH));
-  // Parsed by the Windows rules the same text is relative.
+  // Under the Windows rules the same path is relative.
   ExpectMissing(withoutDrive);
 }
 
@@ -2055,7 +2055,7 @@ TEST_F(PathQueries, UnicodeNames) {
   }
 }
 
-// Deliberate: there is no test for a regular file.
+// There is no check for a regular file (by design).
 TEST_F(PathQueries, Devices) {
   int devices = 0;
   for (const char* const text : {"NUL", "C:/dev/null"}) {  // each exists on one system
@@ -2084,7 +2084,7 @@ TEST_F(PathQueries, SizeIs64Bit) {
   }
 }
 
-// A missing file, an empty one and an unreadable name are told apart by Exists() and IsFile() only.
+// A missing file, an empty one and an invalid name differ only in Exists() and IsFile().
 TEST_F(PathQueries, SizeZero) {
   EXPECT_EQ(Path("missing").FileSize(), 0u);
   EXPECT_EQ(Path("empty").FileSize(), 0u);
@@ -2092,7 +2092,7 @@ TEST_F(PathQueries, SizeZero) {
   EXPECT_TRUE(Path("empty").IsFile());
 }
 
-// ---- making directories ----
+// ---- creating directories ----
 
 bool IsNativeDirectory(const std::string& name) {
   return std::filesystem::is_directory(std::filesystem::u8path(name));
@@ -2182,10 +2182,10 @@ TEST(PathMakeDir, OtherDrives) {
   EXPECT_EQ(ObjectsBelow("."), 0u);
 }
 
-// To Windows a colon begins the name of a stream, and a directory has none.
+// On Windows a colon starts a stream name, and a directory has no streams.
 TEST(PathMakeDir, Colon) {
-  // Wine creates a directory, so it cannot run this.
-  if (RunsUnderWine()) GTEST_SKIP() << "Wine takes the colon for a part of the name";
+  // Wine creates a directory.
+  if (RunsUnderWine()) GTEST_SKIP() << "Wine treats the colon as part of the name";
   const ScopedDirectory directory;
   for (const char* const text : {"ab:", "ab:x", "./a:", "\xF0\x9F\x98\x80:"}) {
     SCOPED_TRACE(text);
@@ -2196,7 +2196,7 @@ TEST(PathMakeDir, Colon) {
   EXPECT_EQ(ObjectsBelow("."), 0u);
 }
 
-// Wine drops one of the dots, and leaves the directory.
+// Wine treats "..." as "..", so it creates "new" next to "box".
 TEST(PathMakeDirs, ThreeDots) {
   const ScopedDirectory directory;
   std::filesystem::create_directory("box");
@@ -2205,7 +2205,7 @@ TEST(PathMakeDirs, ThreeDots) {
   EXPECT_EQ(ObjectsBelow("box"), RunsUnderWine() ? 0u : 2u);
 }
 
-// A server alone is printed without its separators, and names a directory here.
+// A server alone is printed without its separators and is a directory name here.
 TEST(PathMakeDirs, NoFullPath) {
   const ScopedDirectory directory;
   const Path server = Parsed(R"(\\server)", Path::POSIX_PATH);
@@ -2252,7 +2252,7 @@ TEST(PathMakeDir, UnicodeNames) {
   EXPECT_TRUE(IsNativeDirectory(euro + "/" + face + "/" + euro));
 }
 
-// Level by level, for the system's own call for whole chains stops at 248 characters.
+// One level at a time: the system call for whole chains is limited to 248 characters.
 TEST(PathMakeDir, DeepPath) {
   const ScopedDirectory directory;
   const std::string name = "a directory of 25 letters";
@@ -2287,7 +2287,7 @@ TEST(PathMakeDir, DeepPath) {
   EXPECT_EQ(ObjectsBelow("."), 0u);
 }
 
-// ---- no reports, any thread ----
+// ---- logging and threads ----
 
 TEST(Path, SilentFailures) {
   const ScopedDirectory directory;

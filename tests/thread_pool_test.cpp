@@ -111,7 +111,7 @@ using testing::IsEmpty;
 using Task = std::function<void()>;
 using PoolPtr = std::shared_ptr<ThreadPool>;
 
-// ---- what hosts compile against ----
+// ---- declarations ----
 
 static_assert(std::is_constructible<ThreadPool, std::string, uint64_t, uint64_t, uint64_t>::value,
               "name, limit, reserved number, capacity");
@@ -119,11 +119,11 @@ static_assert(!std::is_constructible<ThreadPool, std::string, uint64_t, uint64_t
                   !std::is_constructible<ThreadPool, std::string, uint64_t>::value &&
                   !std::is_constructible<ThreadPool, std::string>::value &&
                   !std::is_default_constructible<ThreadPool>::value,
-              "the constructor has no default arguments");
+              "no default arguments");
 static_assert(!std::is_copy_constructible<ThreadPool>::value &&
                   !std::is_copy_assignable<ThreadPool>::value,
               "a pool is not copied");
-static_assert(std::has_virtual_destructor<ThreadPool>::value, "hosts may derive");
+static_assert(std::has_virtual_destructor<ThreadPool>::value, "hosts derive from it");
 static_assert(std::is_base_of<std::enable_shared_from_this<ThreadPool>, ThreadPool>::value,
               "a pool is owned by shared pointers");
 static_assert(
@@ -147,7 +147,7 @@ static_assert(
                      uint64_t (ThreadPool::*)()>::value,
     "numbers are 64 bits wide");
 
-// Whether each member can be reached from here.
+// Whether each member is accessible here.
 template <typename T, typename = void>
 struct AddWorkerIsPublic : std::false_type {};
 template <typename T>
@@ -162,25 +162,25 @@ template <typename T>
 struct RunTaskIsPublic<T, std::void_t<decltype(&T::RunTask)>> : std::true_type {};
 static_assert(!AddWorkerIsPublic<ThreadPool>::value && !RemoveWorkerIsPublic<ThreadPool>::value &&
                   !RunTaskIsPublic<ThreadPool>::value,
-              "workers come and go by themselves");
+              "the pool manages its workers");
 
 constexpr auto kMethodWithoutName = static_cast<ThreadPool::SHUTDOWN_METHOD>(7);
 
-// A worker stays this long without a task.
+// An idle worker retires after this time.
 constexpr milliseconds kIdleLimit{1000};
 
 PoolPtr MakePool(uint64_t limit, uint64_t capacity = 1000, uint64_t reserved = 0) {
   return std::make_shared<ThreadPool>("test", limit, reserved, capacity);
 }
 
-// What a thread that never returns may use until the process ends.
+// Keeps `object` until the process ends: a thread that never returns may use it.
 template <typename T>
 void KeepForEver(std::shared_ptr<T> object) {
   static auto* const kept = new std::vector<std::shared_ptr<T>>;
   kept->push_back(std::move(object));
 }
 
-// A task that starts and then waits for its release, which comes at the latest at the end of the
+// A task that signals its start and then blocks until Release(), at the latest until the end of the
 // test.
 class HeldTask {
  public:
@@ -198,7 +198,7 @@ class HeldTask {
       state->finished.Open();
     });
   }
-  // Submits it, and returns whether a worker has taken it.
+  // Submits the task and returns whether a worker has started it.
   bool StartIn(const PoolPtr& pool) const {
     SubmitTo(pool);
     return StartsWithin(kTestTimeout);
@@ -207,7 +207,7 @@ class HeldTask {
   void Release() const { state->release.Open(); }
   bool Finishes() const { return state->finished.WaitFor(); }
   bool IsFinished() const { return state->finished.IsOpen(); }
-  // Once it has finished.
+  // Valid once the task has finished.
   system_clock::time_point End() const { return state->end; }
   std::thread::id Thread() const { return state->thread; }
 
@@ -235,7 +235,7 @@ bool RunOne(const PoolPtr& pool) {
   return RunOne(pool, [] {});
 }
 
-// The number of calls that this thread has made, this one included.
+// Returns the number of calls that the current thread has made, including this one.
 int CallsOfThisThread() {
   thread_local int calls = 0;
   return ++calls;
@@ -245,13 +245,13 @@ void OpenWhenThisThreadEnds(const std::shared_ptr<Gate>& gate) {
   tarsio_test::WhenThisThreadEnds([gate] { gate->Open(); });
 }
 
-// An object that opens `gate` once all of its copies are gone.
+// Returns an object that opens `gate` once all copies of it are destroyed.
 std::shared_ptr<void> MakeToken(const std::shared_ptr<Gate>& gate) {
   return {nullptr, [gate](void*) { gate->Open(); }};
 }
 
-// Waits for a call that waits for an empty queue. It may have missed the last task's notification;
-// then it returns with the next task, deliberately.
+// Waits for a `call` that waits for an empty queue. If it missed the notification of the last task,
+// the next task wakes it (by design).
 bool ReturnsAtTheNextTask(BackgroundCall& call, const PoolPtr& pool) {
   for (int i = 0; i < 10; ++i) {
     if (call.ReturnsWithin(milliseconds(4000))) return true;
@@ -289,9 +289,9 @@ TEST(ThreadPool, SetName) {
   ASSERT_TRUE(RunOne(pool));
   pool->SetName("writers, with a name too long for any small buffer");
   EXPECT_EQ(pool->GetName(), "writers, with a name too long for any small buffer");
-  pool->SetName((*pool).*Reach(tarsio_test::PoolName()));  // the very object
+  pool->SetName((*pool).*Reach(tarsio_test::PoolName()));  // the member itself
   EXPECT_EQ(pool->GetName(), "writers, with a name too long for any small buffer");
-  ASSERT_TRUE(RunOne(pool)) << "a worker with the old name goes on";
+  ASSERT_TRUE(RunOne(pool)) << "a worker with the old name still runs tasks";
   pool->SetName("");
   EXPECT_EQ(pool->GetName(), "");
 }
@@ -316,7 +316,7 @@ TEST(ThreadPool, FieldOrder) {
   const uint64_t& reserved = (*pool).*Reach(tarsio_test::PoolReserved());
   const uint64_t& capacity = (*pool).*Reach(tarsio_test::PoolCapacity());
   EXPECT_EQ(limit, 2U);
-  EXPECT_EQ(reserved, 3U) << "kept, though nothing reads it";
+  EXPECT_EQ(reserved, 3U) << "stored but not used";
   EXPECT_EQ(capacity, 4U);
   const std::vector<const void*> places = {&((*pool).*Reach(tarsio_test::PoolName())),
                                            &limit,
@@ -428,7 +428,7 @@ TEST(ThreadPool, ThrowingCopy) {
 TEST(ThreadPool, WorkerPerSubmit) {
   std::vector<uint64_t> numbers;
   system_clock::time_point begin;
-  do {  // again if the machine was so slow that a worker may have left
+  do {  // retry if a worker may have retired on a slow machine
     const PoolPtr pool = MakePool(3);
     numbers.clear();
     begin = system_clock::now();
@@ -483,7 +483,7 @@ TEST(ThreadPool, Limit) {
       int most = shared->most;
       while (now > most && !shared->most.compare_exchange_weak(most, now)) continue;
       if (now == kLimit) shared->full.Open();
-      shared->full.WaitFor();  // nobody goes on before all work at once
+      shared->full.WaitFor();  // block until all run concurrently
       --shared->now;
       if (++shared->ran == 400) shared->finished.Open();
     });
@@ -494,7 +494,7 @@ TEST(ThreadPool, Limit) {
   EXPECT_EQ(mostWorkers, static_cast<uint64_t>(kLimit));
 }
 
-// Each of them has seen that there is room for one more worker, and looks again.
+// Each submission has seen room for one more worker and checks again under the lock.
 TEST(ThreadPool, LimitUnderLock) {
   const PoolPtr pool = MakePool(1);
   const auto goOn = std::make_shared<Gate>();
@@ -521,8 +521,8 @@ TEST(ThreadPool, ZeroLimit) {
   }
   BackgroundCall wait([pool] { pool->Wait(); });
   BackgroundCall shutdown([pool] { pool->Shutdown(ThreadPool::SHUTDOWN_WAIT); });
-  EXPECT_TRUE(wait.StaysBlocked()) << "nobody takes the tasks";
-  EXPECT_TRUE(shutdown.StaysBlocked()) << "nobody takes the tasks";
+  EXPECT_TRUE(wait.StaysBlocked()) << "no worker takes the tasks";
+  EXPECT_TRUE(shutdown.StaysBlocked()) << "no worker takes the tasks";
   EXPECT_EQ(*runs, 0);
   EXPECT_EQ(pool->GetPendingTaskNumber(), 3U);
   EXPECT_EQ(pool->GetRunningThreadNumber(), 0U);
@@ -532,7 +532,7 @@ TEST(ThreadPool, IdleSecond) {
   const PoolPtr pool = MakePool(1);
   std::shared_ptr<Gate> ended;
   const auto lastTask = std::make_shared<system_clock::time_point>();
-  // Each task gives the worker another second.
+  // Each task restarts the idle timeout.
   for (int i = 0; i < 3; ++i) {
     std::this_thread::sleep_for(milliseconds(i * 200));
     ended = std::make_shared<Gate>();
@@ -542,7 +542,7 @@ TEST(ThreadPool, IdleSecond) {
     }));
     EXPECT_EQ(pool->GetRunningThreadNumber(), 1U);
   }
-  ASSERT_TRUE(ended->WaitFor());  // without any call of the pool
+  ASSERT_TRUE(ended->WaitFor());  // without a call to the pool
   EXPECT_GE(system_clock::now() - *lastTask, kIdleLimit);
   EXPECT_EQ(pool->GetRunningThreadNumber(), 0U);
   EXPECT_EQ(pool->GetPendingTaskNumber(), 0U);
@@ -551,7 +551,7 @@ TEST(ThreadPool, IdleSecond) {
   EXPECT_EQ(pool->GetRunningThreadNumber(), 1U);
 }
 
-// Neither a name, not even the pool's, nor a priority of their own.
+// Workers have no thread name, not even the pool's, and the default priority.
 TEST(ThreadPool, NormalThreads) {
   tarsio_test::ThreadTraits any;
   std::thread([&any] { any = tarsio_test::TraitsOfThisThread(); }).join();
@@ -566,7 +566,7 @@ TEST(ThreadPool, AllRetire) {
   const PoolPtr pool = MakePool(3);
   const std::array<HeldTask, 3> tasks;
   for (const HeldTask& task : tasks) ASSERT_TRUE(task.StartIn(pool));
-  // One after the other; each leaves a second after its own task.
+  // Release them one by one; each worker retires a second after its own task.
   for (size_t i = 0; i < tasks.size(); ++i) {
     EXPECT_EQ(pool->GetRunningThreadNumber(), tasks.size() - i);
     tasks[i].Release();
@@ -596,7 +596,7 @@ TEST(ThreadPool, ListOrder) {
     const auto longer = list();
     ASSERT_EQ(longer.size(), workers.size() + 1);
     workers.push_back(longer.back());
-    EXPECT_EQ(longer, workers) << "the new one is the last";
+    EXPECT_EQ(longer, workers) << "appended";
   }
   tasks[0].Release();
   while (pool->GetRunningThreadNumber() == 3) std::this_thread::sleep_for(milliseconds(1));
@@ -605,7 +605,7 @@ TEST(ThreadPool, ListOrder) {
 
 // ---- locks ----
 
-// While the test holds the lock of the workers' list: who needs it waits, and nobody else.
+// The test holds the lock of the worker list: calls that need it block, and no others.
 TEST(ThreadPool, ListLock) {
   const PoolPtr full = MakePool(0);
   const PoolPtr pool = MakePool(1);
@@ -619,10 +619,10 @@ TEST(ThreadPool, ListLock) {
     waiting.emplace_back([pool] { pool->GetRunningThreadNumber(); });
     waiting.emplace_back([pool] { pool->Shutdown(kMethodWithoutName); });
     others.emplace_back([pool] { pool->SetName("new"); });
-    EXPECT_TRUE(others.back().ReturnsWithin());  // for nobody may use the name meanwhile
+    EXPECT_TRUE(others.back().ReturnsWithin());  // the name must not be in use
     others.emplace_back([pool] { pool->GetName(); });
     others.emplace_back([pool] { pool->Wait(); });
-    // At its limit a pool starts nobody, which it sees without the lock.
+    // A pool at its limit starts no worker and checks that without the lock.
     others.emplace_back([full] { full->SubmitTask([] {}); });
     for (BackgroundCall& call : others) EXPECT_TRUE(call.ReturnsWithin());
     waiting.emplace_back([pool, ran] { pool->SubmitTask([ran] { ran->Open(); }); });
@@ -633,7 +633,7 @@ TEST(ThreadPool, ListLock) {
   EXPECT_TRUE(ran->WaitFor());
 }
 
-// Deliberately: tasks are taken, and the waiters woken, without their lock.
+// Tasks are taken and waiters are notified without waitMutex (by design).
 TEST(ThreadPool, WaitLock) {
   const PoolPtr pool = MakePool(1);
   const std::lock_guard<std::mutex> lock((*pool).*Reach(tarsio_test::PoolWaitMutex()));
@@ -666,7 +666,7 @@ TEST(ThreadPool, ThrowingTask) {
       {"logic error", [] { throw std::out_of_range("too far"); }, "too far"},
       {"a derived class", [] { throw HostError(); }, "a host's own error"},
       {"memory", [] { throw std::bad_alloc(); }, std::bad_alloc().what()},
-      {"text like a format", [] { throw std::runtime_error("100 %s of %d%n"); }, "100 %s of %d%n"},
+      {"format characters", [] { throw std::runtime_error("100 %s of %d%n"); }, "100 %s of %d%n"},
       {"empty text", [] { throw std::runtime_error(""); }, ""},
   };
   const PoolPtr pool = MakePool(1);
@@ -675,7 +675,7 @@ TEST(ThreadPool, ThrowingTask) {
     SCOPED_TRACE(row.name);
     const auto before = std::make_shared<int>(0);
     const auto after = std::make_shared<int>(0);
-    // In one go, so that the worker has no idle second in between.
+    // Submit both at once, so that the worker is never idle in between.
     pool->SubmitTask([=] { *before = CallsOfThisThread(); });
     pool->SubmitTask([task = row.task] { task(); });
     ASSERT_TRUE(RunOne(pool, [=] { *after = CallsOfThisThread(); }));
@@ -724,7 +724,7 @@ TEST(ThreadPool, NoOtherReports) {
   EXPECT_THAT(records->All(), IsEmpty());
 }
 
-// A sink that calls back.
+// A sink that runs a callback.
 class CallingLogger : public tarsio::Logger {
  public:
   explicit CallingLogger(std::function<void()> target) : call(std::move(target)) {}
@@ -780,13 +780,13 @@ TEST(PoolDeathTest, OtherException) {
   EXPECT_EXIT(RunInADyingProcess(throwInReport), testing::ExitedWithCode(9), "the terminate");
 }
 
-// ---- a pool that no shared pointer owns ----
+// ---- a pool without an owner ----
 
 TEST(ThreadPool, NoOwner) {
   ThreadPool pool("on the stack", 1, 0, 10);
   Task task = [] { FAIL(); };
   EXPECT_THROW(pool.SubmitTask(task), std::bad_weak_ptr);
-  EXPECT_EQ(pool.GetPendingTaskNumber(), 1U) << "queued, and the lock released";
+  EXPECT_EQ(pool.GetPendingTaskNumber(), 1U) << "queued, and the lock was released";
   EXPECT_EQ(pool.GetRunningThreadNumber(), 0U);
   EXPECT_THAT([&] { pool.SubmitTask(task); },
               testing::ThrowsMessage<std::bad_weak_ptr>(testing::HasSubstr("make_shared")));
@@ -817,7 +817,7 @@ TEST(ThreadPool, FullQueueBlocks) {
   EXPECT_TRUE(submit.StaysBlocked());
   EXPECT_EQ(pool->GetPendingTaskNumber(), 2U);
   held.Release();
-  ASSERT_TRUE(submit.ReturnsWithin()) << "one task was taken";
+  ASSERT_TRUE(submit.ReturnsWithin()) << "a task was taken";
   EXPECT_TRUE(*result);
   EXPECT_EQ(pool->GetPendingTaskNumber(), 2U);
   EXPECT_FALSE(ran->IsOpen());
@@ -877,9 +877,9 @@ TEST(ThreadPool, WaitManyThreads) {
   EXPECT_FALSE(second.IsFinished());
 }
 
-// Tasks are taken without a look at who is about to wait, deliberately: a wake-up that comes
-// between a look at the queue and the sleep is missed. The next task makes up for it. Here by
-// chance; lock_faults_test has one that is missed for sure.
+// Taking a task does not synchronize with Wait() (by design): a notification between Wait()'s check
+// and its sleep is missed until the next task. This test relies on chance; lock_faults_test forces
+// the order.
 TEST(ThreadPool, WaitMissesWakeUp) {
   const PoolPtr pool = MakePool(1);
   int missed = 0;
@@ -963,7 +963,8 @@ TEST(ThreadPool, ShutdownNow) {
   ASSERT_TRUE(shutdown.ReturnsWithin());
   const auto end = system_clock::now();
   EXPECT_TRUE(tasks[1].IsFinished());
-  EXPECT_GE(end - tasks[1].End(), kIdleLimit) << "a closed queue ends nobody's second early";
+  EXPECT_GE(end - tasks[1].End(), kIdleLimit)
+      << "closing the queue does not shorten the idle second";
   EXPECT_EQ(pool->GetRunningThreadNumber(), 0U);
   EXPECT_EQ(*runs, 0);
 }
@@ -990,7 +991,7 @@ TEST(ThreadPool, ShutdownUnused) {
   }
 }
 
-// Deliberately: a closed queue never accepts again.
+// A closed queue never accepts a task again (by design).
 TEST(ThreadPool, SubmitAfterClose) {
   const PoolPtr pool = MakePool(1);
   ASSERT_TRUE(RunOne(pool));
@@ -998,7 +999,7 @@ TEST(ThreadPool, SubmitAfterClose) {
   BackgroundCall submit([pool] { pool->SubmitTask([] {}); });
   EXPECT_TRUE(submit.StaysBlocked());
 
-  // All else works, and returns at once.
+  // All other members work and return at once.
   for (const auto method :
        {ThreadPool::SHUTDOWN_NOW, ThreadPool::SHUTDOWN_WAIT, kMethodWithoutName}) {
     SCOPED_TRACE(method);
@@ -1009,7 +1010,7 @@ TEST(ThreadPool, SubmitAfterClose) {
   EXPECT_TRUE(wait.ReturnsWithin());
   EXPECT_EQ(pool->GetPendingTaskNumber(), 0U);
   EXPECT_EQ(pool->GetRunningThreadNumber(), 0U);
-  EXPECT_TRUE(submit.StaysBlocked(milliseconds(1))) << "no shutdown opens the pool again";
+  EXPECT_TRUE(submit.StaysBlocked(milliseconds(1))) << "Shutdown() does not reopen the pool";
 }
 
 TEST(ThreadPool, SubmitDuringClose) {
@@ -1032,8 +1033,8 @@ TEST(ThreadPool, ShutdownNowZeroLimit) {
   EXPECT_EQ(pool->GetPendingTaskNumber(), 0U);
 }
 
-// Methods other than SHUTDOWN_NOW run all that is pending, also what comes in meanwhile, and leave
-// the pool open.
+// All methods but SHUTDOWN_NOW run every pending task, including later ones, and leave the pool
+// open.
 void ExpectShutdownRunsEverything(ThreadPool::SHUTDOWN_METHOD method) {
   const PoolPtr pool = MakePool(2);
   for (int round = 0; round < 2; ++round) {
@@ -1104,7 +1105,7 @@ TEST(ThreadPool, ShutdownByMany) {
   EXPECT_EQ(pool->GetRunningThreadNumber(), 0U);
 }
 
-// A caller's error with a stated result.
+// A caller's error with a defined result.
 TEST(ThreadPool, ShutdownInTask) {
   const PoolPtr pool = MakePool(1);
   KeepForEver(pool);
@@ -1120,9 +1121,9 @@ TEST(ThreadPool, ShutdownInTask) {
   EXPECT_EQ(pool->GetRunningThreadNumber(), 1U);
 }
 
-// ---- the last reference ----
+// ---- ownership ----
 
-// What the destruction of a pool looked like.
+// Records the destruction of a pool.
 struct Destruction {
   std::thread::id thread;
   system_clock::time_point time;
@@ -1165,7 +1166,8 @@ TEST(ThreadPool, WorkersOwnPool) {
       });
     }
   }
-  EXPECT_FALSE(destruction->begun.WaitFor(tarsio_test::kBlockedCheck)) << "the workers own it, too";
+  EXPECT_FALSE(destruction->begun.WaitFor(tarsio_test::kBlockedCheck))
+      << "the workers still own it";
   tasks[0].Release();
   tasks[1].Release();
   ASSERT_TRUE(destruction->finished.WaitFor());
@@ -1184,7 +1186,7 @@ TEST(ThreadPool, DestroyedByWorker) {
   {
     const PoolPtr pool = MakeWatchedPool(2, destruction);
     const auto started = std::make_shared<Gate>();
-    // Two tasks that meet run on two workers. One stays until the other worker has ended.
+    // Two tasks that wait for each other need two workers. One of the workers outlives the other.
     pool->SubmitTask([=] {
       started->Wait();
       OpenWhenThisThreadEnds(otherGone);
@@ -1201,13 +1203,13 @@ TEST(ThreadPool, DestroyedByWorker) {
   EXPECT_TRUE(otherGone->IsOpen());
 }
 
-// A pool that is dropped at once has a worker that may not even have begun.
+// The worker may not even have started when the pool is dropped.
 TEST(ThreadPool, DroppedPoolRuns) {
   for (int round = 0; round < 20; ++round) {
     SCOPED_TRACE(round);
     const auto ran = std::make_shared<Gate>();
     BackgroundCall drop([ran] { MakePool(1)->SubmitTask([ran] { ran->Open(); }); });
-    ASSERT_TRUE(drop.ReturnsWithin(milliseconds(20000))) << "the host waits for a worker";
+    ASSERT_TRUE(drop.ReturnsWithin(milliseconds(20000))) << "dropping the pool must not block";
     ASSERT_TRUE(ran->WaitFor(milliseconds(20000)));
   }
 }
@@ -1233,7 +1235,7 @@ TEST(ThreadPool, DestroyedRetired) {
     ASSERT_TRUE(RunOne(pool));
     ASSERT_TRUE(RunOne(pool));
     pool->Shutdown(kMethodWithoutName);
-    // A worker lets go of the pool a moment after it has left.
+    // A worker releases the pool shortly after it has left the list.
     while (pool.use_count() > 1) std::this_thread::sleep_for(milliseconds(1));
   }
   EXPECT_TRUE(destruction->finished.IsOpen());
@@ -1258,7 +1260,7 @@ TEST(ThreadPool, DerivedPool) {
   EXPECT_TRUE(destroyed->WaitFor());
 }
 
-// A host's class that has members of the same names takes nothing from those who know the base.
+// Members of the same names in a derived class must not override those of the base.
 TEST(ThreadPool, VirtualFunctions) {
   class Derived : public ThreadPool {
    public:
@@ -1288,7 +1290,7 @@ TEST(ThreadPool, VirtualFunctions) {
 }
 
 void EndTheProcess(const std::string& workers) {
-  static PoolPtr pool;  // destroyed while the process ends
+  static PoolPtr pool;  // destroyed at process exit
   static HeldTask held;
   static std::atomic<int> runs{0};
   pool = MakePool(2);
@@ -1324,14 +1326,15 @@ TEST(ThreadPool, FailedStart) {
         EXPECT_EQ(e.code(), std::errc::resource_unavailable_try_again);
       }
       EXPECT_EQ(pool->GetRunningThreadNumber(), 0U);
-      EXPECT_EQ(pool->GetPendingTaskNumber(), static_cast<uint64_t>(i + 1)) << "it stays queued";
+      EXPECT_EQ(pool->GetPendingTaskNumber(), static_cast<uint64_t>(i + 1))
+          << "the task stays queued";
     }
   }
   BackgroundCall shutdown([pool] { pool->Shutdown(kMethodWithoutName); });
   EXPECT_TRUE(shutdown.ReturnsWithin()) << "no worker is listed";
   EXPECT_THAT(*order, IsEmpty());
 
-  ASSERT_TRUE(RunOne(pool)) << "one worker more is one that takes all of them";
+  ASSERT_TRUE(RunOne(pool)) << "one more worker runs all tasks";
   EXPECT_EQ(pool->GetRunningThreadNumber(), 1U);
   EXPECT_THAT(*order, ElementsAre(0, 1, 2));
 }
@@ -1353,7 +1356,7 @@ TEST(ThreadPool, FailedStartRuns) {
   EXPECT_EQ(pool->GetRunningThreadNumber(), 0U);
 }
 
-// Otherwise the second submission would wait for room that no worker makes.
+// Otherwise the second submission would block on a full queue that has no worker.
 TEST(ThreadPool, FailedStartFull) {
   const auto pool = std::make_shared<ThreadPool>("pool", 1, 0, 1);
   const auto ran = std::make_shared<Events>();
@@ -1361,7 +1364,7 @@ TEST(ThreadPool, FailedStartFull) {
     const RefuseThreadStarts refuse;
     EXPECT_THROW(pool->SubmitTask([ran] { ran->Add(); }), std::system_error);
     EXPECT_THROW(pool->SubmitTask([ran] { ran->Add(); }), std::system_error);
-    EXPECT_EQ(pool->GetPendingTaskNumber(), 1U) << "the second one found no room";
+    EXPECT_EQ(pool->GetPendingTaskNumber(), 1U) << "the second submission was refused";
   }
   BackgroundCall submission([pool, ran] { pool->SubmitTask([ran] { ran->Add(); }); });
   EXPECT_TRUE(submission.ReturnsWithin());
@@ -1375,7 +1378,7 @@ TEST(ThreadPool, FailedStartDestroy) {
     const PoolPtr pool = MakeWatchedPool(2, destruction);
     const RefuseThreadStarts refuse;
     EXPECT_THROW(pool->SubmitTask([token = MakeToken(discarded)] {}), std::system_error);
-    EXPECT_EQ(pool.use_count(), 1) << "nothing keeps the pool";
+    EXPECT_EQ(pool.use_count(), 1) << "no reference is left";
   }
   EXPECT_TRUE(destruction->finished.IsOpen());
   EXPECT_TRUE(discarded->IsOpen());
@@ -1412,7 +1415,7 @@ TEST(ThreadPool, FailedStartUnlocks) {
 }
 
 TEST(ThreadPool, OutOfMemory) {
-  // Where the library's allocations are not seen, the first submission succeeds.
+  // Where the library's allocations cannot be intercepted, the first submission succeeds.
   const PoolPtr pool = MakePool(1);
   const auto runs = std::make_shared<std::atomic<uint64_t>>(0);
   uint64_t queued = 0;
@@ -1428,7 +1431,7 @@ TEST(ThreadPool, OutOfMemory) {
       EXPECT_EQ(pool->GetRunningThreadNumber(), 0U);
       const uint64_t pending = pool->GetPendingTaskNumber();
       EXPECT_GE(pending, queued);
-      EXPECT_LE(pending, queued + 1) << "it stays queued if it came so far";
+      EXPECT_LE(pending, queued + 1) << "a queued task stays queued";
       queued = pending;
     }
   }
@@ -1437,10 +1440,9 @@ TEST(ThreadPool, OutOfMemory) {
   EXPECT_EQ(pool->GetRunningThreadNumber(), 1U);
 }
 
-// ---- no task is left behind ----
+// ---- no task is lost ----
 
-// With the pool at its limit, a task that comes while the only worker retires is run without a
-// further submission.
+// At the limit, a task submitted while the only worker retires runs without another submission.
 TEST(ThreadPool, RetireRace) {
   constexpr int kPools = 30;
   constexpr int kRounds = 3;
@@ -1458,7 +1460,7 @@ TEST(ThreadPool, RetireRace) {
           ++left;
           return;
         }
-        // From 0.3 ms before the worker's second is over to 2.6 ms after.
+        // From 0.3 ms before the worker's idle second ends to 2.6 ms after.
         std::this_thread::sleep_until(task.End() + kIdleLimit +
                                       std::chrono::microseconds(100 * (i - 3)));
         pool->SubmitTask([ran] { ran->Open(); });
@@ -1470,8 +1472,8 @@ TEST(ThreadPool, RetireRace) {
   EXPECT_EQ(left, 0);
 }
 
-// The only worker of a pool, having found no task for its second, waits for the lock that it needs
-// to leave, which the object holds. Meanwhile a task comes; with the pool at its limit, nobody is
+// Makes the only worker of a pool time out and wait for the lock that it needs to retire; the
+// object holds that lock. Meanwhile a task is submitted. The pool is at its limit, so no worker is
 // started for it.
 class RetiringWorker {
  public:
@@ -1487,10 +1489,11 @@ class RetiringWorker {
       late = std::make_shared<HeldTask>();
       late->Release();
       late->SubmitTo(pool);
-      if (!late->StartsWithin(tarsio_test::kBlockedCheck)) return;  // the worker looks no more
-      lock.unlock();  // it was late, and took the task as usual
+      if (!late->StartsWithin(tarsio_test::kBlockedCheck))
+        return;       // the worker is waiting for the lock
+      lock.unlock();  // the worker was late and took the task as usual
     }
-    FAIL() << "the worker does not retire";
+    FAIL() << "the worker has not retired";
   }
   void LetGo() { lock.unlock(); }
 
@@ -1523,7 +1526,7 @@ TEST(ThreadPool, FailedSuccessor) {
   ASSERT_TRUE(worker.TaskRuns());
   EXPECT_TRUE(worker.RanTheTask());
   EXPECT_EQ(worker.Pool()->GetRunningThreadNumber(), 1U);
-  worker.Pool()->Shutdown(kMethodWithoutName);  // it retires a second later
+  worker.Pool()->Shutdown(kMethodWithoutName);  // retires a second later
   EXPECT_EQ(worker.Pool()->GetRunningThreadNumber(), 0U);
 }
 
@@ -1592,7 +1595,7 @@ TEST(PoolLoad, AllOperations) {
   EXPECT_TRUE(ReturnsAtTheNextTask(wait, pool));
   EXPECT_TRUE(ReturnsAtTheNextTask(shutdownWait, pool));
   EXPECT_TRUE(shutdown.ReturnsWithin());
-  // Once more: that one has returned at once if it came before the first worker.
+  // Again, since the first call returned at once if it ran before the first worker started.
   pool->Shutdown(kMethodWithoutName);
   EXPECT_EQ(*runs, submitted);
   EXPECT_EQ(pool->GetRunningThreadNumber(), 0U);
