@@ -25,8 +25,8 @@ namespace tarsio_test {
 
 using IntQueue = tarsio::BlockingQueue<int>;
 
-// Where the fields are. An explicit instantiation may name private members, and the types of some
-// are private, too.
+// The offsets of the fields. An explicit instantiation may name private members, and some of their
+// types are private as well.
 template <auto... fields>
 struct ExposeFields {
   friend std::vector<const void*> PlacesOfFields(const IntQueue& queue) {
@@ -60,8 +60,8 @@ using Task = std::function<void()>;
 
 static_assert(!std::is_copy_constructible<BlockingQueue<int>>::value, "a queue is not copied");
 static_assert(!std::is_copy_assignable<BlockingQueue<int>>::value, "a queue is not copied");
-static_assert(!std::is_default_constructible<BlockingQueue<int>>::value, "capacity has no default");
-static_assert(std::has_virtual_destructor<BlockingQueue<int>>::value, "hosts may derive");
+static_assert(!std::is_default_constructible<BlockingQueue<int>>::value, "no default capacity");
+static_assert(std::has_virtual_destructor<BlockingQueue<int>>::value, "hosts derive from it");
 static_assert(std::is_same<decltype(&BlockingQueue<int>::Push),
                            bool (BlockingQueue<int>::*)(const int&, int)>::value,
               "a copy goes in");
@@ -70,12 +70,12 @@ static_assert(std::is_same<decltype(&BlockingQueue<int>::Pop),
               "a moved element comes out");
 static_assert(
     std::is_same<decltype(&BlockingQueue<int>::Close), void (BlockingQueue<int>::*)()>::value,
-    "closing has no result");
+    "no result");
 static_assert(
     std::is_same<decltype(&BlockingQueue<int>::Size), uint64_t (BlockingQueue<int>::*)()>::value,
     "sizes are 64 bits wide");
 
-// Whether the member can be called from here. Its first parameter's type has no name out here.
+// Whether the member is accessible here. The type of its first parameter is private.
 struct AnyReference {
   template <typename T>
   operator T&() const;
@@ -86,9 +86,9 @@ template <typename T>
 struct WaitForIsPublic<T, std::void_t<decltype(T::WaitFor(
                               AnyReference(), std::declval<std::unique_lock<std::mutex>&>(), 0,
                               std::declval<bool (*)()>()))>> : std::true_type {};
-static_assert(!WaitForIsPublic<BlockingQueue<int>>::value, "nobody else waits with the lock held");
+static_assert(!WaitForIsPublic<BlockingQueue<int>>::value, "private");
 
-// A queue that a test may leave behind with a sleeping thread in it.
+// A queue that may outlive its test because a thread still waits in it.
 template <typename T>
 std::shared_ptr<BlockingQueue<T>> MakeQueue(uint64_t capacity, const std::vector<T>& content = {}) {
   auto queue = std::make_shared<BlockingQueue<T>>(capacity);
@@ -102,8 +102,7 @@ std::vector<int> PopAll(BlockingQueue<int>& queue) {
   return items;
 }
 
-// How many microseconds `call` lasts, on the clock of the queue's deadlines: nothing may end early
-// on it.
+// Returns how long `call` takes in microseconds, on the system clock, which the deadlines use.
 template <typename Call>
 int64_t MicrosecondsOf(Call call) {
   const auto begin = system_clock::now();
@@ -184,7 +183,7 @@ TEST(BlockingQueue, RandomModel) {
 
 // ---- waiting ----
 
-// Every state of a queue in which an operation cannot succeed.
+// The states of a queue in which an operation cannot succeed.
 struct HopelessCase {
   const char* name;
   uint64_t capacity;
@@ -249,7 +248,7 @@ TEST(BlockingQueue, NegativeTimeout) {
   }
 }
 
-// On a closed queue, too, and with capacity 0: deliberately.
+// The same on a closed queue and with capacity 0 (by design).
 TEST(BlockingQueue, ZeroTimeout) {
   std::vector<BackgroundCall> calls;
   for (const HopelessCase& row : HopelessCases()) {
@@ -258,7 +257,7 @@ TEST(BlockingQueue, ZeroTimeout) {
   }
   for (size_t i = 0; i < calls.size(); ++i) {
     SCOPED_TRACE(HopelessCases()[i].name);
-    EXPECT_TRUE(calls[i].StaysBlocked(milliseconds(60)));  // all at the same time
+    EXPECT_TRUE(calls[i].StaysBlocked(milliseconds(60)));  // all wait concurrently
   }
 }
 
@@ -294,7 +293,7 @@ TEST(BlockingQueue, PopTimesOut) {
 }
 
 TEST(BlockingQueue, PushWakesPop) {
-  // The largest timeout does not overflow into the past.
+  // The largest timeout must not overflow.
   for (const int timeoutMs : {0, 3600 * 1000, INT_MAX}) {
     SCOPED_TRACE(timeoutMs);
     const auto queue = MakeQueue<int>(1);
@@ -356,8 +355,8 @@ TEST(BlockingQueue, ManyWaiters) {
   EXPECT_EQ(queue->Size(), static_cast<uint64_t>(kWaiters));
 }
 
-// Many wait, one is served every 30 ms, and all are notified each time: those whose deadline passes
-// first must be gone before their turn comes.
+// Many threads wait; every 30 ms all are notified and one succeeds. The first deadlines must pass
+// before all threads had their turn.
 void ExpectDeadlinesStandUnderTraffic(bool push) {
   constexpr int kWaiters = 40;
   static constexpr int kTimeoutMs = 400;
@@ -393,7 +392,7 @@ void ExpectDeadlinesStandUnderTraffic(bool push) {
       static_cast<void>(shared->queue.Push(item, -1));
     }
   }
-  // Had each notification moved the deadlines, everybody would have been served.
+  // If notifications moved the deadlines, all threads would have succeeded.
   EXPECT_GT(shared->refused, 0);
   EXPECT_EQ(shared->early, 0);
 }
@@ -415,7 +414,7 @@ TEST(BlockingQueue, ClosedDeadline) {
     });
     bool returned = false;
     for (int i = 0; i < 2000 && !returned; ++i) {
-      queue->Close();  // wakes whoever waits
+      queue->Close();  // wakes all waiting threads
       returned = call.ReturnsWithin(milliseconds(10));
     }
     EXPECT_TRUE(returned) << "every wake-up moved the deadline";
@@ -424,9 +423,9 @@ TEST(BlockingQueue, ClosedDeadline) {
   }
 }
 
-// ---- a probe of the lock ----
+// ---- calls made under the lock ----
 
-// An element that reports what is done to it.
+// An element that reports each operation on it.
 class Hooked {
  public:
   struct Hooks {
@@ -474,8 +473,9 @@ TEST(BlockingQueue, LateElement) {
     *result = queue->Pop(item, 1000) ? item.Value() : -1;
   });
   EXPECT_TRUE(pop.StaysBlocked(milliseconds(50)));
-  BackgroundCall push(
-      [=] { static_cast<void>(queue->Push(Hooked(hooks, 9), -1)); });  // holds the lock meanwhile
+  BackgroundCall push([=] {
+    static_cast<void>(queue->Push(Hooked(hooks, 9), -1));
+  });  // holds the lock during the copy
   ASSERT_TRUE(copying->WaitFor());
   EXPECT_TRUE(pop.StaysBlocked(milliseconds(1300)));
   goOn->Open();
@@ -492,7 +492,7 @@ TEST(BlockingQueue, TimeoutAfterLock) {
     if (push) {
       ASSERT_TRUE(queue->Push(Hooked(plain), -1));
     }
-    // Another call has the lock, and changes nothing.
+    // Another thread holds the lock and changes nothing.
     const auto hooks = std::make_shared<Hooked::Hooks>();
     const auto locked = std::make_shared<Gate>();
     const auto goOn = std::make_shared<Gate>();
@@ -524,18 +524,18 @@ TEST(BlockingQueue, TimeoutAfterLock) {
   }
 }
 
-// Whether Size(), called from another thread, has to wait now. It is let go of afterwards.
+// Checks whether Size() blocks on another thread. The call returns once the lock is released.
 template <typename T>
 class LockProbe {
  public:
   explicit LockProbe(std::shared_ptr<BlockingQueue<T>> target) : queue(std::move(target)) {}
 
-  // To be called by the thread that may hold the lock.
+  // Runs the check on the thread that may hold the lock.
   void Run() {
     calls.emplace_back([queue = queue] { queue->Size(); });
     if (calls.back().StaysBlocked(milliseconds(150))) ++held;
   }
-  // How often it ran, and how often Size() had to wait.
+  // Expects `times` checks, all of them blocked.
   void ExpectHeldEveryTime(size_t times) {
     EXPECT_EQ(calls.size(), times);
     EXPECT_EQ(held, times);
@@ -586,13 +586,13 @@ TEST(BlockingQueue, CloseLocked) {
 
 // ---- reports ----
 
-// A sink that calls back.
+// A sink that runs a callback.
 class CallingLogger : public tarsio::Logger {
  public:
   explicit CallingLogger(std::function<void()> target) : call(std::move(target)) {}
   void DoOutput(const char* /*line*/) override { call(); }
 
-  // Replaces the process's sink for as long as the object lives.
+  // Installs the sink as long as the object lives.
   class Installed {
    public:
     explicit Installed(std::function<void()> call) {
@@ -706,7 +706,7 @@ TEST(BlockingQueue, SuccessIsSilent) {
   EXPECT_THAT(records->All(), IsEmpty());
 }
 
-// Once a static object is destroyed whose construction came before the queue's first report.
+// Runs in the destructor of a static object that was constructed before the queue's first report.
 void ReportWhileTheProcessEnds() {
   static const auto records = LogRecords::Install(tarsio::LOG_LEVEL_WARN);
   static const struct Last {
@@ -726,7 +726,7 @@ TEST(QueueDeathTest, ReportAtExit) {
   EXPECT_EXIT(ReportWhileTheProcessEnds(), testing::ExitedWithCode(7), "");
 }
 
-// In a process of its own: nothing else may have set the threshold.
+// A separate process: no other test may have set the threshold.
 TEST(QueueDeathTest, DroppedReport) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   const auto push = [](int level) {
@@ -742,7 +742,7 @@ TEST(QueueDeathTest, DroppedReport) {
 
 // ---- elements ----
 
-// Counts copies, moves and the objects that live.
+// Counts copies, moves and live objects.
 struct Counters {
   int copies = 0;
   int moves = 0;
@@ -797,7 +797,7 @@ TEST(BlockingQueue, CopyAndMove) {
   EXPECT_EQ(item.Text(), "content");
   EXPECT_EQ(counters.copies, 1);
   EXPECT_EQ(counters.moves, 1);
-  EXPECT_EQ(counters.alive, 1) << "the moved-from element is destroyed at once";
+  EXPECT_EQ(counters.alive, 1) << "the moved-from element is destroyed immediately";
 }
 
 TEST(BlockingQueue, RefusedPushNoCopy) {
@@ -820,7 +820,7 @@ TEST(BlockingQueue, PopReleasesOldItem) {
   EXPECT_EQ(former.use_count(), 2);
   EXPECT_TRUE(queue.Pop(item, 0));
   EXPECT_EQ(former.use_count(), 1);
-  EXPECT_EQ(next.use_count(), 2) << "moved, and in one place only";
+  EXPECT_EQ(next.use_count(), 2) << "moved, with one owner";
   item = nullptr;
   EXPECT_EQ(next.use_count(), 1);
 }
@@ -841,7 +841,7 @@ TEST(BlockingQueue, FailedPopKeepsItem) {
   EXPECT_EQ(counters.moves, 0);
 }
 
-// Remembers where its copy was put, and counts assignments to itself.
+// Records the address of its copy and counts self-assignments.
 struct Findable {
   explicit Findable(Findable** target) : place(target) {}
   Findable(const Findable& other) : place(other.place) { *place = this; }
@@ -869,7 +869,7 @@ TEST(BlockingQueue, PopIntoFront) {
   EXPECT_EQ(queue.Size(), 0U);
 }
 
-// Copies until it is told to throw.
+// Throws on copy or move while armed.
 struct Explosive {
   Explosive(int number, const bool* trigger) : value(number), armed(trigger) {}
   Explosive(const Explosive& other) : value(other.value), armed(other.armed) {
@@ -918,7 +918,7 @@ TEST(BlockingQueue, ThrowingMove) {
   EXPECT_EQ(item.value, 5);
 }
 
-// Everybody is woken each time: the one whose turn it is may leave without making use of it.
+// Every change wakes all threads, so a call that throws delays no other thread.
 TEST(BlockingQueue, ThrowingPushRoom) {
   static const bool throws = true;
   static const bool succeeds = false;
@@ -1009,7 +1009,7 @@ TEST(BlockingQueue, Destructor) {
   EXPECT_EQ(runs, 0);
 }
 
-// A host's class that has members of the same names takes nothing from those who know the base.
+// Members of the same names in a derived class must not override those of the base.
 TEST(BlockingQueue, VirtualFunctions) {
   class Derived : public BlockingQueue<int> {
    public:
@@ -1056,7 +1056,7 @@ TEST(BlockingQueue, SecondClose) {
   }
 }
 
-// Whoever waits is woken but returns no earlier, deliberately.
+// Waiting threads are woken but do not return early (by design).
 TEST(BlockingQueue, CloseWakesNoThread) {
   struct Waiter {
     bool push;
@@ -1064,7 +1064,7 @@ TEST(BlockingQueue, CloseWakesNoThread) {
     int64_t lasted = 0;
     bool result = true;
   };
-  // One queue for the consumers, which is empty, and one for the producers, which is full.
+  // Consumers wait on the empty queue, producers on the full one.
   const auto empty = MakeQueue<int>(2);
   const auto full = MakeQueue<int>(2, {1, 2});
   const auto records = LogRecords::Install(tarsio::LOG_LEVEL_WARN);
@@ -1091,7 +1091,7 @@ TEST(BlockingQueue, CloseWakesNoThread) {
 
   empty->Close();
   full->Close();
-  EXPECT_EQ(full->Size(), 0U) << "the elements are gone at once";
+  EXPECT_EQ(full->Size(), 0U) << "the elements are destroyed immediately";
   for (size_t i = 0; i < calls.size(); ++i) {
     SCOPED_TRACE((waiters[i]->push ? "Push " : "Pop ") + std::to_string(waiters[i]->timeoutMs));
     ASSERT_TRUE(calls[i].ReturnsWithin());
@@ -1139,7 +1139,7 @@ TEST(QueueLoad, MillionElements) {
 
   std::vector<int> times(kProducers * kPerProducer);
   for (const auto& mine : taken) {
-    std::vector<uint64_t> next(kProducers);  // the least that may still come from each producer
+    std::vector<uint64_t> next(kProducers);  // the smallest value expected from each producer
     for (const uint64_t item : mine) {
       ASSERT_LT(item, times.size());
       ++times[item];
@@ -1148,7 +1148,7 @@ TEST(QueueLoad, MillionElements) {
     }
   }
   EXPECT_EQ(std::count(times.begin(), times.end(), 1), static_cast<int64_t>(times.size()))
-      << "lost or doubled";
+      << "lost or duplicated";
 }
 
 TEST(QueueLoad, ProducerOrder) {
@@ -1214,9 +1214,9 @@ TEST(QueueLoad, AllOperations) {
     EXPECT_EQ(queue.Size(), 0U);
     EXPECT_LE(pushed - pushedAtClose, 2) << "nothing enters a closed queue";
     EXPECT_GE(pushed - popped, 0);
-    EXPECT_LE(pushed - popped, 5) << "what was not taken was in the queue when it was closed";
+    EXPECT_LE(pushed - popped, 5) << "only elements in the queue at Close() are discarded";
     EXPECT_EQ(sizesTooLarge, 0);
-    EXPECT_EQ(token.use_count(), 1) << "every element is gone";
+    EXPECT_EQ(token.use_count(), 1) << "every element is destroyed";
   }
 }
 

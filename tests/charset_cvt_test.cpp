@@ -42,10 +42,10 @@ using tarsio_test::ScopedVariable;
 
 using WideFacet = std::codecvt<wchar_t, char, std::mbstate_t>;
 
-// ---- what the checks are compared with ----
+// ---- reference implementations ----
 
-// The rule as an automaton, byte by byte: how many continuation bytes are due, and whether the next
-// one follows ED.
+// A byte-wise state machine: the number of continuation bytes left, and whether the previous byte
+// was ED.
 bool IsU8ByTheRule(const std::string& text) {
   int due = 0;
   bool behindEd = false;
@@ -107,7 +107,8 @@ void ExpectOneReport(const LogRecords& records, const std::string& function,
   ExpectReport(all[0], function, text);
 }
 
-// What a call throws, "" for nothing. Standard exceptions of another type fail the test.
+// Returns what() of the exception that `call` throws, or "". Other standard exceptions fail the
+// test.
 template <typename Exception>
 std::string TextThrownBy(const std::function<void()>& call) {
   try {
@@ -132,8 +133,8 @@ TEST(CharsetCvt, IsU8) {
       {"empty", "", false},
       {"ASCII", "abc", true},
       {"zero byte", std::string(1, '\0'), true},
-      {"zero bytes within", std::string("a\0\xC3\xA9\0z", 6), true},
-      {"zero byte in place of a continuation", std::string("\xC3\0", 2), false},
+      {"zero bytes inside", std::string("a\0\xC3\xA9\0z", 6), true},
+      {"zero byte instead of a continuation", std::string("\xC3\0", 2), false},
       {"7F", "\x7F", true},
       {"two bytes", "\xC3\xA9", true},
       {"truncated two bytes", "\xC3", false},
@@ -146,8 +147,8 @@ TEST(CharsetCvt, IsU8) {
       {"truncated four bytes, three left", "\xF0\x9F\x98", false},
       {"lone continuation", "\x80", false},
       {"lone last continuation", "\xBF", false},
-      {"continuation behind a whole character", "\xC3\xA9\xA9", false},
-      {"lead in place of a continuation", "\xC3\xC3\xA9", false},
+      {"continuation after a character", "\xC3\xA9\xA9", false},
+      {"lead instead of a continuation", "\xC3\xC3\xA9", false},
       {"ASCII in place of the last continuation", "\xF0\x9F\x98z", false},
       {"first surrogate", "\xED\xA0\x80", false},
       {"last surrogate", "\xED\xBF\xBF", false},
@@ -161,7 +162,7 @@ TEST(CharsetCvt, IsU8) {
       {"five-byte form", "\xF8\x88\x80\x80\x80", false},
       {"FE", "\xFE", false},
       {"FF", "\xFF", false},
-      {"bad byte at the very end", std::string(1000, 'a') + '\x80', false},
+      {"invalid last byte", std::string(1000, 'a') + '\x80', false},
   };
   for (const CheckRow& row : rows) {
     SCOPED_TRACE(row.name);
@@ -169,7 +170,7 @@ TEST(CharsetCvt, IsU8) {
   }
 }
 
-// Deliberately: of all that stands for no character, only the surrogates are refused.
+// Of all sequences that encode no character, only surrogates are refused (by design).
 TEST(CharsetCvt, IsU8Overlong) {
   const CheckRow rows[] = {
       {"C0 80, overlong zero", "\xC0\x80", true},
@@ -222,22 +223,21 @@ TEST(CharsetCvt, StartsWithBom) {
   const CheckRow rows[] = {
       {"empty", "", false},
       {"mark alone", "\xEF\xBB\xBF", true},
-      {"mark and text",
+      {"mark and ASCII",
        "\xEF\xBB\xBF"
        "A",
        true},
-      {"mark and a zero byte", std::string("\xEF\xBB\xBF\0", 4), true},
+      {"mark and zero byte", std::string("\xEF\xBB\xBF\0", 4), true},
       {"two marks", "\xEF\xBB\xBF\xEF\xBB\xBF", true},
-      {"mark and an invalid byte", "\xEF\xBB\xBF\xFF", false},
-      {"mark and an invalid byte far behind", "\xEF\xBB\xBF" + std::string(1000, 'a') + '\x80',
-       false},
+      {"mark and invalid byte", "\xEF\xBB\xBF\xFF", false},
+      {"mark and distant invalid byte", "\xEF\xBB\xBF" + std::string(1000, 'a') + '\x80', false},
       {"mark and a surrogate", "\xEF\xBB\xBF\xED\xA0\x80", false},
       {"one byte of the mark", "\xEF", false},
       {"two bytes of the mark", "\xEF\xBB", false},
       {"another last byte", "\xEF\xBB\xBE", false},
       {"another middle byte", "\xEF\xBA\xBF", false},
-      {"text without a mark", "abc", false},
-      {"mark behind text", "a\xEF\xBB\xBF", false},
+      {"no mark", "abc", false},
+      {"mark at the end", "a\xEF\xBB\xBF", false},
       {"mark of UTF-16", "\xFF\xFE", false},
   };
   for (const CheckRow& row : rows) {
@@ -266,7 +266,7 @@ TEST(CharsetCvt, UpToThreeBytes) {
 }
 
 TEST(CharsetCvt, OfFourBytes) {
-  // Both sides of every border that the rules draw, and a few bytes from within.
+  // Both sides of every range limit, and a few bytes between.
   const std::string alphabet(
       "\0A\x7F\x80\x8F\x90\x9F\xA0\xA9\xBB\xBF\xC0\xDF\xE0\xED\xEF\xF0\xF7"
       "\xF8\xFF",
@@ -326,11 +326,11 @@ TEST(CharsetCvt, OfLongInput) {
   EXPECT_GT(invalid, 500);
 }
 
-// Indices of 32 bits would not do.
+// Indices of 32 bits would overflow.
 TEST(CharsetCvt, OfHugeInput) {
   constexpr uint64_t kLargest = TARSIO_TEST_LARGEST_TEXT;
   const auto size = static_cast<size_t>(std::min(kLargest, tarsio_test::FreeMemory() / 3));
-  ASSERT_GT(size, 0x100000U) << "no memory";
+  ASSERT_GT(size, 0x100000U) << "not enough memory";
   std::string text(size, 'a');
   text[size - 1] = '\xC3';
   EXPECT_FALSE(CharsetCvt::IsASCII(text));
@@ -522,7 +522,7 @@ TEST(CharsetCvt, NoOtherReports) {
   EXPECT_TRUE(records->All().empty());
 }
 
-// ---- the global locale, whatever the user's is ----
+// ---- the global locale, with any user locale ----
 
 class Marker : public std::locale::facet {
  public:
@@ -530,14 +530,14 @@ class Marker : public std::locale::facet {
 };
 std::locale::id Marker::id;
 
-// A global locale that can be told from every other, and a user's locale that exists.
+// Sets a recognizable global locale, and a user locale that exists.
 class CvtLocale : public testing::Test {
  protected:
   CvtLocale() : marked(std::locale::classic(), new Marker) { MarkGlobalLocale(); }
   ~CvtLocale() override { std::locale::global(std::locale::classic()); }
 
   void MarkGlobalLocale() {
-    std::locale::global(std::locale::classic());  // of the C runtime, too
+    std::locale::global(std::locale::classic());  // also sets the C runtime's locale
     std::locale::global(marked);
   }
   static bool GlobalLocaleIsMarked() { return std::has_facet<Marker>(std::locale()); }
@@ -597,7 +597,7 @@ TEST_F(CvtLocale, OtherFunctions) {
   CharsetCvt::U32ToU8(CharsetCvt::U8ToU32(bytes));
   CharsetCvt::GetEnv(L"TARSIO_TEST_VARIABLE", "");
   EXPECT_TRUE(GlobalLocaleIsMarked());
-  CharsetCvt::MbToU8("");  // the user's locale is global from here on
+  CharsetCvt::MbToU8("");  // sets the global locale to the user's
   EXPECT_EQ(CharsetCvt::WToU8(CharsetCvt::U8ToW(bytes)), bytes);
   EXPECT_EQ(CharsetCvt::U8ToW("\xE9"), L"\x00E9");
 }
@@ -626,10 +626,10 @@ TEST_F(CvtLocale, ManyThreads) {
   EXPECT_TRUE(GlobalLocaleIsMarked());
 }
 
-// ---- the multibyte side, in the encoding that the environment names ----
+// ---- conversions in the encoding of the environment ----
 
-// A conversion in one encoding. `reported` is the code of "Convert error", 0 for none. Of one that
-// `throws`, the result does not matter.
+// One conversion. `reported` is the code of "Convert error", 0 if none is logged. If it `throws`,
+// the result is not checked.
 struct ConversionRow {
   const char* name;
   std::string text;
@@ -640,13 +640,13 @@ struct ConversionRow {
 
 struct Encoding {
   const char* name;
-  std::string sample;  // characters that the classic locale's facet does not know
+  std::string sample;  // characters that the classic locale's facet cannot convert
   std::wstring decoded;
   std::vector<ConversionRow> toU8;
   std::vector<ConversionRow> toMb;
 };
 
-// For the names of the cases.
+// For test names.
 void PrintTo(const Encoding& encoding, std::ostream* stream) { *stream << encoding.name; }
 
 constexpr bool kThrows = true;
@@ -655,7 +655,7 @@ std::string Bytes(const char* text, size_t size) { return std::string(text, size
 
 std::vector<Encoding> AllEncodings() {
   const std::string every = EveryByte();
-  std::string everyTwo;  // every UTF-8 form of two bytes, the overlong ones too
+  std::string everyTwo;  // all UTF-8 sequences of two bytes, including overlong ones
   for (int lead = 0xC0; lead <= 0xDF; ++lead) {
     for (int next = 0x80; next <= 0xBF; ++next) {
       everyTwo += {static_cast<char>(lead), static_cast<char>(next)};
@@ -670,8 +670,8 @@ std::vector<Encoding> AllEncodings() {
         {"every byte", every, every, 0, false},
         {"zero bytes", Bytes("\0\xE9\0", 3), Bytes("\0\xE9\0", 3), 0, false}},
        {{"ASCII", "abc", "abc", 0, false},
-        {"each byte a character", "\xC3\xA9", "\xC3\xA9", 0, false},
-        {"every form of two bytes", everyTwo, everyTwo, 0, false},
+        {"one character per byte", "\xC3\xA9", "\xC3\xA9", 0, false},
+        {"all two-byte sequences", everyTwo, everyTwo, 0, false},
         {"longer forms", "\xE4\xB8\xAD\xF0\x9F\x98\x80", "\xE4\xB8\xAD\xF0\x9F\x98\x80", 0, false},
         {"zero bytes", Bytes("\0\xC3\xA9\0", 4), Bytes("\0\xC3\xA9\0", 4), 0, false}}},
 
@@ -682,26 +682,26 @@ std::vector<Encoding> AllEncodings() {
         {"double byte below 100", "\xA1\xF8", "\xA7", 0, false},
         {"three bytes below 100", "x\x8F\xA2\xED", "x\xA9", 0, false},
         {"double byte above FF", "\xB0\xA1", "", 0, kThrows},
-        {"double byte above FF within", "A\xB0\xA1Z", "", 0, kThrows},
+        {"double byte above FF inside", "A\xB0\xA1Z", "", 0, kThrows},
         {"half-width character", "\x8E\xB1", "", 0, kThrows},
         {"truncated double byte", "A\xB0", Bytes("A\0", 2), 1, false},
         {"truncated double byte alone", "\xB0", Bytes("\0", 1), 1, false},
         {"truncated three bytes", "AB\x8F\xA2", Bytes("AB\0\0", 4), 1, false},
-        {"truncated behind a double byte", "\xA1\xF8\xB0", Bytes("\xA7\0\0", 3), 1, false},
-        {"truncated behind a zero byte", Bytes("A\0\xB0", 3), Bytes("A\0\0", 3), 1, false},
-        {"zero byte within a double byte", Bytes("A\xB0\0\xA1", 4), Bytes("A\0\0\0", 4), 2, false},
-        {"truncated behind a character above FF", "\xB0\xA1\xB0", "", 1, kThrows},
+        {"truncated after a double byte", "\xA1\xF8\xB0", Bytes("\xA7\0\0", 3), 1, false},
+        {"truncated after a zero byte", Bytes("A\0\xB0", 3), Bytes("A\0\0", 3), 1, false},
+        {"zero byte inside a double byte", Bytes("A\xB0\0\xA1", 4), Bytes("A\0\0\0", 4), 2, false},
+        {"truncated after a character above FF", "\xB0\xA1\xB0", "", 1, kThrows},
         {"invalid byte", "\xFF", Bytes("\0", 1), 2, false},
-        {"invalid byte within", "AB\xFFYZ", Bytes("AB\0\0\0", 5), 2, false},
+        {"invalid byte inside", "AB\xFFYZ", Bytes("AB\0\0\0", 5), 2, false},
         {"invalid second byte", "A\xB0z", Bytes("A\0\0", 3), 2, false},
         {"unassigned double byte", "A\xFE\xFE", Bytes("A\0\0", 3), 2, false},
-        {"invalid behind a character above FF", "\xB0\xA1\xFF", "", 2, kThrows}},
+        {"invalid after a character above FF", "\xB0\xA1\xFF", "", 2, kThrows}},
        {{"ASCII", "abc", "abc", 0, false},
-        {"each byte a character", "\xC3\xA9", "\x8F\xAA\xAA\x8F\xA2\xED", 0, false},
+        {"one character per byte", "\xC3\xA9", "\x8F\xAA\xAA\x8F\xA2\xED", 0, false},
         {"within ASCII", "a\xC2\xA7z", "a\x8F\xAA\xA4\xA1\xF8z", 0, false},
         {"zero bytes", Bytes("\0\xC2\xA7\0", 4), Bytes("\0\x8F\xAA\xA4\xA1\xF8\0", 7), 0, false},
         {"not encodable", "\xD0\x90", Bytes("\0\0\0\0\0\0", 6), 2, false},
-        {"not encodable behind others", "a\xC2\xABz", Bytes("a\x8F\xAA\xA4\0\0\0\0\0\0\0\0", 12), 2,
+        {"not encodable after others", "a\xC2\xABz", Bytes("a\x8F\xAA\xA4\0\0\0\0\0\0\0\0", 12), 2,
          false}}},
 
       {"utf8",
@@ -714,21 +714,21 @@ std::vector<Encoding> AllEncodings() {
         {"truncated last character of three bytes", "\xEF\xBF", Bytes("\0\0", 2), 1, false},
         {"truncated last character", "\xF4\x8F\xBF", Bytes("\0\0\0", 3), 1, false},
         {"truncated after the last of two bytes", "\xDF\xBF\xC2", "", 1, kThrows},
-        {"truncated behind a character", "\xC3\xA9\xC3", Bytes("\xE9\0\0", 3), 1, false},
-        {"truncated behind a zero byte", Bytes("A\0\xC3", 3), Bytes("A\0\0", 3), 1, false},
-        {"zero byte within a character", Bytes("\xC3\0\xA9", 3), Bytes("\0\0\0", 3), 2, false},
-        {"zero byte in place of the second", Bytes("A\xC3\0", 3), Bytes("A\0\0", 3), 2, false},
-        {"truncated behind a character above FF", "\xE3\x81\x82\xE3", "", 1, kThrows},
+        {"truncated after a character", "\xC3\xA9\xC3", Bytes("\xE9\0\0", 3), 1, false},
+        {"truncated after a zero byte", Bytes("A\0\xC3", 3), Bytes("A\0\0", 3), 1, false},
+        {"zero byte inside a character", Bytes("\xC3\0\xA9", 3), Bytes("\0\0\0", 3), 2, false},
+        {"zero byte instead of the second", Bytes("A\xC3\0", 3), Bytes("A\0\0", 3), 2, false},
+        {"truncated after a character above FF", "\xE3\x81\x82\xE3", "", 1, kThrows},
         {"invalid byte", "\xFF", Bytes("\0", 1), 2, false},
         {"overlong lead byte", "\xC1", Bytes("\0", 1), 2, false},
-        {"invalid byte behind a character", "\xC3\xA9\xFFz", Bytes("\xE9\0\0\0", 4), 2, false},
+        {"invalid byte after a character", "\xC3\xA9\xFFz", Bytes("\xE9\0\0\0", 4), 2, false},
         {"lone continuation", "A\x80", Bytes("A\0", 2), 2, false},
-        {"another character within two bytes", "\xC3\x41", Bytes("\0\0", 2), 2, false},
-        {"another character within three bytes", "\xE9\x41", Bytes("\0\0", 2), 2, false},
+        {"letter inside two bytes", "\xC3\x41", Bytes("\0\0", 2), 2, false},
+        {"letter inside three bytes", "\xE9\x41", Bytes("\0\0", 2), 2, false},
         {"lead byte after a lead byte", "\xC3\xC3", Bytes("\0\0", 2), 2, false},
-        {"lead byte within three bytes", "\xE3\x81\xE3", Bytes("\0\0\0", 3), 2, false},
+        {"lead byte inside three bytes", "\xE3\x81\xE3", Bytes("\0\0\0", 3), 2, false},
         {"surrogate", "A\xED\xA0\x80", Bytes("A\0\0\0", 4), 2, false},
-        {"invalid behind a character above FF", "\xE3\x81\x82\xFF", "", 2, kThrows}},
+        {"invalid after a character above FF", "\xE3\x81\x82\xFF", "", 2, kThrows}},
        {{"ASCII", "abc", "abc", 0, false},
         {"each byte encoded again", "\xC3\xA9", "\xC3\x83\xC2\xA9", 0, false},
         {"longer forms", "\xE4\xB8\xAD", "\xC3\xA4\xC2\xB8\xC2\xAD", 0, false},
@@ -739,12 +739,12 @@ std::vector<Encoding> AllEncodings() {
        L"\x20AC",
        {{"one character", "\xE9", "\xE9", 0, false},
         {"characters within ASCII", "caf\xE9s", "caf\xE9s", 0, false},
-        {"every byte from A0", every.substr(0xA0), every.substr(0xA0), 0, false},
+        {"all bytes from A0", every.substr(0xA0), every.substr(0xA0), 0, false},
         {"bytes without a character", "\x81\x8D\x8F\x90\x9D", "\x81\x8D\x8F\x90\x9D", 0, false},
         {"zero bytes", Bytes("\0\xE9\0", 3), Bytes("\0\xE9\0", 3), 0, false},
         {"character above FF", "A\x80", "", 0, kThrows}},
        {{"ASCII", "abc", "abc", 0, false},
-        {"each byte a character", "\xC3\xA9", "\xC3\xA9", 0, false},
+        {"one character per byte", "\xC3\xA9", "\xC3\xA9", 0, false},
         {"longer forms", "\xE4\xB8\xAD", "\xE4\xB8\xAD", 0, false},
         {"zero bytes", Bytes("\0\xC3\xA9\0", 4), Bytes("\0\xC3\xA9\0", 4), 0, false},
         {"not encodable", "a\xC3\x80z", Bytes("a\xC3\0\0", 4), 2, false}}},
@@ -755,19 +755,19 @@ std::vector<Encoding> AllEncodings() {
        {{"single byte", "A\x80", "A\x80", 0, false},
         {"double byte below 100", "\x81\x98", "\xA7", 0, false},
         {"double byte above FF", "\x88\x9F", "", 0, kThrows},
-        {"double byte above FF within", "A\x88\x9FZ", "", 0, kThrows},
+        {"double byte above FF inside", "A\x88\x9FZ", "", 0, kThrows},
         {"half-width character", "\xB1", "", 0, kThrows},
         {"truncated double byte", "A\x88", Bytes("A\0", 2), 1, false},
         {"truncated double byte alone", "\x88", Bytes("\0", 1), 1, false},
-        {"truncated behind a double byte", "\x81\x98\x88", Bytes("\xA7\0\0", 3), 1, false},
-        {"truncated behind a zero byte", Bytes("A\0\x88", 3), Bytes("A\0\0", 3), 1, false},
-        {"truncated behind a character above FF", "\x88\x9F\x88", "", 1, kThrows},
+        {"truncated after a double byte", "\x81\x98\x88", Bytes("\xA7\0\0", 3), 1, false},
+        {"truncated after a zero byte", Bytes("A\0\x88", 3), Bytes("A\0\0", 3), 1, false},
+        {"truncated after a character above FF", "\x88\x9F\x88", "", 1, kThrows},
         {"invalid second byte", "A\x81 Z", Bytes("A\0\0\0", 4), 2, false},
-        {"zero byte in place of the second", Bytes("A\x88\0Z", 4), Bytes("A\0\0\0", 4), 2, false},
+        {"zero byte instead of the second", Bytes("A\x88\0Z", 4), Bytes("A\0\0\0", 4), 2, false},
         {"unassigned double byte", "AB\x85\x40YZ", Bytes("AB\0\0\0\0", 6), 2, false},
-        {"invalid behind a character above FF", "\x88\x9F\x81 ", "", 2, kThrows}},
+        {"invalid after a character above FF", "\x88\x9F\x81 ", "", 2, kThrows}},
        {{"ASCII", "abc", "abc", 0, false},
-        {"each byte a character", "a\xD7\xA7z", "a\x81\x7E\x81\x98z", 0, false},
+        {"one character per byte", "a\xD7\xA7z", "a\x81\x7E\x81\x98z", 0, false},
         {"nearest characters", "\xC3\xA9", "Ac", 0, false},
         {"zero bytes", Bytes("\0\xD7\xA7\0", 4), Bytes("\0\x81\x7E\x81\x98\0", 6), 0, false},
         {"not encodable", "\xD7\x81z", Bytes("\x81\x7E\0\0\0\0", 6), 2, false}}},
@@ -782,12 +782,12 @@ std::vector<Encoding> AllEncodings() {
        {{"ASCII", "abc", "abc", 0, false},
         {"nearest character", "\xC2\xA7", "A\xA7", 0, false},
         {"not encodable", "\xD0\x90", Bytes("\0\0", 2), 2, false},
-        {"not encodable behind others", "a\xC3\xBCz", Bytes("aA\0\0", 4), 2, false}}},
+        {"not encodable after others", "a\xC3\xBCz", Bytes("aA\0\0", 4), 2, false}}},
   };
 }
 
-// The user's locale is chosen before the program starts, and so is what to expect of it: by
-// TARSIO_TEST_ENCODING. Without that variable, these cases do not exist.
+// The user's locale is set before the program starts. TARSIO_TEST_ENCODING selects the expected
+// results; without it these cases do not exist.
 constexpr char kNoSuchLocale[] = "none";
 
 std::string NamedEncoding() {
@@ -848,8 +848,8 @@ TEST_P(CvtEncoding, MbToU8Valid) {
   EXPECT_STREQ(std::setlocale(LC_ALL, nullptr), "C");
 }
 
-// Whether the global C++ locale, and the C runtime, are the user's now. The environment tells how
-// the runtime's name of the user's locale ends.
+// Expects the user's locale in C++ and in the C runtime. An environment variable holds the suffix
+// of the runtime's locale name.
 void ExpectUserLocaleIsGlobal(const Encoding& encoding) {
   EXPECT_NE(std::locale(), std::locale::classic());
   const std::string runtimeName = std::setlocale(LC_ALL, nullptr);
@@ -955,8 +955,7 @@ TEST_P(CvtEncoding, FacetUnshift) {
   EXPECT_EQ(nextByte, bytes);
 }
 
-// A file longer than a stream's buffer, with characters that begin in one buffer and end in the
-// next.
+// The file is longer than a stream's buffer and has characters that span two buffers.
 TEST_P(CvtEncoding, FileStreams) {
   constexpr size_t kSamples = 10000;
   const ScopedDirectory directory;
@@ -968,7 +967,7 @@ TEST_P(CvtEncoding, FileStreams) {
     bytes += sample;
     text += decoded;
   }
-  CharsetCvt::U8ToMb("abc");  // new streams take the global locale
+  CharsetCvt::U8ToMb("abc");  // new streams use the global locale
   std::wofstream output(directory.Native("file"), std::ios::binary);
   output << text;
   output.close();
@@ -987,11 +986,11 @@ TEST_P(CvtEncoding, FileStreams) {
     input.clear();
     input.seekg(position);
   }
-  // Characters can be counted off only where all have the same length.
+  // Seeking by characters works only if all of them have the same length.
   EXPECT_EQ(input.seekg(3, std::ios::beg).good(), sample.size() == 1);
 }
 
-// A stream finds some errors only when it is closed, and may throw then.
+// A stream may detect an error only when it is closed, and may then throw.
 bool StreamWrites(const std::filesystem::path& file, const wchar_t* text) {
   std::wofstream output(file, std::ios::binary);
   try {
@@ -1030,7 +1029,7 @@ TEST_P(CvtEncoding, ClassicCtype) {
   EXPECT_EQ(TextThrownBy<std::range_error>([] { CharsetCvt::WToU8(L"\x20AC"); }), "bad conversion");
 }
 
-// ---- a user's locale that cannot be built ----
+// ---- a user locale that does not exist ----
 
 std::vector<std::string> MissingLocalesHere() {
   if (NamedEncoding() != kNoSuchLocale) return {};
@@ -1059,7 +1058,7 @@ TEST_P(CvtNoLocale, Throws) {
   EXPECT_TRUE(records->All().empty());
 }
 
-// Neither a locale nor that there is none is kept for the next conversion.
+// Neither a locale nor a failure is cached.
 TEST_P(CvtNoLocale, AsksEachTime) {
   const auto expectNone = [] {
     EXPECT_EQ(TextThrownBy<std::runtime_error>([] { CharsetCvt::MbToU8("\xA1\xF8"); }),
@@ -1101,7 +1100,7 @@ std::string Repeat(const std::string& text, size_t count) {
   return repeated;
 }
 
-// The default is accepted and never used, deliberately.
+// The default is accepted and never used (by design).
 TEST(GetEnv, Unset) {
   const auto records = LogRecords::Install(tarsio::LOG_LEVEL_DEBUG);
   const ScopedVariable variable(kVariable, std::nullopt);
@@ -1176,7 +1175,7 @@ TEST(GetEnv, InvalidCharacters) {
 
 TEST(GetEnv, NonAsciiNames) {
   const ScopedVariable variable("TARSIO_\xC3\xA9\xE4\xB8\xAD\xF0\x9F\x98\x80", "value");
-  // A surrogate pair, whatever the size of a unit.
+  // A surrogate pair, for any size of wchar_t.
   EXPECT_EQ(CharsetCvt::GetEnv(
                 std::wstring(L"TARSIO_\x00E9\x4E2D") + wchar_t{0xD83D} + wchar_t{0xDE00}, ""),
             "value");
@@ -1202,9 +1201,9 @@ TEST(GetEnv, IsNotCached) {
   EXPECT_EQ(CharsetCvt::GetEnv(kWideVariable, ""), "");
 }
 
-// ---- the facet that others may own ----
+// ---- DeletableFacet ----
 
-static_assert(!std::is_destructible<WideFacet>::value, "or there is nothing to make public");
+static_assert(!std::is_destructible<WideFacet>::value, "the destructor is protected");
 static_assert(std::is_destructible<tarsio::deletable_facet<WideFacet>>::value, "");
 static_assert(std::is_default_constructible<tarsio::deletable_facet<WideFacet>>::value, "");
 static_assert(std::is_base_of<WideFacet, tarsio::deletable_facet<WideFacet>>::value, "");

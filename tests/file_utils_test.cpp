@@ -55,7 +55,7 @@ constexpr int kAppend = 0x08;
 constexpr int kTruncate = 0x10;
 constexpr int kBinary = 0x20;
 
-// ---- what the interface fixes ----
+// ---- declarations ----
 
 static_assert(std::is_same<std::underlying_type<FileOptRet>::type, int32_t>::value, "");
 static_assert(FILE_OPT_SUCCESS == 0 && FILE_OPT_NOT_FILE == 1 &&
@@ -79,10 +79,10 @@ static_assert(
 
 // ---- helpers ----
 
-// Each test works in an empty directory of its own.
+// Each test runs in a new, empty directory.
 class FileUtilsTest : public testing::Test {
  protected:
-  // Everything below the directory, "a", "a/b", in order.
+  // Returns everything below the directory in order: "a", "a/b".
   std::vector<std::string> Tree() const {
     std::vector<std::string> names;
     const std::filesystem::path root = directory.Native("");
@@ -100,7 +100,7 @@ class FileUtilsTest : public testing::Test {
     std::filesystem::create_directories(directory.Native(name));
   }
 
-  // What a text file holds on this system when `content` is written to it.
+  // Returns the bytes of a text file with this content on this system.
   std::string TextForm(const std::string& content) const {
     const std::filesystem::path name = directory.Native("text form");
     std::ofstream(name) << content;
@@ -162,7 +162,7 @@ TEST_F(GetFileContent, NotAFile) {
   }
 }
 
-// For root on Linux it is not read-only.
+// For root, the file is still writable on Linux.
 TEST_F(GetFileContent, ReadOnlyFile) {
   using std::filesystem::perms;
   directory.Write("file", "content");
@@ -176,7 +176,7 @@ TEST_F(GetFileContent, EmptyFile) {
   EXPECT_EQ(ReadFile("f"), Failure(FILE_OPT_EMPTY_OR_UNREADABLE));
 }
 
-// Deliberate: there is no test for a regular file.
+// There is no check for a regular file (by design).
 TEST_F(GetFileContent, Device) {
   int devices = 0;
   for (const char* const text : {"NUL", "C:/dev/null"}) {  // each exists on one system
@@ -197,11 +197,11 @@ TEST_F(GetFileContent, CannotOpen) {
     ofMissing = ReadFile("missing");
   }
   EXPECT_EQ(reading, Failure(FILE_OPT_EMPTY_OR_UNREADABLE));
-  EXPECT_EQ(ofMissing, Failure(FILE_OPT_NOT_FILE));  // asked before
+  EXPECT_EQ(ofMissing, Failure(FILE_OPT_NOT_FILE));  // queried earlier
   EXPECT_EQ(ReadFile("f"), Content("content"));
 }
 
-// Reads until a read is reported as a mismatch, while `change` changes the file over and over.
+// Reads until a mismatch is reported, while `change` modifies the file repeatedly.
 void ExpectMismatchWhile(const std::function<void()>& change, size_t smallest, size_t largest) {
   std::atomic<bool> stop{false};
   std::thread writer([&stop, &change] {
@@ -246,7 +246,7 @@ TEST_F(GetFileContent, OutputIsPath) {
   EXPECT_EQ(text, "content");
 }
 
-// "\" and "/" both separate; one in front makes nothing absolute.
+// Both "\" and "/" are separators; a leading one does not make a path absolute.
 TEST_F(GetFileContent, PathForms) {
   CreateDirectories("d/e");
   directory.Write("d/f", "content");
@@ -267,7 +267,7 @@ TEST_F(GetFileContent, ThrowsAfterNul) {
   std::string content = kBefore;
   try {
     static_cast<void>(FileUtils::GetFileContent(std::string("d\0/f", 4), content));
-    ADD_FAILURE() << "nothing thrown";
+    ADD_FAILURE() << "no exception";
   } catch (const std::out_of_range& e) {
     EXPECT_STREQ(e.what(), "invalid string position");
   }
@@ -296,7 +296,7 @@ TEST_F(WriteFile, BinaryMode) {
 
 TEST_F(WriteFile, TextMode) {
   const std::string contents[] = {
-      "",         "no line end",      "one\n", "\n",   "\n\n\n",
+      "",         "no newline",       "one\n", "\n",   "\n\n\n",
       "a\nb",     "a\r\nb\r\n",       "\r",    "\n\r", std::string("a\0\nb\0", 5),
       "a\x1A\nb", "\xC3\xA9\n\xFF\n",
   };
@@ -329,8 +329,8 @@ TEST_F(WriteFile, EmptyContent) {
   EXPECT_THAT(Tree(), ElementsAre("new", "old"));
 }
 
-// The output bit (0x02) is always set, and the binary bit (0x20) decides only on line ends. The
-// other four: what becomes of a missing file, and where an existing one is written.
+// The output bit (0x02) is always set; the binary bit (0x20) only affects line ends. The other four
+// bits decide whether a missing file is created, and where an existing file is written.
 enum class Missing { kCreated, kRefused };
 enum class Existing { kTruncated, kInPlace, kExtended, kRefused };
 
@@ -343,7 +343,7 @@ const struct ModeRow {
     {kTruncate, Missing::kCreated, Existing::kTruncated},
     {kAppend, Missing::kCreated, Existing::kExtended},
     {kAppend | kTruncate, Missing::kRefused, Existing::kRefused},
-    {kAtEnd, Missing::kCreated, Existing::kExtended},  // it keeps the file, deliberately
+    {kAtEnd, Missing::kCreated, Existing::kExtended},  // the file is kept (by design)
     {kAtEnd | kTruncate, Missing::kCreated, Existing::kTruncated},
     {kAtEnd | kAppend, Missing::kCreated, Existing::kExtended},
     {kAtEnd | kAppend | kTruncate, Missing::kRefused, Existing::kRefused},
@@ -415,7 +415,7 @@ TEST_F(WriteFile, Directory) {
         std::string("."), std::string(".."), std::string("C:\\"), directory.Text("d")}) {
     SCOPED_TRACE(path);
     EXPECT_EQ(FileUtils::WriteFile("x", path, 0), FILE_OPT_IS_DIRECTORY);
-    // Tested before the mode and, for a single component, before the parent.
+    // Checked before the mode and, for a single component, before the parent.
     EXPECT_EQ(FileUtils::WriteFile("x", path, kAppend | kTruncate), FILE_OPT_IS_DIRECTORY);
   }
   EXPECT_THAT(Tree(), ElementsAre("d", "d/e"));
@@ -435,7 +435,7 @@ TEST_F(WriteFile, ParentIsAFile) {
   EXPECT_THAT(Tree(), ElementsAre("d", "f"));
 }
 
-// The parent of a single relative component is the empty path, which is no directory.
+// The parent of a single relative component is the empty path, which is not a directory.
 TEST_F(WriteFile, BareName) {
   directory.Write("old.txt", "content");
   for (const char* path :
@@ -465,7 +465,7 @@ TEST_F(WriteFile, PathForms) {
   EXPECT_THAT(Tree(), ElementsAre("d", "d/e"));
 }
 
-// The parent of the empty path is "..", which exists; opening is what fails.
+// The parent of the empty path is "..", which exists, so it is the open that fails.
 TEST_F(WriteFile, EmptyPath) {
   for (const char* path : {"", "/", "\\\\?\\"}) {
     SCOPED_TRACE(path);
@@ -547,7 +547,7 @@ TEST_F(FileUtilsTest, Utf8Names) {
   }
 }
 
-// The runtime's own narrow calls take such a name the same way, whatever they make of it.
+// The reference is the result of the runtime's narrow calls for the same bytes.
 TEST_F(FileUtilsTest, NarrowNames) {
   EXPECT_TRUE(FileUtils::MakeDir("d\xC3\xA9/"));
   std::FILE* const file = std::fopen("d\xC3\xA9/f\xC3\xA9", "w");
@@ -559,7 +559,7 @@ TEST_F(FileUtilsTest, NarrowNames) {
   EXPECT_THAT(Tree(), ElementsAre());
 }
 
-// Bytes that are no UTF-8 too, whatever ".." does around them.
+// Also invalid UTF-8, with ".." before or after it.
 TEST_F(FileUtilsTest, NarrowBytes) {
   EXPECT_TRUE(FileUtils::MakeDir("d\xFF/"));
   EXPECT_FALSE(FileUtils::CheckDirOrFileExists("d\xEF\xBF\xBD"));
@@ -568,8 +568,8 @@ TEST_F(FileUtilsTest, NarrowBytes) {
 }
 
 TEST_F(MakeDir, Colon) {
-  // Windows reads a stream's name there. Wine creates a directory, so it cannot run this.
-  if (tarsio_test::RunsUnderWine()) GTEST_SKIP() << "Wine takes the colon for a part of the name";
+  // On Windows the colon starts a stream name. Wine creates a directory.
+  if (tarsio_test::RunsUnderWine()) GTEST_SKIP() << "Wine treats the colon as part of the name";
   for (const char* text : {"ab:/x/", "\xC3\xA9:/x/"}) {
     SCOPED_TRACE(text);
     EXPECT_FALSE(FileUtils::MakeDir(text));
@@ -587,19 +587,19 @@ TEST_F(FileUtilsTest, NarrowNul) {
   EXPECT_THAT(Tree(), ElementsAre());
   EXPECT_TRUE(FileUtils::MakeDir(std::string("a\0b/", 4)));
   EXPECT_THAT(Tree(), ElementsAre("a"));
-  EXPECT_TRUE(FileUtils::MakeDir(std::string("a\0b/", 4)));  // what exists is passed over
+  EXPECT_TRUE(FileUtils::MakeDir(std::string("a\0b/", 4)));  // existing directories are skipped
 }
 
 TEST_F(FileUtilsTest, ThrowsAfterNul) {
   const std::function<void()> calls[] = {
       [] { static_cast<void>(FileUtils::CheckDirOrFileExists(std::string("a\0/b", 4))); },
       [] { static_cast<void>(FileUtils::WriteFile("x", std::string("a\0/b", 4), 0)); },
-      [] { static_cast<void>(FileUtils::MakeDir(std::string("a\0/b/", 5))); },  // its second prefix
+      [] { static_cast<void>(FileUtils::MakeDir(std::string("a\0/b/", 5))); },  // the second prefix
   };
   for (const std::function<void()>& call : calls) {
     try {
       call();
-      ADD_FAILURE() << "nothing thrown";
+      ADD_FAILURE() << "no exception";
     } catch (const std::out_of_range& e) {
       EXPECT_STREQ(e.what(), "invalid string position");
     }
@@ -642,13 +642,13 @@ TEST_F(MakeDir, Prefixes) {
       {"a/../b/", true, {"a", "b"}},
       {"a b/.c/d.e/", true, {"a b", "a b/.c", "a b/.c/d.e"}},
       {"", false, {}},
-      // A separator alone tests as missing and cannot be created.
+      // A single separator tests as missing and cannot be created.
       {"/x/", false, {}},
       {"\\x\\", false, {}},
       {"/", false, {}},
       {"//x/", false, {}},
       {"\\\\?\\x\\", false, {}},
-      // Nor can a drive that there cannot be.
+      // Neither can a drive that does not exist.
       {"1:/x/", false, {}},
       {"Q:x/", false, {}},
   };
@@ -656,7 +656,7 @@ TEST_F(MakeDir, Prefixes) {
     SCOPED_TRACE(row.text);
     EXPECT_EQ(FileUtils::MakeDir(row.text), row.result);
     EXPECT_EQ(Tree(), row.created);
-    EXPECT_EQ(FileUtils::MakeDir(row.text), row.result);  // what exists is passed over
+    EXPECT_EQ(FileUtils::MakeDir(row.text), row.result);  // existing directories are skipped
     EXPECT_EQ(Tree(), row.created);
     for (const auto& entry : std::filesystem::directory_iterator(directory.Native(""))) {
       std::filesystem::remove_all(entry.path());
@@ -742,7 +742,8 @@ TEST_F(RemoveFile, NotADirectory) {
   }
 }
 
-// After the prefix the name is literal and begins with a drive; and a separator says "directory".
+// After the long prefix the name is literal and begins with a drive; a trailing separator means a
+// directory.
 TEST_F(RemoveFile, InvalidName) {
   CreateDirectories("d");
   directory.Write("f", "content");
@@ -770,7 +771,7 @@ TEST_F(CheckDirOrFileExists, Kind) {
       {"d\\f", true},
       {"missing/../d/f", true},
       {"d/f/..", true},
-      {"/d/f", true},  // relative: one separator in front makes nothing absolute
+      {"/d/f", true},  // relative: a leading separator does not make it absolute
       {".", true},
       {"..", true},
       {"C:", true},
@@ -807,12 +808,12 @@ TEST_F(CheckDirOrFileExists, Unc) {
   EXPECT_EQ(ReadFile("UNC/f"), Content("content"));
   EXPECT_EQ(FileUtils::WriteFile("new", "UNC/g", kBinary), FILE_OPT_SUCCESS);
   EXPECT_EQ(directory.Read("UNC/g"), "new");
-  // With a backslash the text itself is one of a share, for all of them.
+  // With a backslash the path itself is a share, for every function.
   EXPECT_EQ(ReadFile("UNC\\f"), Failure(FILE_OPT_NOT_FILE));
   EXPECT_FALSE(FileUtils::CheckDirOrFileExists("UNC\\f"));
 }
 
-// So a directory below it is created once and cannot be passed over.
+// As a result, a directory below it is created once and is not recognized afterwards.
 TEST_F(MakeDir, Unc) {
   EXPECT_TRUE(FileUtils::MakeDir("UNC/x/"));
   EXPECT_TRUE(IsDirectory("UNC/x"));

@@ -73,7 +73,7 @@ using tarsio_test::LogRecords;
 
 using Timeout = unsigned long long;
 
-// ---- what hosts compile against ----
+// ---- declarations ----
 
 static_assert(std::is_constructible<CountDownLatch, unsigned int>::value &&
                   !std::is_default_constructible<CountDownLatch>::value,
@@ -85,34 +85,34 @@ static_assert(!std::is_copy_constructible<CountDownLatch>::value &&
                   !std::is_copy_assignable<CountDownLatch>::value &&
                   !std::is_copy_constructible<CountOutWake>::value &&
                   !std::is_copy_assignable<CountOutWake>::value,
-              "neither is copied");
+              "not copyable");
 static_assert(!std::is_polymorphic<CountDownLatch>::value &&
                   !std::is_polymorphic<CountOutWake>::value,
-              "neither has virtual operations");
+              "no virtual functions");
 static_assert(
     std::is_same<decltype(&CountDownLatch::CountDown), void (CountDownLatch::*)()>::value &&
         std::is_same<decltype(&CountDownLatch::Wait), void (CountDownLatch::*)(Timeout)>::value &&
         std::is_same<decltype(&CountDownLatch::GetCount),
                      unsigned int (CountDownLatch::*)()>::value,
-    "nothing but the count is told");
+    "only the count is returned");
 static_assert(
     std::is_same<decltype(&CountOutWake::CountOut), void (CountOutWake::*)()>::value &&
         std::is_same<decltype(&CountOutWake::CountAll), void (CountOutWake::*)()>::value &&
         std::is_same<decltype(&CountOutWake::Wait), void (CountOutWake::*)(Timeout)>::value &&
         std::is_same<decltype(&CountOutWake::GetCount), unsigned int (CountOutWake::*)()>::value,
-    "nothing but the count is told");
+    "only the count is returned");
 
-// ---- what both have in common ----
+// ---- helpers for both ----
 
 constexpr unsigned int kLargest = std::numeric_limits<unsigned int>::max();
 constexpr Timeout kNoLimit = 0;
 constexpr Timeout kLargestTimeout = std::numeric_limits<int64_t>::max();
 constexpr Timeout kFirstNegative = kLargestTimeout + 1;
-// A wait that ends "at once" ends within this, at least once in some attempts.
+// A wait that returns immediately takes less than this, at least once in several attempts.
 constexpr milliseconds kAtOnce{500};
 constexpr int kAttempts = 10;
 
-// A timeout of an hour, in the unit of each.
+// An hour, in the unit of each class.
 Timeout AnHour(const CountDownLatch& /*latch*/) { return 3600ull * 1000; }
 Timeout AnHour(const CountOutWake& /*wake*/) { return 3600ull * 1000 * 1000 * 1000; }
 
@@ -123,14 +123,14 @@ std::condition_variable& CvOf(CountOutWake& wake) { return wake.*Reach(tarsio_te
 std::mutex& MutexOf(CountDownLatch& latch) { return latch.*Reach(tarsio_test::LatchMutex()); }
 std::mutex& MutexOf(CountOutWake& wake) { return wake.*Reach(tarsio_test::WakeMutex()); }
 
-// Also those that a faulty object keeps behind a count of zero.
+// Also frees waiters of a broken object whose count is already zero.
 void FreeWaiters(CountDownLatch& latch) {
   while (latch.GetCount() != 0) latch.CountDown();
   CvOf(latch).notify_all();
 }
 void FreeWaiters(CountOutWake& wake) { wake.CountAll(); }
 
-// Threads in the Wait() of one object. Those that are still in there at the end are freed.
+// Threads in Wait() of one object. The destructor frees the remaining ones.
 template <typename Latch>
 class Waiters {
  public:
@@ -150,13 +150,13 @@ class Waiters {
     return static_cast<size_t>(std::count_if(calls.begin(), calls.end(), returned));
   }
 
-  // Waits for all to return; whether they have.
+  // Returns whether all threads return in time.
   bool AllReturn() {
     const auto returns = [](BackgroundCall& call) { return call.ReturnsWithin(); };
     return std::all_of(calls.begin(), calls.end(), returns);
   }
 
-  // Watches the threads for a while; whether none has returned.
+  // Watches the threads for a while and returns whether none has returned.
   bool AllStayBlocked() {
     milliseconds watch = kBlockedCheck;
     for (BackgroundCall& call : calls) {
@@ -170,7 +170,7 @@ class Waiters {
   std::vector<BackgroundCall> calls;
 };
 
-// How long Wait() lasts on the system clock; more than kTestTimeout if it does not return.
+// Returns how long Wait() takes on the system clock; more than kTestTimeout if it does not return.
 template <typename Latch>
 nanoseconds DurationOfWait(const std::shared_ptr<Latch>& latch, Timeout timeout) {
   const auto duration = std::make_shared<nanoseconds>();
@@ -219,7 +219,7 @@ void ExpectNegativeTimeoutsReturnAtOnce() {
   }
 }
 
-// All rows wait at the same time, each in an object of its own.
+// All rows wait concurrently, each on a separate object.
 template <typename Latch>
 void ExpectTimeoutsWaitUntilFreed(const std::vector<TimeoutRow>& rows) {
   std::vector<std::shared_ptr<Latch>> latches;
@@ -238,7 +238,7 @@ void ExpectTimeoutsWaitUntilFreed(const std::vector<TimeoutRow>& rows) {
   }
 }
 
-// The condition variable is woken from outside, as a spurious wake-up would do it.
+// Notifies the condition variable from outside, like a spurious wake-up.
 template <typename Latch>
 void ExpectAnyWakeUpEndsTheWait() {
   for (const Timeout timeout : {kNoLimit, AnHour(Latch(1u)), kLargestTimeout}) {
@@ -249,7 +249,7 @@ void ExpectAnyWakeUpEndsTheWait() {
     ASSERT_TRUE(waiters.AllStayBlocked());
     const auto start = std::chrono::steady_clock::now();
     while (waiters.Returned() == 0 && std::chrono::steady_clock::now() - start < kTestTimeout) {
-      CvOf(*latch).notify_all();  // again, if the thread was not inside yet
+      CvOf(*latch).notify_all();  // repeat, in case the thread was not waiting yet
       std::this_thread::sleep_for(milliseconds(1));
     }
     ASSERT_EQ(waiters.Returned(), 1u);
@@ -257,7 +257,7 @@ void ExpectAnyWakeUpEndsTheWait() {
   }
 }
 
-// While the test holds the object's mutex, `call` must not get on.
+// Expects `call` to block while the test holds the object's mutex.
 template <typename Latch>
 void ExpectWaitsForTheMutex(const std::shared_ptr<Latch>& latch, std::function<void()> call) {
   std::unique_lock<std::mutex> lock(MutexOf(*latch));
@@ -267,7 +267,7 @@ void ExpectWaitsForTheMutex(const std::shared_ptr<Latch>& latch, std::function<v
   EXPECT_TRUE(background.ReturnsWithin());
 }
 
-// Waits for the number that an object reads as.
+// Waits until the count is `count`.
 bool Reads(CountOutWake& wake, unsigned int count) {
   const auto start = std::chrono::steady_clock::now();
   while (wake.GetCount() != count) {
@@ -358,8 +358,8 @@ TEST(CountDownLatch, ZeroTimeout) {
   EXPECT_TRUE(waiters.AllReturn());
 }
 
-// 1500 seconds would be far more than the test's patience, 1500 microseconds far less than the
-// lower limit.
+// If the unit were seconds, the wait would exceed the test's limit; with microseconds it would be
+// too short.
 TEST(CountDownLatch, Milliseconds) {
   const auto latch = std::make_shared<CountDownLatch>(2u);
   const nanoseconds duration = DurationOfWait(latch, 1500);
@@ -403,7 +403,7 @@ TEST(CountDownLatch, LargeTimeout) {
       {"2^32 + 1", (1ull << 32) + 1},
       {"2^33 + 1", (1ull << 33) + 1},
       {"an hour before the clock's end", last - AnHour(CountDownLatch(0))},
-      {"an hour behind the clock's end", last + AnHour(CountDownLatch(0))},
+      {"an hour after the clock's end", last + AnHour(CountDownLatch(0))},
       {"2^63 nanoseconds, cut", 9223372036854ull},
       {"2^63 nanoseconds and more", 9223372036855ull},
       {"2^64 nanoseconds and some, which would wrap to 0.4 ms", 18446744073710ull},
@@ -415,7 +415,7 @@ TEST(CountDownLatch, LargeTimeout) {
   });
 }
 
-// Deliberately: Wait() does not look at the count again.
+// Wait() does not check the count again (by design).
 TEST(CountDownLatch, SpuriousWakeUp) { ExpectAnyWakeUpEndsTheWait<CountDownLatch>(); }
 
 TEST(CountDownLatch, Locks) {
@@ -455,7 +455,7 @@ TEST(CountDownLatch, NoUnderflow) {
       before = count;
     }
   });
-  EXPECT_EQ(highest, 0u) << "the count has grown";
+  EXPECT_EQ(highest, 0u) << "the count increased";
   EXPECT_EQ(latch.GetCount(), 0u);
 }
 
@@ -512,7 +512,7 @@ TEST(CountOutWake, WakesOne) {
     ASSERT_TRUE(Reads(*wake, left));
     if (left == 0) break;
     std::this_thread::sleep_for(kBlockedCheck / 3);
-    ASSERT_EQ(wake->GetCount(), left) << "more than one has been woken";
+    ASSERT_EQ(wake->GetCount(), left) << "more than one thread was woken";
     ASSERT_LE(waiters.Returned(), kWaiters - left);
   }
   EXPECT_TRUE(waiters.AllReturn());
@@ -535,7 +535,7 @@ TEST(CountOutWake, LostWakeUp) {
   for (int i = 0; i < 3; ++i) {
     wake->CountOut();
     wake->CountAll();
-    EXPECT_EQ(wake->GetCount(), 3u) << "wake-ups leave the count";
+    EXPECT_EQ(wake->GetCount(), 3u) << "wake-ups do not change the count";
   }
   EXPECT_GE(DurationOfWait(wake, 100'000'000), milliseconds(100));
   wake->CountOut();
@@ -566,8 +566,7 @@ TEST(CountOutWake, IsReusable) {
   }
 }
 
-// Unlike CountDownLatch, deliberately. 100 million microseconds would be more than the test's
-// patience.
+// Unlike CountDownLatch (by design). As microseconds, 100 million would exceed the test's limit.
 TEST(CountOutWake, Nanoseconds) {
   const auto wake = std::make_shared<CountOutWake>(1u);
   const nanoseconds duration = DurationOfWait(wake, 100'000'000);
@@ -583,7 +582,7 @@ TEST(CountOutWake, OneSecond) {
   EXPECT_LT(duration, kTestTimeout);
 }
 
-TEST(CountOutWake, Microsecond) {
+TEST(CountOutWake, ShortTimeouts) {
   const auto wake = std::make_shared<CountOutWake>();
   for (const Timeout timeout : {1ull, 999ull, 1000ull, 1500ull}) {
     SCOPED_TRACE(timeout);
@@ -629,7 +628,7 @@ TEST(CountOutWake, LargeTimeout) {
       {"2^32 seconds", (1ull << 32) * 1'000'000'000},
       {"2^62", 1ull << 62},
       {"an hour before the clock's end", last - AnHour(CountOutWake())},
-      {"an hour behind the clock's end", last + AnHour(CountOutWake())},
+      {"an hour after the clock's end", last + AnHour(CountOutWake())},
       {"2^63 - 2", kLargestTimeout - 1},
       {"2^63 - 1", kLargestTimeout},
   });
@@ -682,7 +681,7 @@ TEST(CountOutWake, ManyThreads) {
         default:
           wake.Wait(1 + random() % 100'000);
       }
-      // The caller itself is outside.
+      // The calling thread is not inside Wait().
       const unsigned int count = wake.GetCount();
       if (count < kInitial || count >= kInitial + kThreads) outside = count;
     }
@@ -726,7 +725,7 @@ TEST(CountOutWake, FieldOrder) {
   EXPECT_LT(cv, count);
 }
 
-// ---- both ----
+// ---- both classes ----
 
 TEST(Latches, LogNothing) {
   const auto records = LogRecords::Install(tarsio::LOG_LEVEL_DEBUG);

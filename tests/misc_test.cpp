@@ -33,7 +33,7 @@ using testing::IsSupersetOf;
 using testing::Not;
 using testing::StartsWith;
 
-// ---- what hosts compile against ----
+// ---- declarations ----
 
 static_assert(std::is_same<decltype(GetSupportedCiphersList()), std::string>::value,
               "a text of the caller's own");
@@ -82,7 +82,7 @@ TEST(SupportedCiphers, ManyThreads) {
 using ContextPtr = std::unique_ptr<SSL_CTX, decltype(&SSL_CTX_free)>;
 using SslPtr = std::unique_ptr<SSL, decltype(&SSL_free)>;
 
-// A suite that an older protocol than TLS 1.3 uses: those of TLS 1.3 are not chosen by such a list.
+// A cipher suite. Suites of TLS 1.3 are not selected by such a list, so all of these are older.
 struct Suite {
   std::string name;
   std::string keyExchange;
@@ -109,7 +109,7 @@ std::vector<Suite> Suites(const STACK_OF(SSL_CIPHER) * ciphers) {
   return suites;
 }
 
-// A TLS library that refuses nothing by itself, so that the list alone decides.
+// A TLS library without a security level, so that only the list decides.
 class CipherPolicy : public testing::Test {
  protected:
   CipherPolicy() : context(::SSL_CTX_new(::TLS_method()), ::SSL_CTX_free) {
@@ -124,7 +124,7 @@ class CipherPolicy : public testing::Test {
 
   std::vector<Suite> Chosen() { return Suites(::SSL_CTX_get_ciphers(context.get())); }
 
-  // Those that a connection really offers.
+  // Returns the suites that a connection offers.
   std::vector<Suite> Offered() {
     const SslPtr ssl(::SSL_new(context.get()), ::SSL_free);
     STACK_OF(SSL_CIPHER)* const ciphers = ::SSL_get1_supported_ciphers(ssl.get());
@@ -187,11 +187,11 @@ TEST_F(CipherPolicy, Removed) {
   }
 }
 
-// "Removed for good": nothing that is added behind the policy brings a removed suite back.
+// "Removed for good": a list appended to the policy cannot add a removed suite again.
 TEST_F(CipherPolicy, RemovedForGood) {
   ASSERT_TRUE(Accepts(GetSupportedCiphersList() + ":ALL:COMPLEMENTOFALL"));
   const std::vector<Suite> suites = Chosen();
-  EXPECT_THAT(suites, Contains(Not(IsAesGcm()))) << "the list behind the policy counts";
+  EXPECT_THAT(suites, Contains(Not(IsAesGcm()))) << "the appended list takes effect";
   EXPECT_THAT(suites, Each(Not(ExchangesKeysByRsa())));
   EXPECT_THAT(suites, Each(Not(ExchangesKeysByFiniteFields())));
   EXPECT_THAT(suites, Each(Not(UsesASharedKeyOrPassword())));
@@ -200,7 +200,7 @@ TEST_F(CipherPolicy, RemovedForGood) {
   EXPECT_THAT(suites, Each(Not(UsesCamellia())));
 }
 
-// The checks above see what they look for, since this library has most of it without the policy.
+// Proves that the checks above can fail: without the policy, the library offers most of it.
 TEST_F(CipherPolicy, WithoutPolicy) {
   EXPECT_FALSE(Accepts("NOSUCHCIPHER"));
   ASSERT_TRUE(Accepts("ALL:COMPLEMENTOFALL"));
@@ -216,7 +216,7 @@ TEST_F(CipherPolicy, WithoutPolicy) {
 
 // ---- the clock ----
 
-// The steady clock's reading, cut to milliseconds.
+// The steady clock, truncated to milliseconds.
 long long SteadyMs() {
   return duration_cast<milliseconds>(steady_clock::now().time_since_epoch()).count();
 }
@@ -249,8 +249,7 @@ TEST(MonotonicClock, AcrossThreads) {
   EXPECT_EQ(wrong, 0);
 }
 
-// Many readings, at all points of a millisecond: a clock that rounds would run ahead of one that
-// truncates.
+// Reads at all phases of a millisecond: a clock that rounds would be ahead of one that truncates.
 TEST(MonotonicClock, SteadyClock) {
   const auto end = steady_clock::now() + milliseconds(100);
   int ticks = 0;
@@ -266,7 +265,7 @@ TEST(MonotonicClock, SteadyClock) {
   EXPECT_GT(ticks, 1);
 }
 
-// Deliberately: its epoch is about the start of the system, not 1970.
+// The epoch is about the system start, not 1970 (by design).
 TEST(MonotonicClock, SinceBoot) {
   const long long now = GetTimeNowMsSinceEpoch();
   const long long wallClock =
@@ -286,7 +285,7 @@ TEST(MonotonicClock, Advances) {
   const auto woken = steady_clock::now();
   const long long end = GetTimeNowMsSinceEpoch();
   const auto latest = steady_clock::now();
-  // Each reading is cut: up to a millisecond more or less.
+  // Each reading is truncated, so the difference may be off by a millisecond.
   EXPECT_GE(end - start, duration_cast<milliseconds>(woken - slept).count() - 1);
   EXPECT_LE(end - start, duration_cast<milliseconds>(latest - earliest).count() + 1);
   EXPECT_GE(end - start, kSleep.count() - 1);

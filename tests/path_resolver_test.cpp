@@ -30,7 +30,7 @@ using testing::IsEmpty;
 
 constexpr auto kNoType = static_cast<Path::PathType>(7);
 
-// ---- what hosts compile against ----
+// ---- declarations ----
 
 using Iterator = std::vector<Path>::iterator;
 using ConstIterator = std::vector<Path>::const_iterator;
@@ -53,7 +53,7 @@ static_assert(
         std::is_same<decltype(std::declval<Resolver>().end()), Iterator>::value &&
         std::is_same<decltype(std::declval<ConstResolver>().begin()), ConstIterator>::value &&
         std::is_same<decltype(std::declval<ConstResolver>().end()), ConstIterator>::value,
-    "positions are those of the list");
+    "the types of the list");
 static_assert(
     std::is_same<decltype(std::declval<Resolver>().Append(std::declval<const Path&>())),
                  void>::value &&
@@ -61,7 +61,7 @@ static_assert(
                      void>::value &&
         std::is_same<decltype(std::declval<Resolver>().Erase(Iterator())), void>::value &&
         std::is_same<decltype(std::declval<Resolver>().Erase(ConstIterator())), void>::value,
-    "changes have no result");
+    "no result");
 static_assert(
     std::is_same<decltype(std::declval<ConstResolver>().Resolve(std::declval<const Path&>())),
                  Path>::value,
@@ -77,7 +77,7 @@ Path Parsed(const std::string& text, Path::PathType type) {
 
 Path Posix(const std::string& text) { return Parsed(text, Path::POSIX_PATH); }
 
-// A resolver with these entries and no others.
+// Returns a resolver with exactly these entries.
 PathResolver With(const std::vector<Path>& entries) {
   PathResolver resolver;
   resolver.Erase(resolver.begin());
@@ -91,7 +91,7 @@ std::vector<std::string> Entries(const PathResolver& resolver) {
   return texts;
 }
 
-// Equality of paths looks at the components only.
+// operator== compares the components only.
 void ExpectSamePath(const Path& actual, const Path& expected) {
   EXPECT_EQ(actual, expected);
   EXPECT_EQ(actual.Str(), expected.Str());
@@ -186,7 +186,7 @@ TEST(PathResolver, TypeAndFlags) {
 
 TEST(PathResolver, OwnEntry) {
   PathResolver resolver = With({"a", "b"});
-  for (int i = 0; i < 50; ++i) {  // the list moves as it grows
+  for (int i = 0; i < 50; ++i) {  // the list reallocates as it grows
     resolver.Append(resolver[0]);
     resolver.Prepend(resolver[resolver.Size() - 2]);
   }
@@ -368,7 +368,7 @@ TEST_F(ResolveTest, NotFound) {
       "nowhere.txt",
       "folder/../nowhere/./x",
       "here.txt/x",
-      "first/both.txt",  // exists, but not below an entry
+      "first/both.txt",  // not below an entry
       Posix("nowhere/a\\b"),
       Parsed("nowhere", kNoType),
       R"(C:\no\such\directory)",
@@ -389,7 +389,8 @@ TEST_F(ResolveTest, NotFound) {
   EXPECT_FALSE(relative.IsAbsolute());
 }
 
-// Deliberately: the join leaves the directory as it is, so the test is whether that exists.
+// The join returns the directory unchanged, so the first existing directory is the result (by
+// design).
 TEST_F(ResolveTest, AbsoluteValue) {
   const Path values[] = {
       directory.Text("here.txt"),         // exists
@@ -411,7 +412,7 @@ TEST_F(ResolveTest, AbsoluteValue) {
   }
 }
 
-// Deliberately, for the same reason.
+// For the same reason (by design).
 TEST_F(ResolveTest, OtherType) {
   for (const Path& value : {Posix("both.txt"), Posix("nowhere.txt"), Posix(""),
                             Parsed("both.txt", kNoType), Parsed("/both.txt", kNoType)}) {
@@ -439,7 +440,7 @@ TEST_F(ResolveTest, EmptyEntry) {
   const PathResolver resolver = With({Path(), "first"});
   ExpectSamePath(resolver.Resolve("here.txt"), "here.txt");
   ExpectSamePath(resolver.Resolve("only-first.txt"), R"(first\only-first.txt)");
-  ExpectSamePath(resolver.Resolve(R"(C:\x)"), "first");  // an empty text names nothing
+  ExpectSamePath(resolver.Resolve(R"(C:\x)"), "first");  // an empty path does not exist
 }
 
 TEST_F(ResolveTest, Duplicates) {
@@ -488,9 +489,9 @@ TEST_F(ResolveTest, ManyThreads) {
   EXPECT_EQ(wrong, 0);
 }
 
-// ---- the text form ----
+// ---- printing ----
 
-// Keeps what is written, and where it is flushed.
+// Records the output and the flushes.
 class FlushRecorder : public std::stringbuf {
  protected:
   int sync() override {

@@ -69,12 +69,12 @@ TEST(SplitString, Table) {
       {"kv", "=", {"kv"}, {"kv", "kv"}, {"kv"}},
       {"a--b", "--", {"a", "b"}, {"a", "b"}, {"a", "b"}},
       {"a::b::c", "::", {"a", "b", "c"}, {"a", "b", "c"}, {"a", "b::c"}},
-      // A delimiter is no set of characters.
+      // A delimiter is a string, not a set of characters.
       {"a-b", "--", {"a-b"}, {"a-b", "a-b"}, {"a-b"}},
       {"a,b;c", ",;", {"a,b;c"}, {"a,b;c", "a,b;c"}, {"a,b;c"}},
       {"abc", "abc", {"", ""}, {""}, {"", ""}},
       {"abc", "abcd", {"abc"}, {"abc", "abc"}, {"abc"}},
-      // Matches go from left to right and never overlap.
+      // Matches are found from left to right and do not overlap.
       {"aXXXb", "XX", {"a", "Xb"}, {"a", "Xb"}, {"a", "Xb"}},
       {"aXXXXb", "XX", {"a", "", "b"}, {"a", "", "b"}, {"a", "XXb"}},
       {"ababac", "aba", {"", "bac"}, {"", "bac"}, {"", "bac"}},
@@ -87,7 +87,7 @@ TEST(SplitString, Table) {
   }
 }
 
-// The search runs over the text with a delimiter behind it; what that completes is cut.
+// The search runs over the input plus a delimiter; a match that ends in the added part is cut.
 TEST(SplitString, PartialDelimiter) {
   EXPECT_THAT(StringUtils::SplitString("a-", "--"), ElementsAre("a"));
   EXPECT_THAT(StringUtils::SplitString("-", "--"), ElementsAre(""));
@@ -105,7 +105,8 @@ TEST(SplitString, PartialDelimiter) {
 TEST(SplitAllByString, NoDelimiter) {
   EXPECT_THAT(StringUtils::SplitAllByString("abc", ","), ElementsAre("abc", "abc"));
   EXPECT_THAT(StringUtils::SplitString("abc", ","), ElementsAre("abc"));
-  EXPECT_THAT(StringUtils::SplitAllByString("", ","), ElementsAre(""));  // but an empty one once
+  EXPECT_THAT(StringUtils::SplitAllByString("", ","),
+              ElementsAre(""));  // but the empty string once
 }
 
 TEST(SplitString, EmptyDelimiter) {
@@ -134,10 +135,10 @@ TEST(SplitString, Nul) {
   EXPECT_EQ(StringUtils::SplitString(text, nulComma), (Pieces{std::string("a\0b,", 4), "c"}));
 }
 
-// The three rules as a walk over the text, byte by byte.
+// The three rules as one pass over the input, byte by byte.
 struct Walk {
-  Pieces closed;     // the pieces that a delimiter ended
-  std::string open;  // what is left behind the last one
+  Pieces closed;     // pieces terminated by a delimiter
+  std::string open;  // the rest after the last one
 };
 
 Walk WalkOver(const std::string& text, const std::string& delimiter, size_t atMost = SIZE_MAX) {
@@ -192,7 +193,7 @@ TEST(SplitString, RandomStrings) {
         StringUtils::SplitAllByString(text, delimiter) == ExpectedSplitAll(text, delimiter) &&
         StringUtils::SplitFristByString(text, delimiter) == ExpectedSplitFirst(text, delimiter);
     if (same) continue;
-    SCOPED_TRACE("text " + testing::PrintToString(text) + " at " +
+    SCOPED_TRACE("input " + testing::PrintToString(text) + " at " +
                  testing::PrintToString(delimiter));
     EXPECT_EQ(StringUtils::SplitString(text, delimiter), ExpectedSplit(text, delimiter));
     EXPECT_EQ(StringUtils::SplitAllByString(text, delimiter), ExpectedSplitAll(text, delimiter));
@@ -215,7 +216,7 @@ TEST(StringUtils, Trim) {
   EXPECT_EQ(Trimmed("\t \rx\t \r"), "x");
   EXPECT_EQ(Trimmed("  x"), "x");
   EXPECT_EQ(Trimmed("x  "), "x");
-  EXPECT_EQ(Trimmed(" x  y\t\nz "), "x  y\t\nz");  // none of it inside
+  EXPECT_EQ(Trimmed(" x  y\t\nz "), "x  y\t\nz");  // inner white space stays
   EXPECT_EQ(Trimmed(std::string(1000, ' ')), "");
   EXPECT_EQ(Trimmed(" \t\n\v\f\r"), "");
   EXPECT_EQ(Trimmed(std::string(" \0 x \0 ", 7)), std::string("\0 x \0", 5));
@@ -239,7 +240,7 @@ std::string AllBytes() {
   return bytes;
 }
 
-// EOF itself as a rule, but one runtime maps the byte 0xFF by a locale that has been in use.
+// Usually EOF itself, but one runtime maps the byte 0xFF by a previously used locale.
 std::string UpperOfEof() { return std::string(1, static_cast<char>(std::toupper(EOF))); }
 std::string LowerOfEof() { return std::string(1, static_cast<char>(std::tolower(EOF))); }
 
@@ -278,7 +279,7 @@ class ScopedRuntimeLocale {
   const bool known;
 };
 
-// In every locale of these that the system has: "C" everywhere, the others on some systems.
+// In each of these locales that the system has: "C" everywhere, the others on some systems.
 TEST(StringUtils, RuntimeLocale) {
   tarsio_test::FindTestLocales();
   int known = 0;
@@ -309,8 +310,8 @@ TEST(StringUtils, ThreadLocale) {
   EXPECT_EQ(StringUtils::ToUpper("caf\xE9"), "CAF\xE9");
 }
 
-// The runtime frees the name of a locale when any thread changes the locale. The counter is relaxed
-// so that it does not order the calls before the change.
+// The runtime frees a locale's name when any thread changes the locale. The counter is relaxed so
+// that it does not order the calls before the change.
 TEST(StringUtils, LocaleChange) {
   tarsio_test::FindTestLocales();
   const tarsio_test::ScopedVariable user("LC_ALL", "en_US.ISO-8859-1");
@@ -337,8 +338,8 @@ TEST(StringUtils, LocaleChange) {
   mapping.join();
 }
 
-// Sign-extended it is the runtime's EOF: no white space, even where the byte is a letter or a blank
-// of the locale, and mapped to whatever the runtime maps EOF to.
+// Sign-extended, the byte is the runtime's EOF: it is never white space, even if it is a letter or
+// a space in the locale, and it is mapped like EOF.
 TEST(StringUtils, Byte0xFF) {
   for (const char* name : {"C", "", "English_United States.437", "English_United States.1252"}) {
     SCOPED_TRACE(name);
@@ -350,7 +351,7 @@ TEST(StringUtils, Byte0xFF) {
   }
 }
 
-// ---- tests and replacement ----
+// ---- searching and replacing ----
 
 TEST(StringUtils, PrefixSuffixPart) {
   const std::string nul(1, kNul);
@@ -403,9 +404,9 @@ TEST(SpaceToUnderscore, EveryByte) {
     std::string expected;
   } rows[] = {
       {"a b-c", " -", '_', "a_b_c"},
-      {"a b-c", "- ", '_', "a_b_c"},  // a set: neither its order nor repetitions matter
+      {"a b-c", "- ", '_', "a_b_c"},  // a set: order and repetition do not matter
       {"a b-c", " - -", '_', "a_b_c"},
-      {"a b_c", "", '_', "a b_c"},  // neither blank nor underscore is built in
+      {"a b_c", "", '_', "a b_c"},  // space and underscore have no special meaning
       {"a b_c", "_", ' ', "a b c"},
       {"a b", "x", '_', "a b"},
       {"", " ", '_', ""},
@@ -433,9 +434,9 @@ TEST(SpaceToUnderscore, ByValue) {
   EXPECT_EQ(text, "a b");
 }
 
-// Set and replacement are references; both may be parts of the text itself.
+// Set and replacement are references and may refer to the input itself.
 TEST(SpaceToUnderscore, Aliasing) {
-  std::string text(100, 'a');  // long enough to keep its place when it is moved
+  std::string text(100, 'a');  // too long for the small-string buffer, so a move keeps its address
   text[50] = '-';
   text[60] = ' ';
   const char& replacement = text[50];
@@ -447,7 +448,7 @@ TEST(SpaceToUnderscore, Aliasing) {
   EXPECT_EQ(StringUtils::SpaceToUnderscore(both, both, both[1]), "   ");
 }
 
-// ---- the digest ----
+// ---- hashing ----
 
 std::string HashOf(const std::string& data) {
   return StringUtils::GetHashText(data.data(), data.size());
@@ -512,7 +513,7 @@ TEST(HashText, AnyInput) {
     blanks += static_cast<int>(std::count(text.begin(), text.end(), ' '));
     for (size_t i = 0; i < text.size(); i += 2) EXPECT_NE(text[i], '0');
   }
-  EXPECT_GT(blanks, 300);  // or the rule was not met with; some 600 are likely
+  EXPECT_GT(blanks, 300);  // about 600 are expected
   EXPECT_EQ(HashOf(std::string(1 << 20, '\xFF')), ExpectedHash(std::string(1 << 20, '\xFF')));
 }
 

@@ -29,13 +29,13 @@ using testing::SizeIs;
 
 using InfoPtr = std::shared_ptr<ClientDeviceInfo>;
 
-// ---- what hosts compile against ----
+// ---- declarations ----
 
 static_assert(std::is_same<decltype(&SysInfo::GetClientOsInfo), bool (*)(InfoPtr&)>::value,
               "no instance is needed");
 static_assert(std::is_aggregate<ClientDeviceInfo>::value, "a plain record");
 
-// Whether code outside of the class may make `call`, which writes to an argument of that type.
+// Whether `call`, which writes to an argument of that type, is accessible from here.
 template <typename Argument = std::string, typename Call>
 constexpr bool IsOpen(Call /*call*/) {
   return std::is_invocable_v<Call, SysInfo, Argument&>;
@@ -77,8 +77,8 @@ TEST(ClientDeviceInfo, Fields) {
 
 // ---- the running system ----
 
-// Deliberately: the field named for the architecture holds the system's name, and the one named for
-// the model holds the architecture, on every system.
+// The field named for the architecture holds the system's name, and the one named for the model
+// holds the architecture (by design).
 TEST(SysInfo, EmptyRecord) {
   const auto records = LogRecords::Install(tarsio::LOG_LEVEL_DEBUG);
   auto info = std::make_shared<ClientDeviceInfo>();
@@ -159,7 +159,7 @@ TEST(SysInfo, ManyThreads) {
   EXPECT_EQ(wrong, 0);
 }
 
-// ---- a system that does not tell ----
+// ---- failed version calls ----
 
 TEST(SysInfo, AnyStatusFails) {
   const auto records = LogRecords::Install(tarsio::LOG_LEVEL_ERROR);
@@ -204,7 +204,7 @@ TEST(SysInfo, Recovery) {
     }
     EXPECT_TRUE(SysInfo::GetClientOsInfo(info));
     EXPECT_EQ(info->osVersion, SystemVersion());
-    EXPECT_THAT(records->All(), SizeIs(round)) << "one line for each failure";
+    EXPECT_THAT(records->All(), SizeIs(round)) << "one line per failure";
   }
 }
 

@@ -1489,8 +1489,7 @@ class RetiringWorker {
       late = std::make_shared<HeldTask>();
       late->Release();
       late->SubmitTo(pool);
-      if (!late->StartsWithin(tarsio_test::kBlockedCheck))
-        return;       // the worker is waiting for the lock
+      if (!late->StartsWithin(tarsio_test::kBlockedCheck)) return;  // the worker waits for the lock
       lock.unlock();  // the worker was late and took the task as usual
     }
     FAIL() << "the worker has not retired";

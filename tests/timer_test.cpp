@@ -1,4 +1,4 @@
-// Timers on the real clock. What depends on the clock's exact value is in timer_manager_test.cpp.
+// Timers on the real clock. Tests that need exact times are in timer_manager_test.cpp.
 
 #include "common/timer.h"
 
@@ -86,8 +86,8 @@ constexpr std::chrono::milliseconds kSeveralPasses(60);
 
 Milliseconds Now() { return TimerManager::GetInstance()->GetCurrentMillisecs(); }
 
-// Takes a timer out of the queue at the end of a test, whatever its mark says by then, and waits
-// for its action to return. To be declared behind all that the action uses.
+// Removes a timer from the queue at the end of a test, however it is marked by then, and waits for
+// its action to return. Declare it after everything that the action uses.
 template <typename T>
 class Scoped {
  public:
@@ -102,7 +102,7 @@ class Scoped {
 
   T* operator->() const { return timer.get(); }
   const std::shared_ptr<T>& Get() const { return timer; }
-  // The host's reference and one for each entry of the queue.
+  // One reference by the test and one for each queue entry.
   long Entries() const { return timer.use_count() - 1; }
 
  private:
@@ -122,7 +122,7 @@ class TestTimer : public Scoped<TsTimer> {
 constexpr bool kOnce = false;
 constexpr bool kRepeating = true;
 
-// Two more passes begin and end: what is due before the call has fired after it.
+// Waits for two more full passes: every timer that was due before the call has fired by then.
 void AwaitPasses() {
   Events fired;
   const TestTimer timer(1, kRepeating, [&] { fired.Add(); });
@@ -130,7 +130,7 @@ void AwaitPasses() {
   EXPECT_TRUE(fired.Await(2));
 }
 
-// Waits for something that only a look can tell.
+// Polls a condition that cannot be waited for.
 template <typename Condition>
 bool Eventually(Condition condition) {
   const auto deadline = std::chrono::steady_clock::now() + kTestTimeout;
@@ -141,9 +141,9 @@ bool Eventually(Condition condition) {
   return true;
 }
 
-// ---- the interface ----
+// ---- declarations ----
 
-// A host may derive a timer of its own.
+// A timer class derived by a host.
 class CountingTimer : public Timer {
  public:
   CountingTimer(Milliseconds timeoutMs, bool repeating) : Timer(timeoutMs, repeating) {}
@@ -203,7 +203,7 @@ TEST(Timer, InitialState) {
   AwaitPasses();
   EXPECT_EQ(fired, 0);
 
-  // Stop() on one that is not marked started does not even ask for its owner.
+  // Stop() of a timer that is not marked started does not need its owner.
   TsTimer unowned(1, kOnce);
   EXPECT_NO_THROW(unowned.Stop());
 }
@@ -216,8 +216,8 @@ TEST(Timer, SetExpiry) {
   }
 }
 
-// No thread's expiry is lost, and none comes back: who has set or seen one sees no earlier one of
-// the same thread.
+// No update is lost or undone: a thread that has written or read a value never reads an older one
+// of the same writer.
 TEST(Timer, ExpiryManyThreads) {
   constexpr Milliseconds kThreads = 4;
   const TestTimer timer(10, kOnce);
@@ -251,10 +251,10 @@ TEST(Timer, FieldOrder) {
       &(timer.*Reach(tarsio_test::TimerExpire())), &(timer.*Reach(tarsio_test::TimerState())),
       &(timer.*Reach(tarsio_test::TsTimerCallback()))};
   EXPECT_TRUE(std::is_sorted(places.begin(), places.end()));
-  EXPECT_EQ(tarsio_test::VirtualSlot(&Timer::OnTimeout), 2);  // behind the destructor
+  EXPECT_EQ(tarsio_test::VirtualSlot(&Timer::OnTimeout), 2);  // after the destructor
 }
 
-// A host's class that has members of the same names takes nothing from those who know the base.
+// Members of the same names in a derived class must not override those of the base.
 TEST(Timer, VirtualFunctions) {
   class Derived : public TsTimer {
    public:
@@ -306,7 +306,7 @@ TEST(TimerManager, WallClock) {
                std::chrono::system_clock::now().time_since_epoch())
         .count();
   };
-  // The runtime's clock may move in steps of the timer interrupt, 15.6 ms apart, and stay behind.
+  // The runtime's clock may advance in steps of the timer interrupt (15.6 ms) and lag behind.
   constexpr int64_t kStep = 20;
   for (int i = 0; i < 100; ++i) {
     const int64_t before = systemClock();
@@ -348,7 +348,7 @@ TEST(Timer, FiresOnce) {
         shot.firedAt = Now();
         shot.fired.Add();
       }));
-      // At any phase of the timer thread.
+      // At a random phase of the timer thread.
       std::this_thread::sleep_for(std::chrono::microseconds(random() % 1500));
       shot.startedAt = Now();
       timers.back()->Get()->Start();
@@ -363,7 +363,7 @@ TEST(Timer, FiresOnce) {
       ASSERT_GE(firedAt, timers[i]->Get()->GetExpire());
       least = std::min(least, firedAt - timers[i]->Get()->GetExpire());
     }
-    // A pass every 5 ms: some of thirty timers is on time even on a busy machine.
+    // Passes are 5 ms apart, so some of thirty timers fires on time even on a busy machine.
     EXPECT_LE(least, 15U);
     AwaitPasses();
     for (size_t i = 0; i < shots.size(); ++i) {
@@ -408,7 +408,7 @@ TEST(Timer, TenBeforeTwenty) {
     (longFirst ? twenty : ten)->Start();
     (longFirst ? ten : twenty)->Start();
     ASSERT_TRUE(fired.Await(2));
-    // Starting the one took less than the difference, but on a machine that stood still.
+    // Invalid if the machine stalled between the two starts.
     if (ten->GetExpire() >= twenty->GetExpire()) continue;
     const std::lock_guard<std::mutex> lock(mutex);
     EXPECT_THAT(order, ElementsAre(10, 20));
@@ -436,7 +436,7 @@ TEST(Timer, RepeatInterval) {
   const TestTimer timer(12, kRepeating, [&] {
     const std::lock_guard<std::mutex> lock(mutex);
     times.push_back(Now());
-    expiries.push_back(self->GetExpire());  // the next one: set before the action
+    expiries.push_back(self->GetExpire());  // the next expiry, set before the action
     fired.Add();
   });
   self = timer.Get().get();
@@ -447,7 +447,7 @@ TEST(Timer, RepeatInterval) {
   EXPECT_GE(times[0], startedAt + 12);
   for (size_t i = 0; i < times.size(); ++i) {
     SCOPED_TRACE(i);
-    EXPECT_LE(expiries[i], times[i] + 12);  // from the time of the pass, which came before
+    EXPECT_LE(expiries[i], times[i] + 12);  // counted from the earlier time of the pass
     if (i == 0) continue;
     EXPECT_GE(times[i], expiries[i - 1]);
     EXPECT_GE(expiries[i], expiries[i - 1] + 12);
@@ -467,7 +467,7 @@ TEST(Timer, OneThread) {
                                                    fired.Add();
                                                  }));
   }
-  // Many threads race to start the first timer, and with it the timer thread.
+  // Many threads race to start the first timer and thus the timer thread.
   std::vector<std::thread> starters;
   for (int t = 0; t < 6; ++t) {
     starters.emplace_back([&timers, t] {
@@ -502,13 +502,13 @@ TEST(Timer, SecondStop) {
   EXPECT_EQ(timer.Entries(), 0);
   timer->Stop();
   EXPECT_EQ(timer.Entries(), 0);
-  timer->Start();  // and it can be started again
+  timer->Start();  // it can be started again
   EXPECT_EQ(timer.Entries(), 1);
 }
 
 TEST(Timer, StopBeforeExpiry) {
   bool inTime = false;
-  for (int attempt = 0; attempt < 100 && !inTime; ++attempt) {  // on a machine that stands still
+  for (int attempt = 0; attempt < 100 && !inTime; ++attempt) {  // retry if the machine stalls
     std::atomic<int> fired{0};
     const TestTimer once(15, kOnce, [&] { ++fired; });
     const TestTimer repeating(15, kRepeating, [&] { ++fired; });
@@ -543,10 +543,10 @@ TEST(Timer, ZeroTimeout) {
     timer->SetExpire(77);
     timer->Start();
     EXPECT_EQ(timer.Entries(), 0);
-    EXPECT_EQ(timer->GetExpire(), 77U);  // the manager has not touched it
+    EXPECT_EQ(timer->GetExpire(), 77U);  // unchanged by the manager
     AwaitPasses();
     EXPECT_EQ(fired, 0);
-    timer->Stop();  // clears the mark: the timer may go
+    timer->Stop();  // clears the mark, so that the timer may be destroyed
     EXPECT_EQ(timer.Entries(), 0);
   }
   std::make_shared<TsTimer>(0, kOnce);
@@ -584,14 +584,14 @@ TEST(Timer, Derived) {
   EXPECT_EQ(once->fired.Count(), 1);
 }
 
-// ---- the mark ----
+// ---- the started mark ----
 
 TEST(Timer, SetState) {
   std::atomic<int> fired{0};
   const TestTimer timer(10, kOnce, [&] { ++fired; });
   timer->SetState(true);
   EXPECT_EQ(timer.Entries(), 0);
-  timer->Start();  // takes it for started
+  timer->Start();  // sees it as started
   EXPECT_EQ(timer.Entries(), 0);
   timer->SetState(false);
   AwaitPasses();
@@ -601,11 +601,11 @@ TEST(Timer, SetState) {
   queued->Start();
   queued->SetState(false);
   EXPECT_EQ(queued.Entries(), 1);
-  queued->Stop();  // takes it for stopped
+  queued->Stop();  // sees it as stopped
   EXPECT_EQ(queued.Entries(), 1);
-  queued->Start();  // and this queues it once more
+  queued->Start();  // queues it a second time
   EXPECT_EQ(queued.Entries(), 2);
-  queued->Stop();  // every entry goes
+  queued->Stop();  // removes both entries
   EXPECT_EQ(queued.Entries(), 0);
 }
 
@@ -613,7 +613,7 @@ TEST(Timer, OneShotIsStopped) {
   Events fired;
   TsTimer* self = nullptr;
   const TestTimer timer(5, kOnce, [&] {
-    if (fired.Count() < 3) self->Start();  // would do nothing if it were still marked
+    if (fired.Count() < 3) self->Start();  // would do nothing if the timer were still marked
     fired.Add();
   });
   self = timer.Get().get();
@@ -636,12 +636,12 @@ TEST(Timer, RepeatSelfStop) {
   self = timer.Get().get();
   timer->Start();
   ASSERT_TRUE(fired.Await(4));
-  timer->Stop();  // it is marked stopped already
+  timer->Stop();  // already marked stopped
   const int count = fired.Count();
   ASSERT_TRUE(fired.Await(count + 3));
 }
 
-// ---- the calling thread ----
+// ---- threads of calls and actions ----
 
 TEST(Timer, CallsFromAction) {
   Events started;
@@ -682,7 +682,7 @@ TEST(Timer, CallersWait) {
   BackgroundCall stop([queued] { queued->Stop(); });
   EXPECT_TRUE(start.StaysBlocked());
   EXPECT_TRUE(stop.StaysBlocked());
-  // What has no business with the queue does not wait.
+  // Calls that do not need the queue do not block.
   const auto other = std::make_shared<TsTimer>(0, kOnce);
   BackgroundCall unrelated([other] {
     other->Init([] {});
@@ -691,11 +691,11 @@ TEST(Timer, CallersWait) {
     other->SetState(other->GetLoop());
     TimerManager::GetInstance()->GetCurrentMillisecs();
   });
-  EXPECT_TRUE(unrelated.ReturnsWithin(kTestTimeout / 4));  // before the action gives up
+  EXPECT_TRUE(unrelated.ReturnsWithin(kTestTimeout / 4));  // before the action times out
   release->Open();
   EXPECT_TRUE(start.ReturnsWithin());
   EXPECT_TRUE(stop.ReturnsWithin());
-  EXPECT_EQ(fresh.use_count(), 3);  // here twice, and in the queue
+  EXPECT_EQ(fresh.use_count(), 3);  // two references here, one in the queue
   EXPECT_EQ(queued.use_count(), 2);
 }
 
@@ -729,7 +729,7 @@ TEST(Timer, StopIsFinal) {
       if (stopped) late = true;
       fired.Add();
       std::this_thread::sleep_for(std::chrono::microseconds(300));
-      if (stopped) late = true;  // Stop() waits for an action that is in progress, too
+      if (stopped) late = true;  // Stop() also waits for a running action
     });
     timer->Start();
     ASSERT_TRUE(fired.Await());
@@ -750,7 +750,7 @@ TEST(Timer, OneShotDropped) {
   timer->Start();
   timer.reset();
   ASSERT_TRUE(fired.Await());
-  EXPECT_TRUE(Eventually([&] { return watch.expired(); }));  // nobody holds it any more
+  EXPECT_TRUE(Eventually([&] { return watch.expired(); }));  // no reference is left
 }
 
 TEST(Timer, RepeatingDropped) {
@@ -794,7 +794,7 @@ TEST(TsTimer, OnTimeout) {
   EXPECT_EQ(thread, std::this_thread::get_id());
 }
 
-// ---- failures ----
+// ---- exceptions ----
 
 class HostError : public std::exception {};
 
@@ -822,7 +822,7 @@ TEST(TsTimer, IgnoredExceptions) {
     direct.Init(row.action);
     EXPECT_NO_THROW(direct.OnTimeout());
 
-    // The timer goes on, and so do those behind it.
+    // The timer goes on, and so do the timers after it.
     Events thrown;
     const TestTimer timer(1, kRepeating, [&] {
       thrown.Add();
@@ -848,7 +848,7 @@ TEST(TsTimer, NoInit) {
   const TestTimer once(1, kOnce);
   once->Start();
   EXPECT_TRUE(Eventually([&] { return once.Entries() == 0; }));
-  once->Start();  // it is not marked started any more
+  once->Start();  // no longer marked started
   EXPECT_TRUE(Eventually([&] { return once.Entries() == 0; }));
 
   const TestTimer repeating(1, kRepeating);
@@ -871,8 +871,8 @@ TEST(Timer, StartWithoutOwner) {
     SCOPED_TRACE(timeout);
     TsTimer timer(timeout, kOnce);
     EXPECT_THROW(timer.Start(), std::bad_weak_ptr);
-    EXPECT_NO_THROW(timer.Start());  // marked: does nothing
-    // Stop() finds it marked, clears the mark and fails likewise.
+    EXPECT_NO_THROW(timer.Start());  // marked started, so this does nothing
+    // Stop() clears the mark and then fails the same way.
     EXPECT_THROW(timer.Stop(), std::bad_weak_ptr);
     EXPECT_NO_THROW(timer.Stop());
     EXPECT_THROW(timer.Start(), std::bad_weak_ptr);
@@ -889,7 +889,7 @@ TEST(Timer, StopWithoutOwner) {
 
 class TimerDeathTest : public testing::Test {
  protected:
-  // Each in a process of its own: this one has threads.
+  // Each test runs in a new process, since this one has threads.
   TimerDeathTest() { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
 };
 
@@ -953,21 +953,21 @@ TEST_F(TimerDeathTest, CallableFirst) {
         auto timer = std::make_shared<TsTimer>(0, kOnce);
         timer->Init([reporting = std::make_shared<Reporting>(&released)] {});
         timer->Start();
-        timer.reset();  // ends the process, but not before
+        timer.reset();  // ends the process
       },
       "callable released");
 }
 
 // ---- many threads ----
 
-// Each thread with timers of its own: started, perhaps stopped, and accounted for.
+// Each thread uses its own timers: starts them, stops some, and accounts for all.
 TEST(Timer, ManyTimers) {
   constexpr int kThreads = 6;
   constexpr int kRounds = 60;
   std::atomic<int> kept{0};
   std::atomic<int> keptFired{0};
   std::atomic<int> stopped{0};
-  std::atomic<int> stoppedLate{0};  // fired before it was stopped
+  std::atomic<int> stoppedLate{0};  // had fired before Stop()
   std::atomic<int> stoppedFired{0};
   std::atomic<int> wrong{0};
   std::vector<std::thread> threads;
@@ -987,11 +987,12 @@ TEST(Timer, ManyTimers) {
         std::this_thread::sleep_for(std::chrono::microseconds(random() % 8000));
         if (keep) {
           ++kept;
-          timer.reset();  // fires all the same
+          timer.reset();  // fires nevertheless
           continue;
         }
         timer->Stop();
-        // That returns at once if the timer has just been marked stopped to fire: this waits.
+        // Stop() returns at once if the timer was just marked stopped in order to fire, so wait for
+        // the pass.
         bystander->Start();
         bystander->Stop();
         const int before = *fired;
@@ -1012,8 +1013,8 @@ TEST(Timer, ManyTimers) {
   EXPECT_EQ(wrong, 0);
 }
 
-// One timer in the hands of many threads, its own action among them. What is left in the queue is
-// not defined, but that it is dropped whole is.
+// Many threads and the timer's own action use one timer. How many entries remain is unspecified,
+// but each of them can be removed.
 TEST(Timer, SharedByThreads) {
   std::atomic<int> fired{0};
   std::atomic<bool> quiet{false};
@@ -1040,7 +1041,7 @@ TEST(Timer, SharedByThreads) {
   }
   for (std::thread& thread : threads) thread.join();
   quiet = true;
-  AwaitPasses();  // the last action that starts another timer has returned
+  AwaitPasses();  // the last action that starts a timer has returned
   for (const auto& timer : timers) {
     timer->Get()->SetState(true);
     timer->Get()->Stop();
@@ -1052,7 +1053,7 @@ TEST(Timer, SharedByThreads) {
   EXPECT_EQ(fired, count);
 }
 
-// The timer thread gets its turn even where others hardly ever let go of the lock.
+// The timer thread gets the lock even if other threads hold it almost all the time.
 TEST(Timer, FiresUnderLoad) {
   std::atomic<bool> end{false};
   Events fired;
@@ -1075,8 +1076,8 @@ TEST(Timer, FiresUnderLoad) {
   for (std::thread& thread : threads) thread.join();
 }
 
-// The action starts the timer again while Stop() waits for the lock: stopping wins, and the mark
-// with it, or the timer's destructor would end the process.
+// The action restarts the timer while Stop() waits for the lock. Stop() has to clear the mark, or
+// the timer's destructor would end the process.
 TEST(Timer, StopAfterRestart) {
   const auto inAction = std::make_shared<Gate>();
   const auto goOn = std::make_shared<Gate>();
@@ -1089,7 +1090,7 @@ TEST(Timer, StopAfterRestart) {
   });
   timer->Start();
   ASSERT_TRUE(inAction->WaitFor());
-  timer->SetState(true);  // as Stop() finds it if it comes just before the pass
+  timer->SetState(true);  // as if Stop() came just before the pass
   BackgroundCall stop([&timer] { timer->Stop(); });
   EXPECT_FALSE(stop.ReturnsWithin(std::chrono::milliseconds(50))) << "it waits for the action";
   goOn->Open();

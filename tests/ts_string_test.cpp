@@ -50,22 +50,22 @@ using tarsio_test::LiveAllocations;
 constexpr size_t kLongestText = 16777214;
 
 static_assert(std::has_virtual_destructor<TsString>::value, "hosts derive from it");
-static_assert(std::is_convertible<const char*, TsString>::value, "hosts pass texts");
+static_assert(std::is_convertible<const char*, TsString>::value, "hosts pass literals");
 static_assert(!std::is_polymorphic<TsStringPair>::value, "a plain pair");
-static_assert(sizeof(TsStringPair) == 2 * sizeof(TsString), "and nothing else");
+static_assert(sizeof(TsStringPair) == 2 * sizeof(TsString), "no other fields");
 static_assert(std::is_same<decltype(TsStringPair::first), TsString>::value, "");
 static_assert(std::is_same<decltype(TsStringPair::second), TsString>::value, "");
 
 uint64_t Capacity(const TsString& string) { return string.*Reach(tarsio_test::TsStringCapacity()); }
 
-// Whether the text lies in the object itself: no buffer has been needed.
+// Whether the characters are inside the object, so that no buffer is allocated.
 bool IsInline(const TsString& string) {
   const auto text = reinterpret_cast<uintptr_t>(string.Cstr());
   const auto object = reinterpret_cast<uintptr_t>(&string);
   return text >= object && text < object + sizeof string;
 }
 
-// Everything that a text of this length promises, through each of the observers.
+// Checks every observer of a string of this length.
 void ExpectText(const TsString& string, const std::string& text) {
   ASSERT_NE(string.Cstr(), nullptr);
   EXPECT_EQ(string.Length(), text.size());
@@ -74,14 +74,14 @@ void ExpectText(const TsString& string, const std::string& text) {
   EXPECT_GE(Capacity(string), text.size() + 1);
 }
 
-// Four letters after each other, so that a shift of less shows.
+// Four different letters in turn, so that an offset shows.
 std::string TextOf(size_t length) {
   std::string text(length, 'a');
   for (size_t i = 0; i < length; ++i) text[i] = static_cast<char>('a' + i % 4);
   return text;
 }
 
-// A string longer than any text from outside may make it: its buffer is lent to it.
+// A string longer than the limit for input. It borrows its buffer.
 class EnormousString {
  public:
   explicit EnormousString(const std::string& content) : text(content) {
@@ -198,13 +198,13 @@ TEST(TsString, CopyBufferSize) {
   EXPECT_EQ(Capacity(copy), 6U);
 }
 
-// There are no move operations, deliberately.
+// There are no move operations (by design).
 TEST(TsString, MoveCopies) {
   TsString source("source");
   const char* const buffer = source.Cstr();
   const TsString constructed(std::move(source));
   TsString assigned;
-  assigned = std::move(source);  // NOLINT(bugprone-use-after-move): that is the point
+  assigned = std::move(source);  // NOLINT(bugprone-use-after-move): under test
   EXPECT_EQ(source.Cstr(), buffer);
   ExpectText(source, "source");
   ExpectText(constructed, "source");
@@ -292,7 +292,7 @@ TEST(TsString, OwnBuffer) {
   ExpectText(empty, "");
 }
 
-// A buffer is replaced by one of exactly the size that is needed, and kept otherwise.
+// A buffer that is too small is replaced by one of exactly the required size; others are kept.
 TEST(TsString, BufferNeverShrinks) {
   struct Model {
     TsString string;
@@ -340,7 +340,7 @@ TEST(TsString, BufferNeverShrinks) {
   }
 }
 
-// ---- the limit for texts from outside ----
+// ---- the length limit for C strings ----
 
 TEST(TsString, Limit) {
   std::string text = TextOf(kLongestText + 1000);
@@ -359,7 +359,7 @@ TEST(TsString, Limit) {
   }
 }
 
-// A text at its limit needs no terminator: nothing behind it is read.
+// A C string at the limit needs no terminator: nothing after the limit is read.
 TEST(TsString, ReadsUpToLimit) {
   const std::vector<char> text(kLongestText, 'a');
   const TsString constructed(text.data());
@@ -369,7 +369,7 @@ TEST(TsString, ReadsUpToLimit) {
   EXPECT_EQ(assigned.Length(), kLongestText);
 }
 
-// Deliberately: only texts have a limit, strings have none.
+// Only C strings are limited, TsString objects are not (by design).
 TEST(TsString, CopiesUnlimited) {
   for (const size_t length : {kLongestText, kLongestText + 1, 2 * kLongestText}) {
     SCOPED_TRACE(length);
@@ -434,7 +434,7 @@ TEST(TsString, ComparesBytes) {
 
 TEST(TsString, ComparesContent) {
   TsString large("a text that is long");
-  large = "text";  // what it held before is behind the terminator
+  large = "text";  // the previous content is after the terminator
   const TsString small("text");
   ASSERT_NE(Capacity(large), Capacity(small));
   EXPECT_TRUE(large == small);
@@ -447,7 +447,7 @@ TEST(TsString, ComparesContent) {
 
 // ---- buffers ----
 
-// A host with another allocator than the library's may pass strings to it and take some from it.
+// A host may use another allocator than the library and still exchange strings with it.
 TEST(TsString, LibraryAllocator) {
   const size_t before = LiveAllocations();
   size_t allocations = 0;
@@ -456,7 +456,7 @@ TEST(TsString, LibraryAllocator) {
     TsString string("a text that needs a buffer");
     string = "and one that needs a larger buffer than the first";
     TsString copy(string);
-    copy = TsString("the largest of all, which takes the place of a smaller text");
+    copy = TsString("the largest of all, which replaces a shorter string");
     TsStringPair pair;
     pair.first = string;
     const TsStringPair copiedPair(pair);
@@ -510,7 +510,7 @@ TEST(TsString, FieldOrder) {
   const void* const capacity = &(string.*Reach(tarsio_test::TsStringCapacity()));
   EXPECT_LT(data, inlineBuffer);
   EXPECT_LT(inlineBuffer, capacity);
-  EXPECT_EQ(string.Cstr(), inlineBuffer) << "which is the empty string's text";
+  EXPECT_EQ(string.Cstr(), inlineBuffer) << "holds the empty string";
 }
 
 TEST(TsStringPair, FieldOrder) {
@@ -572,14 +572,14 @@ TEST(TsStringPair, Copy) {
   ExpectPair(assigned, "first", "second one");
 }
 
-// Deliberately: there is no transfer of buffers.
+// Buffers are not transferred (by design).
 TEST(TsStringPair, Move) {
   TsStringPair source = PairOf("first", "second one");
   const char* const first = source.first.Cstr();
   const char* const second = source.second.Cstr();
   const TsStringPair constructed(std::move(source));
   TsStringPair assigned = PairOf("x", "y");
-  // NOLINTNEXTLINE(bugprone-use-after-move): that is the point
+  // NOLINTNEXTLINE(bugprone-use-after-move): under test
   EXPECT_EQ(&(assigned = std::move(source)), &assigned);
   ExpectPair(source, "first", "second one");
   EXPECT_EQ(source.first.Cstr(), first);
