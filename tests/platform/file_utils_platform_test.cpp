@@ -1,5 +1,5 @@
-// Whole files on a file system of this program's own, which changes at the moment that a test says.
-// The library's sources are compiled into this program.
+// Whole files on a fake file system that changes at a given step. The library's sources are
+// compiled into this program.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -31,8 +31,8 @@ using tarsio_test::Failure;
 using tarsio_test::ReadFile;
 using tarsio_test::Reading;
 
-// One file below directories that all exist, or else all but those that are made. Each question and
-// each two bytes that are read or written are a step, and something may happen before any of them.
+// One file in directories that all exist, or in directories that have to be created. Each query and
+// each transfer of two bytes is a step, and an event may occur before any step.
 struct FakeSystem {
   void Step() {
     if (steps++ == eventAt) event();
@@ -40,17 +40,17 @@ struct FakeSystem {
 
   bool exists = true;
   bool directoriesExist = true;
-  size_t directoriesToMake = SIZE_MAX;  // before one cannot be made
+  size_t directoriesToMake = SIZE_MAX;  // the creation after these fails
   bool opens = true;
   std::string content;
-  size_t room = SIZE_MAX;              // how many bytes may still be written
-  tarsio::platform::WriteMode mode{};  // that a file was last opened with
+  size_t room = SIZE_MAX;              // free disk space in bytes
+  tarsio::platform::WriteMode mode{};  // of the last open
 
   size_t eventAt = SIZE_MAX;
   std::function<void()> event;
   size_t steps = 0;
 
-  std::vector<std::wstring> texts;  // every one that the system was handed
+  std::vector<std::wstring> texts;  // all paths passed to the system
   std::vector<std::string> narrowTexts;
   int openFiles = 0;
   size_t position = 0;
@@ -68,7 +68,7 @@ bool IsFileName(const std::wstring& text) {
          text.compare(text.size() - name.size(), name.size(), name) == 0;
 }
 
-// Notes the text, lets pass what is to happen now, and tells what is there then.
+// Records the path, runs a pending event, and returns the type of the object.
 FileType Ask(const std::wstring& text) {
   current->texts.push_back(text);
   current->Step();
@@ -135,7 +135,7 @@ File::~File() {
   if (IsOpen()) --current->openFiles;
 }
 
-// What is open can be read even when its name is gone.
+// An open file stays readable after its removal.
 size_t File::Read(char* buffer, size_t size) {
   size_t done = 0;
   while (done < size) {
@@ -165,15 +165,15 @@ class FileUtilsOs : public testing::Test {
  protected:
   FileUtilsOs() { current = &system; }
   ~FileUtilsOs() override {
-    EXPECT_EQ(system.openFiles, 0) << "left open";
+    EXPECT_EQ(system.openFiles, 0) << "not closed";
     current = nullptr;
   }
 
   FakeSystem system;
 };
 
-// Reads the file again and again; with each reading, `event` happens a step later, until it does
-// not happen any more.
+// Reads the file repeatedly. In each round `event` happens one step later, until it no longer
+// happens.
 std::vector<Reading> ReadWithEventAtEachStep(const std::string& stored,
                                              void (*event)(FakeSystem&)) {
   std::vector<Reading> readings;
@@ -190,7 +190,7 @@ std::vector<Reading> ReadWithEventAtEachStep(const std::string& stored,
       event(system);
     };
     readings.push_back(ReadFile("C:\\file.bin"));
-    EXPECT_EQ(system.openFiles, 0) << "left open, step " << step;
+    EXPECT_EQ(system.openFiles, 0) << "not closed, step " << step;
   }
   current = outer;
   return readings;
@@ -201,7 +201,7 @@ size_t CountOf(const std::vector<Reading>& readings, FileOptRet result) {
                                            [=](const Reading& r) { return r.result == result; }));
 }
 
-// The output is what the header says, for each result.
+// Checks the output against the documented one for each result.
 void ExpectOutputs(const std::vector<Reading>& readings, const std::vector<std::string>& whole) {
   for (const Reading& reading : readings) {
     if (reading.result == FILE_OPT_SUCCESS) {
@@ -245,7 +245,8 @@ TEST_F(FileUtilsOs, FileVanishes) {
       ReadWithEventAtEachStep("0123456789", [](FakeSystem& fake) { fake.exists = false; });
   ExpectOutputs(readings, {"0123456789"});
   EXPECT_EQ(readings.front().result, FILE_OPT_NOT_FILE);
-  EXPECT_GT(CountOf(readings, FILE_OPT_EMPTY_OR_UNREADABLE), 0U);  // between its size and opening
+  EXPECT_GT(CountOf(readings, FILE_OPT_EMPTY_OR_UNREADABLE),
+            0U);  // emptied between the size query and the open
   EXPECT_EQ(CountOf(readings, FILE_OPT_SIZE_MISMATCH), 0U);
 }
 
@@ -261,7 +262,7 @@ TEST_F(FileUtilsOs, ParentIsAFile) {
   EXPECT_EQ(FileUtils::WriteFile("new", "C:\\file.bin\\file.bin", 0), FILE_OPT_NO_PARENT_DIR);
 }
 
-// Nothing is said of errors while writing; whatever part the disk takes, the call returns.
+// Write errors are not reported; the call returns however little the disk accepts.
 TEST_F(FileUtilsOs, FullDisk) {
   for (const size_t room : {size_t{0}, size_t{1}, size_t{7}, size_t{10}, size_t{100}}) {
     SCOPED_TRACE(room);
@@ -299,7 +300,7 @@ TEST_F(FileUtilsOs, MakeDirFails) {
   EXPECT_THAT(system.narrowTexts, testing::ElementsAre("a/", "a/b/"));
 }
 
-// On some systems nothing shows of it.
+// On some systems the modes have the same effect.
 TEST_F(FileUtilsOs, TextModes) {
   int opened = 0;
   for (int mode = 0; mode < 0x40; ++mode) {
@@ -313,7 +314,7 @@ TEST_F(FileUtilsOs, TextModes) {
 
 // ---- long paths ----
 
-// A path of the file whose printed form has `length` bytes.
+// Returns a path of the file whose printed form has `length` bytes.
 std::string PathOfLength(size_t length, const std::string& root) {
   const std::string name = "\\file.bin";
   std::string text = root;
@@ -325,7 +326,7 @@ std::string PathOfLength(size_t length, const std::string& root) {
   return text + name;
 }
 
-// Some systems look at no text that is too long for them, so this is where a missing prefix shows.
+// Some systems ignore a missing prefix, so it has to be checked here.
 TEST_F(FileUtilsOs, LongPrefix) {
   const struct {
     const char* root;
@@ -354,7 +355,7 @@ TEST_F(FileUtilsOs, LongPrefix) {
   }
 }
 
-// The narrow calls get what the host gave, prefix or none.
+// The narrow calls get the caller's bytes, with or without a prefix.
 TEST_F(FileUtilsOs, NarrowNames) {
   for (const std::string& text : {PathOfLength(3900, "C:"), PathOfLength(300, R"(\\?\C:)"),
                                   std::string("C:/a//b \xFF.bin"), std::string()}) {

@@ -1,5 +1,4 @@
-// What log lines make of the system's clock and calendar, to the tick. The log's source is compiled
-// into this program with a platform that does what a test says.
+// Exact times in log lines. The log's source is compiled into this program with a fake platform.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -32,7 +31,7 @@ struct System {
   std::tm calendar{};
   bool converts = true;
   int clockAsked = 0;
-  std::vector<int64_t> converted;  // the seconds that were to be converted
+  std::vector<int64_t> converted;  // arguments of the conversion
 };
 
 System* current = nullptr;
@@ -49,14 +48,14 @@ int64_t WallClockTicks() {
 
 bool LocalTime(int64_t seconds, std::tm* local) {
   current->converted.push_back(seconds);
-  *local = current->calendar;  // whatever a failed call leaves behind
+  *local = current->calendar;  // a failed call may modify it, too
   return current->converts;
 }
 
 bool ProcessIsEnding() { return false; }
 int ForkCount() { return 0; }
 
-// A line has no use for the rest.
+// Not needed for a line.
 std::wstring Widen(const std::string& /*utf8*/) { std::abort(); }
 std::string Narrow(const std::wstring& /*utf16*/) { std::abort(); }
 std::wstring FullPath(const std::wstring& /*path*/, size_t /*capacity*/) { std::abort(); }
@@ -178,16 +177,16 @@ TEST_F(LogOs, OneClockRead) {
   Log::GetInstance().SetLogger(std::make_unique<Logger>());
 }
 
-// Nothing of one line is kept for the next.
+// The calendar is not cached between lines.
 TEST_F(LogOs, TimePerLine) {
   EXPECT_EQ(Line("x"), "[2024-03-05 14:07:09.0][ERROR][a.cpp:1] x");
-  system.calendar = Calendar(2024, 3, 5, 15, 7, 9);  // the same time, in another zone
+  system.calendar = Calendar(2024, 3, 5, 15, 7, 9);  // the same time in another zone
   EXPECT_EQ(Line("x"), "[2024-03-05 15:07:09.0][ERROR][a.cpp:1] x");
 }
 
-// ---- the end of the process ----
+// ---- process exit ----
 
-// Says so when it is destroyed.
+// Prints a message when it is destroyed.
 struct Reporting {
   explicit Reporting(const char* lastWords) : text(lastWords) {}
   Reporting(const Reporting&) = delete;
@@ -225,7 +224,7 @@ void EndTheProcessAfterCallbacks() {
   std::exit(0);
 }
 
-// One that it built would be older than the static, and destroyed behind it.
+// A log built by TsLog() would be older than the static and destroyed after it.
 TEST_F(LogOs, CallbackForm) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   EXPECT_EXIT(EndTheProcessAfterCallbacks(), testing::ExitedWithCode(0),

@@ -1,5 +1,5 @@
-// What paths hand to the operating system, and what they make of its answers. The library's source
-// is compiled into this program with a platform that does what a test says.
+// What paths pass to the operating system, and how they use its results. The library's source is
+// compiled into this program with a fake platform.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -66,7 +66,7 @@ using testing::IsEmpty;
 using testing::Return;
 using testing::StrictMock;
 
-// The size of the buffers that the interface names.
+// The documented size of the buffers.
 constexpr size_t kCapacity = 32767;
 constexpr auto kNoType = static_cast<Path::PathType>(7);
 
@@ -79,7 +79,7 @@ class Platform {
   MOCK_METHOD(bool, CreateOneDirectory, (const std::wstring& path));
   MOCK_METHOD(bool, CreateDirectories, (const std::wstring& path));
 
-  // The conversions keep their arguments and map ASCII to itself.
+  // The fake conversions record their arguments and map ASCII to itself.
   std::vector<std::string> widened;
   std::vector<std::wstring> narrowed;
 };
@@ -119,7 +119,7 @@ bool CreateDirectories(const std::wstring& path) { return current->CreateDirecto
 
 namespace {
 
-// Every call that a test has not asked for fails it.
+// Unexpected calls fail the test.
 class PathOs : public testing::Test {
  protected:
   PathOs() { current = &platform; }
@@ -136,7 +136,7 @@ Path Parsed(const std::string& text, Path::PathType type) {
 
 const std::string kName300(300, 'x');
 
-// A path, and the text that the system gets for it.
+// A path and the string that is passed to the system.
 struct Row {
   Path path;
   std::string text;
@@ -250,7 +250,7 @@ void ExpectDefault(const Path& path) {
   EXPECT_TRUE(path.Empty());
   EXPECT_FALSE(path.IsAbsolute());
   EXPECT_FALSE(IsShare(path));
-  EXPECT_EQ((path / "x").Length(), 1u) << "of Windows type";
+  EXPECT_EQ((path / "x").Length(), 1u) << "Windows type";
 }
 
 TEST_F(PathOs, AbsoluteResult) {
@@ -258,7 +258,7 @@ TEST_F(PathOs, AbsoluteResult) {
   const Path drive = Parsed("/x", Path::POSIX_PATH).Absolute();
   EXPECT_EQ(drive.Str(), R"(C:\a\b)");
   EXPECT_TRUE(drive.IsAbsolute());
-  EXPECT_EQ((drive / "x").Length(), 4u) << "of Windows type";
+  EXPECT_EQ((drive / "x").Length(), 4u) << "Windows type";
 
   EXPECT_CALL(platform, FullPath(_, _)).WillOnce(Return(LR"(\\?\UNC\srv\share\f)"));
   const Path share = Path("x").Absolute();
@@ -291,9 +291,9 @@ TEST_F(PathOs, GetcwdFails) {
   ExpectDefault(Path::Getcwd());
 }
 
-// ---- making directories ----
+// ---- creating directories ----
 
-// The two makers differ in one call only.
+// The two functions differ in one call only.
 struct Maker {
   const char* name;
   bool (*make)(const Path& path);
@@ -313,8 +313,8 @@ const Maker kMakers[] = {
 
 TEST_F(PathOs, MakeDirCall) {
   struct FullRow {
-    std::string full;     // as the system gives it
-    std::string created;  // as it gets it back
+    std::string full;     // returned by the system
+    std::string created;  // passed to the system
   };
   const FullRow rows[] = {
       {R"(C:\a\b)", R"(C:\a\b)"},
@@ -355,7 +355,7 @@ TEST_F(PathOs, MakeDirFullPath) {
   }
 }
 
-// The empty name, which no system creates.
+// The empty name, which every system refuses.
 TEST_F(PathOs, MakeDirNoPath) {
   for (const Maker& maker : kMakers) {
     EXPECT_CALL(platform, FullPath(_, _)).WillOnce(Return(L""));
@@ -383,7 +383,7 @@ TEST_F(PathOs, Constants) {
   EXPECT_EQ(*Reach(tarsio_test::SmbOffset()), 2u);
 }
 
-// Each call asks anew: nothing is kept from the one before.
+// Each call queries the system; results are not cached.
 TEST_F(PathOs, NotCached) {
   const Path path("x");
   EXPECT_CALL(platform, FullPath(_, _)).WillOnce(Return(LR"(C:\a)")).WillOnce(Return(LR"(C:\b)"));
@@ -394,7 +394,7 @@ TEST_F(PathOs, NotCached) {
   EXPECT_EQ(Path::Getcwd().Str(), R"(C:\b)");
 }
 
-// ---- what needs no system ----
+// ---- members that do not call the system ----
 
 TEST_F(PathOs, WideStrings) {
   const std::wstring text(L"a/b\0c", 5);

@@ -1,5 +1,5 @@
-// What a resolver asks the operating system. The library's sources are compiled into this program
-// with a platform that does what a test says.
+// The system calls of a resolver. The library's sources are compiled into this program with a fake
+// platform.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -24,7 +24,7 @@ using testing::IsEmpty;
 
 struct Platform {
   std::wstring currentDirectory;
-  std::map<std::wstring, FileType> objects;  // nothing else exists
+  std::map<std::wstring, FileType> objects;  // no other object exists
   std::vector<std::wstring> asked;
   int currentDirectoryAsked = 0;
 };
@@ -47,7 +47,7 @@ FileType TypeOf(const std::wstring& path) {
   return found != current->objects.end() ? found->second : FileType::kNone;
 }
 
-// ASCII is enough here.
+// ASCII is sufficient here.
 std::wstring Widen(const std::string& utf8) { return {utf8.begin(), utf8.end()}; }
 std::string Narrow(const std::wstring& utf16) {
   std::string text;
@@ -55,7 +55,7 @@ std::string Narrow(const std::wstring& utf16) {
   return text;
 }
 
-// A resolver has no use for the rest.
+// Not used by a resolver.
 std::wstring FullPath(const std::wstring& /*path*/, size_t /*capacity*/) { std::abort(); }
 uint64_t SizeOf(const std::wstring& /*path*/) { std::abort(); }
 bool CreateOneDirectory(const std::wstring& /*path*/) { std::abort(); }
@@ -126,7 +126,7 @@ TEST_F(ResolverOs, AnyObject) {
   }
 }
 
-// Deliberately: such a value leaves every directory as it is.
+// Joining such a value returns the directory unchanged (by design).
 TEST_F(ResolverOs, AbsoluteValue) {
   Path posix;
   posix.Set("a", Path::POSIX_PATH);

@@ -1,6 +1,6 @@
-// What the library asks of a system, asked directly: where the interface never comes so close to a
-// limit, or the system seldom answers so. The library is compiled into this program, and so are
-// wrappers around the calls that transfer the bytes of files or report their sizes.
+// The platform layer, called directly, for limits and failures that are hard to reach through the
+// interface. The library is compiled into this program, together with wrappers of the calls that
+// transfer data or return file sizes.
 
 #include "platform/platform.h"
 
@@ -186,7 +186,7 @@ TEST_F(PlatformObject, SizeOfPipe) {
 
 // ---- transfers ----
 
-// `size` bytes, of which no two pieces are alike.
+// Returns `size` bytes without repeated parts.
 std::string Bytes(size_t size) {
   std::string bytes;
   for (size_t i = 0; bytes.size() < size; ++i) bytes += std::to_string(i) + ' ';
@@ -196,7 +196,7 @@ std::string Bytes(size_t size) {
 
 using PlatformFile = PlatformObject;
 
-// A file that is open as the standard input would lose what others read from there.
+// A file that is opened as descriptor 0 would take the place of standard input.
 TEST_F(PlatformFile, NotAStdDescriptor) {
   directory.Write("file", "content");
   ASSERT_EQ(std::fclose(stdin), 0);
@@ -205,7 +205,7 @@ TEST_F(PlatformFile, NotAStdDescriptor) {
   ASSERT_TRUE(input.IsOpen() && output.IsOpen());
   std::FILE* const next = std::fopen(directory.Native("file").string().c_str(), "r");
   ASSERT_NE(next, nullptr);
-  EXPECT_EQ(fileno(next), 0) << "it was free";
+  EXPECT_EQ(fileno(next), 0) << "descriptor 0 was free";
   std::fclose(next);
 }
 

@@ -1,5 +1,4 @@
-// The digest text over a digest that the test supplies. The library's source is compiled into this
-// program.
+// HashText() with a fake digest function. The library's source is compiled into this program.
 
 #include <gtest/gtest.h>
 #include <openssl/sha.h>
@@ -23,7 +22,7 @@ FakeDigest* current = nullptr;
 
 }  // namespace
 
-// Bytes from 00 to 1F, or a failure, in place of the digest.
+// Returns the bytes from 00 to 1F instead of a digest, or fails.
 extern "C" unsigned char* SHA256(const unsigned char* data, size_t length, unsigned char* digest) {
   current->digested.assign(reinterpret_cast<const char*>(data), length);
   for (unsigned char i = 0; i < SHA256_DIGEST_LENGTH; ++i) digest[i] = i;

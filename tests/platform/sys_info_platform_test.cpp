@@ -1,5 +1,5 @@
-// What the description of the system makes of any version, and of none. The library's source is
-// compiled into this program with a platform and a log that belong to the test.
+// The system description for arbitrary versions and for failures. The library's source is compiled
+// into this program with a fake platform and log.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -191,17 +191,17 @@ TEST_F(SysInfoOs, Recovery) {
   system.told = false;
   system.major = 11;
   EXPECT_FALSE(SysInfo::GetClientOsInfo(info));
-  EXPECT_EQ(info->osVersion, "10.0") << "of the call before";
+  EXPECT_EQ(info->osVersion, "10.0") << "from the previous call";
   system.told = true;
   EXPECT_TRUE(SysInfo::GetClientOsInfo(info));
   EXPECT_EQ(info->osVersion, "11.0");
   EXPECT_THAT(system.reports, SizeIs(1));
 }
 
-// ---- the three texts ----
+// ---- the three getters ----
 
-// Deliberately: the system's name from the getter of the architecture, the architecture from that
-// of the model.
+// The architecture getter returns the system's name, and the model getter the architecture (by
+// design).
 TEST_F(SysInfoOs, FixedFields) {
   for (const bool told : {true, false}) {
     system.told = told;
@@ -219,7 +219,7 @@ TEST_F(SysInfoOs, FailedVersion) {
   std::string text = "before";
   EXPECT_FALSE(getOSVersion(text));
   EXPECT_EQ(text, "before");
-  EXPECT_THAT(system.reports, IsEmpty()) << "the caller reports";
+  EXPECT_THAT(system.reports, IsEmpty()) << "reported by the caller";
 }
 
 }  // namespace

@@ -1,6 +1,5 @@
-// The timers' source on a system of this program's own, whose wall clock stands still until a test
-// sets it: expiries are exact, and what is due is the test's choice. The timer thread is the real
-// one.
+// The timers with a fake wall clock that only changes when a test sets it, so that expiries are
+// exact and the test decides which timers are due. The timer thread is real.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -62,19 +61,19 @@ constexpr bool kOnce = false;
 constexpr bool kRepeating = true;
 constexpr std::chrono::milliseconds kSeveralPasses(50);
 
-// Set by the tests: reads of the clock on any other thread, outside actions, are passes.
+// Set on the tests' threads. A clock read on any other thread, outside actions, begins a pass.
 thread_local bool isApplicationThread = false;
 thread_local bool isInAction = false;
 
 class FakePlatform {
  public:
-  // Never destroyed: the timer thread reads the clock while the process ends.
+  // Never destroyed: the timer thread reads the clock during process exit.
   static FakePlatform& Get() {
     static auto* const platform = new FakePlatform;
     return *platform;
   }
 
-  // Returns the number of the last pass that has not seen it.
+  // Returns the number of the last pass that may have read the previous time.
   int SetClock(int64_t ticks) {
     const std::lock_guard<std::mutex> lock(mutex);
     clock = ticks;
@@ -117,13 +116,14 @@ class FakePlatform {
     const std::lock_guard<std::mutex> lock(mutex);
     if (!isApplicationThread) sleeps.insert(duration);
   }
-  // How long other threads than the tests' own have gone to sleep for.
+  // Returns the sleep durations of threads other than the tests' own.
   std::set<std::chrono::nanoseconds> Sleeps() {
     const std::lock_guard<std::mutex> lock(mutex);
     return sleeps;
   }
 
-  // Runs once when a test's own thread reads the clock, which it does under the manager's lock.
+  // Runs `action` once, at the next clock read of a test's thread, which holds the manager's lock
+  // then.
   void AtNextRead(std::function<void()> action) {
     const std::lock_guard<std::mutex> lock(mutex);
     atNextRead = std::move(action);
@@ -134,7 +134,7 @@ class FakePlatform {
   std::atomic<bool> processIsEnding{false};
   std::atomic<int> endingAsked{0};
   std::atomic<int> forks{0};
-  std::atomic<int> lockTries{0};  // of other threads than the tests' own
+  std::atomic<int> lockTries{0};  // by threads other than the tests' own
 
  private:
   std::mutex mutex;
@@ -148,8 +148,8 @@ class FakePlatform {
 
 }  // namespace
 
-// The linker's --wrap option leads every call of nanosleep here, and calls of __real_nanosleep to
-// what nanosleep was. The standard libraries of both systems sleep so.
+// The linker's --wrap option redirects calls of nanosleep here; __real_nanosleep is the original.
+// The standard libraries of both systems sleep with it.
 extern "C" int __real_nanosleep(const timespec* duration, timespec* left);
 extern "C" int __wrap_nanosleep(const timespec* duration, timespec* left) {
   FakePlatform::Get().NoteSleep(std::chrono::seconds(duration->tv_sec) +
@@ -157,14 +157,14 @@ extern "C" int __wrap_nanosleep(const timespec* duration, timespec* left) {
   return __real_nanosleep(duration, left);
 }
 
-// Likewise.
+// Wrapped like nanosleep.
 extern "C" int __real_pthread_mutex_trylock(pthread_mutex_t* mutex);
 extern "C" int __wrap_pthread_mutex_trylock(pthread_mutex_t* mutex) {
   if (!isApplicationThread) ++FakePlatform::Get().lockTries;
   return __real_pthread_mutex_trylock(mutex);
 }
 
-// No public door shows the mark without moving it, nor the thread and who has the lock.
+// Access to private members: the mark, the thread and the lock.
 namespace tarsio_test {
 
 struct TimerMark {
@@ -197,8 +197,8 @@ namespace tarsio::platform {
 
 int64_t WallClockTicks() { return FakePlatform::Get().ReadClock(); }
 
-// The first call waits until no thread has the manager's lock, as the real one may wait for a
-// thread that loads a module and then wants the lock.
+// The first call waits until no thread holds the manager's lock. The real function may wait for a
+// thread that is loading a module and then needs the lock.
 void PinLibrary() {
   if (FakePlatform::Get().pins++ > 0) return;
   std::thread visitor;
@@ -211,7 +211,7 @@ void PinLibrary() {
       }
     });
   } catch (const std::system_error&) {
-    return;  // this test refuses threads
+    return;  // this test lets thread starts fail
   }
   visitor.join();
 }
@@ -238,7 +238,7 @@ void StartWatchdog() {
   }).detach();
 }
 
-// A timer that is dropped from the queue at the end of a test, whatever its mark says by then.
+// A timer that is removed from the queue at the end of a test, however it is marked by then.
 class TestTimer {
  public:
   TestTimer(
@@ -264,7 +264,7 @@ class TestTimer {
 
   TsTimer* operator->() const { return timer.get(); }
   const std::shared_ptr<TsTimer>& Get() const { return timer; }
-  // The host's reference and one for each entry of the queue.
+  // One reference by the test and one for each queue entry.
   long Entries() const { return timer.use_count() - 1; }
   bool IsMarkedStarted() const { return (*timer).*Reach(tarsio_test::TimerMark()); }
 
@@ -275,7 +275,7 @@ class TestTimer {
 class ManagerTest : public testing::Test {
  protected:
   ManagerTest() {
-    // Where a test needs a manager without a past, it runs in a process of its own.
+    // Tests that need a new manager run in a separate process.
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     isApplicationThread = true;
     SetClock(kStart);
@@ -287,7 +287,7 @@ class ManagerTest : public testing::Test {
     return Platform().SetClock(static_cast<int64_t>(ms) * 10000 + ticksWithin);
   }
 
-  // Sets the clock, and returns when a pass that has read it has ended.
+  // Sets the clock and returns after a pass that has read the new time.
   static void PassAt(Milliseconds ms, int64_t ticksWithin = 0) {
     const int last = SetClock(ms, ticksWithin);
     ASSERT_TRUE(Platform().AwaitPassAfter(last)) << "the timer thread does not run";
@@ -303,7 +303,7 @@ class ManagerTest : public testing::Test {
   std::function<void()> Noting(const std::string& name) {
     return [this, name] { Note(name); };
   }
-  // What has fired since the last call. Touched by actions and, between passes, by the test.
+  // Returns what fired since the last call. Used by actions and, between passes, by the test.
   std::vector<std::string> Fired() { return std::exchange(notes, {}); }
 
  private:
@@ -330,9 +330,9 @@ TEST_F(ManagerTest, WholeMilliseconds) {
   }
 }
 
-// ---- the thread ----
+// ---- the timer thread ----
 
-// In processes of their own. Each body returns whether all was as it should be.
+// Each test runs in separate processes. The bodies return whether all checks passed.
 class ManagerProcess : public ManagerTest {};
 
 #define EXPECT_IN_A_FRESH_PROCESS(body) \
@@ -356,7 +356,7 @@ TEST_F(ManagerProcess, StartsNoThread) {
   });
 }
 
-// At the end of the process, a manager would ask the platform.
+// A manager would register with the platform for process exit.
 TEST_F(ManagerProcess, NoOwner) {
   EXPECT_EXIT(
       {
@@ -396,7 +396,7 @@ TEST_F(ManagerProcess, OneThread) {
       first->Start();
       if (!Platform().AwaitPassAfter(0) || Platform().pins != 1) return false;
     }
-    // With an empty queue, too, it goes on.
+    // The thread goes on with an empty queue, too.
     if (!Platform().AwaitPassAfter(Platform().Passes() + 3)) return false;
     for (int i = 0; i < 5; ++i) {
       const TestTimer again(10, kOnce);
@@ -407,7 +407,7 @@ TEST_F(ManagerProcess, OneThread) {
   });
 }
 
-// The timer stays queued and marked; the next start of any timer brings the thread.
+// The timer stays queued and marked; the next start of any timer starts the thread.
 TEST_F(ManagerProcess, FailedThread) {
   EXPECT_IN_A_FRESH_PROCESS([] {
     Events fired;
@@ -421,7 +421,7 @@ TEST_F(ManagerProcess, FailedThread) {
       } catch (const std::system_error& e) {
         if (e.code() != std::errc::resource_unavailable_try_again) return false;
       }
-      (*timer)->Start();  // marked, so that nothing is tried
+      (*timer)->Start();  // marked, so Start() does nothing
     }
     if (Platform().Passes() != 0) return false;
     const TestTimer third(kHour, kOnce);
@@ -432,7 +432,7 @@ TEST_F(ManagerProcess, FailedThread) {
   });
 }
 
-// A call that adds nothing, too, as long as something is queued.
+// Even a call that adds nothing, as long as the queue is not empty.
 TEST_F(ManagerProcess, QueuedBefore) {
   for (const bool null : {true, false}) {
     SCOPED_TRACE(null);
@@ -480,7 +480,7 @@ TEST_F(ManagerProcess, PinsLibrary) {
   });
 }
 
-// At the end of the process the system may not be able to find its own function any more.
+// At process exit the system may no longer be able to look up its function.
 TEST_F(ManagerProcess, ExitHandler) {
   EXPECT_IN_A_FRESH_PROCESS([] {
     Platform().AtNextRead([] {
@@ -499,8 +499,8 @@ TEST_F(ManagerTest, WallClockJumps) {
   }
 }
 
-// It waits for the lock in one call: a loop of tries would starve the owner of the lock if the
-// timer thread has a higher priority.
+// The pass locks with one blocking call: polling with try_lock could starve the owner if the timer
+// thread has a higher priority.
 TEST_F(ManagerTest, ClockUnderLock) {
   const TestTimer queued(kHour, kOnce);
   const TestTimer fresh(kHour, kOnce);
@@ -527,7 +527,7 @@ TEST_F(ManagerTest, FiveMilliseconds) {
   EXPECT_THAT(Platform().Sleeps(), ElementsAre(std::chrono::milliseconds(5)));
 }
 
-// The thread sleeps its five milliseconds whatever is added meanwhile, and however soon it is due.
+// The thread always sleeps five milliseconds, even if a timer is added that is due earlier.
 TEST_F(ManagerTest, NoEarlyWakeUp) {
   StartTheThread();
   const auto begin = std::chrono::steady_clock::now();
@@ -541,10 +541,10 @@ TEST_F(ManagerTest, NoEarlyWakeUp) {
   const int passes = Platform().Passes() - before;
   const auto lasted = std::chrono::steady_clock::now() - begin;
   EXPECT_LE(passes, lasted / std::chrono::milliseconds(5) + 2);
-  EXPECT_GT(timers.size(), 2 * static_cast<size_t>(passes)) << "or this would show nothing";
+  EXPECT_GT(timers.size(), 2 * static_cast<size_t>(passes)) << "too few timers for this test";
 }
 
-// ---- adding ----
+// ---- adding timers ----
 
 TEST_F(ManagerTest, Expiry) {
   const struct {
@@ -616,13 +616,13 @@ TEST_F(ManagerTest, RepeatSaturates) {
   const Milliseconds timeout = kNever - kStart - 500;
   const TestTimer timer(timeout, kRepeating, Noting("fired"));
   timer->Start();
-  timer->SetExpire(kStart + 1000);  // the queue's only timer: no order to upset
+  timer->SetExpire(kStart + 1000);  // the only timer, so the order cannot break
   PassAt(kStart + 1000);
   EXPECT_THAT(Fired(), ElementsAre("fired"));
   EXPECT_EQ(timer->GetExpire(), kNever);
 }
 
-// Of any timer, even one that is not queued.
+// Stop() of any timer restores the order, even of one that is not queued.
 TEST_F(ManagerTest, StopSortsExpiries) {
   for (const bool queued : {true, false}) {
     SCOPED_TRACE(queued);
@@ -642,7 +642,7 @@ TEST_F(ManagerTest, StopSortsExpiries) {
   }
 }
 
-// The entries of a timer share one expiry, so a second start moves the first entry along.
+// Both entries share one expiry, so a second start also changes the first entry.
 TEST_F(ManagerTest, StopSortsTwice) {
   const TestTimer twice(10, kOnce, Noting("twice"));
   const TestTimer once(11, kOnce, Noting("once"));
@@ -709,7 +709,7 @@ TEST_F(ManagerTest, SecondStart) {
   EXPECT_THAT(Fired(), ElementsAre("fired"));
 }
 
-// ---- what is due ----
+// ---- due timers ----
 
 TEST_F(ManagerTest, EqualIsDue) {
   const TestTimer timer(10, kOnce, Noting("fired"));
@@ -769,7 +769,7 @@ TEST_F(ManagerTest, ExpiryOrder) {
           }));
       timers.back()->Get()->Start();
     }
-    // Some are taken out of the middle of the heap.
+    // Remove some from the middle of the heap.
     for (size_t i = 0; i < timers.size(); i += 7) timers[i]->Get()->Stop();
     PassAt(kStart + 150);
     std::vector<Milliseconds> expected;
@@ -834,7 +834,7 @@ TEST_F(ManagerTest, ClockSetForward) {
   EXPECT_EQ(repeating->GetExpire(), kStart + kHour + kHour / 2);
 }
 
-// ---- repeating ----
+// ---- repeating timers ----
 
 TEST_F(ManagerTest, NoCatchingUp) {
   Milliseconds expireInAction = 0;
@@ -876,8 +876,8 @@ TEST_F(ManagerTest, RepeatNotQueued) {
   const TestTimer* self = nullptr;
   std::vector<long> references;
   const TestTimer timer(10, kRepeating, [&] {
-    references.push_back(self->Entries());  // the pass's own
-    Manager().ResetTimer(self->Get());      // so this finds nothing to set
+    references.push_back(self->Entries());  // includes the reference of the pass
+    Manager().ResetTimer(self->Get());      // not queued, so this does nothing
     SetClock(kStart + 15);
     Manager().ResetTimer(self->Get());
   });
@@ -904,12 +904,12 @@ TEST_F(ManagerTest, RepeatSelfStop) {
   for (int i = 2; i < 6; ++i) PassAt(kStart + static_cast<Milliseconds>(i) * 10);
   EXPECT_EQ(Fired().size(), 5U);
 
-  timer->Stop();  // not marked: does nothing
+  timer->Stop();  // not marked, so this does nothing
   EXPECT_EQ(timer.Entries(), 1);
-  timer->Start();  // queues it beside itself
+  timer->Start();  // adds a second entry
   EXPECT_EQ(timer.Entries(), 2);
   EXPECT_TRUE(timer.IsMarkedStarted());
-  timer->Stop();  // both entries go
+  timer->Stop();  // removes both entries
   EXPECT_EQ(timer.Entries(), 0);
   PassAt(kStart + kHour);
   EXPECT_THAT(Fired(), IsEmpty());
@@ -931,7 +931,7 @@ TEST_F(ManagerTest, RepeatSelfRestart) {
   EXPECT_THAT(Fired(), ElementsAre("fired"));
   EXPECT_EQ(timer.Entries(), 2);
   EXPECT_TRUE(timer.IsMarkedStarted());
-  // The entries share one expiry: the first that fires moves the other along.
+  // Both entries share one expiry, so the first firing delays the other entry.
   PassAt(kStart + 20);
   EXPECT_THAT(Fired(), ElementsAre("fired"));
   EXPECT_EQ(timer.Entries(), 2);
@@ -939,7 +939,7 @@ TEST_F(ManagerTest, RepeatSelfRestart) {
   EXPECT_EQ(timer.Entries(), 0);
 }
 
-// ---- one-shot ----
+// ---- one-shot timers ----
 
 TEST_F(ManagerTest, OneShotIsStopped) {
   const TestTimer* self = nullptr;
@@ -1000,7 +1000,7 @@ TEST_F(ManagerTest, StopBothEntries) {
   for (const TestTimer& other : later) EXPECT_EQ(other.Entries(), 1);
 }
 
-// Its first entry has left the front to a timer that is due as well.
+// A timer that is due as well has taken the place of its first entry.
 TEST_F(ManagerTest, StopInAction) {
   TsTimer* self = nullptr;
   const TestTimer twice(10, kRepeating, [&] {
@@ -1018,7 +1018,7 @@ TEST_F(ManagerTest, StopInAction) {
   others[1]->Stop();
   PassAt(kStart + 10);
   EXPECT_THAT(Fired(), UnorderedElementsAre("twice", "once"));
-  EXPECT_EQ(twice.Entries(), 1) << "what was taken out to fire is queued again";
+  EXPECT_EQ(twice.Entries(), 1) << "a timer removed for firing is queued again";
   EXPECT_EQ(others[0].Entries(), 1);
 }
 
@@ -1039,7 +1039,7 @@ TEST_F(ManagerTest, OwnsQueuedTimer) {
   EXPECT_TRUE(watch.expired());
 }
 
-// ---- actions that start and stop others ----
+// ---- actions that start and stop timers ----
 
 TEST_F(ManagerTest, StopDueTimer) {
   for (const bool loop : {false, true}) {
@@ -1108,7 +1108,7 @@ TEST_F(ManagerTest, ThrowingAction) {
   EXPECT_FALSE(once.IsMarkedStarted());
 }
 
-// ---- removing ----
+// ---- removing timers ----
 
 TEST_F(ManagerTest, RemoveTimer) {
   const TestTimer kept(20, kOnce, Noting("kept"));
@@ -1153,7 +1153,7 @@ TEST_F(ManagerTest, StopNotQueued) {
   EXPECT_THAT(Fired(), ElementsAre("10", "20", "30", "40", "50"));
 }
 
-// ---- setting again ----
+// ---- resetting timers ----
 
 TEST_F(ManagerTest, ResetFromNow) {
   const TestTimer a(10, kOnce, Noting("a"));
@@ -1215,9 +1215,9 @@ TEST_F(ManagerTest, ResetNotQueued) {
   }
 }
 
-// ---- the end of the process ----
+// ---- process exit ----
 
-// Says so when it is destroyed.
+// Prints a message when it is destroyed.
 class Reporting {
  public:
   explicit Reporting(const char* lastWords) : text(lastWords) {}
@@ -1235,13 +1235,13 @@ class Reporting {
   const char* const text;
 };
 
-// Waits for a pass that has seen the present clock, and does not wait for its end.
+// Waits for a pass to begin at the given time, but not for its end.
 void BeginPassAt(Milliseconds ms) {
   const int last = Platform().SetClock(static_cast<int64_t>(ms) * 10000);
   Platform().AwaitPassAfter(last);
 }
 
-// Belongs to actions that still run when the process ends, so never destroyed.
+// Never destroyed: actions may still run during process exit.
 Gate& LastingGate() {
   static auto* const gate = new Gate;
   return *gate;
@@ -1283,9 +1283,9 @@ TEST_F(ManagerProcess, EndReleases) {
       testing::ExitedWithCode(0), "callable released");
 }
 
-// The stated order: the join is made under the lock. A thread that waits for the lock meanwhile
-// must give up the pass that it has not begun. The thread that ends the process may have the lock
-// already: memory is allocated under it, and a handler of the host's may call exit().
+// The thread is joined under the lock (by design). If the timer thread is waiting for the lock at
+// that point, it must skip the pass it was about to begin. The exiting thread may already hold the
+// lock: an allocation under the lock may call a handler of the host, which may call exit().
 TEST_F(ManagerProcess, EndWhileLocked) {
   for (const bool byOwner : {false, true}) {
     SCOPED_TRACE(byOwner);
@@ -1308,7 +1308,7 @@ TEST_F(ManagerProcess, EndWhileLocked) {
   }
 }
 
-// What goes with the timer thread runs while that thread is joined.
+// Thread-local objects of the timer thread are destroyed while that thread is joined.
 TEST_F(ManagerProcess, EndOrder) {
   EXPECT_EXIT(
       {
@@ -1349,8 +1349,8 @@ TEST_F(ManagerProcess, EndInAction) {
       "deadlock");
 }
 
-// As on a system that has killed every other thread by then, or in a forked process: the timer
-// thread held the lock. Neither the manager's end nor what the host's statics do may wait for it.
+// As in a forked process, or on a system that has killed all other threads: the timer thread held
+// the lock. Neither the manager's destructor nor later calls by the host's statics may wait for it.
 TEST_F(ManagerProcess, EndWithoutThread) {
   for (const bool forked : {false, true}) {
     SCOPED_TRACE(forked);
@@ -1359,7 +1359,7 @@ TEST_F(ManagerProcess, EndWithoutThread) {
           StartWatchdog();
           const auto timer = Started(10, kRepeating, [] {
             LastingGate().Open();
-            std::this_thread::sleep_for(2 * kTestTimeout);  // as good as gone
+            std::this_thread::sleep_for(2 * kTestTimeout);  // stands for a killed thread
           });
           BeginPassAt(kStart + 10);
           LastingGate().WaitFor();
@@ -1367,7 +1367,7 @@ TEST_F(ManagerProcess, EndWithoutThread) {
           Platform().processIsEnding = !forked;
           timer->Stop();
           timer->Start();
-          Started(kHour, kOnce, [] {});  // marked started when it is dropped
+          Started(kHour, kOnce, [] {});  // marked started when dropped
           TsTimer unowned(kHour, kOnce);
           EXPECT_THROW(unowned.Start(), std::bad_weak_ptr);
           if (!testing::Test::HasFailure()) std::exit(0);
@@ -1376,7 +1376,7 @@ TEST_F(ManagerProcess, EndWithoutThread) {
   }
 }
 
-// Before the process has a timer thread, a fork changes nothing.
+// Without a timer thread, a fork changes nothing.
 TEST_F(ManagerProcess, Fork) {
   EXPECT_IN_A_FRESH_PROCESS([] {
     Platform().forks = 1;
@@ -1388,9 +1388,9 @@ TEST_F(ManagerProcess, Fork) {
   });
 }
 
-// What a host registers before it has the manager runs after the manager's end.
+// A handler that is registered before the manager exists runs after the manager's end.
 TEST_F(ManagerProcess, TimersAfterEnd) {
-  static std::shared_ptr<TsTimer> queued;  // since before the end
+  static std::shared_ptr<TsTimer> queued;  // queued before the end
   EXPECT_EXIT(
       {
         StartWatchdog();
@@ -1425,7 +1425,7 @@ TEST_F(ManagerProcess, DropAfterEnd) {
         StartWatchdog();
         std::atexit([] {
           auto timer = std::make_shared<TsTimer>(kHour, kRepeating);
-          timer->Start();  // marked, but nobody queues it any more
+          timer->Start();  // marked but no longer queued
           timer.reset();
         });
         StartTheThread();
@@ -1434,7 +1434,7 @@ TEST_F(ManagerProcess, DropAfterEnd) {
       "no shared_ptr owns the timer");
 }
 
-// A host that has let go of its timers is no reason to end the process otherwise.
+// Releasing a timer that the host has dropped must not end the process.
 TEST_F(ManagerProcess, EndQueuedTwice) {
   EXPECT_EXIT(
       {
@@ -1461,7 +1461,7 @@ TEST_F(ManagerProcess, EndHeldTimer) {
       testing::ExitedWithCode(0), "");
 }
 
-// The manager's queue is in use again while it is being emptied.
+// The manager's queue is used again while it is being emptied.
 TEST_F(ManagerProcess, EndCallableStops) {
   struct StopOnExit {
     explicit StopOnExit(std::shared_ptr<TsTimer> stopped) : timer(std::move(stopped)) {}
@@ -1486,8 +1486,8 @@ TEST_F(ManagerProcess, EndCallableStops) {
 
 // ---- against a model ----
 
-// What the manager should hold, written from its rules. Driven from the test between passes and
-// from the actions within one, so never by two threads at once.
+// The expected state of the manager, as a reference implementation. The test calls it between
+// passes, and actions call it during a pass, so never concurrently.
 class Model {
  public:
   struct Item {
@@ -1519,8 +1519,8 @@ class Model {
     if (items[i].queued) items[i].expire = clock + items[i].timeout;
   }
 
-  // Whether starting it would put a second entry beside the one that it has, or will have again
-  // when its action returns.
+  // Whether a start would add a second entry next to the one that is queued, or that will be queued
+  // again when the action returns.
   bool StartWouldQueueTwice(size_t i) const {
     return !items[i].started && (items[i].queued || firing == i);
   }
@@ -1528,7 +1528,7 @@ class Model {
   void BeginFiring(size_t i) {
     ++firings;
     Item& item = items[i];
-    if (!item.queued) errors.push_back("fired though not queued");
+    if (!item.queued) errors.push_back("fired but not queued");
     if (item.expire > clock) errors.push_back("fired before its time");
     for (const Item& other : items) {
       if (other.queued && other.expire < item.expire) errors.push_back("fired out of order");
@@ -1623,7 +1623,7 @@ TEST_F(ManagerTest, RandomModel) {
     for (size_t i = 0; i < kTimers; ++i) {
       SCOPED_TRACE("timer " + std::to_string(i));
       const Model::Item& item = model.items[i];
-      ASSERT_FALSE(item.queued && item.expire <= model.clock) << "due, and has not fired";
+      ASSERT_FALSE(item.queued && item.expire <= model.clock) << "due but not fired";
       ASSERT_EQ(timers[i]->Entries(), item.queued ? 1 : 0);
       ASSERT_EQ(timers[i]->Get()->GetExpire(), item.expire);
     }
