@@ -1,5 +1,5 @@
-// How often an operation asks for memory once everything that is made once in a process is there.
-// The library's sources are compiled into this program, so that it sees every allocation.
+// The number of allocations per operation, excluding what is allocated once per process. The
+// library is compiled into this program, so that every allocation is counted.
 
 #include <gtest/gtest.h>
 
@@ -33,7 +33,7 @@ using tarsio::StringUtils;
 using tarsio::TsString;
 using tarsio_test::AllocationWatch;
 
-// A sink that takes what it is given.
+// A sink that discards its lines.
 struct SilentLogger : tarsio::Logger {
   void DoOutput(const char* /*line*/) override {}
 };
@@ -45,7 +45,7 @@ void LogToNobody(tarsio::LOG_LEVEL level) {
 }
 
 size_t AllocationsOf(const std::function<void()>& call) {
-  call();  // what is made once is made now
+  call();  // one-time allocations happen here
   const AllocationWatch watch;
   call();
   return watch.Count();
@@ -59,19 +59,19 @@ struct Row {
 
 class AllocationCounts : public testing::TestWithParam<Row> {};
 
-const std::string kLong(100, 'x');  // too long for a string to hold by itself
+const std::string kLong(100, 'x');  // too long for the small-string buffer
 const std::string kShort = "short";
 
-TEST_P(AllocationCounts, AreAsListed) {
+TEST_P(AllocationCounts, Exact) {
   tarsio::Log::GetInstance().SetLogger(std::make_unique<SilentLogger>());
   EXPECT_EQ(AllocationsOf(GetParam().call), GetParam().count);
   tarsio::Log::GetInstance().SetLogger(nullptr);
 }
 
-// All tasks have run when a shutdown by it returns.
+// A shutdown by this method returns when all tasks have run.
 constexpr auto kMethodWithoutName = static_cast<tarsio::ThreadPool::SHUTDOWN_METHOD>(2);
 
-// The list of tasks grows by pieces of several.
+// Once in a while the queue's list grows by a block for several tasks.
 TEST(PoolAllocations, SmallTask) {
   constexpr size_t kTasks = 100;
   const auto pool = std::make_shared<tarsio::ThreadPool>("pool", 1, 0, 2 * kTasks);
@@ -106,13 +106,14 @@ TEST(PoolAllocations, NewWorker) {
       pool->SubmitTask(task);
       allocations = watch.Count();
     }
-    // Nothing of it is left to another thread, which would be counted with the next.
+    // Wait until no other thread frees or allocates for this round.
     pool->Shutdown(kMethodWithoutName);
     while (pool.use_count() > 1) std::this_thread::sleep_for(std::chrono::milliseconds(1));
     return allocations;
   };
-  start();  // what is made once is made now
-  // The worker and its count of owners, the list, the thread and its count, what it starts with.
+  start();  // one-time allocations happen here
+  // The worker with its control block, the list node, the thread with its control block, and
+  // the thread's start state.
   EXPECT_EQ(start(), 4U);
 }
 
@@ -138,28 +139,27 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(
         Row{"FilteredLine", 0, [] { TARSIO_LOG(tarsio::LOG_LEVEL_DEBUG, "%d", 1); }},
         Row{"Line", 1, [] { TARSIO_LOG(tarsio::LOG_LEVEL_ERROR, "%d", 1); }},
-        Row{"LineOfTheDefaultSink", 1,
+        Row{"DefaultSink", 1,
             [] {
               static tarsio::Logger sink;
               sink.DoOutput(kLong.c_str());
             }},
         Row{"FilteredTsLog", 0, [] { LogToNobody(tarsio::LOG_LEVEL_WARN); }},
         Row{"TsLog", 1, [] { LogToNobody(tarsio::LOG_LEVEL_ERROR); }},
-        Row{"PathOfShortComponents", 1, [] { Path(R"(C:\one\two)"); }},  // their list
-        Row{"PathOfALongComponent", 2, [] { Path{kLong}; }},
-        Row{"PrintedShortPath", 0, [] { kThree.Str(); }},
-        Row{"PrintedLongPath", 1,
+        Row{"ShortPath", 1, [] { Path(R"(C:\one\two)"); }},  // the list of components
+        Row{"LongPath", 2, [] { Path{kLong}; }}, Row{"PrintShort", 0, [] { kThree.Str(); }},
+        Row{"PrintLong", 1,
             [] {
               static const Path path(kLong);
               path.Str();
             }},
-        Row{"CopiedPath", 1, [] { Path copy(kThree); }},
-        Row{"MovedPath", 1,
+        Row{"CopyPath", 1, [] { Path copy(kThree); }},
+        Row{"MovePath", 1,
             [] {
               Path copy(kThree);
               Path moved(std::move(copy));
             }},
-        Row{"JoinedPath", 1,
+        Row{"JoinPath", 1,
             [] {
               static const Path more("more");
               kThree / more;
@@ -173,8 +173,8 @@ INSTANTIATE_TEST_SUITE_P(
               static const std::u16string text(100, u'x');
               CharsetCvt::U16ToU8(text);
             }},
-        Row{"SplitOfFourShortPieces", 3,
-            [] { StringUtils::SplitString(kFields, ","); }},  // doubling
+        Row{"SplitFour", 3,
+            [] { StringUtils::SplitString(kFields, ","); }},  // the capacity doubles
         Row{"SplitFirst", 1, [] { StringUtils::SplitFristByString(kFields, ","); }},
         Row{"Trim", 0,
             [] {
@@ -193,20 +193,20 @@ INSTANTIATE_TEST_SUITE_P(
               TsString text("twelve chars");
               text = "twelve more!";
             }},
-        Row{"TimerStartAndStop", 0,
+        Row{"TimerStartStop", 0,
             [] {
               static const auto timer = std::make_shared<component::TsTimer>(3600000, false);
               timer->Start();
               timer->Stop();
             }},
-        Row{"QueuePushAndPop", 0,
+        Row{"QueuePushPop", 0,
             [] {
               static tarsio::BlockingQueue<int> queue(4);
               int element = 1;
               static_cast<void>(queue.Push(element, 0));
               static_cast<void>(queue.Pop(element, 0));
             }},
-        Row{"CheckOfAFile", 2, [] { static_cast<void>(FileUtils::CheckDirOrFileExists("C:\\")); }}),
+        Row{"CheckFile", 2, [] { static_cast<void>(FileUtils::CheckDirOrFileExists("C:\\")); }}),
     [](const auto& row) { return std::string(row.param.name); });
 
 }  // namespace

@@ -1,4 +1,4 @@
-// Files on a system that fails: full disks, forbidden directories, names and paths that are too
+// Files under difficult conditions: full disks, missing permissions, names and paths that are too
 // long, files that change while they are read.
 
 #include <gtest/gtest.h>
@@ -45,7 +45,7 @@ using tarsio_test::ScopedDirectory;
 constexpr int kAppend = 0x08;
 constexpr int kBinary = 0x20;
 
-// Each test works in an empty directory of its own.
+// Each test runs in a new, empty directory.
 class FileFaults : public testing::Test {
  protected:
   bool IsEmptyDirectory() const { return std::filesystem::is_empty(directory.Native("")); }
@@ -67,14 +67,14 @@ TEST_F(FileFaults, DiskFull) {
     result = FileUtils::WriteFile(content, "./f", kBinary);
     appended = FileUtils::WriteFile("more", "./f", kBinary | kAppend);
   }
-  EXPECT_EQ(result, FILE_OPT_SUCCESS);  // errors while writing are not detected
+  EXPECT_EQ(result, FILE_OPT_SUCCESS);  // write errors are not detected
   EXPECT_EQ(appended, FILE_OPT_SUCCESS);
   EXPECT_TRUE(directory.Read("f") == (content + "more").substr(0, room));
   EXPECT_EQ(FileUtils::WriteFile(content, "./f", kBinary), FILE_OPT_SUCCESS);
   EXPECT_TRUE(directory.Read("f") == content);
 }
 
-// ---- what is forbidden ----
+// ---- permissions ----
 
 TEST_F(FileFaults, NoPermission) {
   directory.Write("f", "stored");
@@ -91,7 +91,7 @@ TEST_F(FileFaults, NoPermission) {
   EXPECT_EQ(ReadFile("f"), Content("stored"));
 }
 
-// The input bit asks for the right to read, as it does of a stream.
+// The input bit requires read permission, as for a stream.
 TEST_F(FileFaults, WriteOnlyFile) {
   directory.Write("f", "stored");
   {
@@ -111,7 +111,7 @@ TEST_F(FileFaults, StandardInput) {
   EXPECT_EQ(ReadFile("f"), Content("content"));
 }
 
-// Whether the system keeps this process out: some let a user like ours do everything.
+// Whether the process may create files in the directory; some users, such as root, always may.
 bool MayCreateIn(const std::string& name) {
   const std::filesystem::path probe = std::filesystem::path(name) / "probe";
   const bool created = std::ofstream(probe).is_open();
@@ -119,7 +119,7 @@ bool MayCreateIn(const std::string& name) {
   return created;
 }
 
-// Where the system does not enforce it, each call does what it says.
+// If the system does not enforce the permissions, every call succeeds.
 TEST_F(FileFaults, ReadOnlyDirectory) {
   std::filesystem::create_directories("d/below");
   directory.Write("d/f", "stored");
@@ -192,14 +192,14 @@ TEST_F(FileFaults, LongestName) {
     EXPECT_EQ(FileUtils::RemoveDir(name), fits);
     EXPECT_EQ(FileUtils::MakeDir(name + "/"), fits);
     EXPECT_EQ(FileUtils::RemoveDir(name), fits);
-    if (!fits) continue;  // Wine's recursive creation cuts what is too long, and succeeds
+    if (!fits) continue;  // Wine truncates a name that is too long and succeeds
     EXPECT_TRUE(MakeDirs(name));
     EXPECT_TRUE(FileUtils::RemoveDir(name));
   }
   EXPECT_TRUE(IsEmptyDirectory());
 }
 
-// A name with each ASCII character works, or is refused and nothing is there.
+// For each ASCII character: a name with it works, or is refused and creates nothing.
 TEST_F(FileFaults, EveryCharacter) {
   const std::string everywhere =
       " !#$%&'()+,-.0123456789;=@ABCDEFGHIJKLMNOPQRSTUVWXYZ[]^_`abcdefghijklmnopqrstuvwxyz{}~";
@@ -252,8 +252,8 @@ TEST_F(FileFaults, BadUtf8) {
 
 // ---- long paths ----
 
-// The directories below the current one by which a name in the last has a path of `length` bytes,
-// without a prefix.
+// Returns nested directories below `root`, such that a name in the last one has a path of `length`
+// bytes without a prefix.
 std::vector<Path> LevelsFor(size_t length, const std::string& root) {
   constexpr size_t kNames = 100;
   std::vector<Path> levels;
@@ -265,7 +265,8 @@ std::vector<Path> LevelsFor(size_t length, const std::string& root) {
   return levels;
 }
 
-// By the library's narrow calls, whose texts end at 259 characters on Windows, or else past it.
+// Tries the library's narrow calls, which are limited to 259 characters on Windows, and otherwise
+// removes the object without them.
 void ExpectRemoved(const Path& path, const std::string& form, bool (*remove)(const std::string&)) {
   const bool removed = remove(form);
   EXPECT_TRUE(removed || form.size() >= 260);
@@ -306,7 +307,7 @@ TEST_F(FileFaults, LongPaths) {
   }
 }
 
-// ---- files that change meanwhile ----
+// ---- concurrent changes ----
 
 TEST_F(FileFaults, ChangingFile) {
   constexpr int kRounds = 1500;

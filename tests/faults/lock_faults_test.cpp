@@ -1,7 +1,7 @@
-// Every lock of queue, pool, latches and timers fails in its turn: the caller gets the system's
-// error, whatever else was locked is free again, and the object is as it was. And what waits with a
-// timeout waits for a time on the system clock, and who is notified is notified under the lock. The
-// library is compiled into this program, and so are the locks' wrappers.
+// Lets each lock of queue, pool, latches and timers fail in turn: the caller gets
+// std::system_error, other locks are released, and the object is unchanged. Also checks that
+// deadlines are on the system clock and that notifications are sent under the lock. The library and
+// wrappers of the lock functions are compiled into this program.
 
 #include "support/lock_faults.h"
 
@@ -75,13 +75,13 @@ TEST(Deadlines, SystemClock) {
     const DeadlineWatch watch;
     const auto before = system_clock::now();
     row.wait();
-    // Neither bound has a tolerance: the clock was read between the call and the wait.
+    // No tolerance needed: the clock was read between the call and the wait.
     EXPECT_GE(DeadlineWatch::Last(), before + timeout);
     EXPECT_LE(DeadlineWatch::Last(), DeadlineWatch::FirstEntry() + timeout);
   }
 }
 
-// From the end of its task; a shutdown meanwhile neither shortens nor prolongs it.
+// Counted from the end of the worker's task; Shutdown() does not change it.
 TEST(Deadlines, IdleWorker) {
   constexpr std::chrono::seconds kIdleLimit{1};
   struct Shared {
@@ -94,7 +94,7 @@ TEST(Deadlines, IdleWorker) {
     const auto shared = std::make_shared<Shared>();
     const auto pool = MakePool(1);
     pool->SubmitTask([shared] {
-      shared->watch.emplace();  // of the worker's thread
+      shared->watch.emplace();  // watches the worker's thread
       shared->end = system_clock::now();
       shared->ran.Open();
     });
@@ -102,7 +102,7 @@ TEST(Deadlines, IdleWorker) {
     while (DeadlineWatch::FirstEntry() < shared->end) {
       std::this_thread::sleep_for(milliseconds(1));
     }
-    pool->Shutdown(method);  // the worker leaves
+    pool->Shutdown(method);  // waits until the worker has retired
     shared->watch.reset();
     EXPECT_GE(DeadlineWatch::Last(), shared->end + kIdleLimit);
     EXPECT_LE(DeadlineWatch::Last(), DeadlineWatch::FirstEntry() + kIdleLimit);
@@ -111,7 +111,7 @@ TEST(Deadlines, IdleWorker) {
 
 // ---- notifications ----
 
-// So that whoever waited may destroy the object as soon as it has the lock.
+// So that a woken thread may destroy the object as soon as it gets the lock.
 TEST(Notifications, UnderTheLock) {
   const auto empty = std::make_shared<BlockingQueue<int>>(1);
   const auto full = std::make_shared<BlockingQueue<int>>(1);
@@ -127,7 +127,7 @@ TEST(Notifications, UnderTheLock) {
   using Calls = std::vector<std::function<void()>>;
   const struct {
     const char* name;
-    Calls waits;  // which begin before
+    Calls waits;  // started before the call
     std::function<void()> call;
     size_t notifications;
     bool ofAll;
@@ -138,7 +138,7 @@ TEST(Notifications, UnderTheLock) {
       {"CountDown", {}, [&] { latch->CountDown(); }, 1, true},
       {"CountOut", {[=] { wake->Wait(0); }}, [&] { wake->CountOut(); }, 1, false},
       {"CountAll", {[=] { wake->Wait(0); }}, [&] { wake->CountAll(); }, 1, true},
-      // The last row, for those who wait at a closed queue wait again.
+      // Must be the last row: calls on a closed queue go on waiting.
       {"Close",
        {[=] { push(closing); }, [=] { pop(closing); }},
        [&] { closing->Close(); },
@@ -161,7 +161,8 @@ TEST(Notifications, UnderTheLock) {
       conditions.push_back(notification.condition);
     }
     EXPECT_EQ(conditions.size(), row.notifications);
-    // Each is another field: for Close(), those that wait for room first.
+    // Each condition once, in the order of the fields: Close() first notifies the threads that wait
+    // for room.
     const auto end = conditions.end();
     EXPECT_EQ(std::adjacent_find(conditions.begin(), end, std::greater_equal<>()), end);
   }
@@ -175,7 +176,7 @@ TEST(Notifications, BeforeCloseDestroys) {
     ~Element() {
       if (notified != nullptr) notified->push_back(NotificationWatch::All().size());
     }
-    std::vector<size_t>* notified = nullptr;  // at each destruction, the number so far
+    std::vector<size_t>* notified = nullptr;  // the number of notifications at each destruction
   };
   const auto queue = std::make_shared<BlockingQueue<Element>>(2);
   std::vector<size_t> notified;
@@ -198,7 +199,7 @@ TEST(Notifications, BeforeCloseDestroys) {
   EXPECT_EQ(notified, (std::vector<size_t>{1, 1}));
 }
 
-// Neither before anybody has waited nor once those who did have been woken.
+// Neither before the first wait nor after all waiting threads were woken.
 TEST(Notifications, QueueWithoutWaiters) {
   const auto queue = std::make_shared<BlockingQueue<int>>(1);
   int item = 0;
@@ -227,8 +228,8 @@ TEST(Notifications, QueueWithoutWaiters) {
   EXPECT_EQ(pushAndPop(), 0U);
 }
 
-// Except for the pool's, which come without a look at who is about to wait, deliberately: one that
-// comes between a look at the queue and the sleep is missed. The next task makes up for it.
+// The pool does not synchronize taking a task with Wait() (by design): a notification between
+// Wait()'s check and its sleep is missed until the next task.
 TEST(Notifications, MissedByWait) {
   struct Shared {
     const std::shared_ptr<ThreadPool> pool = MakePool(1);
@@ -249,7 +250,7 @@ TEST(Notifications, MissedByWait) {
     shared->pool->Wait();
   });
   ASSERT_TRUE(shared->slept.WaitFor());
-  EXPECT_TRUE(shared->secondRan) << "nobody needs the lock of the waiters to take a task";
+  EXPECT_TRUE(shared->secondRan) << "taking a task does not need waitMutex";
   EXPECT_EQ(shared->pool->GetPendingTaskNumber(), 0U);
   EXPECT_TRUE(wait.StaysBlocked());
   shared->pool->SubmitTask([] {});
@@ -258,7 +259,7 @@ TEST(Notifications, MissedByWait) {
 
 // ---- locks ----
 
-// Whether the call, whose lock behind `allowed` others fails, throws what the standard throws then.
+// Whether `call` throws std::system_error when the lock after `allowed` successful ones fails.
 testing::AssertionResult FailsAtLock(size_t allowed, const std::function<void()>& call) {
   const LockFault fault(allowed);
   try {
@@ -269,7 +270,7 @@ testing::AssertionResult FailsAtLock(size_t allowed, const std::function<void()>
     }
     return testing::AssertionFailure() << error.what();
   }
-  return testing::AssertionFailure() << "nothing is thrown";
+  return testing::AssertionFailure() << "no exception";
 }
 
 TEST(LockFaults, Queue) {
@@ -306,7 +307,7 @@ TEST(LockFaults, Latches) {
   EXPECT_EQ(wake.GetCount(), 5U);
 }
 
-// In the order of its locks: one that fails behind another leaves that one free.
+// In the order of the locks: if one fails, the earlier ones are released.
 TEST(LockFaults, Pool) {
   const auto pool = MakePool(0);
   const struct {
@@ -318,10 +319,10 @@ TEST(LockFaults, Pool) {
       {"GetPendingTaskNumber", 2, [&] { pool->GetPendingTaskNumber(); }},
       {"GetRunningThreadNumber", 1, [&] { pool->GetRunningThreadNumber(); }},
       {"Wait", 2, [&] { pool->Wait(); }},
-      {"Shutdown by a method without name", 1,
+      {"Shutdown by an unknown method", 1,
        [&] { pool->Shutdown(static_cast<ThreadPool::SHUTDOWN_METHOD>(7)); }},
       {"Shutdown, waiting", 3, [&] { pool->Shutdown(ThreadPool::SHUTDOWN_WAIT); }},
-      {"Shutdown at once", 1, [&] { pool->Shutdown(ThreadPool::SHUTDOWN_NOW); }},
+      {"Shutdown now", 1, [&] { pool->Shutdown(ThreadPool::SHUTDOWN_NOW); }},
   };
   for (const auto& row : rows) {
     for (size_t lock = 0; lock < row.locks; ++lock) {
@@ -332,10 +333,10 @@ TEST(LockFaults, Pool) {
       pool->Wait();
     }
   }
-  EXPECT_TRUE(pool->SubmitTask([] {})) << "nothing has closed it";
+  EXPECT_TRUE(pool->SubmitTask([] {})) << "the pool is still open";
 }
 
-// Whichever of its locks fails, the tasks are destroyed all the same.
+// Whichever lock fails, the tasks are destroyed.
 TEST(LockFaults, PoolDestructor) {
   for (size_t lock = 0; lock < 2; ++lock) {
     SCOPED_TRACE(lock);
@@ -354,16 +355,16 @@ TEST(LockFaults, QueuedTask) {
   const auto ran = std::make_shared<Events>();
   std::function<void()> task = [ran] { ran->Add(); };
   const auto first = MakePool(1);
-  first->SubmitTask(task);  // what is made once in a process is made now
+  first->SubmitTask(task);  // one-time allocations happen here
   ASSERT_TRUE(ran->Await(1));
 
   const auto pool = MakePool(1);
-  EXPECT_TRUE(FailsAtLock(0, [&] { pool->SubmitTask(task); })) << "is the queue full?";
-  EXPECT_TRUE(FailsAtLock(1, [&] { pool->SubmitTask(task); })) << "the queue";
+  EXPECT_TRUE(FailsAtLock(0, [&] { pool->SubmitTask(task); })) << "check for a full queue";
+  EXPECT_TRUE(FailsAtLock(1, [&] { pool->SubmitTask(task); })) << "push";
   EXPECT_EQ(pool->GetPendingTaskNumber(), 0U);
-  EXPECT_TRUE(FailsAtLock(2, [&] { pool->SubmitTask(task); })) << "the list of workers";
+  EXPECT_TRUE(FailsAtLock(2, [&] { pool->SubmitTask(task); })) << "worker list";
   EXPECT_EQ(pool->GetPendingTaskNumber(), 1U);
-  EXPECT_TRUE(FailsAtLock(3, [&] { pool->SubmitTask(task); })) << "the worker";
+  EXPECT_TRUE(FailsAtLock(3, [&] { pool->SubmitTask(task); })) << "worker";
   EXPECT_EQ(pool->GetPendingTaskNumber(), 2U);
   EXPECT_EQ(pool->GetRunningThreadNumber(), 0U);
   EXPECT_TRUE(pool->SubmitTask(task));
@@ -373,21 +374,22 @@ TEST(LockFaults, QueuedTask) {
 TEST(LockFaults, Timer) {
   constexpr unsigned long long kLong = 3600000;
   const auto warm = std::make_shared<TsTimer>(kLong, false);
-  warm->Start();  // what is made once in a process is made now
+  warm->Start();  // one-time allocations happen here
   warm->Stop();
 
   const auto timer = std::make_shared<TsTimer>(kLong, false);
   timer->SetExpire(77);
 
-  EXPECT_TRUE(FailsAtLock(0, [&] { timer->Start(); })) << "the manager";
+  EXPECT_TRUE(FailsAtLock(0, [&] { timer->Start(); })) << "manager";
   EXPECT_EQ(timer.use_count(), 1);
-  EXPECT_TRUE(FailsAtLock(0, [&] { timer->Start(); })) << "not marked, so that it is tried again";
+  EXPECT_TRUE(FailsAtLock(0, [&] { timer->Start(); }))
+      << "not marked started, so the second attempt starts it";
   EXPECT_EQ(timer->GetExpire(), 77U);
 
   timer->Start();
   EXPECT_EQ(timer.use_count(), 2);
   EXPECT_TRUE(FailsAtLock(0, [&] { timer->Stop(); }));
-  timer->Stop();  // not marked any more
+  timer->Stop();  // already marked stopped
   EXPECT_EQ(timer.use_count(), 2) << "still queued";
   timer->SetState(true);
   timer->Stop();

@@ -1,6 +1,6 @@
-// Every allocation of every function fails in its turn, alone and with all that follow it: the
-// caller gets std::bad_alloc, nothing leaks, and what the call worked on is what the headers say.
-// The library is compiled into this program, for a DLL keeps an allocator of its own.
+// Lets each allocation of each function fail in turn, alone and with all later ones: the caller
+// gets std::bad_alloc, nothing leaks, and objects are in the documented state. The library is
+// compiled into this program, since a DLL has its own allocator.
 
 #include <gtest/gtest.h>
 
@@ -60,8 +60,7 @@ using tarsio_test::LiveAllocations;
 using tarsio_test::ScopedDirectory;
 using tarsio_test::ScopedVariable;
 
-// One try of a call: the call itself, and what is looked at when it has failed. Both own what they
-// use.
+// One attempt: the call, and the check after a failure. Both own the objects they use.
 struct Attempt {
   std::function<void()> call;
   std::function<void()> checkFailure = [] {};
@@ -74,7 +73,7 @@ struct Row {
 
 enum class Outcome { kFailed, kCameThrough, kSwallowed };
 
-// Runs the call with some of its allocations refused.
+// Makes the call with some of its allocations failing.
 Outcome Try(const Attempt& attempt, size_t allowed, size_t refused) {
   bool threw = false;
   size_t allocations = 0;
@@ -91,8 +90,8 @@ Outcome Try(const Attempt& attempt, size_t allowed, size_t refused) {
   return allocations > allowed ? Outcome::kSwallowed : Outcome::kCameThrough;
 }
 
-// Refuses the first, then the second and so on of the call's allocations, until it comes through.
-// Returns how often it failed.
+// Fails the first allocation of the call, then the second and so on, until the call succeeds.
+// Returns the number of failures.
 size_t FailEachAllocation(const Row& row, size_t refused) {
   constexpr size_t kMost = 2000;
   for (size_t allowed = 0; allowed < kMost; ++allowed) {
@@ -104,29 +103,29 @@ size_t FailEachAllocation(const Row& row, size_t refused) {
         case Outcome::kCameThrough:
           return allowed;
         case Outcome::kSwallowed:
-          ADD_FAILURE() << "the failure was kept from the caller";
+          ADD_FAILURE() << "the failure was not reported to the caller";
           break;
         case Outcome::kFailed:
           attempt.checkFailure();
       }
     }
-    EXPECT_EQ(LiveAllocations(), before) << "something leaks";
+    EXPECT_EQ(LiveAllocations(), before) << "memory leak";
   }
-  ADD_FAILURE() << row.name << " never comes through";
+  ADD_FAILURE() << row.name << " never succeeds";
   return kMost;
 }
 
-// A call that takes no memory cannot fail, but if none did, the rows would show nothing.
+// A call without allocations cannot fail, but some row has to.
 void FailEachAllocationOf(const std::vector<Row>& rows) {
   size_t failures = 0;
   for (const Row& row : rows) {
-    row.prepare().call();  // what is made once in a process is made now
+    row.prepare().call();  // one-time allocations happen here
     failures += FailEachAllocation(row, SIZE_MAX) + FailEachAllocation(row, 1);
   }
   EXPECT_GT(failures, 0U);
 }
 
-// A call that leaves nothing behind but its result.
+// A call without side effects.
 Row Plain(const char* name, const std::function<void()>& call) {
   return {name, [call] { return Attempt{call}; }};
 }
@@ -140,11 +139,11 @@ Row Keeps(const char* name, const T& object, const std::function<void(T&)>& call
           }};
 }
 
-// Longer than any string keeps within itself.
+// Returns a string that does not fit the small-string buffer.
 std::string Long(const std::string& text) { return text + std::string(100, 'x'); }
 std::wstring LongWide(const std::wstring& text) { return text + std::wstring(100, L'x'); }
 
-// ---- text ----
+// ---- strings ----
 
 TEST(MemoryFaults, Strings) {
   const std::string text = Long("a,b,") + ',' + Long("c");
@@ -164,7 +163,7 @@ TEST(MemoryFaults, Strings) {
 }
 
 TEST(MemoryFaults, Encodings) {
-  const ScopedVariable user("LC_ALL", "C");  // a locale that there is
+  const ScopedVariable user("LC_ALL", "C");  // a locale that always exists
   const std::string text = Long("a");
   const std::string broken = Long("a") + '\xFF';
   FailEachAllocationOf({
@@ -208,12 +207,12 @@ TEST(MemoryFaults, BoundaryStrings) {
               TsStringPair target;
               target = pair;
             }),
-      {"an assigned text",
+      {"assigned C string",
        [=] {
          const auto string = std::make_shared<TsString>(object);
          return Attempt{[=] { *string = longer.c_str(); }, [=] { check(string); }};
        }},
-      {"an assigned string",
+      {"assigned TsString",
        [=] {
          const auto string = std::make_shared<TsString>("short");
          return Attempt{[=] { *string = object; }, [=] { check(string); }};
@@ -236,7 +235,7 @@ void Format(Logger& logger, std::string& out, const char* format, ...) {
   va_end(args);
 }
 
-// Standard output that takes no memory.
+// Replaces standard output without allocating.
 class SilentCout : public std::streambuf {
  public:
   SilentCout() : before(std::cout.rdbuf(this)) {}
@@ -265,7 +264,7 @@ TEST(MemoryFaults, LogLines) {
     Log::GetInstance().DoLog(tarsio::LOG_LEVEL_ERROR, "/a/b.cpp", 1, "f", "%s", message.c_str());
   };
   FailEachAllocationOf({
-      Keeps<std::string>("VFormat", Long("as it was"),
+      Keeps<std::string>("VFormat", Long("unchanged"),
                          [=](std::string& line) {
                            Logger logger;
                            Format(logger, line, "%s", message.c_str());
@@ -275,7 +274,7 @@ TEST(MemoryFaults, LogLines) {
        [=] {
          const size_t before = out->lines;
          return Attempt{logLine, [=] {
-                          EXPECT_EQ(out->lines, before);  // nothing of the line that failed
+                          EXPECT_EQ(out->lines, before);  // nothing of the failed line
                           logLine();
                           EXPECT_EQ(out->lines, before + 1);
                         }};
@@ -296,7 +295,7 @@ TEST(MemoryFaults, LogLines) {
 
 // ---- paths ----
 
-// A path that a failure may have left anywhere can still be used.
+// After a failure the path may have any value, but is still usable.
 Attempt OnPath(const std::function<void(Path&)>& call) {
   const auto path = std::make_shared<Path>("C:\\" + Long("before"));
   return {[=] { call(*path); },
@@ -322,9 +321,9 @@ TEST(MemoryFaults, Paths) {
       {"Set", [=] { return OnPath([=](P p) { p.Set(text); }); }},
       {"Set by the POSIX rules",
        [=] { return OnPath([=](P p) { p.Set(text, Path::POSIX_PATH); }); }},
-      {"Set of a wide text", [] { return OnPath([](P p) { p.Set(LongWide(L"C:\\a\\")); }); }},
-      {"an assigned path", [=] { return OnPath([=](P p) { p = relative / relative; }); }},
-      {"an assigned text", [] { return OnPath([](P p) { p = LongWide(L"C:\\"); }); }},
+      {"Set of a wide string", [] { return OnPath([](P p) { p.Set(LongWide(L"C:\\a\\")); }); }},
+      {"assigned path", [=] { return OnPath([=](P p) { p = relative / relative; }); }},
+      {"assigned string", [] { return OnPath([](P p) { p = LongWide(L"C:\\"); }); }},
       Keeps<Path>("Str", path, [](P p) { p.Str(); }),
       Keeps<Path>("Str in the long form", path / relative / relative, [](P p) { p.Str(); }),
       Keeps<Path>("Wstr", path, [](P p) { p.Wstr(); }),
@@ -350,7 +349,7 @@ TEST(MemoryFaults, FileSystemQueries) {
       Keeps<Path>("IsFile", path, [](P p) { static_cast<void>(p.IsFile()); }),
       Keeps<Path>("IsDirectory", path, [](P p) { static_cast<void>(p.IsDirectory()); }),
       Keeps<Path>("FileSize", path, [](P p) { static_cast<void>(p.FileSize()); }),
-      Keeps<Path>("Exists of nothing", missing, [](P p) { static_cast<void>(p.Exists()); }),
+      Keeps<Path>("Exists of a missing file", missing, [](P p) { static_cast<void>(p.Exists()); }),
       {"MakeDir",
        [=] {
          static_cast<void>(FileUtils::RemoveDir(missing.Str()));
@@ -380,7 +379,7 @@ TEST(MemoryFaults, Resolver) {
                    }};
   };
   FailEachAllocationOf({
-      Plain("the current directory", [] { const PathResolver resolver; }),
+      Plain("constructor", [] { const PathResolver resolver; }),
       {"Append", [=] { return prepare([=](PathResolver& r) { r.Append(path); }); }},
       {"Prepend", [=] { return prepare([=](PathResolver& r) { r.Prepend(path); }); }},
       {"Resolve",
@@ -391,7 +390,7 @@ TEST(MemoryFaults, Resolver) {
 
 // ---- files ----
 
-// The descriptor that the next file gets: the same as before, if none was left open.
+// Returns the next free descriptor; it stays the same if no file is leaked.
 int NextDescriptor() {
   std::FILE* const file = std::fopen("descriptor", "w");
   const int descriptor = fileno(file);
@@ -421,10 +420,10 @@ TEST(MemoryFaults, Files) {
       {"GetFileContent",
        [=, &directory] {
          directory.Write(name, old);
-         const auto content = std::make_shared<std::string>("as it was");
+         const auto content = std::make_shared<std::string>("unchanged");
          return Attempt{[=] { static_cast<void>(FileUtils::GetFileContent(text, *content)); },
                         [=] {
-                          EXPECT_EQ(*content, "as it was");
+                          EXPECT_EQ(*content, "unchanged");
                           checkFile();
                         }};
        }},
@@ -454,7 +453,7 @@ TEST(MemoryFaults, Queue) {
   using Queue = BlockingQueue<std::string>;
   const std::string item = Long("item");
   FailEachAllocationOf({
-      Plain("an empty queue", [] { const auto queue = std::make_unique<Queue>(1U); }),
+      Plain("constructor", [] { const auto queue = std::make_unique<Queue>(1U); }),
       {"Push",
        [=] {
          const auto queue = std::make_shared<Queue>(2U);
@@ -474,7 +473,7 @@ TEST(MemoryFaults, Queue) {
   });
 }
 
-// A refusal is reported, which takes memory.
+// The report of a refused push allocates.
 TEST(MemoryFaults, RefusedPush) {
   const SilentCout out;
   Log::GetInstance().SetLevel(tarsio::LOG_LEVEL_WARN);
@@ -493,7 +492,7 @@ TEST(MemoryFaults, RefusedPush) {
                          }}});
 }
 
-// Neither closing a queue nor dropping a pool allocates.
+// Neither Close() nor the destruction of a pool allocates.
 TEST(MemoryFaults, Close) {
   BlockingQueue<std::string> queue(2U);
   static_cast<void>(queue.Push(Long("first"), -1));
@@ -511,12 +510,12 @@ TEST(MemoryFaults, Close) {
   EXPECT_EQ(allocations, 0U);
   EXPECT_EQ(queue.Size(), 0U);
   EXPECT_EQ(owned.use_count(), 1);
-  EXPECT_FALSE(queue.Push("third", -1)) << "it is closed";
+  EXPECT_FALSE(queue.Push("third", -1)) << "the queue is closed";
 }
 
 // ---- threads ----
 
-// The threads of a pool let go of what they hold shortly after they have left it.
+// A worker's thread frees its last objects shortly after it has left the pool.
 bool AllocationsFallTo(size_t number) {
   for (const auto end = std::chrono::steady_clock::now() + kTestTimeout;
        std::chrono::steady_clock::now() < end;) {
@@ -528,7 +527,7 @@ bool AllocationsFallTo(size_t number) {
 
 TEST(MemoryFaults, PoolConstructor) {
   FailEachAllocationOf({{"a pool", [] {
-                           // Destroyed when there is memory again.
+                           // Destroyed when allocations succeed again.
                            const auto pool = std::make_shared<std::shared_ptr<ThreadPool>>();
                            return Attempt{[pool] {
                              *pool = std::make_shared<ThreadPool>(Long("pool"), 2U, 0U, 10U);
@@ -536,7 +535,7 @@ TEST(MemoryFaults, PoolConstructor) {
                          }}});
 }
 
-// The task stays queued if it came so far, no worker is listed, and the next submission works.
+// A queued task stays queued, no worker is listed, and the next submission works.
 TEST(MemoryFaults, SubmitTask) {
   const auto runs = std::make_shared<Events>();
   std::make_shared<ThreadPool>("first", 1U, 0U, 10U)->SubmitTask([runs] { runs->Add(); });
@@ -566,7 +565,7 @@ TEST(MemoryFaults, SubmitTask) {
   EXPECT_EQ(runs->Count(), expected);
 }
 
-// A worker that cannot report its task's exception goes on.
+// A worker that cannot report an exception goes on.
 TEST(MemoryFaults, TaskReport) {
   struct Shared {
     Gate begin;
@@ -603,16 +602,16 @@ TEST(MemoryFaults, FailedSubmit) {
     return Try({[&] { pool->SubmitTask(task); }}, allowed, refused);
   };
   ASSERT_EQ(submitWith(SIZE_MAX, SIZE_MAX), Outcome::kCameThrough);
-  std::this_thread::sleep_for(std::chrono::milliseconds(1500));  // until its worker has left
+  std::this_thread::sleep_for(std::chrono::milliseconds(1500));  // until the worker has retired
   const size_t before = LiveAllocations();
   for (const size_t refused : {SIZE_MAX, size_t{1}}) {
     size_t allowed = 0;
     while (submitWith(allowed, refused) == Outcome::kFailed) {
-      EXPECT_EQ(LiveAllocations(), before) << "something leaks behind " << allowed;
+      EXPECT_EQ(LiveAllocations(), before) << "memory leak after allocation " << allowed;
       ++allowed;
     }
     EXPECT_GT(allowed, 0U);
-    EXPECT_TRUE(AllocationsFallTo(before)) << "what was submitted is released in the end";
+    EXPECT_TRUE(AllocationsFallTo(before)) << "submitted tasks are released eventually";
   }
 }
 
@@ -629,8 +628,8 @@ TEST(MemoryFaults, TimerConstructor) {
   });
 }
 
-// Begins with a process that has no timer thread. A timer whose start has failed before it was
-// queued is not started, and can be started again. One that was queued stays so.
+// Starts without a timer thread. A timer that could not be queued is not marked started and can be
+// started again; a queued one stays queued.
 TEST(MemoryFaults, TimerStart) {
   for (const size_t refused : {SIZE_MAX, size_t{1}}) {
     for (size_t allowed = 0;; ++allowed) {
@@ -653,7 +652,7 @@ TEST(MemoryFaults, TimerStart) {
   }
 }
 
-// ---- the rest ----
+// ---- system information ----
 
 TEST(MemoryFaults, SysInfo) {
   FailEachAllocationOf({Plain("a record", [] {

@@ -1,5 +1,5 @@
-// What the boundary strings ask of the allocator, step by step, and what they do when it refuses.
-// The strings' source is compiled into this program: a library may have an allocator of its own.
+// Every allocation of the boundary strings, and their state after a failed one. Their source is
+// compiled into this program, since the library may have its own allocator.
 
 #include <gtest/gtest.h>
 
@@ -18,7 +18,7 @@ namespace {
 using tarsio::TsString;
 using tarsio::TsStringPair;
 
-// A step of the allocator: an allocation, or the release of an allocation of that size.
+// An allocation or a deallocation of `size` bytes.
 struct Step {
   bool isAllocation;
   size_t size;
@@ -36,8 +36,8 @@ std::ostream& operator<<(std::ostream& stream, const Step& step) {
   return stream << (step.isAllocation ? "allocates " : "frees ") << step.size;
 }
 
-// The steps between its construction and Stop(). Takes no memory itself; nor must anything else in
-// between, the expectation included. One at a time.
+// Records the steps from construction to Stop(). Does not allocate, and neither may the test
+// meanwhile, expectations included. Only one object may exist at a time.
 class Allocations {
  public:
   Allocations() { active = this; }
@@ -50,10 +50,10 @@ class Allocations {
     return {steps, steps + count};
   }
 
-  // Refuses every allocation but the next `allowed`.
+  // Lets the next `allowed` allocations succeed and fails all later ones.
   void RefuseAfter(int allowed) { left = allowed; }
 
-  // Whether the allocation is to be refused.
+  // Returns whether the allocation has to fail.
   static bool Refuses() {
     if (active == nullptr || active->left < 0) return false;
     if (active->left == 0) return true;
@@ -63,7 +63,7 @@ class Allocations {
   static void Allocated(size_t size, void* memory) {
     if (active != nullptr) active->Add({true, size, memory});
   }
-  // The size is what the last allocation at that place had; 0 if it is older than the object.
+  // The size is that of the latest allocation at this address, or 0 if it predates this object.
   static void Freed(void* memory) {
     if (active == nullptr || memory == nullptr) return;
     size_t size = 0;
@@ -85,7 +85,7 @@ class Allocations {
 
   Step steps[kMostSteps] = {};
   size_t count = 0;
-  int left = -1;  // allocations before the first refusal; < 0: none is refused
+  int left = -1;  // allocations before the first refusal; < 0: none fails
 };
 
 Allocations* Allocations::active = nullptr;
@@ -251,10 +251,9 @@ TEST_F(TsStringPairMemory, Assignment) {
   EXPECT_EQ(steps, (Steps{Allocates(11), Allocates(21), Allocates(11), Allocates(21)}));
 }
 
-// ---- refused allocations ----
+// ---- failed allocations ----
 
-// Runs `call`, which is to fail for lack of memory once it has had `allowed` allocations. Returns
-// the steps it took.
+// Expects `call` to throw std::bad_alloc after `allowed` allocations. Returns the recorded steps.
 template <typename Call>
 Steps StepsUntilRefused(int allowed, const Call& call) {
   bool refused = false;
