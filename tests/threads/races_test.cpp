@@ -1,6 +1,6 @@
-// Queue, pool, latches and timers for a thousand rounds on a schedule that is disturbed at every
-// lock, with every element, task, waiter and firing counted. The library is compiled into this
-// program, and so are the locks' wrappers.
+// Stress tests of queue, pool, latches and timers: a thousand rounds with random delays at every
+// lock, counting each element, task, waiter and firing. The library and wrappers of the lock
+// functions are compiled into this program.
 
 #include <gtest/gtest.h>
 
@@ -43,7 +43,7 @@ using tarsio_test::kTestTimeout;
 constexpr int kRounds = 1000;
 constexpr auto kMethodWithoutName = static_cast<ThreadPool::SHUTDOWN_METHOD>(7);
 
-// Threads that run one thing at a time, together.
+// Threads that run one function at a time concurrently.
 class Crew {
  public:
   explicit Crew(size_t size) {
@@ -56,7 +56,7 @@ class Crew {
     for (std::thread& thread : threads) thread.join();
   }
 
-  // Calls `next` with each thread's index on that thread; returns when all calls have.
+  // Calls `next` with each thread's index on that thread and returns when all calls have returned.
   void Run(const std::function<void(size_t)>& next) {
     std::unique_lock<std::mutex> lock(mutex);
     job = next;
@@ -85,7 +85,7 @@ class Crew {
     }
   }
 
-  std::mutex mutex;  // guards what follows
+  std::mutex mutex;  // guards the members below
   std::condition_variable changed;
   std::function<void(size_t)> job;
   size_t left = 0;
@@ -109,7 +109,7 @@ bool operator<(const Element& a, const Element& b) {
   return std::make_pair(a.producer, a.number) < std::make_pair(b.producer, b.number);
 }
 
-// Every kind of timeout; those that give up try again.
+// Timeouts of every kind; calls that time out are repeated.
 int AnyTimeout(std::mt19937& random) {
   constexpr int kTimeouts[] = {0, -1, 1, 1000};
   return kTimeouts[random() % 4];
@@ -133,7 +133,7 @@ TEST_F(Races, QueueOrder) {
         }
         return;
       }
-      while (claimed++ < kElements) {  // as many as there are, so that nobody waits in vain
+      while (claimed++ < kElements) {  // one Pop() per element, so that none waits forever
         Element element{};
         while (!queue.Pop(element, AnyTimeout(random))) std::this_thread::yield();
         taken[index - kProducers].push_back(element);
@@ -158,7 +158,7 @@ TEST_F(Races, QueueOrder) {
   }
 }
 
-// What was pushed has been taken or was discarded; behind Close() nothing goes in or out.
+// Every element was popped or discarded; after Close() no element is pushed or popped.
 TEST_F(Races, QueueClose) {
   constexpr size_t kProducers = 2;
   constexpr size_t kConsumers = 2;
@@ -196,7 +196,7 @@ TEST_F(Races, QueueClose) {
     ASSERT_LE(popped, pushed);
     discarded += pushed - popped;
     ASSERT_EQ(queue.Size(), 0U);
-    ASSERT_EQ(token.use_count(), 1) << "what was discarded is destroyed";
+    ASSERT_EQ(token.use_count(), 1) << "discarded elements are destroyed";
   }
   EXPECT_GT(discarded, 0U);
 }
@@ -230,7 +230,7 @@ TEST_F(Races, PoolTasks) {
   }
 }
 
-// Tasks that come at the moment at which a worker retires, to many pools at a time.
+// Submits tasks just when a worker retires, to many pools at once.
 TEST_F(Races, PoolRetire) {
   constexpr int kBatches = 4;
   constexpr size_t kPools = 64;
@@ -262,9 +262,9 @@ TEST_F(Races, PoolRetire) {
         submit(i);
       }
     });
-    ASSERT_TRUE(done.Await(2 * kPools)) << "a task was left behind";
+    ASSERT_TRUE(done.Await(2 * kPools)) << "a task did not run";
     for (const auto& count : runs) ASSERT_EQ(count, 2);
-    // The pools are dropped; their workers, which are idle, keep them until they retire.
+    // The pools are dropped here; their idle workers own them until they retire.
   }
 }
 
@@ -279,7 +279,7 @@ TEST_F(Races, PoolDrop) {
   ASSERT_TRUE(done->Await(kPools * kTasks));
   const auto last = std::make_shared<ThreadPool>("last", 1U, 0U, 1U);
   last->SubmitTask([] {});
-  last->Shutdown(kMethodWithoutName);  // by then the others' workers have had their second, too
+  last->Shutdown(kMethodWithoutName);  // by then the other pools' workers have timed out, too
   EXPECT_EQ(done->Count(), kPools * kTasks);
 }
 
@@ -294,7 +294,7 @@ TEST_F(Races, CountDownLatch) {
     std::atomic<unsigned> steps{0};
     crew.Run([&](size_t index) {
       if (index < kWaiters) {
-        while (latch.GetCount() != 0) latch.Wait(0);  // any wake-up ends a wait
+        while (latch.GetCount() != 0) latch.Wait(0);  // any wake-up ends the wait
         EXPECT_EQ(steps, kSteps);
       } else {
         ++steps;
@@ -320,7 +320,7 @@ TEST_F(Races, CountOutWake) {
         ++returned;
         return;
       }
-      // Wake-ups while nobody waits are lost, so they come until all have returned.
+      // A wake-up without a waiter is lost, so repeat until all threads have returned.
       while (returned != kWaiters) {
         const unsigned count = wake.GetCount();
         EXPECT_TRUE(count >= kInitial && count <= kInitial + kWaiters);
@@ -365,7 +365,7 @@ TEST_F(Races, OneShotTimers) {
         timers[index].back().timer->Start();
       }
       if (round % 4 == 0) std::this_thread::sleep_for(milliseconds(random() % 4));
-      // Every other one is stopped, before, while or after it fires.
+      // Stops every second timer before, while or after it fires.
       for (size_t i = timers[index].size() - kTimers; i < timers[index].size(); i += 2) {
         timers[index][i].timer->Stop();
         WaitForThePassInProgress();
@@ -422,7 +422,7 @@ TEST_F(Races, RepeatingTimers) {
   EXPECT_GE(firings, kRounds / 4);
 }
 
-// A start that a stop overtakes may leave the timer queued, but each start fires once at most.
+// A start that races with a stop may leave the timer queued, but each start fires at most once.
 TEST_F(Races, SharedTimer) {
   constexpr size_t kThreads = 4;
   CountedTimer counted(1, false);

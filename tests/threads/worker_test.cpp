@@ -1,4 +1,4 @@
-// A worker used as its pool never uses it: started twice, stopped during a task, started again.
+// Uses a worker as its pool never does: starts it twice, stops it during a task, starts it again.
 
 #include "worker.h"
 
@@ -57,7 +57,7 @@ using tarsio_test::StopWorker;
 
 class WorkerTest : public testing::Test {
  protected:
-  // Starts the worker, which takes a task that runs until the gate `end` opens.
+  // Starts the worker with a task that runs until the gate `end` opens.
   void StartWithATask() {
     const auto begun = std::make_shared<Gate>();
     pool->SubmitTask([begun, end = end] {
@@ -68,7 +68,7 @@ class WorkerTest : public testing::Test {
     ASSERT_TRUE(begun->WaitFor());
   }
 
-  // Stops the worker that has this task.
+  // Stops the worker while it runs this task.
   void Stop() {
     BackgroundCall stop([stopped = worker.get()] { (stopped->*Reach(StopWorker()))(); });
     EXPECT_TRUE(stop.StaysBlocked());
@@ -78,7 +78,7 @@ class WorkerTest : public testing::Test {
 
   const std::shared_ptr<Gate> end = std::make_shared<Gate>();
   const OpenOnExit atExit{end};
-  // A pool that starts no workers of its own.
+  // A pool that starts no workers by itself.
   const std::shared_ptr<ThreadPool> pool = std::make_shared<ThreadPool>("pool", 0U, 0U, 10U);
   std::shared_ptr<Worker> worker = std::make_shared<Worker>("worker", pool);
 };
@@ -126,7 +126,7 @@ TEST_F(WorkerTest, StopBeforeStart) {
   EXPECT_EQ(worker.use_count(), 1);
 }
 
-// The pool may be renamed while a successor is started, so the pool's name is not read then.
+// The pool may be renamed while a successor is started, so its name must not be read then.
 TEST_F(WorkerTest, SuccessorName) {
   const std::string oldName = "a name that a string keeps outside of itself";
   const auto renamed = std::make_shared<ThreadPool>(oldName, 1U, 0U, 10U);
@@ -137,7 +137,7 @@ TEST_F(WorkerTest, SuccessorName) {
   ASSERT_TRUE(first.WaitFor());
   const std::shared_ptr<Worker> retiring = workers.front();
   {
-    // The worker stops running after its Pop() has failed; then it waits for this lock.
+    // The worker is deactivated when Pop() fails; then it waits for this lock.
     const std::lock_guard<std::mutex> lock((*renamed).*Reach(tarsio_test::MutexOfWorkers()));
     while ((*retiring).*Reach(tarsio_test::WorkerRuns())) {
       std::this_thread::sleep_for(std::chrono::milliseconds(1));
@@ -147,7 +147,7 @@ TEST_F(WorkerTest, SuccessorName) {
       end->Wait();
     });
   }
-  renamed->SetName("another name that a string keeps outside of itself");
+  renamed->SetName("a name that does not fit the small-string buffer");
   ASSERT_TRUE(second.WaitFor());
   const std::lock_guard<std::mutex> lock((*renamed).*Reach(tarsio_test::MutexOfWorkers()));
   ASSERT_EQ(workers.size(), 1U);

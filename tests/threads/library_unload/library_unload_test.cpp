@@ -20,16 +20,16 @@ using tarsio_test::ScopedDirectory;
 using tarsio_test::ScopedVariable;
 using tarsio_test::SharedLibrary;
 
-// Each case needs a process in which the library has never been.
+// Each test needs a process that has not loaded the library yet.
 class LibraryUnload : public testing::Test {
  protected:
   void SetUp() override {
-    ASSERT_FALSE(IsLibraryLoaded(TARSIO_TEST_LIBRARY)) << "this program must not need it";
+    ASSERT_FALSE(IsLibraryLoaded(TARSIO_TEST_LIBRARY)) << "already loaded by this program";
   }
 };
 
-// The worker sleeps in the library's code when the module that brought the library goes, and works
-// on in it afterwards.
+// The worker is asleep in the library's code when the plugin is unloaded, and goes on running
+// there.
 TEST_F(LibraryUnload, LiveWorker) {
   using Submit = std::shared_ptr<void>*(std::function<void()>*);
   static std::shared_ptr<void>* pool = nullptr;
@@ -48,13 +48,13 @@ TEST_F(LibraryUnload, LiveWorker) {
   ASSERT_TRUE(ran->WaitFor());
   plugin.Unload();
   EXPECT_TRUE(IsLibraryLoaded(TARSIO_TEST_LIBRARY));
-  EXPECT_EQ(pool->use_count(), 2) << "the worker is idle now";
+  EXPECT_EQ(pool->use_count(), 2) << "the worker is idle";
   ASSERT_TRUE(ended->WaitFor());
   EXPECT_EQ(pool->use_count(), 1);
 }
 
-// On Windows the worker is killed while it holds the lock of the C++ runtime's keys for
-// thread-local data. This process has not used any of its own yet.
+// On Windows the worker may be killed while it holds the C++ runtime's lock for thread-local keys.
+// This process has not used that lock yet.
 TEST_F(LibraryUnload, ExitRace) {
   using Submit = std::shared_ptr<void>*(std::function<void()>*);
   static std::shared_ptr<void>* pool = nullptr;

@@ -1,9 +1,8 @@
-// A process that uses the library for the first time on two threads, one of which is loading a
-// module.
+// Uses the library for the first time on two threads, one of which is loading a plugin.
 //
 //     loader_lock_host PLUGIN MODE RUN
 //
-// Prints "MODE: leaving" and returns 0 from main() if both have come through.
+// Prints "MODE: leaving" and returns 0 from main() if both threads succeed.
 
 #include <cstdio>
 #include <memory>
@@ -38,11 +37,11 @@ int main(int argc, char** argv) {
     tarsio_test::Use("the thread");
     meeting.returned.Open();
   });
-  running.Wait();  // a thread cannot begin while a module is being loaded
+  running.Wait();  // no thread can start while a module is loading
   const tarsio_test::SharedLibrary plugin(argv[1]);
   if (!plugin.IsLoaded()) return Fail("the plugin cannot be loaded");
   other.join();
-  if (!meeting.used.Await(2)) return Fail("something is lost");
+  if (!meeting.used.Await(2)) return Fail("not all calls have run");
   std::printf("%s: leaving\n", argv[2]);
   std::fflush(stdout);
   return 0;

@@ -21,7 +21,7 @@ void Use(const char* who) {
   };
   say("begins");
   if (meeting.mode == "timer") {
-    // Never released: it fires until the process ends.
+    // Never released: the timer fires until the process ends.
     auto& timer =
         *new std::shared_ptr<component::TsTimer>(std::make_shared<component::TsTimer>(1, true));
     timer->Init([&meeting] { meeting.used.Add(); });

@@ -1,5 +1,5 @@
-// Where the plugin's initialiser and a thread of the host meet, each to use the library for the
-// first time in the process.
+// Synchronizes the plugin's initializer and a thread of the host, which both use the library for
+// the first time in the process.
 
 #ifndef TARSIO_COMMON_TESTS_LOADER_LOCK_MEETING_H_
 #define TARSIO_COMMON_TESTS_LOADER_LOCK_MEETING_H_
@@ -16,16 +16,16 @@ namespace tarsio_test {
 struct Meeting {
   std::string mode;  // timer, log, task or system_information
   std::shared_ptr<tarsio::ThreadPool> pool;
-  Gate initialising;  // the plugin's initialiser runs
+  Gate initialising;  // the plugin's initializer runs
   Gate begun;         // the host's thread is about to use the library
-  Gate returned;      // and has done so
-  Events used;        // timers have fired, tasks have run, calls have returned
+  Gate returned;      // the host's thread has used it
+  Events used;        // counts timers fired, tasks run and calls returned
 };
 
-// The one meeting of the process; never destroyed.
+// The only instance; never destroyed.
 Meeting& TheMeeting();
 
-// Uses the library as the mode says, and prints when that begins and ends.
+// Uses the library as the mode requires and prints when that starts and ends.
 void Use(const char* who);
 
 }  // namespace tarsio_test

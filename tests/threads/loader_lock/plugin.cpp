@@ -1,4 +1,4 @@
-// A module whose initialiser uses the library while the host's thread does.
+// A plugin whose initializer uses the library concurrently with a thread of the host.
 
 #include <chrono>
 
@@ -6,8 +6,7 @@
 
 namespace {
 
-// The host's thread may have to wait until the module is loaded, so this cannot wait for its
-// return.
+// The host's thread may block until the plugin is loaded, so do not wait for its return.
 constexpr std::chrono::milliseconds kOverlap(50);
 
 const bool used = [] {

@@ -1,8 +1,8 @@
-// A process that ends while it logs, in one of several ways.
+// Ends the process in one of several ways while it logs.
 //
 //     log_exit_child MODE SEED
 //
-// Prints "MODE: leaving" on standard output and ends with status 0.
+// Prints "MODE: leaving" on standard output and exits with status 0.
 
 #include <chrono>
 #include <cstdio>
@@ -39,14 +39,14 @@ void Leave() {
   std::_Exit(1);
 }
 
-// Never destroyed, since threads use it until the process has ended.
+// Never destroyed: other threads use the object until the process has ended.
 template <typename T>
 T& Lasting() {
   static auto* const object = new T();
   return *object;
 }
 
-// Has memory that a line in progress must not outlive.
+// Owns memory that must not be used after its destruction.
 class Sink : public tarsio::Logger {
  public:
   Sink() : last(new std::string) {}
@@ -77,7 +77,7 @@ void EndWhileTasksThrow(Random& random) {
   Lasting<std::shared_ptr<tarsio::ThreadPool>>() =
       std::make_shared<tarsio::ThreadPool>("p", 2, 0, 8);
   std::thread([] {
-    for (;;) {  // until the process has ended
+    for (;;) {  // until the process ends
       Lasting<std::shared_ptr<tarsio::ThreadPool>>()->SubmitTask(
           [] { throw std::runtime_error("a text that needs memory of its own"); });
     }
@@ -91,7 +91,7 @@ struct Full {
   tarsio::BlockingQueue<int> queue{0};
 };
 
-// Each refusal is reported with a text that the header keeps.
+// Each refusal is reported with a cached function name.
 void EndWhileAQueueRefuses(Random& random) {
   Log::GetInstance().SetLogger(std::make_unique<Sink>());
   Log::GetInstance().SetLevel(tarsio::LOG_LEVEL_WARN);

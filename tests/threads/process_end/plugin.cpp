@@ -1,6 +1,6 @@
 #include "plugin.h"
 
-// Exported, since nothing here says what is.
+// Exported, since the plugin has no export list.
 extern "C" {
 
 component::TsTimer* NewTimer(unsigned long long timeoutMs, bool repeating) {

@@ -1,5 +1,5 @@
-// What the plugin exports. It only passes calls on to the library that it is linked to, and so that
-// a host can use that without being linked to it; whatever is called back is the host's own code.
+// The plugin's exports. They only forward to the library, so that a host can use the library
+// without linking to it. All callbacks are the host's code.
 
 #ifndef TARSIO_COMMON_TESTS_PROCESS_END_PLUGIN_H_
 #define TARSIO_COMMON_TESTS_PROCESS_END_PLUGIN_H_
@@ -14,7 +14,7 @@ namespace tarsio_test {
 // Neither has an owner yet.
 using NewTimer = component::TsTimer*(unsigned long long timeoutMs, bool repeating);
 using NewPool = tarsio::ThreadPool*();
-// Both belong to a shared pointer by then.
+// The object must be owned by a shared pointer.
 using StartTimer = void(component::TsTimer* timer, const std::function<void()>& action);
 using SubmitTask = void(tarsio::ThreadPool* pool, const std::function<void()>& task);
 

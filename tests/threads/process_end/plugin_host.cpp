@@ -1,9 +1,9 @@
-// A process that loads the library at run time, as part of a plugin, puts its threads to work,
-// unloads the plugin, waits a little and ends.
+// Loads the library at run time as part of a plugin, starts its threads, unloads the plugin, waits
+// for a while and exits.
 //
 //     plugin_host PLUGIN WHAT RUN     with WHAT: timer, task or timer_and_task
 //
-// Prints "WHAT: leaving" and returns 0 from main() if the threads have worked on.
+// Prints "WHAT: leaving" and returns 0 from main() if the threads kept running.
 
 #include <cstdio>
 #include <memory>
@@ -20,7 +20,7 @@ namespace {
 using tarsio_test::Events;
 using tarsio_test::Gate;
 
-// Never destroyed, for it is in use until the process has ended.
+// Never destroyed: in use until the process has ended.
 struct Host {
   std::shared_ptr<component::TsTimer> timer;
   std::shared_ptr<tarsio::ThreadPool> pool;
@@ -42,7 +42,8 @@ int Run(const std::string& file, const std::string& what) {
   const auto newPool = plugin.Function<tarsio_test::NewPool>("NewPool");
   const auto startTimer = plugin.Function<tarsio_test::StartTimer>("StartTimer");
   const auto submitTask = plugin.Function<tarsio_test::SubmitTask>("SubmitTask");
-  if (!newTimer || !newPool || !startTimer || !submitTask) return Fail("not the plugin");
+  if (!newTimer || !newPool || !startTimer || !submitTask)
+    return Fail("the plugin lacks an export");
 
   const bool withTimer = what != "task";
   const bool withTask = what != "timer";
@@ -50,7 +51,7 @@ int Run(const std::string& file, const std::string& what) {
   if (withTimer) {
     host.timer.reset(newTimer(1, true));
     startTimer(host.timer.get(), [&host] { host.fired.Add(); });
-    if (!host.fired.Await(2)) return Fail("the timer does not fire");
+    if (!host.fired.Await(2)) return Fail("the timer has not fired");
   }
   if (withTask) {
     host.pool.reset(newPool());
@@ -59,16 +60,17 @@ int Run(const std::string& file, const std::string& what) {
       host.unloaded.Wait();
       host.taskDone.Open();
     });
-    submitTask(host.pool.get(), [] {});  // a second worker, which soon has nothing to do
-    if (!host.taskStarted.WaitFor()) return Fail("the task does not run");
+    submitTask(host.pool.get(), [] {});  // starts a second worker, which is soon idle
+    if (!host.taskStarted.WaitFor()) return Fail("the task has not started");
   }
 
   plugin.Unload();
   if (plugin.IsLoaded()) return Fail("the plugin is still loaded");
 
   host.unloaded.Open();
-  if (withTask && !host.taskDone.WaitFor()) return Fail("the task does not end");
-  if (withTimer && !host.fired.Await(host.fired.Count() + 3)) return Fail("the timer is dead");
+  if (withTask && !host.taskDone.WaitFor()) return Fail("the task has not finished");
+  if (withTimer && !host.fired.Await(host.fired.Count() + 3))
+    return Fail("the timer no longer fires");
   std::this_thread::sleep_for(std::chrono::milliseconds(20));
   std::printf("%s: leaving\n", what.c_str());
   std::fflush(stdout);

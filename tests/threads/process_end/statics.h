@@ -1,11 +1,11 @@
-// What the plugin with statics exports.
+// The export of the plugin with statics.
 
 #ifndef TARSIO_COMMON_TESTS_PROCESS_END_STATICS_H_
 #define TARSIO_COMMON_TESTS_PROCESS_END_STATICS_H_
 
 namespace tarsio_test {
 
-// Puts the library's threads to work. The plugin's static goes on using them in its destructor.
+// Starts the library's threads. The destructor of the plugin's static goes on using them.
 using Begin = void(const char* mode, unsigned long long seed);
 
 }  // namespace tarsio_test

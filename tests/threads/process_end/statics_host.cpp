@@ -1,10 +1,10 @@
-// A process that ends while a plugin's threads are at work, which the plugin's static uses in its
+// Exits while the threads of a plugin are running, which the plugin's static uses in its
 // destructor.
 //
 //     statics_host PLUGIN MODE SEED
 //
-// Prints "MODE: leaving" and returns 0 from main(); the plugin prints "MODE: statics destroyed"
-// then.
+// Prints "MODE: leaving" and returns 0 from main(); then the plugin prints "MODE: statics
+// destroyed".
 
 #include <cstdio>
 #include <cstdlib>

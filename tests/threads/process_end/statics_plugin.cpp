@@ -25,7 +25,7 @@ constexpr unsigned long long kHour = 3600000;
 
 struct Mode {
   const char* name;
-  std::chrono::milliseconds action;  // how long each takes; 0: no timers
+  std::chrono::milliseconds action;  // duration of each action; 0: no timers
   bool tasks;
 };
 constexpr Mode kModes[] = {{"statics_long_actions", std::chrono::milliseconds(20), false},
@@ -44,7 +44,7 @@ Gate& Fired() {
   return *gate;
 }
 
-// Counts the lines, and writes none.
+// Counts lines and writes none.
 class Counter : public tarsio::Logger {
  public:
   explicit Counter(int& target) : lines(target) {}
@@ -62,7 +62,7 @@ std::shared_ptr<TsTimer> Started(unsigned long long timeoutMs, bool repeating,
   return timer;
 }
 
-// On other threads than those of the library: they too may be killed while they hold a lock.
+// Runs on threads that are not the library's and that may also be killed while they hold a lock.
 void KeepStartingAndStopping(std::shared_ptr<TsTimer> timer) {
   std::thread([timer = std::move(timer)] {
     for (;;) {
@@ -117,8 +117,8 @@ void Statics::Begin(const Mode& chosen, unsigned long long seed) {
   std::this_thread::sleep_for(std::chrono::microseconds(random() % 20000));
 }
 
-// On Windows no other thread lives by now. On Linux the manager has ended, and the pool's workers
-// live.
+// On Windows all other threads have ended by now. On Linux the manager has ended, but the pool's
+// workers are running.
 Statics::~Statics() {
   if (mode == nullptr) return;
   if (mode->action.count() > 0) {
@@ -128,7 +128,7 @@ Statics::~Statics() {
       timers[i]->Start();
       timers[i]->Stop();
     }
-    for (auto& timer : timers) timer.reset();  // the first is still started
+    for (auto& timer : timers) timer.reset();  // the first timer is still started
     Started(1, true, [] {})->Stop();
   }
   if (mode->tasks) {
@@ -148,7 +148,7 @@ Statics statics;
 
 }  // namespace
 
-// Exported, since nothing here says what is.
+// Exported, since the plugin has no export list.
 extern "C" void Begin(const char* mode, unsigned long long seed) {
   for (const Mode& known : kModes) {
     if (mode == std::string(known.name)) statics.Begin(known, seed);

@@ -1,4 +1,4 @@
-// A process that ends while its timers are at work, in one of several ways.
+// Ends the process in one of several ways while its timers run.
 //
 //     timer_exit_child MODE SEED
 //
@@ -41,7 +41,7 @@ std::shared_ptr<TsTimer> Started(unsigned long long timeoutMs, bool repeating,
 
 void Sleep(std::chrono::microseconds time) { std::this_thread::sleep_for(time); }
 
-// Never destroyed: actions, and timers that are marked started, may outlive the statics.
+// Never destroyed: actions, and timers marked started, may outlive the statics.
 template <typename T>
 T& Lasting() {
   static auto* const object = new T();
@@ -67,7 +67,7 @@ void EndWithAnActionInProgress(Random& random) {
 
 void EndRightAfterTheFirstStart(Random& random) {
   const auto timer = Started(1 + random() % 5, random() % 2 == 0, [] {});
-  // Nothing else: the timer thread may not even have begun.
+  // Nothing else: the timer thread may not even have started.
 }
 
 void EndWhileAnotherThreadStartsAndStopsTimers(Random& random) {
@@ -79,7 +79,7 @@ void EndWhileAnotherThreadStartsAndStopsTimers(Random& random) {
         timer = std::make_shared<TsTimer>(1 + own() % 4, own() % 2 == 0);
         timer->Init([] { Lasting<Gate>().Open(); });
       }
-      for (;;) {  // until the process has ended
+      for (;;) {  // until the process ends
         TsTimer& timer = *timers[own() % timers.size()];
         own() % 2 == 0 ? timer.Start() : timer.Stop();
         if (own() % 64 == 0) Sleep(std::chrono::microseconds(own() % 500));
@@ -99,7 +99,7 @@ void EndWithTimersThatOnlyTheManagerOwns(Random& random) {
   Sleep(std::chrono::microseconds(random() % 20000));
 }
 
-// Stops a timer when it is destroyed.
+// Stops a timer in its destructor.
 struct StopOnExit {
   explicit StopOnExit(std::shared_ptr<TsTimer> stopped) : timer(std::move(stopped)) {}
   StopOnExit(const StopOnExit&) = delete;
@@ -109,8 +109,8 @@ struct StopOnExit {
   const std::shared_ptr<TsTimer> timer;
 };
 
-// Of two entries that one timer has, and of two timers of which one belongs to the other's action,
-// either may be released first.
+// Some timers have two entries, and some are owned by another timer's action. Entries and timers
+// may be released in any order.
 void EndWithTimersThatOwnEachOther(Random& random) {
   for (const unsigned long long timeout : {kHour, 3 * kHour}) {
     const auto twice = Started(timeout, kOnce, [] {});
@@ -124,7 +124,7 @@ void EndWithTimersThatOwnEachOther(Random& random) {
   Sleep(std::chrono::microseconds(random() % 10000));
 }
 
-// The other thread's reference and the manager's go at the same time: either may be the last.
+// The other thread and the manager drop their references concurrently; either may be the last.
 void EndWhileAnotherThreadLetsGoOfTimers(Random& random) {
   auto& timers = Lasting<std::vector<std::shared_ptr<TsTimer>>>();
   for (int i = 0; i < 3000; ++i) timers.push_back(Started(kHour, kOnce, [] {}));

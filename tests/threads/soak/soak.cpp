@@ -1,6 +1,6 @@
-// soak SECONDS: everything that the library makes and drops, over and over, at a quarter of a
-// processor. All is counted, and memory must stay flat. Ends with status 1 at the first thing that
-// is not as it should be.
+// soak SECONDS: creates and destroys every kind of object repeatedly, using a quarter of a
+// processor. Checks all counts and that memory use does not grow. Exits with status 1 at the first
+// failure.
 
 #include <atomic>
 #include <chrono>
@@ -48,7 +48,7 @@ void Require(bool condition, const char* what) {
 
 #define REQUIRE(condition) Require((condition), #condition)
 
-// Waits until `done` holds; what takes a minute never comes.
+// Waits for `done`; fails after a minute.
 void Await(const std::function<bool()>& done, const char* what) {
   const auto end = steady_clock::now() + seconds(60);
   while (!done()) {
@@ -57,7 +57,7 @@ void Await(const std::function<bool()>& done, const char* what) {
   }
 }
 
-// A sink that counts.
+// A sink that counts its lines.
 class CountingLogger : public tarsio::Logger {
  public:
   explicit CountingLogger(std::shared_ptr<std::atomic<uint64_t>> counter)
@@ -95,7 +95,7 @@ void PassElements(Totals& totals) {
   totals.elements += kElements;
 }
 
-// The pool is dropped while its workers live. Each task logs a line, and one of them throws.
+// Drops the pool while its workers run. Each task logs a line, and one of them throws.
 void RunTasks(Totals& totals) {
   constexpr unsigned kTasks = 40;
   const auto latch = std::make_shared<tarsio::CountDownLatch>(kTasks);
@@ -188,7 +188,7 @@ void UseTexts(uint64_t round) {
   REQUIRE(pair.second == number.c_str());
 }
 
-// Once the workers of the pools that were dropped have left.
+// Returns the memory use after the workers of all dropped pools have retired.
 uint64_t MemoryAtRest() {
   std::this_thread::sleep_for(milliseconds(1500));
   return tarsio_test::ProcessMemory();
@@ -203,7 +203,7 @@ int Soak(seconds duration) {
   const auto start = steady_clock::now();
   const auto warm = start + std::min<steady_clock::duration>(duration / 2, seconds(60));
   auto nextReport = warm;
-  uint64_t before = 0;  // once it is warm
+  uint64_t before = 0;  // after the warm-up
   uint64_t after = 0;
   uint64_t rounds = 0;
   while (steady_clock::now() < start + duration) {
