@@ -1,4 +1,4 @@
-// A little of everything that a host uses the library for.
+// Uses a little of everything in the library.
 
 #ifndef TARSIO_COMMON_TESTS_HOSTILE_EVERYDAY_USE_H_
 #define TARSIO_COMMON_TESTS_HOSTILE_EVERYDAY_USE_H_
@@ -18,7 +18,7 @@
 
 namespace tarsio_test {
 
-// In the current directory. Whether all of it works.
+// Works in the current directory. Returns whether everything succeeded.
 inline bool EverydayUse() {
   using tarsio::FileUtils;
   const auto done = std::make_shared<Gate>();

@@ -1,6 +1,7 @@
 #!/bin/sh
-# file_systems.sh VICTIM: runs its scenarios for a full and a read-only file system on a small one that
-# this process and its children alone see. Status 77 where the user may not mount it.
+# file_systems.sh VICTIM: runs VICTIM's scenarios for a full and a read-only file system on a small
+# file system that is mounted only for this process and its children. Exits with 77 if mounting is
+# not permitted.
 unshare --mount true 2>/dev/null || exit 77
 folder=$(mktemp -d) || exit 1
 trap 'rmdir "$folder"' EXIT

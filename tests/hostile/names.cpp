@@ -23,7 +23,7 @@ namespace {
 using tarsio::FileUtils;
 using tarsio::Path;
 
-// The test's own directory is "a/b/c/inside" of a tree in which nothing else may change.
+// The test runs in "a/b/c/inside" of a tree in which nothing else may change.
 class Place {
  public:
   Place() {
@@ -102,7 +102,7 @@ void Resolve(const std::string& name) {
   static_cast<void>(resolver.Resolve(Path("f")));
 }
 
-// Each call by itself: one that throws must not keep the others from being made.
+// Each call is guarded separately, so that an exception does not skip the others.
 void UseEverywhere(const std::string& name) {
   const auto isSeparator = [](char c) { return c == '/' || c == '\\'; };
   const auto components = std::count_if(name.begin(), name.end(), isSeparator);
@@ -118,7 +118,7 @@ void UseEverywhere(const std::string& name) {
       [&] { static_cast<void>(FileUtils::CheckDirOrFileExists(name)); },
       [&] {
         if (components < 5000)
-          static_cast<void>(FileUtils::MakeDir(name));  // which looks at each prefix
+          static_cast<void>(FileUtils::MakeDir(name));  // processes each prefix
       },
       [&] { static_cast<void>(FileUtils::RemoveDir(name)); },
       [&] { static_cast<void>(tarsio::MakeDir(Path(name))); },
@@ -206,15 +206,15 @@ std::vector<std::string> ListedNames(const std::string& inside) {
     names.emplace_back(size, '\\');
     names.emplace_back(size, '.');
   }
-  // Dots are resolved anew for each prefix.
+  // Dots are resolved again for each prefix.
   for (const char* const piece : {"c/", "c\\"}) names.push_back(Repeated(piece, 10000));
   for (const char* const piece : {"./", "x/../"}) names.push_back(Repeated(piece, 1000));
   for (const int times : {1, 2, 100, 1000}) names.push_back(Repeated("../", times));
   return names;
 }
 
-// Of pieces that matter to one system or the other; none is "..", which climbs, nor is a separator
-// the first.
+// Combines pieces that are special on one system or the other. No piece is "..", and the first is
+// not a separator, so that the name stays inside.
 std::string RandomName(std::mt19937_64& random) {
   static const std::string pieces[] = {"\\",   "/",    ".",    "a",      " ",  "~1",
                                        "\n",   "\x1b", "\xFF", "\xC3",   "?",  "|",

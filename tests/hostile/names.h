@@ -3,8 +3,8 @@
 
 namespace tarsio_test {
 
-// Names of every hostile kind through every call that takes one, in a directory that they must not
-// leave. None climbs and then names something, for that may be reached.
+// Passes hostile names of all kinds to every call that takes a name, in a directory that they must
+// not escape. No name contains ".." followed by a component, since such a name may escape.
 void UseHostileNames();
 
 }  // namespace tarsio_test

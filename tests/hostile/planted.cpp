@@ -1,5 +1,5 @@
-// A library that somebody has put where a careless program finds it. It leaves a mark when it is
-// loaded, and needs no other library that could be found first.
+// A malicious library, placed where a careless program would load it. It leaves a mark when it is
+// loaded, and depends on no other library that could be planted.
 
 #include <cstdio>
 

@@ -1,4 +1,4 @@
 #include "everyday_use.h"
 
-// A module of a host's that needs the library.
+// A plugin that needs the library.
 extern "C" bool UsePlugin() { return tarsio_test::EverydayUse(); }

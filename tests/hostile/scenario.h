@@ -1,5 +1,5 @@
-// What the programs of this folder have in common: each runs the scenario that its argument names,
-// and ends with status 0 if everything was as it must be.
+// Shared by the programs of this folder: each runs the scenario that its argument names and exits
+// with status 0 on success.
 
 #ifndef TARSIO_COMMON_TESTS_HOSTILE_SCENARIO_H_
 #define TARSIO_COMMON_TESTS_HOSTILE_SCENARIO_H_
@@ -18,7 +18,7 @@ struct Scenario {
 
 inline std::atomic<int> failures{0};
 
-// Says on the standard error what is not as it must be; the scenario goes on.
+// Prints `what` to standard error if the check fails; the scenario goes on.
 inline void Expect(bool holds, const std::string& what) {
   if (holds) return;
   if (++failures <= 20) std::fprintf(stderr, "not so: %s\n", what.c_str());

@@ -1,4 +1,4 @@
-// A host in surroundings that somebody has made for it: see scenario.h.
+// A host in a hostile environment: see scenario.h.
 
 #include <array>
 #include <cstdint>
@@ -32,7 +32,7 @@ using tarsio_test::ScopedDirectory;
 
 constexpr size_t kHuge = 100000;
 
-// ---- names that others swap ----
+// ---- names that are swapped concurrently ----
 
 void Use(const std::string& name, int rounds) {
   for (int i = 0; i < rounds; ++i) {
@@ -42,8 +42,8 @@ void Use(const std::string& name, int rounds) {
     std::string content = "as before";
     const int got = FileUtils::GetFileContent(name, content);
     Expect(got >= 0 && got <= 3, "GetFileContent: " + std::to_string(got));
-    Expect(got == 0 || content == (got == 3 ? "" : "as before"), "the output after a failure");
-    Expect(got != 0 || !content.empty(), "nothing was read, with success");
+    Expect(got == 0 || content == (got == 3 ? "" : "as before"), "output after a failure");
+    Expect(got != 0 || !content.empty(), "success with empty output");
     const Path path(name);
     static_cast<void>(path.FileSize());
     static_cast<void>(path.Exists());
@@ -57,7 +57,7 @@ void Use(const std::string& name, int rounds) {
   }
 }
 
-// Two users: a FIFO that one of them tries to read has a reader when the other writes to it.
+// Two threads, so that a FIFO that one of them reads has a reader when the other writes to it.
 void UseSwappedNames() {
   const ScopedDirectory directory;
   const tarsio_test::SwappedName swapped("s");
@@ -93,10 +93,10 @@ void UseHostileTimeZones() {
     const std::string line = records->All().back().text;
     Expect(std::regex_match(line, form), zone.substr(0, 20) + ": " + line);
   }
-  Expect(records->All().size() == std::size(zones), "a line for each");
+  Expect(records->All().size() == std::size(zones), "one line per zone");
 }
 
-// What a conversion comes to: a text, or the exception that is stated.
+// The result is a string or a documented exception.
 void Convert(const std::string& locale) {
   for (const auto convert : {tarsio::CharsetCvt::U8ToMb, tarsio::CharsetCvt::MbToU8}) {
     for (const char* const text : {"plain", "\xC3\xA9", "\xE9"}) {
@@ -129,15 +129,15 @@ void UseHostileLocales() {
       Convert(variable + ("=" + locale.substr(0, 20)));
     }
   }
-  Expect(tarsio_test::EverydayUse(), "works on");
+  Expect(tarsio_test::EverydayUse(), "still works");
 }
 
 // ---- a current directory with libraries in it ----
 
 void TakeNoPlantedLibrary() {
-  Expect(std::filesystem::exists("planted"), "libraries are planted here");
-  Expect(tarsio_test::EverydayUse(), "works");  // the loader itself has come before
-  Expect(!std::filesystem::exists("taken"), "no planted library is taken");
+  Expect(std::filesystem::exists("planted"), "planted libraries exist");
+  Expect(tarsio_test::EverydayUse(), "works");  // the program itself was loaded earlier
+  Expect(!std::filesystem::exists("taken"), "no planted library is loaded");
 }
 
 constexpr tarsio_test::Scenario kScenarios[] = {
