@@ -1,4 +1,4 @@
-// What launcher_test.sh starts: its first argument says what it prints and how it ends.
+// Started by launcher_test.sh: the first argument selects the output and the way to exit.
 
 #include <windows.h>
 
@@ -25,7 +25,7 @@ void CopyInput() {
 
 volatile int deepest = INT_MAX;
 
-// Not a loop: something is left to do after the call.
+// Not tail-recursive: work is left after the call.
 int UseUpTheStack(int depth) {
   if (depth == deepest) return 0;
   volatile char frame[1000];

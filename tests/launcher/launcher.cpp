@@ -1,10 +1,10 @@
-// Starts a program and writes its exit code, all 32 bits of it, to a file:
+// Starts a program and writes its full 32-bit exit code to a file:
 //
 //     launcher FILE PROGRAM [ARGUMENT...]
 //
-// What a Unix shell sees of a program under Wine is 8 bits of that code, or the signal by which
-// Wine's server ends a process that takes too long to disappear. The file is created, empty, before
-// the program's first instruction: if there is none, nothing has run.
+// A Unix shell only sees 8 bits of the exit code of a program under Wine, or the signal that Wine's
+// server sends to a process that takes too long to exit. The file is created empty before the
+// program's first instruction, so if it is missing, the program has not run.
 
 #include <windows.h>
 
@@ -14,7 +14,7 @@
 
 namespace {
 
-// The rest of a command line after its first argument, which is the name of a file.
+// Returns the command line after its first argument, which is a file name.
 wchar_t* AfterFirst(wchar_t* line) {
   for (bool quoted = false; *line != L'\0' && (quoted || *line != L' '); ++line) {
     if (*line == L'"') quoted = !quoted;
@@ -23,7 +23,7 @@ wchar_t* AfterFirst(wchar_t* line) {
   return line;
 }
 
-// A process in the job is killed with the launcher; what that process starts is not.
+// A process in the job is killed with the launcher; the children of that process are not.
 HANDLE CreateJob() {
   const HANDLE job = CreateJobObjectW(nullptr, nullptr);
   JOBOBJECT_EXTENDED_LIMIT_INFORMATION limits{};
@@ -55,9 +55,9 @@ uint64_t Ticks(const FILETIME& time) {
   return static_cast<uint64_t>(time.dwHighDateTime) << 32 | time.dwLowDateTime;
 }
 
-// Wine gives the exit code 0 to a process that was lost: killed by Linux, or out of stack. A
-// process that exits ends its other threads first, here the witness; one that is lost ends all at
-// once.
+// Wine reports the exit code 0 for a lost process: one that was killed by Linux or ran out of
+// stack. A process that exits ends its other threads first, here the witness; a lost process ends
+// all threads at once.
 bool IsLost(const PROCESS_INFORMATION& program, HANDLE witness) {
   FILETIME created, kernel, user, witnessEnd{}, programEnd{};
   GetThreadTimes(witness, &created, &witnessEnd, &kernel, &user);
@@ -65,9 +65,9 @@ bool IsLost(const PROCESS_INFORMATION& program, HANDLE witness) {
   return Ticks(witnessEnd) >= Ticks(programEnd);
 }
 
-// Returns what stands in the file at last.
+// Returns the final content of the file.
 std::string Result(const PROCESS_INFORMATION& program, HANDLE witness) {
-  // A main thread that is lost alone would leave the process to the witness.
+  // If only the main thread is lost, the witness would keep the process alive.
   WaitForSingleObject(program.hThread, INFINITE);
   TerminateThread(witness, 0);
   WaitForSingleObject(program.hProcess, INFINITE);
@@ -91,7 +91,7 @@ int main(int count, char** arguments) {
                                             CREATE_SUSPENDED, nullptr);
   const HANDLE file = CreateFileA(arguments[1], GENERIC_WRITE, FILE_SHARE_READ, nullptr,
                                   CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
-  if (witness == nullptr || file == INVALID_HANDLE_VALUE) return 2;  // which ends the job
+  if (witness == nullptr || file == INVALID_HANDLE_VALUE) return 2;  // ends the job
   ResumeThread(program.hThread);
   const std::string result = Result(program, witness);
   DWORD written = 0;

@@ -1,6 +1,7 @@
 #!/bin/sh
-# launcher_test.sh CASE RUNNER CHILD: what run_under_wine.sh makes of a program's end, of its arguments
-# and streams, and of a Wine that does not start. CHILD is child.cpp, with the launcher beside it.
+# launcher_test.sh CASE RUNNER CHILD: how run_under_wine.sh handles exit codes, arguments and
+# streams, and a Wine that does not start. CHILD is built from child.cpp; the launcher is in the
+# same folder.
 set -u
 case_name=$1 runner=$2 child=$3
 work=$(mktemp -d)
@@ -13,7 +14,7 @@ fail() {
   sed 's/^/  err: /' err
   exit 1
 }
-# run STATUS ARGUMENT...: expects that exit status; leaves ./out and ./err without carriage returns.
+# run STATUS ARGUMENT...: expects that exit status; writes ./out and ./err without carriage returns.
 run() {
   expected=$1
   shift
@@ -23,10 +24,11 @@ run() {
   tr -d '\r' < raw_err > err
   [ "$status" -eq "$expected" ] || fail "status $status, expected $expected, of: $*"
 }
-says() { grep -q "$1" err || fail "nothing about: $1"; }
+says() { grep -q "$1" err || fail "no message about: $1"; }
 silent() { [ ! -s err ] || fail "not silent"; }
 
-# Puts a `wine` before the real one: it notes each start in ./starts, then does as standard input says.
+# Installs a wrapper of `wine` that records each start in ./starts and then runs the script from
+# standard input.
 replace_wine() {
   real=$(command -v wine)
   mkdir stub
@@ -36,15 +38,15 @@ replace_wine() {
 }
 starts() { [ "$(wc -l < starts)" -eq "$1" ] || fail "$(wc -l < starts) starts, expected $1"; }
 
-# Starts a program that creates ./running, then reads from a pipe; the pipe breaks when the program has
-# gone.
+# Starts a program that creates ./running and then reads from a pipe, which breaks when the program
+# exits.
 start_reader() {
   mkfifo pipe
   "$runner" "$child" create "$work/running" < pipe > out 2> err &
   pid=$!
   exec 3> pipe
   until [ -e running ]; do
-    kill -0 "$pid" 2> /dev/null || fail 'it does not run'
+    kill -0 "$pid" 2> /dev/null || fail 'the program does not run'
     sleep 0.1
   done
 }
@@ -53,7 +55,7 @@ await_reader() {
   status=$?
   [ "$status" -eq "$1" ] || fail "status $status, expected $1"
 }
-# The runner's only child; and another of those that were given the name of ./running.
+# The only child of the runner, and another of the processes that are named like ./running.
 launcher_process() { tr -d ' ' < "/proc/$pid/task/$pid/children"; }
 program_process() {
   grep -l "$work/[r]unning" /proc/[0-9]*/cmdline 2> /dev/null | cut -d / -f 3 |
@@ -68,7 +70,7 @@ case "$case_name" in
     done
     run 255 exit 263
     says 'exit code 263 (0x00000107)$'
-    run 255 exit 0x100  # whose last 8 bits are 0
+    run 255 exit 0x100  # the low 8 bits are 0
     says 'exit code 256 (0x00000100)$'
     ;;
   crash)
@@ -82,7 +84,7 @@ case "$case_name" in
     says 'exit code 3221225786 (0xC000013A)$'
     ;;
   arguments)
-    # shellcheck disable=SC1003,SC2016 # as they are
+    # shellcheck disable=SC1003,SC2016 # literal
     set -- '' 'two words' 'a "quoted" word' '"' '\' 'ends in \' 'a\\b' '\"' '\\"x' '*' '$HOME' '%PATH%' '-x' ''
     run 0 arguments "$@"
     printf '<%s>\n' "$@" > expected
@@ -140,7 +142,7 @@ END
     await_reader 255
     says 'the launcher was lost, status 137; the exit code is unknown$'
     timeout 60 yes >&3 2> /dev/null
-    [ $? -ne 124 ] || fail 'the program runs on'
+    [ $? -ne 124 ] || fail 'the program still runs'
     ;;
   *) fail "no such case: $case_name" ;;
 esac
