@@ -11,7 +11,7 @@ namespace {
 
 using tarsio::CharsetCvt;
 
-// What a call logged, then what it returned.
+// Returns what a call logged, followed by its result.
 template <typename Call>
 auto WithReports(Call call) {
   return [call] {
@@ -34,7 +34,7 @@ void AddBytes(Table& table, const std::string& s) {
   table.Add("U8ToW", WithReports([&] { return CharsetCvt::U8ToW(s); }), s);
   table.Add("U8ToU16", WithReports([&] { return CharsetCvt::U8ToU16(s); }), s);
   table.Add("U8ToU32", WithReports([&] { return CharsetCvt::U8ToU32(s); }), s);
-  // Elsewhere the user's encoding decides, which is not the same on two systems.
+  // Otherwise the result depends on the user's encoding, which differs between systems.
   if (CharsetCvt::IsU8(s)) {
     table.Add("MbToU8", WithReports([&] { return CharsetCvt::MbToU8(s); }), s);
   } else {

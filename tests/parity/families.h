@@ -1,7 +1,7 @@
-// What each family of functions adds to the table.
+// The rows of each family of functions.
 
-#ifndef TARSIO_COMMON_TESTS_SAME_RESULTS_FAMILIES_H_
-#define TARSIO_COMMON_TESTS_SAME_RESULTS_FAMILIES_H_
+#ifndef TARSIO_COMMON_TESTS_PARITY_FAMILIES_H_
+#define TARSIO_COMMON_TESTS_PARITY_FAMILIES_H_
 
 #include "parity/table.h"
 
@@ -14,4 +14,4 @@ void AddLogLines(Table& table);
 
 }  // namespace tarsio_test
 
-#endif  // TARSIO_COMMON_TESTS_SAME_RESULTS_FAMILIES_H_
+#endif  // TARSIO_COMMON_TESTS_PARITY_FAMILIES_H_

@@ -6,7 +6,7 @@
 #include "common/log.h"
 #include "parity/families.h"
 
-// The formats come from tables, some of them without arguments.
+// The formats come from tables; some have no arguments.
 #pragma GCC diagnostic ignored "-Wformat-security"
 
 namespace tarsio_test {
@@ -17,10 +17,10 @@ using tarsio::LOG_LEVEL;
 
 std::string callbackLine;
 
-// A line from the level on: what stands before is the time.
+// Returns the line from the level on, without the time.
 std::string WithoutTime(const std::string& line) { return line.substr(line.find("][") + 1); }
 
-// The line that the default sink makes and the one that TsLog() hands over, which are the same.
+// The line of the default sink and the line of TsLog(), which are equal.
 template <typename... Args>
 void AddLine(Table& table, int level, const char* file, int line, const char* format,
              Args... args) {

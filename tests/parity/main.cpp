@@ -1,5 +1,5 @@
-// parity FILE: writes what the library's pure functions make of some thousand inputs. The
-// files that two systems write have to be the same, byte for byte.
+// parity FILE: writes the results of the library's pure functions for some thousand inputs. The
+// files of two systems must be identical.
 
 #include <cstdio>
 

@@ -97,8 +97,8 @@ void AddTwoPaths(Table& table, const std::string& a, const std::string& b) {
   }
 }
 
-// Around the length from which a printed path has the long-path prefix, and in components of one
-// and of three bytes per character.
+// Lengths around the one where the long prefix begins, with components of one and of three bytes
+// per character.
 void AddThresholds(Table& table) {
   for (const char* const front : {"C:\\", "\\\\srv\\share\\", "UNC\\s\\", "\\\\?\\", "/"}) {
     for (size_t length = 250; length <= 266; ++length) {

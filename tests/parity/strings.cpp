@@ -65,7 +65,7 @@ void AddTsStrings(Table& table, const std::string& a, const std::string& b) {
         pair.first = a.c_str();
         pair.second = b.c_str();
         const tarsio::TsStringPair moved(std::move(pair));
-        // Moving copies. NOLINTNEXTLINE(bugprone-use-after-move): which is what is looked at
+        // Moving copies. NOLINTNEXTLINE(bugprone-use-after-move): under test
         return std::string(moved.first.Cstr()) + moved.second.Cstr() + pair.first.Cstr();
       },
       a, b);

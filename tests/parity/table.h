@@ -1,8 +1,8 @@
-// A table of function, inputs and result, one line each, that is the same on every system as long
-// as the results are.
+// A table with one line per call: function, inputs and result. Systems with the same results write
+// the same table.
 
-#ifndef TARSIO_COMMON_TESTS_SAME_RESULTS_TABLE_H_
-#define TARSIO_COMMON_TESTS_SAME_RESULTS_TABLE_H_
+#ifndef TARSIO_COMMON_TESTS_PARITY_TABLE_H_
+#define TARSIO_COMMON_TESTS_PARITY_TABLE_H_
 
 #include <cstddef>
 #include <cstdint>
@@ -15,7 +15,7 @@
 
 namespace tarsio_test {
 
-// Printable ASCII as it is, other bytes as %XX.
+// Printable ASCII is unchanged; other bytes become %XX.
 inline std::string Shown(const std::string& text) {
   constexpr char kDigits[] = "0123456789ABCDEF";
   std::string shown = "'";
@@ -42,7 +42,7 @@ std::string Shown(Enum value) {
   return std::to_string(static_cast<int>(value));
 }
 
-// Wide characters differ in size between the systems: units as numbers.
+// Wide characters differ in size between the systems, so their units are printed as numbers.
 template <typename Unit, std::enable_if_t<!std::is_same_v<Unit, char>, int> = 0>
 std::string Shown(const std::basic_string<Unit>& units) {
   std::string shown = "<";
@@ -58,7 +58,7 @@ inline std::string Shown(const std::vector<std::string>& texts) {
   return shown + ']';
 }
 
-// Text that has been made to be shown already.
+// A string that is already printable.
 struct Verbatim {
   std::string text;
 };
@@ -66,10 +66,10 @@ inline std::string Shown(const Verbatim& verbatim) { return verbatim.text; }
 
 class Table {
  public:
-  // In binary mode, so that a line ends the same everywhere.
+  // Binary mode, so that line ends are the same everywhere.
   explicit Table(const char* file) : out(file, std::ios::binary) {}
 
-  // One line: what `call` returns, or the text of the exception that it throws.
+  // Writes one line: the result of `call`, or the message of its exception.
   template <typename Call, typename... Inputs>
   void Add(const char* function, Call call, const Inputs&... inputs) {
     out << function;
@@ -84,7 +84,7 @@ class Table {
     ++count;
   }
 
-  // The number of lines, or 0 if they could not be written.
+  // Returns the number of lines, or 0 if writing has failed.
   size_t Finish() { return out.flush() ? count : 0; }
 
  private:
@@ -92,13 +92,13 @@ class Table {
   size_t count = 0;
 };
 
-// Texts that are the same in every run and on every system: the engine's raw output is laid down by
-// the standard, the distributions are not.
+// Random strings that are the same on every run and system: the standard defines the engine's raw
+// output, but not that of the distributions.
 class Random {
  public:
   size_t Below(size_t limit) { return static_cast<size_t>(engine() % limit); }
 
-  // Up to `longest` of the pieces, put together.
+  // Concatenates up to `longest` of the pieces.
   std::string Text(const std::vector<std::string>& pieces, size_t longest) {
     std::string text;
     for (size_t left = Below(longest + 1); left > 0; --left) text += pieces[Below(pieces.size())];
@@ -117,4 +117,4 @@ class Random {
 
 }  // namespace tarsio_test
 
-#endif  // TARSIO_COMMON_TESTS_SAME_RESULTS_TABLE_H_
+#endif  // TARSIO_COMMON_TESTS_PARITY_TABLE_H_
