@@ -1,9 +1,9 @@
 #!/bin/sh
-# digest_test.sh PROGRAM [ARGUMENT...]: runs tarsio-digest, under Wine perhaps, as a user would.
+# digest_test.sh PROGRAM [ARGUMENT...]: runs tarsio-digest as a user would, possibly under Wine.
 set -u
-# Wine decodes the arguments by the locale.
+# Wine decodes the arguments according to the locale.
 export LC_ALL=C.UTF-8
-# The thread sanitizer waits a second for threads that are alive at the end, as idle workers are.
+# By default the thread sanitizer waits a second at exit for running threads, such as idle workers.
 export TSAN_OPTIONS="${TSAN_OPTIONS:+$TSAN_OPTIONS:}atexit_sleep_ms=0"
 
 work=$(mktemp -d)
@@ -12,14 +12,14 @@ sources=$(cd "$(dirname "$0")/../../examples/digest" && pwd)
 cd "$work" || exit 1
 failures=0
 
-# run STATUS ARGUMENT...: expects that exit status. Standard input is ./in. Leaves ./out, and ./err
-# without carriage returns.
+# run STATUS ARGUMENT...: expects that exit status. Reads standard input from ./in; writes ./out,
+# and ./err without carriage returns.
 run() {
   expected=$1
   shift
   eval "$command_line" '"$@"' > out 2> raw_err < in
   status=$?
-  # Less what the emulator says when Wine has not come up, or has not left in order.
+  # Drop the messages about Wine that failed to start or to exit cleanly.
   tr -d '\r' < raw_err |
     sed '/^run_under_wine.sh: .*; restart [1-3]$/d; /^wine client error:/d' > err
   check "exit status $status, expected $expected" [ "$status" -eq "$expected" ]
@@ -34,13 +34,14 @@ check() {
   sed 's/^/  err: /' err
 }
 says() { grep -q -e "$2" "$1"; }
-# Standard output is ./expected, and standard error is empty unless the second argument is given.
+# Expects standard output to equal ./expected, and standard error to be empty unless an argument is
+# given.
 is_expected() {
   check 'the output differs' cmp -s out expected
   [ "$#" -gt 0 ] || check 'messages' [ ! -s err ]
 }
-# The output and the status of `sha256sum --check ARGUMENT...` and ours are the same, and so are the
-# messages but for the program's name.
+# Expects the same output and status as `sha256sum --check ARGUMENT...`, and the same messages
+# except for the program's name.
 checks_like_sha256sum() {
   sha256sum --check "$@" > expected 2> expected_err < in
   run $? --check "$@"
@@ -61,7 +62,7 @@ printf 'three' > 'sub/ünï €.txt'
 : > empty
 : > in
 
-case='digests in the order of the input, an empty file too'
+case='digests are in input order, including that of an empty file'
 sha256sum sub/b.txt empty a.txt 'sub/ünï €.txt' > expected
 run 0 sub/b.txt empty a.txt 'sub/ünï €.txt'
 is_expected
@@ -106,7 +107,7 @@ sha256sum a.txt > expected
 is_expected and_messages
 check 'no reason' says err '^tarsio-digest: missing: No such file or directory$'
 
-case='a file that fails is one message, and the others go on'
+case='a file that fails gets one message, and the others are digested'
 sha256sum a.txt empty > expected
 run 1 a.txt missing sub a.txt/ '' empty
 is_expected and_messages
@@ -128,13 +129,13 @@ run 1 --files-from -
 check 'no reason' says err ': Cannot be named: it has a NUL character$'
 : > in
 
-case='a name that is not UTF-8 is reported and left out'
+case='a name that is not UTF-8 is reported and skipped'
 printf 'b\377d.txt\na.txt\na\300\257b\n' > in
 sha256sum a.txt > expected
 run 1 --files-from -
 is_expected and_messages
-check 'no word of it' says err "'b'\$'\\\\377''d.txt': Cannot be named: it is not UTF-8$"
-check 'no word of the overlong one' says err "'a'\$'\\\\300\\\\257''b': Cannot be named: it is not"
+check 'no message' says err "'b'\$'\\\\377''d.txt': Cannot be named: it is not UTF-8$"
+check 'overlong name not reported' says err "'a'\$'\\\\300\\\\257''b': Cannot be named: it is not"
 : > in
 
 case='the progress line is shown on request'
@@ -159,13 +160,13 @@ while read -r option; do
   check "$option is not completed" grep -qw -e "$option" "$sources/tarsio-digest.bash"
 done < options
 
-case='the version comes with the system'
+case='the version includes the system'
 run 0 --version
 system=Linux
 [ "$under_wine" -eq 0 ] || system=Windows
 check 'no version' says out "^tarsio-digest [0-9]*\.[0-9]*\.[0-9]* ($system [0-9]*\.[0-9]* x64)\$"
 
-# wrong MESSAGE ARGUMENT...: a wrong command line.
+# wrong MESSAGE ARGUMENT...: an invalid command line.
 wrong() {
   case="wrong command line: $1"
   message=$1
@@ -187,13 +188,13 @@ wrong '--files-from has no meaning with --check' --check --files-from list
 wrong '--status has a meaning only with --check' --status a.txt
 wrong '--null has a meaning only with --files-from' --null a.txt
 
-case='names after a double dash are names'
+case='arguments after a double dash are names'
 printf 'dash' > ./--quiet
 sha256sum -- --quiet > expected
 run 0 -- --quiet
 is_expected
 
-case='relative names are looked for under the roots in their order, then here'
+case='relative names are looked up in the roots in order, then in the current directory'
 mkdir r1 r2
 printf 'first' > r1/x.txt
 printf 'second' > r2/x.txt
@@ -202,7 +203,7 @@ printf 'only' > r2/y.txt
 run 0 --root r1 --root "$work/r2" x.txt y.txt a.txt "$work/a.txt"
 is_expected
 run 1 --root r1 y.txt
-check 'no word of the missing file' says err '^tarsio-digest: y.txt: No such file or directory$'
+check 'missing file not reported' says err '^tarsio-digest: y.txt: No such file or directory$'
 
 case='lists of sha256sum are verified'
 sha256sum a.txt sub/b.txt > list
@@ -216,9 +217,9 @@ checks_like_sha256sum
 checks_like_sha256sum -
 : > in
 
-case='what is not as listed is reported as by sha256sum'
+case='mismatches are reported as sha256sum does'
 { echo "$wrong  a.txt"; echo "$wrong *missing"; echo "$nothing  sub"; echo "$nothing  empty"; } > bad
-sed '3d' bad > one_missing  # of a directory, sha256sum says something else
+sed '3d' bad > one_missing  # sha256sum reports a directory differently
 checks_like_sha256sum one_missing
 checks_like_sha256sum --quiet one_missing
 checks_like_sha256sum --status one_missing
@@ -244,7 +245,7 @@ case='carriage returns and capital digits are accepted'
 printf '%s  empty\r\n' "$(echo $nothing | tr a-f A-F)" > in
 checks_like_sha256sum -
 
-case='a list names standard input'
+case='a list may name standard input'
 printf 'typed' > in
 sha256sum - < in > list
 checks_like_sha256sum list
@@ -252,12 +253,12 @@ cp list in
 checks_like_sha256sum -
 : > in
 
-case='sha256sum verifies what is printed'
+case='sha256sum verifies the output'
 run 0 a.txt empty sub/b.txt 'sub/ünï €.txt'
-check 'sha256sum is not content' sha256sum --check --status --strict out
+check 'sha256sum rejects the output' sha256sum --check --status --strict out
 
 if [ "$under_wine" -eq 1 ]; then
-  case='a name with a backslash is escaped as by sha256sum'
+  case='a name with a backslash is escaped as sha256sum does'
   run 0 'sub\b.txt'
   check 'the line is not escaped' says out '^\\[0-9a-f]\{64\}  sub\\\\b.txt$'
   cp out list
@@ -276,15 +277,15 @@ if [ "$under_wine" -eq 1 ]; then
   check 'output' [ ! -s out ]
   check 'no reason' says err '^tarsio-digest: NUL: '
 else
-  case='a name with a backslash or a colon is refused, not taken for another'
+  case='a name with a backslash or a colon is refused rather than misread'
   run 1 'sub\b.txt' 'sub\..\a.txt' 'ab:c' "C:$work/a.txt" 'D:a' "/$work/a.txt"
   sha256sum "$work/a.txt" "/$work/a.txt" | sed '1s|  |  C:|' > expected
   is_expected and_messages
-  check 'no word of the backslash' [ "$(grep -c ': Cannot be named: it has a backslash$' err)" -eq 2 ]
-  check 'no word of the colon' [ "$(grep -c ': Cannot be named: it has a colon$' err)" -eq 2 ]
+  check 'backslash not reported' [ "$(grep -c ': Cannot be named: it has a backslash$' err)" -eq 2 ]
+  check 'colon not reported' [ "$(grep -c ': Cannot be named: it has a colon$' err)" -eq 2 ]
   wrong 'a:b: Cannot be named: it has a colon' --root a:b a.txt
 
-  case='names with line ends are escaped as by sha256sum'
+  case='names with line ends are escaped as sha256sum does'
   newline=$(printf 'new\nline')
   return=$(printf 'carriage\rreturn')
   printf 'four' > "$newline"
@@ -315,12 +316,12 @@ else
   run 0 --files-from fifo
   is_expected
 
-  case='what the system says is passed on'
+  case='error messages of the system are reported'
   ln -s loop loop
   run 1 loop
   check 'no reason' says err '^tarsio-digest: loop: Too many levels of symbolic links$'
 
-  case='a digest that fails is no digest'
+  case='a failed digest is not printed'
   printf 'openssl_conf = strict\n[strict]\nalg_section = strict_algorithms\n[strict_algorithms]\ndefault_properties = fips=yes\n' > strict.cnf
   OPENSSL_CONF=$work/strict.cnf run 1 a.txt empty -
   check 'output' [ ! -s out ]
@@ -342,7 +343,7 @@ else
   check 'no failure' [ $? -eq 1 ]
   check 'no reason' says err '^tarsio-digest: standard output cannot be written$'
 
-  # A sanitizer needs more.
+  # A sanitizer needs more memory.
   limit='ulimit -v 150000; export MALLOC_ARENA_MAX=1'
   if eval "($limit; $command_line --version)" > /dev/null 2>&1; then
     case='a file that does not fit into memory is reported'
@@ -360,7 +361,7 @@ else
     check 'names are missing' [ "$(wc -l < long_err)" -eq 6000 ]
     rm long_err
 
-    case='without a thread there is a message'
+    case='a failed thread start is reported'
     eval "(ulimit -s 1000000; $limit; $command_line a.txt)" > out 2> err
     check 'no failure' [ $? -eq 1 ]
     check 'no reason' says err '^tarsio-digest: Resource temporarily unavailable$'
