@@ -1,12 +1,12 @@
 #!/bin/sh
-# compare.sh LIBRARY HEADERS DUMP [--update]: whether a host that was built with the library that DUMP
-# describes runs with LIBRARY. Additions are no difference. --update rewrites DUMP.
+# compare.sh LIBRARY HEADERS DUMP [--update]: whether hosts built with the library described by DUMP
+# run with LIBRARY. Additions are compatible. --update rewrites DUMP.
 set -eu
 library=$1 headers=$2 dump=$3
 new=$(mktemp)
 trap 'rm -f "$new"' EXIT
 
-# What hosts can see, and nothing of the machine or of the place in the sources.
+# Only what is visible to hosts, without machine-specific data and source locations.
 abidw --headers-dir "$headers" --drop-private-types --exported-interfaces-only \
   --no-comp-dir-path --no-corpus-path --no-show-locs --no-architecture --no-parameter-names \
   --out-file "$new" "$library"

@@ -1,4 +1,4 @@
-// Values for the debugger to look at. Every one of them is alive where Stop() is called.
+// Values to be printed by the debugger. All of them are alive when Stop() is called.
 
 #include <memory>
 #include <string>
@@ -26,7 +26,7 @@ Path Parsed(const std::string& text, Path::PathType type) {
   return path;
 }
 
-// A pool whose only worker is held in a task until the latch opens, with one more task that waits.
+// A pool whose only worker runs a task until the latch opens, with one more task queued.
 std::shared_ptr<ThreadPool> BusyPool(CountDownLatch& release) {
   auto pool = std::make_shared<ThreadPool>("the \"busy\" one", 1, 0, 8);
   const auto started = std::make_shared<CountDownLatch>(1);
@@ -71,7 +71,7 @@ int main() {
 
   CountDownLatch release(1);
   const std::shared_ptr<ThreadPool> pool = BusyPool(release);
-  // For the debugger, who would not see through the pointers.
+  // References for the debugger, so that it need not dereference smart pointers.
   [[maybe_unused]] const ThreadPool& busy = *pool;
   const auto other = std::make_shared<ThreadPool>("down", 2, 0, 0);
   [[maybe_unused]] const ThreadPool& down = *other;

@@ -1,4 +1,4 @@
-// The project's version, which the build defines, is that of the header.
+// The version in the header must match the project's version, which the build defines.
 
 #include "common/version.h"
 

@@ -1,4 +1,4 @@
-// Does each of the operations twice; run under callgrind by count.py, which counts the second time.
+// Runs each operation twice under callgrind; count.py counts the second run.
 
 #include <valgrind/callgrind.h>
 
@@ -21,10 +21,10 @@ using tarsio::FileUtils;
 using tarsio::Path;
 using tarsio::StringUtils;
 
-// By a pointer to a function, so that nothing of the call is optimised away.
+// Called by function pointer, so that the call is not optimized away.
 using Operation = void (*)();
 
-// Keeps a result, and keeps the compiler from knowing what it is for.
+// Keeps a result alive and hides its use from the compiler.
 template <typename Result>
 void Keep(const Result& result) {
   asm volatile("" : : "r"(&result) : "memory");
@@ -66,7 +66,7 @@ component::TsTimer& Timer() {
   return *timer;
 }
 
-// Expires before ten thousand others, the worst place that a heap has for it.
+// Expires before ten thousand other timers, which is the worst case for the heap.
 component::TsTimer& FirstOfManyTimers() {
   static const auto timer = [] {
     for (unsigned long long i = 0; i < 10000; ++i) {
@@ -145,7 +145,7 @@ const Named kOperations[] = {
 int main() {
   if (FileUtils::WriteFile(ascii, inputName, 0x32) != tarsio::FILE_OPT_SUCCESS) return 1;
   for (const Named& named : kOperations) {
-    named.operation();  // what is done once only, and the names that the loader looks up, are past
+    named.operation();  // one-time work and symbol lookups happen here
     CALLGRIND_ZERO_STATS;
     named.operation();
     CALLGRIND_DUMP_STATS_AT(named.name);
