@@ -8,9 +8,9 @@ import re
 import sys
 
 CONTEXT = "https://spdx.org/rdf/3.0.1/spdx-context.jsonld"
-NO_LICENCE = "expandedlicensing_NoAssertionLicense"  # an element that SPDX itself defines
+NO_LICENCE = "expandedlicensing_NoAssertionLicense"  # defined by SPDX itself
 
-# The fields of each class: the required ones, and those that it may have besides.
+# The required and the optional fields of each class.
 ELEMENT = ("spdxId creationInfo", "name comment verifiedUsing")
 COLLECTION = ("rootElement", "element profileConformance")
 ARTIFACT = ("name software_primaryPurpose", "")
@@ -28,7 +28,7 @@ CLASSES = {
 LISTS = {"createdBy", "element", "profileConformance", "rootElement", "software_sbomType", "to",
          "verifiedUsing"}
 ARTIFACTS = {"software_Package", "software_File"}
-# What the values look like, whole; in a list, each.
+# The pattern that a value has to match in full; for a list, each element.
 PATTERNS = {
     "@id": "_:.+",
     "spdxId": "https://.+#.+",
@@ -42,7 +42,7 @@ PATTERNS = {
     "relationshipType": "contains|hasDeclaredLicense|hasDynamicLink|hasStaticLink",
     "simplelicensing_licenseExpression": r"[\w.+-]+(?: (?:AND|OR|WITH) [\w.+-]+)*",
 }
-# The classes of the elements that a field refers to.
+# The allowed classes of the elements that a field refers to.
 TARGETS = {
     "creationInfo": {"CreationInfo"},
     "createdBy": {"SoftwareAgent"},

@@ -1,5 +1,5 @@
-// A host of the library's, outside its tree and in plain C++11: it includes every public header,
-// behind headers that define macros with common names, and calls into each family once.
+// A consumer of the library outside its tree, in plain C++11: includes every public header after
+// headers that define macros with common names, and calls each family once.
 
 #if __has_include(<windows.h>)
 #include <windows.h>
@@ -39,7 +39,7 @@ void Check(bool right, const char* what) {
   std::printf("wrong: %s\n", what);
 }
 
-// Called by the library, with memory of the library's.
+// Called by the library, with memory that the library allocated.
 class LastLine : public tarsio::Logger {
  public:
   explicit LastLine(std::string& place) : last(place) {}
@@ -58,21 +58,21 @@ void CheckLog() {
 }
 
 void CheckTexts() {
-  Check(tarsio::CharsetCvt::U8ToW("abc") == L"abc", "the conversion of a text");
-  Check(tarsio::StringUtils::GetHashText("abc", 3).size() == 64, "the digest of a text");
+  Check(tarsio::CharsetCvt::U8ToW("abc") == L"abc", "converting a string");
+  Check(tarsio::StringUtils::GetHashText("abc", 3).size() == 64, "hashing a string");
   const tarsio::TsString text("abc");
-  Check(text.Length() == 3 && text == tarsio::TsString("abc"), "the plain string");
+  Check(text.Length() == 3 && text == tarsio::TsString("abc"), "boundary string");
 }
 
 void CheckFiles() {
   const tarsio::Path path = tarsio::Path::Getcwd() / tarsio::Path("host.txt");
   std::string content;
   Check(tarsio::FileUtils::WriteFile("written", path.Str(), 0x10) == tarsio::FILE_OPT_SUCCESS,
-        "the writing of a file");
+        "writing a file");
   Check(tarsio::FileUtils::GetFileContent(path.Str(), content) == tarsio::FILE_OPT_SUCCESS &&
             content == "written",
-        "the reading of a file");
-  Check(path.IsFile() && tarsio::FileUtils::RemoveFile(path.Str()), "the removal of a file");
+        "reading a file");
+  Check(path.IsFile() && tarsio::FileUtils::RemoveFile(path.Str()), "removing a file");
 }
 
 void CheckQueue() {

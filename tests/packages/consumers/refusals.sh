@@ -1,6 +1,6 @@
 #!/bin/sh
-# tests/packages/consumers/refusals.sh WORK: what the packages unpacked in WORK/linux and WORK/windows say to
-# projects that they are not for. Each project is described by the variables that CMake sets for it.
+# tests/packages/consumers/refusals.sh WORK: how the packages in WORK/linux and WORK/windows reject
+# projects for other targets. Each project is described by the variables that CMake sets for it.
 set -eu
 here=$(cd "$(dirname "$0")" && pwd)
 work=$1
@@ -14,7 +14,7 @@ refuses() {
   rm -rf "$work/refusal"
   cmake -S "$here/refusal" -B "$work/refusal" -G Ninja "-Dtarsio-common_DIR=$(dirname "$config")" "$@" \
     > "$work/refusal.log" 2>&1 || true
-  # Lines end where a terminal would.
+  # CMake wraps its messages.
   tr -s '\n ' ' ' < "$work/refusal.log" | grep -qF "$message" ||
     { cat "$work/refusal.log"; echo "not refused: $system, $*"; failed=1; }
 }
@@ -33,4 +33,4 @@ refuses windows "MSVC cannot be mixed with" -DCMAKE_SYSTEM_NAME=Windows -DMSVC=1
 refuses windows "libc++ cannot be mixed with" -DCMAKE_SYSTEM_NAME=Windows \
   "-DCMAKE_CXX_IMPLICIT_LINK_LIBRARIES=c++;mingw32"
 [ "$failed" = 0 ]
-echo "ok: the packages refuse what they are not for"
+echo "ok: the packages reject other targets"

@@ -1,7 +1,8 @@
 #!/bin/sh
-# tests/packages/consumers/run_cell.sh WORK SYSTEM WAY KIND COMPILER: builds and runs the host in every language
-# standard. SYSTEM is linux or windows, whose package lies unpacked in WORK/SYSTEM; WAY is cmake, toolchain
-# (CMake, with the library's toolchain file), pkg-config or add_subdirectory; KIND is shared or static.
+# tests/packages/consumers/run_cell.sh WORK SYSTEM WAY KIND COMPILER: builds and runs the host in
+# every language standard. SYSTEM is linux or windows, with the package unpacked in WORK/SYSTEM; WAY
+# is cmake, toolchain (CMake with the library's toolchain file), pkg-config or add_subdirectory;
+# KIND is shared or static.
 set -eu
 here=$(cd "$(dirname "$0")" && pwd)
 root=$(cd "$here/../../.." && pwd)
@@ -12,8 +13,8 @@ package=$work/$system
 
 case "$compiler" in
   clang*)
-    # All but those against older standards, padded structures, statics, backslashes in comments, and
-    # what mingw-w64 makes of printf.
+    # All warnings except those about older standards, padding, statics and backslashes in comments,
+    # and those caused by mingw-w64's printf.
     warnings="-Weverything -Wno-c++98-compat -Wno-c++98-compat-pedantic -Wno-padded
       -Wno-exit-time-destructors -Wno-global-constructors
       -Wno-documentation -Wno-documentation-unknown-command -Wno-used-but-marked-unused" ;;
@@ -29,7 +30,7 @@ compile_one=$compiler
 if [ "$system,$compiler" = windows,clang++ ]; then
   target=x86_64-w64-mingw32
   sysroot=$cell/sysroot
-  # A definition that GCC makes by itself: its static library has this function.
+  # GCC predefines this macro: its static library defines this function.
   compile_one="clang++ --target=$target --sysroot=$sysroot -D__GXX_TYPEINFO_EQUALITY_INLINE=0"
 fi
 standards="11 14 17 20 2b"
@@ -49,11 +50,11 @@ with_cmake() {
         "-DCMAKE_CXX_COMPILER_TARGET=$target" "-DCMAKE_CXX_FLAGS=--sysroot=$sysroot" ;;
     *) set -- "$@" "-DCMAKE_TOOLCHAIN_FILE=$root/cmake/toolchains/mingw-w64-x86_64.cmake" ;;
   esac
-  # shellcheck disable=SC2086 # the warnings are words
+  # shellcheck disable=SC2086 # split into words
   cmake -S "$here" -B . -G Ninja "-DCMAKE_CXX_COMPILER=$compiler" "-DHOST_KIND=$kind" \
     "-DHOST_WARNINGS=$(printf '%s;' $warnings)" "$@"
   cmake --build . --parallel 1
-  # The library's own files are not the host's to install.
+  # The library's own files must not be installed by the host.
   cmake --install . --prefix installed
   [ ! -e installed ]
 }
@@ -67,13 +68,13 @@ with_pkg_config() {
   compile=$(pkg-config $static --cflags tarsio-common)
   link=$(pkg-config $static --libs tarsio-common)
   for standard in $standards; do
-    # shellcheck disable=SC2086 # what pkg-config prints are words, and so are the warnings
+    # shellcheck disable=SC2086 # split into words
     $compile_one -std=c++$standard $warnings $compile "$here/host.cpp" -o "host$standard" \
       $link ${static#-}
   done
 }
 
-# With nothing but the package where libraries are looked for. CMake has put the DLLs beside the host.
+# Only the package is in the library search path. CMake has copied the DLLs next to the host.
 run() {
   case "$way,$1" in
     pkg-config,*.exe) WINEPATH=$package/bin sh "$root/tools/run_under_wine.sh" "$1" ;;
@@ -82,7 +83,7 @@ run() {
   esac
 }
 
-# Clang does not recognise the folder of Debian's GCC, for its name is no version.
+# Clang does not recognize the folder of Debian's GCC, since its name is not a version number.
 make_sysroot() {
   gcc_folder=$(dirname "$($target-g++-posix -print-libgcc-file-name)")
   mkdir -p "$sysroot/lib/gcc/$target"
@@ -103,7 +104,7 @@ build_and_run() {
     run "$program"
     ran=$((ran + 1))
   done
-  # shellcheck disable=SC2086 # the standards are words
+  # shellcheck disable=SC2086 # split into words
   [ "$ran" = "$(set -- $standards && echo $#)" ]
 }
 
@@ -111,7 +112,7 @@ rm -rf "$cell"
 mkdir -p "$cell"
 cd "$cell"
 started=$(date +%s)
-# Not as a condition: the first command that fails ends it.
+# Not as a condition, so that set -e applies: the first failing command ends it.
 build_and_run > log 2>&1 &
 wait $! || { cat log; echo "FAILED: $system, $way, $kind, $compiler"; exit 1; }
 echo "ok, $(($(date +%s) - started)) s: $system, $way, $kind, $compiler"
