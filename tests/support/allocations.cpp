@@ -28,7 +28,7 @@ const bool tarsio_test::kAllocationsAreSeen = false;
 
 const bool tarsio_test::kAllocationsAreSeen = true;
 
-// The nothrow forms call these.
+// The nothrow forms call these two.
 void* operator new(size_t size) {
   if (watching) {
     const size_t index = count++;
@@ -46,7 +46,7 @@ void operator delete(void* memory) noexcept {
 }
 void operator delete(void* memory, size_t /*size*/) noexcept { operator delete(memory); }
 
-// A sanitizer's array forms do not call the others.
+// A sanitizer's array forms do not call the scalar ones.
 void* operator new[](size_t size) { return operator new(size); }
 void operator delete[](void* memory) noexcept { operator delete(memory); }
 void operator delete[](void* memory, size_t /*size*/) noexcept { operator delete(memory); }

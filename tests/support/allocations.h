@@ -1,5 +1,5 @@
-// Counts the allocations of the program, and makes them fail on demand. A test program that uses it
-// is linked with support/allocations.cpp.
+// Counts the program's allocations and makes them fail on demand. Programs that use it are linked
+// with support/allocations.cpp.
 
 #ifndef TARSIO_COMMON_TESTS_SUPPORT_ALLOCATIONS_H_
 #define TARSIO_COMMON_TESTS_SUPPORT_ALLOCATIONS_H_
@@ -9,17 +9,17 @@
 
 namespace tarsio_test {
 
-// Whether anything is counted and can fail. The thread sanitizer comes with an operator new that
-// cannot be replaced.
+// Whether allocations can be counted and failed. The thread sanitizer's operator new cannot be
+// replaced.
 extern const bool kAllocationsAreSeen;
-// Whether that holds inside the library, too. A DLL keeps the runtime's operator new.
+// Whether that includes the library. A DLL keeps the runtime's operator new.
 extern const bool kAllocationsOfTheLibraryAreSeen;
 
-// The allocations of the program that have not been released. 0 where none are seen.
+// The number of live allocations; 0 if allocations cannot be counted.
 size_t LiveAllocations();
 
-// While it lives, allocations are counted, and the next `refused` after the first `allowed` throw
-// std::bad_alloc. One at a time; no other thread may allocate meanwhile.
+// While it lives, allocations are counted, and after `allowed` allocations the next `refused` throw
+// std::bad_alloc. Only one object may exist, and no other thread may allocate meanwhile.
 class AllocationWatch {
  public:
   explicit AllocationWatch(size_t allowed = SIZE_MAX, size_t refused = SIZE_MAX);
@@ -27,7 +27,7 @@ class AllocationWatch {
   AllocationWatch& operator=(const AllocationWatch&) = delete;
   ~AllocationWatch();
 
-  // The number so far, the failed ones included.
+  // The number of allocations so far, including failed ones.
   size_t Count() const;
 };
 

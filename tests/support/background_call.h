@@ -1,4 +1,4 @@
-// A call on a thread of its own, for calls that may last for ever.
+// A call on a separate thread, for calls that may block forever.
 
 #ifndef TARSIO_COMMON_TESTS_SUPPORT_BACKGROUND_CALL_H_
 #define TARSIO_COMMON_TESTS_SUPPORT_BACKGROUND_CALL_H_
@@ -15,8 +15,8 @@
 
 namespace tarsio_test {
 
-// A call that never returns is left behind: its thread sleeps until the process ends. Whatever the
-// call uses must therefore belong to the callable, by shared pointers; it is kept as long.
+// If the call never returns, its thread sleeps until the process ends. Everything it uses must
+// therefore be owned by the callable, for example by shared pointers.
 class BackgroundCall {
  public:
   explicit BackgroundCall(std::function<void()> body) : call(std::make_shared<Call>()) {
@@ -26,8 +26,8 @@ class BackgroundCall {
       call->started.Open();
       call->body();
       call->body = nullptr;
-      // By the thread itself: detaching one that may be about to end goes wrong in the thread
-      // library of mingw-w64.
+      // The thread detaches itself: in mingw-w64's thread library, detaching a thread that is about
+      // to end fails.
       call->threadIsSet.Wait();
       call->thread.detach();
       call->returned.Open();
@@ -35,12 +35,12 @@ class BackgroundCall {
     call->threadIsSet.Open();
   }
 
-  // Waits up to `limit`; whether the call has returned and let go of all that it used.
+  // Waits up to `limit` and returns whether the call has returned and released everything it used.
   bool ReturnsWithin(std::chrono::milliseconds limit = kTestTimeout) {
     return call->returned.WaitFor(limit);
   }
 
-  // Watches the running call for a while; whether it has not returned.
+  // Watches the call for a while and returns whether it is still running.
   bool StaysBlocked(std::chrono::milliseconds watch = kBlockedCheck) {
     return call->started.WaitFor() && !call->returned.WaitFor(watch);
   }
@@ -54,7 +54,7 @@ class BackgroundCall {
     Gate returned;
   };
 
-  // Reachable for good, so that a leak check does not count what a sleeping thread uses.
+  // Keeps the call reachable, so that a leak checker ignores what a sleeping thread uses.
   static void Keep(const std::shared_ptr<Call>& call) {
     static auto* const mutex = new std::mutex;
     static auto* const calls = new std::vector<std::shared_ptr<Call>>;

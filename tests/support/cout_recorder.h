@@ -1,4 +1,4 @@
-// Takes the place of standard output's stream buffer and remembers how it is written to.
+// Replaces standard output's stream buffer and records how it is written to.
 
 #ifndef TARSIO_COMMON_TESTS_SUPPORT_COUT_RECORDER_H_
 #define TARSIO_COMMON_TESTS_SUPPORT_COUT_RECORDER_H_
@@ -18,7 +18,7 @@ class CoutRecorder : public std::streambuf {
   CoutRecorder& operator=(const CoutRecorder&) = delete;
   ~CoutRecorder() override { std::cout.rdbuf(before); }
 
-  // Each insertion by its text, each flush as "<flush>", in order.
+  // The insertions, and "<flush>" for each flush, in order.
   std::vector<std::string> Events() const {
     const std::lock_guard<std::mutex> lock(mutex);
     return events;

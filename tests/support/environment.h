@@ -1,4 +1,4 @@
-// The environment variables of this process, changed past the library. All text is UTF-8.
+// Access to this process's environment variables that bypasses the library. All strings are UTF-8.
 
 #ifndef TARSIO_COMMON_TESTS_SUPPORT_ENVIRONMENT_H_
 #define TARSIO_COMMON_TESTS_SUPPORT_ENVIRONMENT_H_
@@ -9,15 +9,14 @@
 
 namespace tarsio_test {
 
-// Nothing if there is no such variable.
+// Returns nothing if the variable is not set.
 std::optional<std::string> Variable(const std::string& name);
 void SetVariable(const std::string& name, const std::string& value);
-// The value is "a", something that is no character (a lone surrogate, or a byte that no UTF-8 text
-// holds), and "b".
+// Sets the value to "a", an invalid character (a lone surrogate or an invalid byte), and "b".
 void SetVariableWithBrokenCharacter(const std::string& name);
 void UnsetVariable(const std::string& name);
 
-// Gives a variable a value, or none, as long as the object lives.
+// Sets or removes a variable while it lives.
 class ScopedVariable {
  public:
   ScopedVariable(std::string variable, const std::optional<std::string>& value)

@@ -1,4 +1,4 @@
-// Counts events; other threads wait for a number of them.
+// Counts events; other threads can wait for a number of them.
 
 #ifndef TARSIO_COMMON_TESTS_SUPPORT_EVENTS_H_
 #define TARSIO_COMMON_TESTS_SUPPORT_EVENTS_H_
@@ -23,7 +23,7 @@ class Events {
     return count;
   }
 
-  // Waits until there have been `number` events. False if they do not come.
+  // Waits until there have been `number` events. Returns false on timeout.
   bool Await(int number = 1) const {
     std::unique_lock<std::mutex> lock(mutex);
     return added.wait_for(lock, kTestTimeout, [&] { return count >= number; });

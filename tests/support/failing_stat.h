@@ -1,13 +1,12 @@
-// The runtime's stat, for this thread, as one system's behaves. For programs that are linked with
-// the call's wrapper.
+// Makes the runtime's stat fail on this thread. For programs that are linked with its wrapper.
 
 #ifndef TARSIO_COMMON_TESTS_SUPPORT_FAILING_STAT_H_
 #define TARSIO_COMMON_TESTS_SUPPORT_FAILING_STAT_H_
 
 namespace tarsio_test {
 
-// While it lives, the call fails for every path. Systems on which it takes every path are left
-// alone.
+// While it lives, the call fails for every path. Has no effect on systems on which the call accepts
+// every path.
 class FailingStat {
  public:
   FailingStat();

@@ -1,4 +1,4 @@
-// Pipes that are files.
+// FIFOs.
 
 #ifndef TARSIO_COMMON_TESTS_SUPPORT_FIFO_H_
 #define TARSIO_COMMON_TESTS_SUPPORT_FIFO_H_
@@ -7,7 +7,7 @@
 
 namespace tarsio_test {
 
-// Makes one in the current directory. False where files cannot be pipes.
+// Creates a FIFO in the current directory. Returns false on systems without FIFOs.
 bool MakeFifo(const std::string& name);
 
 }  // namespace tarsio_test

@@ -1,4 +1,4 @@
-// States in which files cannot be used.
+// Conditions in which files cannot be used.
 
 #ifndef TARSIO_COMMON_TESTS_SUPPORT_FILE_OBSTACLES_H_
 #define TARSIO_COMMON_TESTS_SUPPORT_FILE_OBSTACLES_H_
@@ -9,7 +9,7 @@
 
 namespace tarsio_test {
 
-// While it lives, the process can open no file; names and sizes can still be asked for.
+// While it lives, the process cannot open files; names and sizes can still be queried.
 class NoFreeFileHandles {
  public:
   NoFreeFileHandles();
@@ -22,7 +22,7 @@ class NoFreeFileHandles {
   const std::unique_ptr<State> state;
 };
 
-// An existing file that can be opened for writing, yet takes no byte.
+// A file that can be opened for writing but accepts no data.
 class FileThatTakesNothing {
  public:
   FileThatTakesNothing();
@@ -30,7 +30,7 @@ class FileThatTakesNothing {
   FileThatTakesNothing& operator=(const FileThatTakesNothing&) = delete;
   ~FileThatTakesNothing();
 
-  // Its path for the library under test.
+  // Its path, for the library under test.
   std::string Text() const;
 
  private:
@@ -38,7 +38,7 @@ class FileThatTakesNothing {
   const std::unique_ptr<State> state;
 };
 
-// While it lives, no file of the process grows beyond `bytes`, as if the disk were full.
+// While it lives, no file of the process can exceed `bytes`, as if the disk were full.
 class FileSizeLimit {
  public:
   explicit FileSizeLimit(uint64_t bytes);
@@ -46,7 +46,7 @@ class FileSizeLimit {
   FileSizeLimit& operator=(const FileSizeLimit&) = delete;
   ~FileSizeLimit();
 
-  // What holds: UINT64_MAX where the system has no such limit.
+  // The limit in effect: UINT64_MAX on systems without such a limit.
   uint64_t Bytes() const;
 
  private:
@@ -54,8 +54,8 @@ class FileSizeLimit {
   const std::unique_ptr<State> state;
 };
 
-// While it lives, the process may not read the existing file `name` of the current directory, and
-// write it only if `writable`.
+// While it lives, the process cannot read the file `name` in the current directory, and can write
+// it only if `writable`.
 class ForbiddenFile {
  public:
   ForbiddenFile(const std::string& name, bool writable);
@@ -68,8 +68,8 @@ class ForbiddenFile {
   const std::unique_ptr<State> state;
 };
 
-// While it lives, the process has no right to the existing directory `name` of the current
-// directory, nor to what is below, but to read it if `readable`. Not every system enforces that.
+// While it lives, the process has no permission for the directory `name` in the current directory
+// and its content, except to read it if `readable`. Not every system enforces that.
 class ForbiddenDirectory {
  public:
   ForbiddenDirectory(const std::string& name, bool readable);
@@ -82,7 +82,7 @@ class ForbiddenDirectory {
   const std::unique_ptr<State> state;
 };
 
-// For good.
+// Cannot be undone.
 void CloseStandardInput();
 void CloseStandardOutput();
 

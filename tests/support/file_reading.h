@@ -1,4 +1,4 @@
-// What reading a whole file came to: result and output in one value.
+// The result and the output of reading a whole file, as one value.
 
 #ifndef TARSIO_COMMON_TESTS_SUPPORT_FILE_READING_H_
 #define TARSIO_COMMON_TESTS_SUPPORT_FILE_READING_H_
@@ -10,7 +10,7 @@
 
 namespace tarsio_test {
 
-// What the output holds before each reading.
+// The content of the output before each read.
 constexpr char kBefore[] = "as it was before";
 
 struct Reading {
@@ -35,11 +35,11 @@ inline Reading ReadFile(const std::string& path) {
   return reading;
 }
 
-// ---- what a reading may come to ----
+// ---- possible results ----
 
 inline Reading Content(const std::string& content) { return {tarsio::FILE_OPT_SUCCESS, content}; }
 
-// A mismatch clears the output; the other results leave it alone.
+// A mismatch clears the output; the other failures leave it unchanged.
 inline Reading Failure(tarsio::FileOptRet result) {
   return {result, result == tarsio::FILE_OPT_SIZE_MISMATCH ? "" : kBefore};
 }

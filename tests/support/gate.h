@@ -1,4 +1,4 @@
-// A door that opens once and stays open: how tests wait for an event.
+// A one-shot event that tests wait for.
 
 #ifndef TARSIO_COMMON_TESTS_SUPPORT_GATE_H_
 #define TARSIO_COMMON_TESTS_SUPPORT_GATE_H_
@@ -13,12 +13,12 @@
 
 namespace tarsio_test {
 
-// How long an event that must come is waited for before the test fails.
+// How long to wait for an expected event before the test fails.
 constexpr std::chrono::seconds kTestTimeout{40};
-// How long a call that must not return is watched.
+// How long to watch a call that must not return.
 constexpr std::chrono::milliseconds kBlockedCheck{300};
 
-// Whoever has waited for its opening may destroy it.
+// A thread that has returned from a wait may destroy the gate.
 class Gate {
  public:
   void Open() {
@@ -32,7 +32,7 @@ class Gate {
     changed.wait(lock, [this] { return open; });
   }
 
-  // Waits up to `limit`; whether the gate is open.
+  // Waits up to `limit` and returns whether the gate is open.
   bool WaitFor(std::chrono::milliseconds limit = kTestTimeout) {
     std::unique_lock<std::mutex> lock(mutex);
     return changed.wait_for(lock, limit, [this] { return open; });
@@ -49,7 +49,7 @@ class Gate {
   bool open = false;
 };
 
-// Opens gates on every way out of a test, so that no thread stays behind one.
+// Opens gates on every way out of a test, so that no thread stays blocked.
 class OpenOnExit {
  public:
   OpenOnExit(std::initializer_list<std::shared_ptr<Gate>> list) : gates(list) {}

@@ -13,18 +13,18 @@ namespace {
 using std::chrono::system_clock;
 using tarsio_test::NotificationWatch;
 
-// No thread's own storage, and no thread's id, for either may need a lock itself, in a thread that
-// ends even one that it has. The place of its error number tells a thread from the others as well.
+// Identifies the current thread by the address of its errno. Thread-local variables and thread ids
+// may need a lock, in a thread that ends even existing ones.
 const void* ThisThread() { return &errno; }
 
 std::atomic<bool> watching{false};
 std::atomic<const void*> watched{nullptr};
-std::atomic<size_t> locksLeft{SIZE_MAX};  // before the one that fails
+std::atomic<size_t> locksLeft{SIZE_MAX};  // successful locks before the one that fails
 std::atomic<int64_t> lastDeadline{0};     // nanoseconds since 1970
-std::atomic<int64_t> firstEntry{0};       // likewise
+std::atomic<int64_t> firstEntry{0};       // nanoseconds since 1970
 std::atomic<size_t> waitsBegun{0};
 
-// Of the watched thread alone.
+// Used by the watched thread only.
 int locksHeld = 0;
 std::vector<NotificationWatch::Notification> notifications;
 std::function<void()> beforeNextWait;
@@ -90,8 +90,8 @@ void BeforeNextWait(std::function<void()> hook) {
 
 }  // namespace tarsio_test
 
-// The linker's --wrap option leads every call of NAME to __wrap_NAME, and calls of __real_NAME to
-// what NAME was. The thread libraries of both systems have these names.
+// The linker's --wrap option redirects calls of NAME to __wrap_NAME; __real_NAME is the original.
+// The thread libraries of both systems have these functions.
 extern "C" {
 
 int __real_pthread_mutex_lock(pthread_mutex_t* mutex);

@@ -1,5 +1,5 @@
-// Locks that fail on demand, and what threads wait for and notify. A test program that uses it is
-// linked with support/lock_faults.cpp, and with the wrappers that it defines.
+// Makes locks fail on demand and records the deadlines and notifications of threads. Programs that
+// use it are linked with support/lock_faults.cpp and the wrappers that it defines.
 
 #ifndef TARSIO_COMMON_TESTS_SUPPORT_LOCK_FAULTS_H_
 #define TARSIO_COMMON_TESTS_SUPPORT_LOCK_FAULTS_H_
@@ -11,8 +11,8 @@
 
 namespace tarsio_test {
 
-// While it lives, the lock operation of this thread that comes after `allowed` others fails as one
-// does that the system has no room for. One at a time; no thread may begin meanwhile.
+// While it lives, this thread's lock operation after `allowed` successful ones fails for lack of
+// resources. Only one object may exist, and no thread may start meanwhile.
 class LockFault {
  public:
   explicit LockFault(size_t allowed);
@@ -21,8 +21,8 @@ class LockFault {
   ~LockFault();
 };
 
-// While it lives, notes the deadline, on the system clock, that this thread waits for. One at a
-// time.
+// While it lives, records the deadlines on the system clock that this thread waits for. Only one
+// object may exist.
 class DeadlineWatch {
  public:
   DeadlineWatch();
@@ -30,19 +30,19 @@ class DeadlineWatch {
   DeadlineWatch& operator=(const DeadlineWatch&) = delete;
   ~DeadlineWatch();
 
-  // The last one; the clock's epoch if there has been no wait with a deadline on that clock.
+  // The last deadline; the clock's epoch if there was no such wait.
   static std::chrono::system_clock::time_point Last();
-  // When the first such wait was entered; the epoch if there has been none.
+  // When the first such wait started; the epoch if there was none.
   static std::chrono::system_clock::time_point FirstEntry();
 };
 
-// While it lives, notes what this thread notifies. One at a time.
+// While it lives, records this thread's notifications. Only one object may exist.
 class NotificationWatch {
  public:
   struct Notification {
     const void* condition;
-    bool ofAll;   // else of one
-    bool locked;  // this thread had a lock then, one that it has taken since the watch began
+    bool ofAll;   // false: of one thread
+    bool locked;  // this thread held a lock that it took after the watch began
   };
 
   NotificationWatch();
@@ -50,15 +50,16 @@ class NotificationWatch {
   NotificationWatch& operator=(const NotificationWatch&) = delete;
   ~NotificationWatch();
 
-  // To be called by the thread that is watched.
+  // Call it on the watched thread.
   static std::vector<Notification> All();
 };
 
-// How many waits without a deadline the process has begun. Each counts before it releases its lock.
+// The number of waits without a deadline that the process has begun. Each is counted before it
+// releases its lock.
 size_t WaitsBegun();
 
-// Calls `hook` when this thread is about to begin a wait without a deadline: with its lock still
-// held, behind its last look at what it waits for. Once; one at a time.
+// Calls `hook` once, when this thread next begins a wait without a deadline: after its last check
+// of the condition, with the lock still held. Only one hook may be set.
 void BeforeNextWait(std::function<void()> hook);
 
 }  // namespace tarsio_test

@@ -5,10 +5,10 @@
 
 namespace tarsio_test {
 
-// Bytes of main memory that programs may still take. 0 if the system does not tell.
+// Main memory in bytes that programs can still use; 0 if unknown.
 uint64_t FreeMemory();
 
-// Bytes of main memory that this process occupies for itself.
+// Private main memory of this process in bytes.
 uint64_t ProcessMemory();
 
 }  // namespace tarsio_test

@@ -1,4 +1,4 @@
-// A pipe that has a name, whose reading end the test has.
+// A named pipe that the test reads from.
 
 #ifndef TARSIO_COMMON_TESTS_SUPPORT_NAMED_PIPE_H_
 #define TARSIO_COMMON_TESTS_SUPPORT_NAMED_PIPE_H_
@@ -8,7 +8,7 @@
 
 namespace tarsio_test {
 
-// In the current directory, where pipes are files.
+// Created in the current directory on systems where pipes are files.
 class NamedPipe {
  public:
   NamedPipe();
@@ -16,9 +16,9 @@ class NamedPipe {
   NamedPipe& operator=(const NamedPipe&) = delete;
   ~NamedPipe();
 
-  // Its path for the library under test.
+  // Its path, for the library under test.
   std::wstring Text() const;
-  // What has been written so far, up to 100 bytes. Never waits.
+  // Returns what has been written so far, up to 100 bytes, without blocking.
   std::string Received() const;
   bool HasWriter() const;
 

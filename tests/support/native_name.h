@@ -1,4 +1,4 @@
-// What the system itself calls the object that a path of the library names.
+// The system's name for the object at a path of the library.
 
 #ifndef TARSIO_COMMON_TESTS_SUPPORT_NATIVE_NAME_H_
 #define TARSIO_COMMON_TESTS_SUPPORT_NATIVE_NAME_H_
@@ -11,7 +11,7 @@
 
 namespace tarsio_test {
 
-// For an absolute path on drive C: of any length, for use with the standard library.
+// Takes an absolute path on drive C: of any length; the result is for the standard library.
 inline std::filesystem::path NativeName(const tarsio::Path& path) {
   if (std::filesystem::path("C:\\").is_absolute()) return path.Wstr();
   std::string name = path.Str();

@@ -1,12 +1,12 @@
-// Reaches a private member, for promises that no public door shows.
+// Access to private members, for guarantees that are not visible from outside.
 
 #ifndef TARSIO_COMMON_TESTS_SUPPORT_PRIVATE_MEMBER_H_
 #define TARSIO_COMMON_TESTS_SUPPORT_PRIVATE_MEMBER_H_
 
 namespace tarsio_test {
 
-// An explicit instantiation may name private members. It defines the function that a tag in this
-// namespace declares:
+// An explicit instantiation may name private members. This one defines a function that a tag in
+// this namespace declares:
 //
 //     struct Secret {
 //       using Type = int Host::*;

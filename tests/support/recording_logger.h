@@ -1,4 +1,4 @@
-// A sink that remembers what is logged, and installs itself.
+// A sink that records what is logged.
 
 #ifndef TARSIO_COMMON_TESTS_SUPPORT_RECORDING_LOGGER_H_
 #define TARSIO_COMMON_TESTS_SUPPORT_RECORDING_LOGGER_H_
@@ -20,10 +20,10 @@ struct LogRecord {
   std::string text;  // the whole line
 };
 
-// What has been logged since Install(). Outlives the sink that the log owns.
+// The lines logged since Install(). Outlives the sink, which the log owns.
 class LogRecords {
  public:
-  // Replaces the process's sink by one that records everything down to `level`.
+  // Replaces the process's sink by one that records the levels up to `level`.
   static std::shared_ptr<LogRecords> Install(tarsio::LOG_LEVEL level) {
     auto records = std::make_shared<LogRecords>();
     tarsio::Log::GetInstance().SetLogger(std::make_unique<Sink>(records));

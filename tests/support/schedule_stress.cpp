@@ -9,8 +9,8 @@
 
 namespace {
 
-// One sequence for all threads, since a thread's own storage may need a lock itself. Relaxed, so
-// that no order arises between threads that the code under test does not make.
+// One sequence for all threads, since thread-local variables may need a lock. Relaxed, so that it
+// does not order threads that the code under test leaves unordered.
 std::atomic<uint64_t> sequence{20240305};
 std::atomic<uint64_t> disturbances{0};
 
@@ -47,8 +47,8 @@ uint64_t tarsio_test::ScheduleDisturbances() {
   return disturbances.load(std::memory_order_relaxed);
 }
 
-// The linker's --wrap option leads every call of NAME to __wrap_NAME, and calls of __real_NAME to
-// what NAME was. The thread libraries of both systems have these names.
+// The linker's --wrap option redirects calls of NAME to __wrap_NAME; __real_NAME is the original.
+// The thread libraries of both systems have these functions.
 extern "C" {
 
 int __real_pthread_mutex_lock(pthread_mutex_t* mutex);

@@ -1,4 +1,4 @@
-// Disturbs the order in which threads get on.
+// Disturbs the scheduling of threads.
 
 #ifndef TARSIO_COMMON_TESTS_SUPPORT_SCHEDULE_STRESS_H_
 #define TARSIO_COMMON_TESTS_SUPPORT_SCHEDULE_STRESS_H_
@@ -7,9 +7,9 @@
 
 namespace tarsio_test {
 
-// A program that is linked with support/schedule_stress.cpp, and with the options that go with it,
-// gives way at random, or sleeps for a moment, before and after each operation on a mutex or a
-// condition variable. Returns how often it has done so.
+// A program linked with support/schedule_stress.cpp and its linker options yields at random, or
+// sleeps briefly, before and after each operation on a mutex or a condition variable. Returns the
+// number of disturbances so far.
 uint64_t ScheduleDisturbances();
 
 }  // namespace tarsio_test

@@ -1,4 +1,4 @@
-// An empty directory that is the current one as long as the object lives.
+// A new, empty directory, which is the current one while the object lives.
 
 #ifndef TARSIO_COMMON_TESTS_SUPPORT_SCOPED_DIRECTORY_H_
 #define TARSIO_COMMON_TESTS_SUPPORT_SCOPED_DIRECTORY_H_
@@ -28,12 +28,12 @@ class ScopedDirectory {
     std::filesystem::remove_all(root, ignored);
   }
 
-  // What the standard library calls `name` in this directory.
+  // The standard library's path of `name` in this directory.
   std::filesystem::path Native(const std::string& name) const {
     return root / std::filesystem::u8path(name);
   }
 
-  // The same as an absolute path text for the library under test: C:/tmp/x/name.
+  // The same as an absolute path for the library under test: C:/tmp/x/name.
   std::string Text(const std::string& name) const { return Text() + '/' + name; }
   // The directory itself: C:/tmp/x.
   std::string Text() const {
@@ -41,7 +41,7 @@ class ScopedDirectory {
     return text.front() == '/' ? "C:" + text : text;
   }
 
-  // Writes and reads a file past the library.
+  // Write and read a file without the library.
   void Write(const std::string& name, const std::string& content) const {
     std::ofstream(Native(name), std::ios::binary) << content;
   }

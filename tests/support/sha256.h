@@ -1,5 +1,5 @@
-// SHA-256 as the standard describes it (FIPS 180-4), for comparison: slow, plain, and without any
-// library.
+// A straightforward implementation of SHA-256 (FIPS 180-4) without any library, used as a
+// reference.
 
 #ifndef TARSIO_COMMON_TESTS_SUPPORT_SHA256_H_
 #define TARSIO_COMMON_TESTS_SUPPORT_SHA256_H_
@@ -14,8 +14,8 @@ namespace tarsio_test {
 
 namespace sha256_detail {
 
-// The first 32 bits of the fractional part of a root of the `index`-th prime. A double of 53 bits
-// holds them behind an integer part of at most 5 bits.
+// Returns the first 32 bits of the fractional part of a root of the `index`-th prime. A double's 53
+// bits are sufficient, since the integer part has at most 5.
 inline uint32_t RootBits(int index, double (*root)(double)) {
   int prime = 2;
   for (int found = 0;; ++prime) {
@@ -36,7 +36,7 @@ inline uint32_t Rotate(uint32_t x, int count) { return x >> count | x << (32 - c
 
 }  // namespace sha256_detail
 
-// The 32 bytes of the digest.
+// Returns the digest as 32 bytes.
 inline std::array<unsigned char, 32> Sha256(const std::string& data) {
   using sha256_detail::Rotate;
   std::array<uint32_t, 64> k{};

@@ -7,10 +7,10 @@
 
 namespace tarsio_test {
 
-// Whether the process has the library loaded, whoever brought it.
+// Returns whether the process has loaded the library, by whatever means.
 bool IsLibraryLoaded(const std::string& file);
 
-// A library and those that it needs.
+// A shared library, loaded with its dependencies.
 class SharedLibrary {
  public:
   // Check IsLoaded() for success.
@@ -21,14 +21,14 @@ class SharedLibrary {
 
   bool IsLoaded() const { return IsLibraryLoaded(path); }
 
-  // An export, as a pointer to a function of type F. Null if there is none of that name.
+  // Returns an exported function as a pointer of type F, or null if there is no such export.
   template <typename F>
   F* Function(const std::string& name) const {
     return reinterpret_cast<F*>(Find(name));
   }
 
-  // Gives back this object's hold on it. The destructor does not: a library whose code may still
-  // run is to be unloaded only where that is meant.
+  // Drops this object's reference to the library. The destructor does not, since the library's code
+  // may still be running.
   void Unload();
 
  private:

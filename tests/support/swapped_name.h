@@ -1,4 +1,4 @@
-// A name that stands for something else each time that it is looked at.
+// A name whose object is replaced all the time.
 
 #ifndef TARSIO_COMMON_TESTS_SUPPORT_SWAPPED_NAME_H_
 #define TARSIO_COMMON_TESTS_SUPPORT_SWAPPED_NAME_H_
@@ -15,8 +15,8 @@
 
 namespace tarsio_test {
 
-// As long as the object lives, its thread makes a name in the current directory a file, a
-// directory, a FIFO, a symbolic link and nothing, in turn. What a system does not have is left out.
+// While it lives, a thread turns a name in the current directory into a file, a directory, a FIFO,
+// a symbolic link or nothing, in turn. Skips what the system does not support.
 class SwappedName {
  public:
   explicit SwappedName(std::string swapped)
@@ -32,7 +32,7 @@ class SwappedName {
   void Run() {
     for (int kind = 0; !end; ++kind) {
       Make(kind % 7);
-      // In one step, where the system can.
+      // Atomically, where the system can.
       std::error_code error;
       std::filesystem::rename(next, name, error);
       if (!error) continue;
@@ -49,8 +49,8 @@ class SwappedName {
     if (kind == 2) std::filesystem::create_directory(next, error);
     if (kind == 3) std::filesystem::create_symlink(".", next, error);
     if (kind == 4) std::filesystem::create_symlink(name + ".target", next, error);
-    if (kind == 5) std::filesystem::create_symlink(name, next, error);  // to itself
-    // Kind 6 is nothing at all.
+    if (kind == 5) std::filesystem::create_symlink(name, next, error);  // links to itself
+    // Kind 6: nothing.
   }
 
   const std::string name;

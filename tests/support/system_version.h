@@ -1,4 +1,4 @@
-// The version of the running system, past the library.
+// The version of the running system, queried without the library.
 
 #ifndef TARSIO_COMMON_TESTS_SUPPORT_SYSTEM_VERSION_H_
 #define TARSIO_COMMON_TESTS_SUPPORT_SYSTEM_VERSION_H_
@@ -9,14 +9,14 @@
 
 namespace tarsio_test {
 
-// "10.0": the first two numbers of what the system says of itself, on Linux of the kernel's release
-// as `uname -r` prints it.
+// Returns the first two numbers of the system's version, such as "10.0"; on Linux those of the
+// kernel's release, as printed by `uname -r`.
 std::string SystemVersion();
 
-// What the system's call that tells the version may return when it fails.
+// The values that the system's version call may return on failure.
 std::vector<int32_t> SystemVersionFailures();
 
-// While it lives, that call fails everywhere in the process.
+// While it lives, that call fails in the whole process.
 class RefuseSystemVersion {
  public:
   explicit RefuseSystemVersion(int32_t status = SystemVersionFailures().front());
@@ -25,7 +25,7 @@ class RefuseSystemVersion {
   ~RefuseSystemVersion();
 };
 
-// While it lives, that call tells this version everywhere in the process.
+// While it lives, that call returns this version in the whole process.
 class PretendSystemVersion {
  public:
   PretendSystemVersion(uint32_t major, uint32_t minor);

@@ -1,4 +1,4 @@
-// What is to happen when a thread ends.
+// Runs an action when a thread ends.
 
 #ifndef TARSIO_COMMON_TESTS_SUPPORT_THREAD_END_H_
 #define TARSIO_COMMON_TESTS_SUPPORT_THREAD_END_H_
@@ -11,8 +11,8 @@
 
 namespace tarsio_test {
 
-// Has this thread call `action` when it ends, in place of what it was to call so far. Not by a
-// thread_local object: mingw-w64 may give up the memory of those before it destroys them.
+// Makes this thread call `action` when it ends; replaces an earlier action. Does not use a
+// thread_local object, since mingw-w64 may free its memory before destroying it.
 inline void WhenThisThreadEnds(std::function<void()> action) {
   using Action = std::function<void()>;
   static const pthread_key_t key = [] {

@@ -1,15 +1,14 @@
-// Locales for tests of what depends on them.
+// Locales for tests that depend on one.
 
 #ifndef TARSIO_COMMON_TESTS_SUPPORT_THREAD_LOCALE_H_
 #define TARSIO_COMMON_TESTS_SUPPORT_THREAD_LOCALE_H_
 
 namespace tarsio_test {
 
-// Has the C library find the locales that are made for the tests, where there are any.
+// Makes the C library use the locales that are built for the tests, if any.
 void FindTestLocales();
 
-// A locale of this thread's own for character classes, that of the Western European code page,
-// until the object ends.
+// Sets this thread's locale for character classes to a Western European one while the object lives.
 class ThreadLocale {
  public:
   ThreadLocale();

@@ -1,12 +1,12 @@
-// Makes the system refuse new threads for a while.
+// Makes thread starts fail.
 
 #ifndef TARSIO_COMMON_TESTS_SUPPORT_THREAD_STARTS_H_
 #define TARSIO_COMMON_TESTS_SUPPORT_THREAD_STARTS_H_
 
 namespace tarsio_test {
 
-// As long as the object lives, std::thread cannot start a thread anywhere in the process and throws
-// std::system_error. One object at a time.
+// While it lives, std::thread cannot start a thread in this process and throws std::system_error.
+// Only one object may exist.
 class RefuseThreadStarts {
  public:
   RefuseThreadStarts();

@@ -1,4 +1,4 @@
-// What the system knows of the calling thread.
+// Properties of the calling thread.
 
 #ifndef TARSIO_COMMON_TESTS_SUPPORT_THREAD_TRAITS_H_
 #define TARSIO_COMMON_TESTS_SUPPORT_THREAD_TRAITS_H_

@@ -1,5 +1,5 @@
-// The system's calls that transfer the bytes of files, for this thread, as they seldom behave. For
-// programs that are linked with the calls' wrappers.
+// Makes the system's read and write calls of this thread behave unusually. For programs that are
+// linked with the calls' wrappers.
 
 #ifndef TARSIO_COMMON_TESTS_SUPPORT_TRANSFERS_H_
 #define TARSIO_COMMON_TESTS_SUPPORT_TRANSFERS_H_
@@ -9,8 +9,8 @@
 
 namespace tarsio_test {
 
-// While it lives, a call transfers `most` bytes at most. And where calls can be interrupted, every
-// second one is, the opening of files included.
+// While it lives, a call transfers at most `most` bytes. Where calls can be interrupted, every
+// second one is, including open calls.
 class SmallTransfers {
  public:
   explicit SmallTransfers(size_t most);
@@ -19,7 +19,7 @@ class SmallTransfers {
   ~SmallTransfers();
 };
 
-// While it lives, a call claims to have transferred what it was asked to, and does nothing.
+// While it lives, a call reports a full transfer but does nothing.
 class ClaimedTransfers {
  public:
   ClaimedTransfers();
@@ -28,13 +28,13 @@ class ClaimedTransfers {
   ~ClaimedTransfers();
 
   size_t Calls() const;
-  uint64_t Bytes() const;  // in all calls
-  size_t Largest() const;  // in one call
+  uint64_t Bytes() const;  // of all calls
+  size_t Largest() const;  // of a single call
 };
 
-// For the wrappers: the most that a call transfers now, SIZE_MAX without a limit.
+// For the wrappers: the current limit of a transfer, SIZE_MAX if there is none.
 size_t MostOfATransfer();
-// And whether a call for `size` bytes only claims to have been made. If so, it is counted.
+// For the wrappers: whether a call for `size` bytes must only report success. Counts it if so.
 bool ClaimTransfer(size_t size);
 
 }  // namespace tarsio_test

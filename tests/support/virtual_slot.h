@@ -1,5 +1,5 @@
-// Where a virtual operation stands in its class's table. Hosts that were compiled before call by
-// that.
+// The position of a virtual function in its class's vtable. Hosts built earlier call by that
+// position.
 
 #ifndef TARSIO_COMMON_TESTS_SUPPORT_VIRTUAL_SLOT_H_
 #define TARSIO_COMMON_TESTS_SUPPORT_VIRTUAL_SLOT_H_
@@ -9,8 +9,8 @@
 
 namespace tarsio_test {
 
-// Counted from 0; a destructor has the two slots that it stands at. By the C++ ABI of GCC and
-// Clang, in which a pointer to a virtual member begins with its slot's offset in bytes plus 1.
+// Counted from 0; a virtual destructor takes two slots. Relies on the C++ ABI of GCC and Clang, in
+// which a pointer to a virtual member function starts with the slot's offset in bytes plus 1.
 template <typename Member>
 ptrdiff_t VirtualSlot(Member member) {
   ptrdiff_t offset = 0;

@@ -1,5 +1,5 @@
-// Wine runs the tests for Windows, but Windows is the reference: a test names what Wine does
-// otherwise.
+// Wine runs the tests for Windows, but Windows is the reference: tests check for Wine where it
+// differs.
 
 #ifndef TARSIO_COMMON_TESTS_SUPPORT_WINE_H_
 #define TARSIO_COMMON_TESTS_SUPPORT_WINE_H_

@@ -16,7 +16,8 @@ void Check(int error) {
   if (error != 0) std::abort();
 }
 
-// The rights to an object taken away, and with them those that the superuser has to everything.
+// Removes permissions from an object and, if necessary, the superuser's privileges from the
+// process.
 class Rights {
  public:
   Rights(std::string object, mode_t left) : name(std::move(object)), user(::geteuid()) {
@@ -62,7 +63,7 @@ FileThatTakesNothing::FileThatTakesNothing() = default;
 FileThatTakesNothing::~FileThatTakesNothing() = default;
 std::string FileThatTakesNothing::Text() const { return R"(C:\dev\full)"; }
 
-// A write beyond the limit fails as on a full disk, once the signal that comes with it is ignored.
+// With the signal ignored, a write beyond the limit fails as on a full disk.
 struct FileSizeLimit::State {
   rlimit before{};
   void (*handler)(int) = nullptr;

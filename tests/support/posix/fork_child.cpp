@@ -1,5 +1,5 @@
-// A process that forks while a timer's action runs. The child, which does not have the timer
-// thread, ends by exit(), and a static stops and starts a timer meanwhile.
+// A process that forks while a timer's action runs. The child has no timer thread; it calls exit(),
+// and a static then stops and starts a timer.
 //
 //     fork_child MODE RUN     with MODE: fork_during_action or fork_in_action
 //
@@ -23,7 +23,7 @@ using tarsio_test::Gate;
 
 constexpr unsigned kPatienceSeconds = 30;
 
-// Uses its timer once more when the statics are destroyed.
+// Uses its timer again in its destructor.
 struct UseAtEnd {
   UseAtEnd() = default;
   UseAtEnd(const UseAtEnd&) = delete;
@@ -37,16 +37,16 @@ struct UseAtEnd {
   const std::shared_ptr<TsTimer> timer = std::make_shared<TsTimer>(1, true);
 };
 
-// Whether a child that calls exit(0) ends so. It is killed if it hangs.
+// Returns whether a child that calls exit(0) exits with 0. Kills it if it hangs.
 bool ChildExits() {
   const pid_t child = ::fork();
   if (child == 0) {
     ::alarm(kPatienceSeconds);
-    std::exit(0);  // NOLINT(concurrency-mt-unsafe): what this is about
+    std::exit(0);  // NOLINT(concurrency-mt-unsafe): under test
   }
   int status = 0;
   if (child < 0 || ::waitpid(child, &status, 0) != child) return false;
-  if (WIFSIGNALED(status)) std::printf("the child is killed by signal %d\n", WTERMSIG(status));
+  if (WIFSIGNALED(status)) std::printf("the child was killed by signal %d\n", WTERMSIG(status));
   return WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
 

@@ -1,6 +1,6 @@
 #!/bin/sh
-# hardening.sh READELF FILE...: whether every finished file has what tarsio_harden() asks for. The
-# files need their debug information: it records the compiler's options.
+# hardening.sh READELF FILE...: checks that every file is built with the options of tarsio_harden().
+# The files need debug information, which records the compiler's options.
 set -u
 readelf=$1
 shift
@@ -18,14 +18,14 @@ for file in "$@"; do
   has "$segments" 'GNU_STACK .* RW ' || fail "the stack may be executable"
   has "$segments" ' RWE ' && fail "a segment is both writable and executable"
   has "$segments" 'GNU_RELRO' || fail "relocated data stays writable"
-  has "$dynamic" 'FLAGS.*NOW' || fail "names are not all bound at the start"
+  has "$dynamic" 'FLAGS.*NOW' || fail "symbols are not all bound at load time"
   has "$dynamic" ' __stack_chk_fail(@|$)' || fail "no stack protector"
   has "$dynamic" ' UND v?(f|s|sn)?printf(@|$)' && fail "formats without checks: _FORTIFY_SOURCE is off"
-  has "$dynamic" ' UND (str(n)?(cpy|cat)|stpcpy|gets)(@|$)' && fail "copies without a limit"
+  has "$dynamic" ' UND (str(n)?(cpy|cat)|stpcpy|gets)(@|$)' && fail "calls unbounded copy functions"
 
   if has "$dynamic" '\(SONAME\)'; then
     "$readelf" -nW "$file" | grep -q 'x86 feature: IBT, SHSTK' || fail "not marked for IBT and SHSTK"
-    has "$dynamic" '\((INIT|FINI)\)' && fail "an entry leads to code without endbr64"
+    has "$dynamic" '\((INIT|FINI)\)' && fail "an entry point lacks endbr64"
   fi
 
   [ -n "$compilers" ] || fail "no debug information"

@@ -1,4 +1,4 @@
-// A host in surroundings that only this system has: see tests/hostile/scenario.h.
+// A host in a hostile environment that only this system has: see tests/hostile/scenario.h.
 
 #include <fcntl.h>
 #include <sys/resource.h>
@@ -71,16 +71,16 @@ bool IsBlocked(int signal) {
   return ::sigismember(&mask, signal) == 1;
 }
 
-// ---- standard descriptors that are closed ----
+// ---- closed standard descriptors ----
 
-// While WriteFile() waits for a FIFO's reader to take more, `closed` must stay free, and what
-// others write to it must not get into the FIFO.
+// While WriteFile() waits for the reader of a FIFO, `closed` must stay free, and what other threads
+// write to that descriptor must not end up in the FIFO.
 void WriteWhileClosed(int closed) {
   Check(::mkfifo("pipe", 0600) == 0, "mkfifo");
   const int reader = ::open("pipe", O_RDONLY | O_NONBLOCK);
   const int before = ::fcntl(closed, F_DUPFD, STDERR_FILENO + 1);
   ::close(closed);
-  const std::string content(300000, 'c');  // more than a pipe holds
+  const std::string content(300000, 'c');  // more than the capacity of a pipe
   std::thread writer([&] { static_cast<void>(FileUtils::WriteFile(content, "./pipe", 0)); });
   std::string received;
   std::array<char, 1000> bytes{};
@@ -95,18 +95,18 @@ void WriteWhileClosed(int closed) {
     received.append(bytes.data(), static_cast<size_t>(count));
     if (std::exchange(logged, true)) continue;
     isFree = ::fcntl(closed, F_GETFD) == -1;
-    if (!isFree) continue;  // what is written now might wait for this thread
+    if (!isFree) continue;  // a write might block until this thread reads
     LogLines(3);
     std::cerr << "a line of the host's\n";
   }
   writer.join();
   ::dup2(before, closed);
-  Expect(received == content, "others write to the file");
+  Expect(received == content, "the file has no other output");
   for (const int opened : {reader, before}) ::close(opened);
   ::unlink("pipe");
   std::cout.clear();
   std::cerr.clear();
-  Expect(isFree, "a standard descriptor is the file's");
+  Expect(isFree, "the standard descriptor stays free");
 }
 
 void WriteWithClosedDescriptors() {
@@ -114,18 +114,19 @@ void WriteWithClosedDescriptors() {
   for (const int closed : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) WriteWhileClosed(closed);
 }
 
-// Started with none of the three. Another thread logs while files are written and read.
+// Runs without the three descriptors. Another thread logs while files are written and read.
 void StartWithoutDescriptors() {
   for (const int closed : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
-    Expect(::fcntl(closed, F_GETFD) == -1, "closed at the start");
+    Expect(::fcntl(closed, F_GETFD) == -1, "closed at start");
   }
   const ScopedDirectory directory;
-  ::open("/dev/null", O_RDONLY);  // as the standard input, so that the next would be the output
+  ::open("/dev/null",
+         O_RDONLY);  // takes descriptor 0, so that the next one would be standard output
   std::atomic<bool> done{false};
   std::thread other([&done] {
     while (!done) {
       LogLines(1);
-      std::cout.clear();  // as a host may that wants the next line, too
+      std::cout.clear();  // as a host might, to get the next line
     }
   });
   for (int i = 0; i < 2000; ++i) {
@@ -133,13 +134,13 @@ void StartWithoutDescriptors() {
     std::string read;
     Expect(FileUtils::WriteFile(content, "./f", 0) == 0, "written");
     Expect(FileUtils::GetFileContent("./f", read) == (i == 0 ? 2 : 0), "read");
-    Expect(read == content && directory.Read("f") == content, "the file is what was written");
+    Expect(read == content && directory.Read("f") == content, "the file has the written content");
   }
   done = true;
   other.join();
 }
 
-// The only descriptors that are left are those that files must not get.
+// Only the standard descriptors are free, which files must not use.
 void OpenWithOnlyTheStandardDescriptorsFree() {
   const ScopedDirectory directory;
   directory.Write("f", "content");
@@ -154,12 +155,13 @@ void OpenWithOnlyTheStandardDescriptorsFree() {
 
 // ---- signals ----
 
-// Where the lines went, they cannot go on; to what takes the place later, none is written.
+// After the reader has left, the remaining lines are lost; a file that later gets the same
+// descriptor receives none.
 void LogAfterTheReaderLeft(int descriptor) {
   std::signal(SIGPIPE, SIG_DFL);
   MakeStandardOutput(descriptor);
   LogLines(100);
-  Expect(!IsBlocked(SIGPIPE) && !IsPending(SIGPIPE), "the signal is as it was");
+  Expect(!IsBlocked(SIGPIPE) && !IsPending(SIGPIPE), "the signal state is unchanged");
   const ScopedDirectory directory;
   MakeStandardOutput(::open("later", O_WRONLY | O_CREAT, 0600));
   LogLines(1);
@@ -191,11 +193,11 @@ void LimitFileSize(rlim_t bytes) {
 void LogToAFileAtItsLimit() {
   const ScopedDirectory directory;
   MakeStandardOutput(::open("f", O_WRONLY | O_CREAT, 0600));
-  LogLines(1);  // the limit comes while the library knows its standard output
+  LogLines(1);  // the library has opened standard output before the limit is set
   LimitFileSize(100);
   LogLines(100);
   Expect(directory.Read("f").size() == 100, "as much as fits");
-  Expect(!IsBlocked(SIGXFSZ) && !IsPending(SIGXFSZ), "the signal is as it was");
+  Expect(!IsBlocked(SIGXFSZ) && !IsPending(SIGXFSZ), "the signal state is unchanged");
 }
 
 void WriteBeyondTheLimit() {
@@ -203,13 +205,13 @@ void WriteBeyondTheLimit() {
   LimitFileSize(1000);
   const std::string content(5000, 'c');
   for (const int mode : {0x00, 0x21, 0x24, 0x28, 0x30}) {
-    Expect(FileUtils::WriteFile(content, "./f", mode) == 0, "errors while writing are not told");
+    Expect(FileUtils::WriteFile(content, "./f", mode) == 0, "write errors are not reported");
     Expect(directory.Read("f") == content.substr(0, 1000), "as much as fits");
   }
-  Expect(!IsBlocked(SIGXFSZ) && !IsPending(SIGXFSZ), "the signal is as it was");
+  Expect(!IsBlocked(SIGXFSZ) && !IsPending(SIGXFSZ), "the signal state is unchanged");
 }
 
-// The reader takes a byte and leaves.
+// The reader reads one byte and leaves.
 void WriteToALeftFifo() {
   const ScopedDirectory directory;
   std::signal(SIGPIPE, SIG_DFL);
@@ -226,11 +228,11 @@ void WriteToALeftFifo() {
     Expect(FileUtils::WriteFile(std::string(1000000, 'c'), "./pipe", 0) == 0, "written");
     other.join();
   }
-  Expect(!IsBlocked(SIGPIPE) && !IsPending(SIGPIPE), "the signal is as it was");
-  Expect(FileUtils::WriteFile("content", "./pipe", 0) == 4, "nothing without a reader");
+  Expect(!IsBlocked(SIGPIPE) && !IsPending(SIGPIPE), "the signal state is unchanged");
+  Expect(FileUtils::WriteFile("content", "./pipe", 0) == 4, "no reader, so the open fails");
 }
 
-// A signal that the host blocks is the host's, one that has come before and one that comes now.
+// Signals that the host blocks stay pending for the host, whether raised earlier or by the library.
 void LeaveTheHostsSignals() {
   std::array<int, 2> ends{};
   Check(::pipe(ends.data()) == 0, "pipe");
@@ -242,24 +244,24 @@ void LeaveTheHostsSignals() {
   ::pthread_sigmask(SIG_BLOCK, &set, nullptr);
   const timespec now{};
   LogLines(1);
-  Expect(IsPending(SIGPIPE), "the line's signal is left");
+  Expect(IsPending(SIGPIPE), "the signal of the line stays pending");
   LogLines(1);
-  Expect(IsPending(SIGPIPE) && IsBlocked(SIGPIPE), "the signal of before is left");
-  Expect(::sigtimedwait(&set, nullptr, &now) == SIGPIPE, "for the host to take");
-  Expect(!IsPending(SIGPIPE), "just once");
+  Expect(IsPending(SIGPIPE) && IsBlocked(SIGPIPE), "the earlier signal stays pending");
+  Expect(::sigtimedwait(&set, nullptr, &now) == SIGPIPE, "the host receives it");
+  Expect(!IsPending(SIGPIPE), "only once");
 }
 
 // ---- forks ----
 
 constexpr unsigned kPatienceSeconds = 30;
 
-// How long a child takes that calls exit(0). It is killed if it hangs.
+// Returns how long a child takes that calls exit(0). Kills it if it hangs.
 std::chrono::milliseconds ChildExits() {
   const auto begin = std::chrono::steady_clock::now();
   const pid_t child = ::fork();
   if (child == 0) {
     ::alarm(kPatienceSeconds);
-    std::exit(0);  // NOLINT(concurrency-mt-unsafe): what this is about
+    std::exit(0);  // NOLINT(concurrency-mt-unsafe): under test
   }
   int status = 0;
   Check(child > 0 && ::waitpid(child, &status, 0) == child, "fork");
@@ -268,8 +270,8 @@ std::chrono::milliseconds ChildExits() {
   return std::chrono::duration_cast<std::chrono::milliseconds>(took);
 }
 
-// The pool is a static: the child destroys it, perhaps while a thread that it does not have holds
-// one of the pool's locks.
+// The child destroys the pool, a static, while a thread that only exists in the parent may have
+// held one of its locks.
 void ForkWhileAPoolWorks() {
   static const auto busy = std::make_shared<ThreadPool>("busy", 2, 0, 8);
   static const auto idle = std::make_shared<ThreadPool>("idle", 2, 0, 8);
@@ -287,7 +289,7 @@ void ForkWhileAPoolWorks() {
   busy->Shutdown(ThreadPool::SHUTDOWN_NOW);
 }
 
-// Keeps each line until it may go on.
+// Blocks each line until it is released.
 class HeldSink : public tarsio::Logger {
  public:
   HeldSink(std::shared_ptr<Gate> beginning, std::shared_ptr<Gate> end)
@@ -302,8 +304,8 @@ class HeldSink : public tarsio::Logger {
   const std::shared_ptr<Gate> ended;
 };
 
-// The end of the log waits a quarter of a second for lines in progress, but not for this one, which
-// never ends in the child. The fastest child counts: the machine may be busy.
+// The end of the log waits a quarter of a second for lines in progress, but not for this line,
+// which never ends in the child. Takes the fastest child, since the machine may be busy.
 void ForkWhileALineIsInTheHostsSink() {
   const auto begun = std::make_shared<Gate>();
   const auto ended = std::make_shared<Gate>();
@@ -317,7 +319,7 @@ void ForkWhileALineIsInTheHostsSink() {
   other.join();
 }
 
-// A sink that tells when it is destroyed.
+// A sink that reports its destruction.
 class TellingSink : public tarsio::Logger {
  public:
   explicit TellingSink(int pipe) : descriptor(pipe) {}
@@ -332,7 +334,7 @@ class TellingSink : public tarsio::Logger {
   const int descriptor;
 };
 
-// As a daemon does, which installs its sink once the parent has left.
+// Like a daemon that installs its sink after the parent has exited.
 void LogInAForkedChild() {
   int ends[2];
   Check(::pipe(ends) == 0, "pipe");
@@ -344,7 +346,7 @@ void LogInAForkedChild() {
       for (;;) LogLines(1);
     }).detach();
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    std::exit(0);  // NOLINT(concurrency-mt-unsafe): what this is about
+    std::exit(0);  // NOLINT(concurrency-mt-unsafe): under test
   }
   ::close(ends[1]);
   char byte = '\0';
@@ -352,9 +354,9 @@ void LogInAForkedChild() {
   Check(::waitpid(child, nullptr, 0) == child, "waitpid");
 }
 
-// ---- memory and threads that run out ----
+// ---- out of memory, out of threads ----
 
-// As long as it lives, the process gets `more` bytes of address space, and no further.
+// While it lives, the process can use only `more` further bytes of address space.
 class AddressSpaceLimit {
  public:
   explicit AddressSpaceLimit(rlim_t more) {
@@ -396,25 +398,26 @@ void ReadMoreThanMemoryHolds() {
     Expect(Throws<std::bad_alloc>(
                [&] { static_cast<void>(FileUtils::GetFileContent("large", content)); }),
            "reading");
-    Expect(content == "as before", "the output is as it was");
+    Expect(content == "as before", "the output is unchanged");
     Expect(Throws<std::bad_alloc>([&] { static_cast<void>(FileUtils::WriteFile("x", text, 0)); }),
            "writing");
     LogLines(1);
-    TARSIO_LOG(tarsio::LOG_LEVEL_ERROR, "%s", text.c_str());  // left out, so no memory is needed
+    TARSIO_LOG(tarsio::LOG_LEVEL_ERROR, "%s",
+               text.c_str());  // too long, so the message is omitted without allocating
     Expect(Throws<std::bad_alloc>([&] {
              tarsio::Log::GetInstance().DoLog(tarsio::LOG_LEVEL_ERROR, text.c_str(), 1, "f", "x");
            }),
            "a line that does not fit");
     Expect(Throws<std::bad_alloc>([&] { tarsio::Path(text).Wstr(); }), "a path");
   }
-  Expect(tarsio_test::EverydayUse(), "works on");
+  Expect(tarsio_test::EverydayUse(), "still works");
 }
 
-// Timers are started until the memory ends: of those that were, none is lost.
+// Starts timers until memory runs out. No timer that was started may be lost.
 void StartMoreTimersThanMemoryHolds() {
   tarsio_test::Events fired;
   const auto first = std::make_shared<TsTimer>(1, false);
-  first->Start();  // and the timer thread with it
+  first->Start();  // also starts the timer thread
   std::vector<std::shared_ptr<TsTimer>> timers;
   timers.reserve(4000000);
   const auto start = [&timers] {
@@ -430,7 +433,7 @@ void StartMoreTimersThanMemoryHolds() {
     for (const auto& timer : timers) timer->Stop();
     timers.clear();
   }
-  Expect(tarsio_test::EverydayUse(), "works on");
+  Expect(tarsio_test::EverydayUse(), "still works");
 }
 
 void SubmitMoreTasksThanMemoryHolds() {
@@ -455,10 +458,10 @@ void SubmitMoreTasksThanMemoryHolds() {
     released.Open();
   }
   pool->Shutdown(ThreadPool::SHUTDOWN_WAIT);
-  Expect(ran == submitted && submitted > 0, "each task that was taken runs");
+  Expect(ran == submitted && submitted > 0, "every accepted task runs");
 }
 
-// A thread's stack finds no room, which no right of the user's helps against.
+// There is no address space for a thread's stack. Privileges do not lift this limit.
 void StartThreadsWithoutRoom() {
   const auto pool = std::make_shared<ThreadPool>("pool", 2, 0, 8);
   std::atomic<int> ran{0};
@@ -480,47 +483,49 @@ void StartThreadsWithoutRoom() {
   pool->SubmitTask(std::function<void()>(task));
   later->Start();
   pool->Shutdown(ThreadPool::SHUTDOWN_WAIT);
-  Expect(ran == 4, "every task runs once the limit is lifted");
-  Expect(fired.Await(2), "so does every timer");
+  Expect(ran == 4, "every task runs after the limit is lifted");
+  Expect(fired.Await(2), "every timer fires after the limit is lifted");
 }
 
-// ---- file systems that take nothing; the current directory is on one ----
+// ---- full and read-only file systems; the current directory is on one ----
 
 void UseAFullFileSystem() {
   const std::string content(1000000, 'c');
   std::string read;
-  Expect(FileUtils::WriteFile(content, "./f", 0) == 0, "errors while writing are not told");
-  Expect(FileUtils::GetFileContent("f", read) == 0, "what is there is read");
+  Expect(FileUtils::WriteFile(content, "./f", 0) == 0, "write errors are not reported");
+  Expect(FileUtils::GetFileContent("f", read) == 0, "the file is readable");
   Expect(!read.empty() && read == content.substr(0, read.size()), "as much as fits");
   Expect(FileUtils::WriteFile("more", "./f", 0x28) == 0, "appending");
   Expect(FileUtils::WriteFile(content, "./g", 0) == 0, "another file");
-  Expect(FileUtils::GetFileContent("g", read) == 2, "which is empty");
+  Expect(FileUtils::GetFileContent("g", read) == 2, "the other file is empty");
   int made = 0;
   while (made < 100 && FileUtils::MakeDir("d" + std::to_string(made) + "/")) ++made;
-  Expect(made < 100, "no more directories than fit");
-  Expect(!MakeDirs(tarsio::Path("a\\b")) && !MakeDir(tarsio::Path("a")), "nor by other calls");
-  Expect(FileUtils::WriteFile("x", "./h", 0) == 4, "nor a file");
+  Expect(made < 100, "creating directories fails at last");
+  Expect(!MakeDirs(tarsio::Path("a\\b")) && !MakeDir(tarsio::Path("a")),
+         "other calls fail as well");
+  Expect(FileUtils::WriteFile("x", "./h", 0) == 4, "creating a file fails");
   LogLines(1);
   Expect(FileUtils::RemoveFile("f") && FileUtils::RemoveFile("g"), "removed");
-  Expect(FileUtils::WriteFile("content", "./f", 0) == 0, "room again");
-  Expect(FileUtils::GetFileContent("f", read) == 0 && read == "content", "which holds the whole");
+  Expect(FileUtils::WriteFile("content", "./f", 0) == 0, "writing works again");
+  Expect(FileUtils::GetFileContent("f", read) == 0 && read == "content", "the file is complete");
 }
 
-// After the other: with a file f and a directory d0.
+// Runs after the full file system: uses its file f and its directory d0.
 void UseAReadOnlyFileSystem() {
   for (int mode = 0; mode < 64; ++mode) {
-    Expect(FileUtils::WriteFile("new", "./f", mode) == 4, "an old file");
-    Expect(FileUtils::WriteFile("new", "./new", mode) == 4, "a new file");
-    Expect(FileUtils::WriteFile("new", "./d0", mode) == 6, "a directory");
-    Expect(FileUtils::WriteFile("new", "./missing/new", mode) == 5, "no directory");
+    Expect(FileUtils::WriteFile("new", "./f", mode) == 4, "existing file");
+    Expect(FileUtils::WriteFile("new", "./new", mode) == 4, "new file");
+    Expect(FileUtils::WriteFile("new", "./d0", mode) == 6, "directory");
+    Expect(FileUtils::WriteFile("new", "./missing/new", mode) == 5, "missing parent");
   }
   Expect(!FileUtils::MakeDir("a/") && !MakeDir(tarsio::Path("a")), "creating a directory fails");
-  Expect(!MakeDirs(tarsio::Path("a\\b")), "nor several");
-  Expect(FileUtils::MakeDir("d0/"), "one that exists is passed over");
-  Expect(!FileUtils::RemoveFile("f") && !FileUtils::RemoveDir("d0"), "nothing is removed");
+  Expect(!MakeDirs(tarsio::Path("a\\b")), "creating several fails");
+  Expect(FileUtils::MakeDir("d0/"), "an existing directory is skipped");
+  Expect(!FileUtils::RemoveFile("f") && !FileUtils::RemoveDir("d0"), "removing fails");
   std::string read;
   Expect(FileUtils::GetFileContent("f", read) == 0 && read == "content", "reading works");
-  Expect(FileUtils::CheckDirOrFileExists("f") && !FileUtils::CheckDirOrFileExists("a"), "asking");
+  Expect(FileUtils::CheckDirOrFileExists("f") && !FileUtils::CheckDirOrFileExists("a"),
+         "queries work");
 }
 
 constexpr tarsio_test::Scenario kScenarios[] = {

@@ -1,5 +1,5 @@
-// The version of the system as this system tells it: the numbers that a kernel's release begins
-// with. The library is compiled into this program, and so is a uname() that answers as a test says.
+// The system's version on Linux: the first two numbers of the kernel's release. The library is
+// compiled into this program, together with a fake uname().
 
 #include <gtest/gtest.h>
 #include <sys/utsname.h>
@@ -11,7 +11,7 @@
 
 namespace {
 
-const char* release = nullptr;  // null: the call fails
+const char* release = nullptr;  // null: uname() fails
 
 }  // namespace
 

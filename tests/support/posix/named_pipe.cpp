@@ -39,7 +39,7 @@ std::string NamedPipe::Received() const {
 
 bool NamedPipe::HasWriter() const {
   char byte = 0;
-  return ::read(state->reader, &byte, 1) != 0;  // which is the end of what was written
+  return ::read(state->reader, &byte, 1) != 0;  // 0: end of file
 }
 
 }  // namespace tarsio_test

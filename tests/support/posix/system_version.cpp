@@ -12,11 +12,11 @@
 namespace {
 
 std::atomic<int> status{0};
-std::atomic<const char*> release{nullptr};  // null: the system's own
+std::atomic<const char*> release{nullptr};  // null: the real release
 
 }  // namespace
 
-// In place of the C library's.
+// Replaces the C library's function.
 extern "C" int uname(struct utsname* system) noexcept {
   if (status != 0) {
     errno = EFAULT;

@@ -3,7 +3,8 @@
 #include <locale.h>
 #include <stdlib.h>
 
-// The C library leaks the list of folders that it makes of LOCPATH; the leak sanitizer asks here.
+// The C library leaks the list of folders that it parses from LOCPATH; the leak sanitizer calls
+// this function.
 extern "C" const char* __lsan_default_suppressions();
 extern "C" const char* __lsan_default_suppressions() { return "leak:argz_add_sep"; }
 

@@ -9,7 +9,7 @@ namespace tarsio_test {
 
 namespace {
 
-// The attributes that a thread is started with when it names none, as std::thread's never do.
+// The default attributes, which std::thread uses.
 pthread_attr_t before;
 
 void Check(int error) {
@@ -18,7 +18,7 @@ void Check(int error) {
 
 }  // namespace
 
-// No address space has room for a stack of this size.
+// A stack of this size exceeds the address space.
 RefuseThreadStarts::RefuseThreadStarts() {
   constexpr size_t kImpossibleStack = size_t{1} << 47;
   Check(pthread_getattr_default_np(&before));

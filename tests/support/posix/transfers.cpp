@@ -11,7 +11,7 @@ namespace {
 using tarsio_test::ClaimTransfer;
 using tarsio_test::MostOfATransfer;
 
-// Whether the call that is under way comes to nothing.
+// Returns whether the current call has to fail with EINTR.
 bool IsInterrupted() {
   thread_local bool interrupted = false;
   interrupted = !interrupted && MostOfATransfer() != SIZE_MAX;
@@ -21,8 +21,7 @@ bool IsInterrupted() {
 
 }  // namespace
 
-// The linker's --wrap option leads every call of NAME to __wrap_NAME, and calls of __real_NAME to
-// what NAME was.
+// The linker's --wrap option redirects calls of NAME to __wrap_NAME; __real_NAME is the original.
 extern "C" {
 
 int __real_open(const char* name, int flags, mode_t mode);

@@ -22,7 +22,7 @@ std::string Narrow(const std::wstring& wide) {
 }  // namespace
 
 std::optional<std::string> Variable(const std::string& name) {
-  std::wstring value(32768, L'\0');  // more than a value can have
+  std::wstring value(32768, L'\0');  // longer than any value
   ::SetLastError(ERROR_SUCCESS);
   const DWORD length =
       ::GetEnvironmentVariableW(Widen(name).c_str(), &value[0], static_cast<DWORD>(value.size()));

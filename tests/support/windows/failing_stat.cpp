@@ -10,7 +10,7 @@ thread_local bool failing = false;
 
 }  // namespace
 
-// The runtime's function is called through a pointer, which the linker's --wrap option replaces.
+// The runtime's function is called by a pointer, which the linker's --wrap option replaces.
 extern "C" {
 
 extern int (*__real___imp__wstat64)(const wchar_t* path, struct _stat64* status);

@@ -1,7 +1,7 @@
 #include "support/file_obstacles.h"
 
 #include <windows.h>
-// Behind the header that they need.
+// Needs windows.h first.
 #include <aclapi.h>
 #include <io.h>
 
@@ -14,7 +14,7 @@ struct NoFreeFileHandles::State {
   std::vector<int> copies;
 };
 
-// Takes every descriptor that the runtime has.
+// Uses up the runtime's descriptors.
 NoFreeFileHandles::NoFreeFileHandles() : state(std::make_unique<State>()) {
   for (int copy = ::_dup(1); copy >= 0; copy = ::_dup(1)) state->copies.push_back(copy);
 }
@@ -23,7 +23,7 @@ NoFreeFileHandles::~NoFreeFileHandles() {
   for (const int copy : state->copies) ::_close(copy);
 }
 
-// A file in the current directory whose bytes are locked. Wine lets a write through all the same.
+// A file in the current directory whose bytes are locked. Wine permits the write anyway.
 struct FileThatTakesNothing::State {
   HANDLE file = INVALID_HANDLE_VALUE;
 };
@@ -41,14 +41,14 @@ FileThatTakesNothing::~FileThatTakesNothing() { ::CloseHandle(state->file); }
 
 std::string FileThatTakesNothing::Text() const { return R"(.\locked.bin)"; }
 
-// The system has no such limit.
+// Windows has no such limit.
 struct FileSizeLimit::State {};
 
 FileSizeLimit::FileSizeLimit(uint64_t /*bytes*/) {}
 FileSizeLimit::~FileSizeLimit() = default;
 uint64_t FileSizeLimit::Bytes() const { return UINT64_MAX; }
 
-// Open, and shared with nobody, or with writers alone.
+// Open without sharing, or shared with writers only.
 struct ForbiddenFile::State {
   HANDLE file = INVALID_HANDLE_VALUE;
 };
@@ -61,8 +61,8 @@ ForbiddenFile::ForbiddenFile(const std::string& name, bool writable)
 
 ForbiddenFile::~ForbiddenFile() { ::CloseHandle(state->file); }
 
-// What is denied is passed on to all that is below. (Wine leaves it to the rights of its own user,
-// whom nothing may be kept from.)
+// The denial is inherited by everything below. Wine leaves it to the permissions of its Unix user,
+// who may be root.
 struct ForbiddenDirectory::State {
   void Set(ACL* list) {
     ::SetNamedSecurityInfoA(name.data(), SE_FILE_OBJECT, DACL_SECURITY_INFORMATION, nullptr,
@@ -70,7 +70,7 @@ struct ForbiddenDirectory::State {
   }
 
   std::string name;
-  ACL* before = nullptr;  // a part of the descriptor
+  ACL* before = nullptr;  // points into the descriptor
   PSECURITY_DESCRIPTOR descriptor = nullptr;
 };
 

@@ -1,5 +1,5 @@
-// What the library looks up in the system's modules, and when. The library is compiled into this
-// program, and so is a GetProcAddress() that counts.
+// When and what the library looks up in the system's modules. The library is compiled into this
+// program, together with a GetProcAddress() that counts its calls.
 
 #include <gtest/gtest.h>
 #include <windows.h>
@@ -27,7 +27,7 @@ using tarsio_test::Gate;
 using tarsio_test::ScopedDirectory;
 
 std::atomic<int> lookUps{0};
-DWORD sizeField = 1;  // of the record that RtlGetVersion was called with last
+DWORD sizeField = 1;  // of the record of the last call of RtlGetVersion
 
 LONG WINAPI Version(OSVERSIONINFOW* record) {
   sizeField = record->dwOSVersionInfoSize;
@@ -38,7 +38,7 @@ LONG WINAPI Version(OSVERSIONINFOW* record) {
 
 }  // namespace
 
-// The call goes through a pointer, which the linker's --wrap option replaces.
+// The function is called by a pointer, which the linker's --wrap option replaces.
 extern "C" {
 
 extern FARPROC(WINAPI* __real___imp_GetProcAddress)(HMODULE module, LPCSTR name);
@@ -54,10 +54,10 @@ FARPROC(WINAPI* __wrap___imp_GetProcAddress)(HMODULE module, LPCSTR name) = Wrap
 
 namespace {
 
-// A look-up waits while another thread loads a module, whose initialisers may wait for a lock of
-// the library's.
+// A look-up blocks while another thread loads a module, and that module's initializers may wait for
+// a lock of the library.
 TEST(LookUps, AtLoadTime) {
-  EXPECT_GE(lookUps, 3) << "the wrapper is not in use";
+  EXPECT_GE(lookUps, 3) << "the wrapper was not called";
   lookUps = 0;
   auto info = std::make_shared<tarsio::ClientDeviceInfo>();
   EXPECT_TRUE(tarsio::SysInfo::GetClientOsInfo(info));

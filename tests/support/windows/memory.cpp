@@ -1,7 +1,7 @@
 #include "support/memory.h"
 
 #include <windows.h>
-// Behind it, since it needs it.
+// Needs windows.h first.
 #include <psapi.h>
 
 namespace tarsio_test {
@@ -16,7 +16,7 @@ uint64_t ProcessMemory() {
   PROCESS_MEMORY_COUNTERS_EX counters{};
   ::GetProcessMemoryInfo(::GetCurrentProcess(),
                          reinterpret_cast<PROCESS_MEMORY_COUNTERS*>(&counters), sizeof counters);
-  // Wine tells only the pages that are in main memory.
+  // Wine only reports resident pages.
   return counters.PrivateUsage != 0 ? counters.PrivateUsage : counters.WorkingSetSize;
 }
 

@@ -1,5 +1,5 @@
-// A program in a directory of its own loads a module by its full path, as docs/security.md has it,
-// while the current directory holds planted libraries.
+// A program in a separate directory that loads a module by its full path, as docs/security.md
+// recommends, while the current directory contains planted libraries.
 //
 //     planted_host MODULE
 
@@ -12,7 +12,7 @@
 namespace {
 
 int Fail(const char* what) {
-  std::fprintf(stderr, "not so: %s\n", what);
+  std::fprintf(stderr, "%s\n", what);
   return 1;
 }
 
@@ -23,14 +23,14 @@ int main(int argc, char** argv) {
   std::array<char, 1000> path{};
   const DWORD size = static_cast<DWORD>(path.size());
   if (::GetFullPathNameA(argv[1], size, path.data(), nullptr) == 0) return 2;
-  if (!std::filesystem::exists("planted")) return Fail("libraries are planted here");
+  if (!std::filesystem::exists("planted")) return Fail("no planted libraries here");
   std::filesystem::remove("taken");
   const HMODULE module = ::LoadLibraryExA(
       path.data(), nullptr, LOAD_LIBRARY_SEARCH_DLL_LOAD_DIR | LOAD_LIBRARY_SEARCH_SYSTEM32);
-  if (module == nullptr) return Fail("the module is loaded");
+  if (module == nullptr) return Fail("the module cannot be loaded");
   const auto use = reinterpret_cast<bool (*)()>(
       reinterpret_cast<void (*)()>(::GetProcAddress(module, "UsePlugin")));
-  if (use == nullptr || !use()) return Fail("the module works");
-  if (std::filesystem::exists("taken")) return Fail("no planted library is taken");
+  if (use == nullptr || !use()) return Fail("the module does not work");
+  if (std::filesystem::exists("taken")) return Fail("a planted library was loaded");
   return 0;
 }

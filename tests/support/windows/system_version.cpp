@@ -16,7 +16,7 @@ using Code = std::array<BYTE, 20>;
 
 Code before;
 
-// Writes the two numbers into the caller's record and returns the status.
+// Machine code that writes the two numbers into the caller's record and returns the status.
 Code Answer(int32_t status, uint32_t major, uint32_t minor) {
   // mov dword ptr [rcx + 4], major; mov dword ptr [rcx + 8], minor; mov eax, status; ret
   Code code = {0xC7, 0x41, 4, 0, 0, 0, 0, 0xC7, 0x41, 8, 0, 0, 0, 0, 0xB8, 0, 0, 0, 0, 0xC3};
@@ -32,7 +32,7 @@ T VersionCall() {
       reinterpret_cast<void (*)()>(::GetProcAddress(::GetModuleHandleA("ntdll"), "RtlGetVersion")));
 }
 
-// Puts `code` at the beginning of the call; returns what was there.
+// Overwrites the start of the function with `code` and returns the previous bytes.
 Code Exchange(const Code& code) {
   BYTE* const start = VersionCall<BYTE*>();
   DWORD protection = 0;
@@ -54,7 +54,7 @@ std::string SystemVersion() {
   return std::to_string(version.dwMajorVersion) + '.' + std::to_string(version.dwMinorVersion);
 }
 
-// Errors, warnings and information: whatever is not zero.
+// Errors, warnings and information: all values but zero.
 std::vector<int32_t> SystemVersionFailures() {
   constexpr auto kUnsuccessful = static_cast<int32_t>(0xC0000001);
   constexpr auto kNoMoreFiles = static_cast<int32_t>(0x80000006);

@@ -6,7 +6,7 @@ namespace tarsio_test {
 
 void FindTestLocales() {}
 
-// This runtime gives a thread no locale of its own; so it is the process's, meanwhile.
+// This runtime has no per-thread locales, so the process's locale is set.
 ThreadLocale::ThreadLocale() {
   set = ::setlocale(LC_CTYPE, "English_United States.1252") != nullptr;
 }

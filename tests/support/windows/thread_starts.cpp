@@ -25,8 +25,8 @@ T* At(BYTE* base, ULONGLONG offset) {
   return reinterpret_cast<T*>(base + offset);
 }
 
-// Where the thread library behind std::thread keeps the address of the runtime call that starts a
-// thread: the entry of its import table.
+// Returns the import table entry of the thread library behind std::thread with the address of the
+// runtime function that starts a thread.
 ULONGLONG* StartAddress() {
   BYTE* const base = reinterpret_cast<BYTE*>(::GetModuleHandleW(L"libwinpthread-1.dll"));
   if (base == nullptr) std::abort();
@@ -48,7 +48,7 @@ ULONGLONG* StartAddress() {
   std::abort();
 }
 
-// Returns what was there before.
+// Returns the previous value.
 ULONGLONG Exchange(ULONGLONG* slot, ULONGLONG value) {
   DWORD protection = 0;
   if (::VirtualProtect(slot, sizeof *slot, PAGE_READWRITE, &protection) == 0) std::abort();

@@ -14,8 +14,8 @@ unsigned Limited(unsigned size) {
 
 }  // namespace
 
-// The runtime's functions are called through pointers. The linker's --wrap option leads a use of
-// the pointer __imp_NAME to __wrap___imp_NAME, and one of __real___imp_NAME to what __imp_NAME was.
+// The runtime's functions are called by pointers. The linker's --wrap option redirects the pointer
+// __imp_NAME to __wrap___imp_NAME; __real___imp_NAME is the original.
 extern "C" {
 
 extern int (*__real___imp__read)(int descriptor, void* buffer, unsigned size);
