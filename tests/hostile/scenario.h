@@ -21,7 +21,7 @@ inline std::atomic<int> failures{0};
 // Prints `what` to standard error if the check fails; the scenario goes on.
 inline void Expect(bool holds, const std::string& what) {
   if (holds) return;
-  if (++failures <= 20) std::fprintf(stderr, "not so: %s\n", what.c_str());
+  if (++failures <= 20) std::fprintf(stderr, "failed: %s\n", what.c_str());
 }
 
 template <size_t N>

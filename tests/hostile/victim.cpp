@@ -43,7 +43,7 @@ void Use(const std::string& name, int rounds) {
     const int got = FileUtils::GetFileContent(name, content);
     Expect(got >= 0 && got <= 3, "GetFileContent: " + std::to_string(got));
     Expect(got == 0 || content == (got == 3 ? "" : "as before"), "output after a failure");
-    Expect(got != 0 || !content.empty(), "success with empty output");
+    Expect(got != 0 || !content.empty(), "a successful read has content");
     const Path path(name);
     static_cast<void>(path.FileSize());
     static_cast<void>(path.Exists());

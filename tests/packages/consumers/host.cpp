@@ -36,7 +36,7 @@ void Check(bool right, const char* what) {
   ++checks;
   if (right) return;
   ++failures;
-  std::printf("wrong: %s\n", what);
+  std::printf("failed: %s\n", what);
 }
 
 // Called by the library, with memory that the library allocated.
