@@ -5,9 +5,9 @@
 #include <stdexcept>
 
 #include "common/charset_cvt.h"
+#include "reference/utf.h"
 #include "require.h"
 #include "support/recording_logger.h"
-#include "utf_reference.h"
 
 namespace tarsio_fuzz {
 
@@ -22,13 +22,13 @@ using tarsio_test::LogRecords;
 bool ReferenceIsU8(const std::string& s) {
   size_t wanted = 0;
   for (size_t i = 0; i < s.size(); ++i) {
-    const unsigned char byte = ByteAt(s, i);
+    const unsigned char byte = reference::ByteAt(s, i);
     size_t ones = 0;
     while (ones < 8 && (byte >> (7 - ones) & 1) == 1) ++ones;
     if ((ones == 1) != (wanted > 0) || ones > 4) return false;
     if (ones == 1) --wanted;
     if (ones > 1) wanted = ones - 1;
-    if (byte == 0xED && i + 1 < s.size() && ByteAt(s, i + 1) >= 0xA0) return false;
+    if (byte == 0xED && i + 1 < s.size() && reference::ByteAt(s, i + 1) >= 0xA0) return false;
   }
   return !s.empty() && wanted == 0;
 }
@@ -45,19 +45,19 @@ std::string Logged(const LogRecords& records) {
 // This C library also decodes characters above U+10FFFF, as older UTF-8 did. Returns the length of
 // such a character, or 0.
 size_t OldCharacterLength(const std::string& s, size_t index) {
-  const unsigned char lead = ByteAt(s, index);
+  const unsigned char lead = reference::ByteAt(s, index);
   const size_t length = lead >= 0xFC ? 6 : lead >= 0xF8 ? 5 : 4;
-  if (!Within(lead, 0xF4, 0xFD) || index + length > s.size()) return 0;
+  if (!reference::Within(lead, 0xF4, 0xFD) || index + length > s.size()) return 0;
   const unsigned char first = lead == 0xF8 ? 0x88 : lead == 0xFC ? 0x84 : 0x80;
   for (size_t i = 1; i < length; ++i) {
-    if (!Within(ByteAt(s, index + i), i == 1 ? first : 0x80, 0xBF)) return 0;
+    if (!reference::Within(reference::ByteAt(s, index + i), i == 1 ? first : 0x80, 0xBF)) return 0;
   }
   return length;
 }
 
 bool AreContinuations(const std::string& s, size_t begin) {
   for (size_t i = begin; i < s.size(); ++i) {
-    if (!Within(ByteAt(s, i), 0x80, 0xBF)) return false;
+    if (!reference::Within(reference::ByteAt(s, i), 0x80, 0xBF)) return false;
   }
   return true;
 }
@@ -68,8 +68,8 @@ void FromUserEncoding(const std::string& s) {
   bool wide = false;
   size_t index = 0;
   while (index < s.size()) {
-    size_t length = CharacterLength(s, index);
-    const char32_t character = length > 0 ? CharacterAt(s, index, length) : 0x110000;
+    size_t length = reference::CharacterLength(s, index);
+    const char32_t character = length > 0 ? reference::CharacterAt(s, index, length) : 0x110000;
     if (length == 0) length = OldCharacterLength(s, index);
     if (length == 0) break;
     wide = wide || character > 0xFF;
@@ -109,7 +109,7 @@ void ToUserEncoding(const std::string& s) {
     return;
   }
   std::string expected;
-  for (const char c : s) expected += EncodeUtf8(static_cast<unsigned char>(c));
+  for (const char c : s) expected += reference::EncodeUtf8(static_cast<unsigned char>(c));
   Require(converted == expected && logged.empty(), "U8ToMb() encodes each byte");
 }
 
@@ -121,7 +121,8 @@ void BytesToUnits(const std::string& s, Units (*convert)(const std::string&), bo
   Require(Logged(*records) == (s.empty() ? "Parameter is empty!;" : ""), "empty input is logged");
   Require(units.size() == s.size(), "one unit per byte");
   for (size_t i = 0; i < s.size(); ++i) {
-    const int value = ByteAt(s, i) - (isSigned && ByteAt(s, i) > 0x7F ? 0x100 : 0);
+    const int value =
+        reference::ByteAt(s, i) - (isSigned && reference::ByteAt(s, i) > 0x7F ? 0x100 : 0);
     Require(units[i] == static_cast<typename Units::value_type>(value),
             "the unit has the byte's value");
   }
@@ -154,8 +155,8 @@ void UnitsToBytes(FuzzedDataProvider& input, std::string (*convert)(const Units&
 void Environment(const std::string& value) {
   const std::string text = value.substr(0, value.find('\0'));
   Require(::setenv("TARSIO_FUZZ", text.c_str(), 1) == 0, "setenv");
-  const std::wstring units = ReferenceWiden(text);
-  const std::string utf8 = ReferenceNarrow(units);
+  const std::wstring units = reference::Widen(text);
+  const std::string utf8 = reference::Narrow(units);
   const bool fits = units.size() < 256 && utf8.size() <= 254;
   Require(CharsetCvt::GetEnv(L"TARSIO_FUZZ", "unused") == (fits ? utf8 : ""), "GetEnv()");
   const std::wstring beginning = L"TARSIO_FUZZ=" + units.substr(0, units.find(L'='));

@@ -11,7 +11,7 @@
 #include <string>
 
 #include "common/log.h"
-#include "path_reference.h"
+#include "reference/path.h"
 #include "require.h"
 #include "support/recording_logger.h"
 
@@ -54,7 +54,7 @@ std::string LevelName(int level) {
 void CheckLine(const std::string& line, const Message& message, const std::string& text) {
   const size_t timeEnd = line.find(']') + 1;
   CheckTime(line.substr(0, timeEnd));
-  ReferencePath file;
+  reference::Path file;
   file.Set(message.file, 0);
   const std::string expected = '[' + LevelName(message.level) + "][" + file.Filename() + ':' +
                                std::to_string(message.line) + "] " + text;

@@ -8,9 +8,9 @@
 #include <system_error>
 
 #include "common/path.h"
-#include "path_reference.h"
+#include "reference/path.h"
+#include "reference/utf.h"
 #include "require.h"
-#include "utf_reference.h"
 
 namespace tarsio_fuzz {
 
@@ -21,17 +21,17 @@ using tarsio::PathResolver;
 
 struct Pair {
   Path path;
-  ReferencePath reference;
+  reference::Path reference;
 };
 
 void Compare(const Pair& pair) {
   const Path& path = pair.path;
-  const ReferencePath& reference = pair.reference;
+  const reference::Path& reference = pair.reference;
   for (const int style : {0, 1, 2}) {
     const auto pathStyle = static_cast<Path::PathType>(style);
     const std::string text = path.Str(pathStyle);
     Require(text == reference.Str(style), "Str()");
-    Require(path.Wstr(pathStyle) == ReferenceWiden(text), "Wstr() is Str() in UTF-16");
+    Require(path.Wstr(pathStyle) == reference::Widen(text), "Wstr() is Str() in UTF-16");
   }
   Require(path.Filename() == reference.Filename(), "Filename()");
   Require(path.Extension() == reference.Extension(), "Extension()");
@@ -43,8 +43,8 @@ void Compare(const Pair& pair) {
 
 // Parses with both implementations. Either both succeed, or both throw.
 void Parse(Pair& pair, const std::string& text, bool wide, int type) {
-  const std::wstring units = wide ? ReferenceWiden(text) : std::wstring();
-  const std::string bytes = wide ? ReferenceNarrow(units) : text;
+  const std::wstring units = wide ? reference::Widen(text) : std::wstring();
+  const std::string bytes = wide ? reference::Narrow(units) : text;
   Pair parsed = pair;  // a copy, since Set() may keep the old share flag
   bool referenceThrows = false;
   try {
@@ -67,13 +67,14 @@ void Parse(Pair& pair, const std::string& text, bool wide, int type) {
 // An absolute path on a drive or a share can be printed and parsed again, unless it has components
 // that parsing cannot produce.
 void PrintAndParse(const Pair& pair) {
-  const ReferencePath& reference = pair.reference;
+  const reference::Path& reference = pair.reference;
   if (reference.type != 0 || !reference.absolute || reference.components.size() < 2) return;
   for (const std::string& component : reference.components) {
     if (component.empty() || component.find_first_of("/\\") != std::string::npos) return;
   }
   const std::string& first = reference.components[0];
-  const bool isDrive = first.size() == 2 && std::isalpha(ByteAt(first, 0)) != 0 && first[1] == ':';
+  const bool isDrive =
+      first.size() == 2 && std::isalpha(reference::ByteAt(first, 0)) != 0 && first[1] == ':';
   if (reference.share ? first == "?" : !isDrive) return;  // \\?\x is parsed as a prefix
   const Path again(pair.path.Str());
   Require(again == pair.path && again.IsAbsolute() && again.Str() == pair.path.Str(),
@@ -86,15 +87,16 @@ void AskTheSystem(const Path& path) {
           "an existing path is a file or a directory");
   Require(!(path.IsFile() && path.IsDirectory()), "a path is not both file and directory");
   Require(exists || path.FileSize() == 0, "a missing file has size 0");
-  const Components current = SplitAtSeparators(std::filesystem::current_path().string());
-  const std::string text = ReferenceNarrow(path.Wstr());
-  std::string full = ReferenceFullPath(text, current);
-  if (ReferenceWiden(full).size() >= 32767) full.clear();
-  ReferencePath parsed;
+  const reference::Components current =
+      reference::SplitAtSeparators(std::filesystem::current_path().string());
+  const std::string text = reference::Narrow(path.Wstr());
+  std::string full = reference::FullPath(text, current);
+  if (reference::Widen(full).size() >= 32767) full.clear();
+  reference::Path parsed;
   parsed.Set(full, 0);
   Require(path.Absolute().Str() == parsed.Str(0), "Absolute() is the full path");
 
-  const std::optional<std::string> native = ReferenceNativeName(text, current);
+  const std::optional<std::string> native = reference::NativeName(text, current);
   std::error_code ignored;
   Require(exists == (native && std::filesystem::exists(*native, ignored)),
           "Exists() agrees with the file system");

@@ -5,8 +5,9 @@
 #include <vector>
 
 #include "common/string_utils.h"
+#include "reference/sha256.h"
+#include "reference/split.h"
 #include "require.h"
-#include "support/sha256.h"
 
 namespace tarsio_fuzz {
 
@@ -14,49 +15,6 @@ namespace {
 
 using tarsio::StringUtils;
 using Pieces = std::vector<std::string>;
-
-bool OccursAt(const std::string& s, const std::string& part, size_t index) {
-  if (index + part.size() > s.size()) return false;
-  for (size_t i = 0; i < part.size(); ++i) {
-    if (s[index + i] != part[i]) return false;
-  }
-  return true;
-}
-
-// Returns the pieces between delimiters, and the rest after the last one. `delimiter` must not be
-// empty.
-Pieces Cut(const std::string& s, const std::string& delimiter, size_t mostCuts) {
-  Pieces pieces{""};
-  for (size_t i = 0; i < s.size();) {
-    if (pieces.size() <= mostCuts && OccursAt(s, delimiter, i)) {
-      pieces.emplace_back();
-      i += delimiter.size();
-    } else {
-      pieces.back() += s[i++];
-    }
-  }
-  return pieces;
-}
-
-Pieces ReferenceSplit(const std::string& s, const std::string& delimiter) {
-  if (s.empty()) return {};
-  if (delimiter.empty()) return {s};
-  Pieces pieces = Cut(s + delimiter, delimiter, s.size() + 1);
-  pieces.pop_back();  // the empty piece after the added delimiter
-  return pieces;
-}
-
-Pieces ReferenceSplitAll(const std::string& s, const std::string& delimiter) {
-  if (delimiter.empty()) return {s};
-  Pieces pieces = Cut(s, delimiter, s.size());
-  if (pieces.size() == 1 && !s.empty()) return {s, s};
-  if (pieces.size() > 1 && pieces.back().empty()) pieces.pop_back();
-  return pieces;
-}
-
-Pieces ReferenceSplitFirst(const std::string& s, const std::string& delimiter) {
-  return delimiter.empty() ? Pieces{"", s} : Cut(s, delimiter, 1);
-}
 
 std::string ReferenceTrim(std::string s) {
   const std::string white = " \t\n\v\f\r";
@@ -81,7 +39,7 @@ void Map(const std::string& s) {
 
 void Digest(const std::string& s) {
   std::string expected;
-  for (const unsigned char byte : tarsio_test::Sha256(s)) {
+  for (const unsigned char byte : reference::Sha256(s)) {
     char text[3];
     std::snprintf(text, sizeof text, "%2x", byte);
     expected += text;
@@ -97,18 +55,18 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const char replacement = input.ConsumeIntegral<char>();
   const std::string s = input.ConsumeRemainingBytesAsString();
 
-  Require(StringUtils::SplitString(s, part) == ReferenceSplit(s, part), "SplitString()");
-  Require(StringUtils::SplitAllByString(s, part) == ReferenceSplitAll(s, part),
+  Require(StringUtils::SplitString(s, part) == reference::SplitString(s, part), "SplitString()");
+  Require(StringUtils::SplitAllByString(s, part) == reference::SplitAllByString(s, part),
           "SplitAllByString()");
-  Require(StringUtils::SplitFristByString(s, part) == ReferenceSplitFirst(s, part),
+  Require(StringUtils::SplitFristByString(s, part) == reference::SplitFirstByString(s, part),
           "SplitFristByString()");
 
   bool occurs = false;
-  for (size_t i = 0; i <= s.size(); ++i) occurs = occurs || OccursAt(s, part, i);
+  for (size_t i = 0; i <= s.size(); ++i) occurs = occurs || reference::OccursAt(s, part, i);
   Require(StringUtils::Contains(s, part) == occurs, "Contains()");
-  Require(StringUtils::StartsWith(s, part) == OccursAt(s, part, 0), "StartsWith()");
+  Require(StringUtils::StartsWith(s, part) == reference::OccursAt(s, part, 0), "StartsWith()");
   Require(StringUtils::EndsWith(s, part) ==
-              (s.size() >= part.size() && OccursAt(s, part, s.size() - part.size())),
+              (s.size() >= part.size() && reference::OccursAt(s, part, s.size() - part.size())),
           "EndsWith()");
 
   std::string replaced = s;

@@ -17,6 +17,8 @@
 #include <utility>
 #include <vector>
 
+#include "reference/path.h"
+#include "reference/utf.h"
 #include "support/native_name.h"
 #include "support/recording_logger.h"
 #include "support/scoped_directory.h"
@@ -119,85 +121,6 @@ std::string Repeat(const std::string& text, size_t count) {
 
 bool StartsWith(const std::string& text, const std::string& prefix) {
   return text.compare(0, prefix.size(), prefix) == 0;
-}
-
-// ---- UTF-8 and UTF-16, converted by a simple reference implementation ----
-
-bool IsSurrogate(uint32_t value) { return value >= 0xD800 && value < 0xE000; }
-
-std::wstring ReferenceUtf16(const std::string& bytes) {
-  std::wstring text;
-  for (size_t i = 0; i < bytes.size();) {
-    const auto lead = static_cast<unsigned char>(bytes[i]);
-    const size_t size = lead < 0x80                   ? 1
-                        : lead >= 0xC2 && lead < 0xE0 ? 2
-                        : lead >= 0xE0 && lead < 0xF0 ? 3
-                        : lead >= 0xF0 && lead < 0xF5 ? 4
-                                                      : 0;
-    if (size == 1) {
-      text += static_cast<wchar_t>(lead);
-      ++i;
-      continue;
-    }
-    // Wine replaces the whole rest, valid characters included, if it is shorter than the sequence.
-    const bool swallowed = size > bytes.size() - i && RunsUnderWine();
-    if (size == 0 || swallowed) {
-      text += L'\xFFFD';
-      i = swallowed ? bytes.size() : i + 1;
-      continue;
-    }
-    // The range of values that the bytes read so far can still lead to.
-    const uint32_t smallest = size == 2 ? 0x80 : size == 3 ? 0x800 : 0x10000;
-    uint32_t low = lead & (0x7Fu >> size);
-    size_t used = 1;
-    bool good = true;
-    while (good && used < size) {
-      const auto byte = static_cast<unsigned char>(bytes[i + used]);
-      if (byte / 64 != 2) break;
-      low = low * 64 + byte % 64;
-      ++used;
-      const auto open = static_cast<uint32_t>(6 * (size - used));
-      const uint32_t first = low << open;
-      const uint32_t last = first + ((1u << open) - 1);
-      good = last >= smallest && first <= 0x10FFFF && !(IsSurrogate(first) && IsSurrogate(last));
-    }
-    if (!good || used < size) {
-      text += L'\xFFFD';
-    } else if (low < 0x10000) {
-      text += static_cast<wchar_t>(low);
-    } else {
-      text += static_cast<wchar_t>(0xD800 + (low - 0x10000) / 0x400);
-      text += static_cast<wchar_t>(0xDC00 + (low - 0x10000) % 0x400);
-    }
-    i += used;
-  }
-  return text;
-}
-
-std::string ReferenceUtf8(const std::wstring& units) {
-  std::string text;
-  for (size_t i = 0; i < units.size(); ++i) {
-    auto value = static_cast<uint32_t>(units[i]);
-    const uint32_t next = i + 1 < units.size() ? static_cast<uint32_t>(units[i + 1]) : 0;
-    if (value / 0x400 == 0xD800 / 0x400 && next / 0x400 == 0xDC00 / 0x400) {
-      value = 0x10000 + (value - 0xD800) * 0x400 + (next - 0xDC00);
-      ++i;
-    }
-    if (IsSurrogate(value)) value = 0xFFFD;
-    const auto tail = [&](uint32_t shift) {
-      return static_cast<char>(0x80 + (value >> shift) % 64);
-    };
-    if (value < 0x80) {
-      text += static_cast<char>(value);
-    } else if (value < 0x800) {
-      text += {static_cast<char>(0xC0 + value / 64), tail(0)};
-    } else if (value < 0x10000) {
-      text += {static_cast<char>(0xE0 + value / 4096), tail(6), tail(0)};
-    } else {
-      text += {static_cast<char>(0xF0 + (value >> 18)), tail(12), tail(6), tail(0)};
-    }
-  }
-  return text;
 }
 
 // ---- construction ----
@@ -458,7 +381,7 @@ TEST(Path, WindowsParsing) {
 
 TEST(Path, WideParsing) {
   for (const ParseRow& row : kWindowsRows) {
-    const std::wstring wide = ReferenceUtf16(row.text);
+    const std::wstring wide = reference::Widen(row.text);
     ExpectParses(row, Path(wide), Path::WINDOWS_PATH);
     ExpectParses(row, Path(wide.c_str()), Path::WINDOWS_PATH);
     Path assigned = Parsed("/z", Path::POSIX_PATH);
@@ -1293,9 +1216,10 @@ TEST(Path, RandomConversion) {
       bytes += random() % 3 != 0 ? limits[random() % limits.size()]
                                  : static_cast<char>(1 + random() % 255);
     }
+    if (RunsUnderWine()) bytes += "aaa";  // Wine drops the rest after an incomplete sequence
     const Path path = Parsed(bytes, Path::POSIX_PATH);
     const std::string printed = path.Str(Path::POSIX_PATH);
-    ASSERT_EQ(path.Wstr(Path::POSIX_PATH), ReferenceUtf16(printed))
+    ASSERT_EQ(path.Wstr(Path::POSIX_PATH), reference::Widen(printed))
         << testing::PrintToString(bytes);
 
     std::wstring wide;
@@ -1306,97 +1230,11 @@ TEST(Path, RandomConversion) {
     Path fromWide;
     fromWide.Set(wide, Path::POSIX_PATH);
     ASSERT_EQ(fromWide.Str(Path::POSIX_PATH),
-              Parsed(ReferenceUtf8(wide), Path::POSIX_PATH).Str(Path::POSIX_PATH));
+              Parsed(reference::Narrow(wide), Path::POSIX_PATH).Str(Path::POSIX_PATH));
   }
 }
 
 // ---- random strings against a reference implementation ----
-
-struct Model {
-  Path::PathType type = Path::WINDOWS_PATH;
-  Components components;
-  bool absolute = false;
-  bool share = false;
-
-  static bool IsSeparator(char c, Path::PathType type) {
-    return c == '/' || (c == '\\' && type == Path::WINDOWS_PATH);
-  }
-
-  // Splits `text`; returns false if a component begins after the first NUL.
-  static bool Split(const std::string& text, Path::PathType type, Components* components) {
-    bool inside = false;
-    bool cut = false;
-    for (const char c : text) {
-      if (IsSeparator(c, type)) {
-        inside = false;
-        continue;
-      }
-      if (!inside) {
-        if (cut) return false;
-        components->emplace_back();
-      }
-      inside = true;
-      cut = cut || c == '\0';
-      if (!cut) components->back() += c;
-    }
-    return true;
-  }
-
-  bool Parse(std::string text, Path::PathType newType) {
-    type = newType;
-    components.clear();
-    if (type != Path::WINDOWS_PATH) {
-      absolute = text[0] == '/';
-      return Split(text, type, &components);
-    }
-    absolute = share = false;
-    const auto begins = [&text](const char* prefix) { return text.find(prefix) == 0; };
-    if (begins(R"(\\?\)")) text = text.substr(4);
-    if (begins(R"(\\)")) {
-      text = text.substr(2);
-      for (const char c : text) share = share || IsSeparator(c, type);
-      absolute = share;
-    } else if (begins(R"(UNC\)")) {
-      text = text.substr(4);
-      absolute = share = true;
-    } else if (text.size() > 2 &&
-               ((text[0] >= 'A' && text[0] <= 'Z') || (text[0] >= 'a' && text[0] <= 'z'))) {
-      absolute = text[1] == ':' && IsSeparator(text[2], type);
-    }
-    return Split(text, type, &components);
-  }
-
-  std::string Print(Path::PathType style) const {
-    std::string body;
-    for (const std::string& component : components) {
-      body += component + (style == Path::POSIX_PATH ? '/' : '\\');
-    }
-    const size_t printed = (body.empty() ? 0 : body.size() - 1) + (share ? 2 : 0);
-    if (!body.empty()) body.pop_back();
-    if (!absolute) return body;
-    if (type == Path::POSIX_PATH) return "/" + body;
-    if (printed < 260) return (share ? R"(\\)" : "") + body;
-    return (share ? R"(\\?\UNC\)" : R"(\\?\)") + body;
-  }
-
-  Model Parent() const {
-    Model parent = *this;
-    parent.type = Path::WINDOWS_PATH;
-    if (!components.empty()) {
-      parent.components.pop_back();
-    } else if (!absolute) {
-      parent.components.push_back("..");
-    }
-    return parent;
-  }
-
-  Model Joined(const Model& other) const {
-    Model joined = *this;
-    if (other.absolute || other.type != type) return joined;
-    for (const std::string& component : other.components) joined.components.push_back(component);
-    return joined;
-  }
-};
 
 class RandomTexts {
  public:
@@ -1435,8 +1273,8 @@ class RandomTexts {
   std::mt19937_64 random;
 };
 
-void ExpectSame(const Path& path, const Model& model, Path::PathType style) {
-  EXPECT_EQ(path.Str(style), model.Print(style));
+void ExpectSame(const Path& path, const reference::Path& model, Path::PathType style) {
+  EXPECT_EQ(path.Str(style), model.Str(style));
   EXPECT_EQ(path.Length(), model.components.size());
   EXPECT_EQ(path.IsAbsolute(), model.absolute);
 }
@@ -1446,15 +1284,20 @@ void ExpectSame(const Path& path, const Model& model, Path::PathType style) {
 TEST(Path, RandomStrings) {
   RandomTexts random(3141592653);
   Path path;
-  Model model;
+  reference::Path model;
   Path earlier;
-  Model earlierModel;
+  reference::Path earlierModel;
   int refused = 0;
   for (int i = 0; i < 1000000; ++i) {
     const std::string text = random.Text();
     const Path::PathType type = random.Type();
     const Path::PathType style = random.Type();
-    const bool fits = model.Parse(text, type);
+    bool fits = true;
+    try {
+      model.Set(text, type);
+    } catch (const std::out_of_range&) {
+      fits = false;
+    }
     try {
       path.Set(text, type);
       EXPECT_TRUE(fits);
@@ -1465,14 +1308,15 @@ TEST(Path, RandomStrings) {
     if (!fits) {
       ++refused;
       path = Path();
-      model = Model();
+      model = reference::Path();
     }
     ExpectSame(path, model, Path::WINDOWS_PATH);
     ExpectSame(path, model, style);
     ExpectSame(path.ParentPath(), model.Parent(), style);
     ExpectSame(path / earlier, model.Joined(earlierModel), style);
     EXPECT_EQ(path == earlier, model.components == earlierModel.components);
-    EXPECT_EQ(path.Filename(), model.components.empty() ? "" : model.components.back());
+    EXPECT_EQ(path.Filename(), model.Filename());
+    EXPECT_EQ(path.Extension(), model.Extension());
     ASSERT_FALSE(HasFailure()) << testing::PrintToString(text) << " as type " << type;
     if (i % 3 == 0) {
       earlier = path;

@@ -20,9 +20,10 @@
 #include <vector>
 
 #include "common/charset_cvt.h"
+#include "reference/sha256.h"
+#include "reference/split.h"
 #include "support/environment.h"
 #include "support/recording_logger.h"
-#include "support/sha256.h"
 #include "support/thread_locale.h"
 
 namespace {
@@ -135,47 +136,6 @@ TEST(SplitString, Nul) {
   EXPECT_EQ(StringUtils::SplitString(text, nulComma), (Pieces{std::string("a\0b,", 4), "c"}));
 }
 
-// The three rules as one pass over the input, byte by byte.
-struct Walk {
-  Pieces closed;     // pieces terminated by a delimiter
-  std::string open;  // the rest after the last one
-};
-
-Walk WalkOver(const std::string& text, const std::string& delimiter, size_t atMost = SIZE_MAX) {
-  Walk walk;
-  for (size_t i = 0; i < text.size();) {
-    bool matches = walk.closed.size() < atMost && text.size() - i >= delimiter.size();
-    for (size_t j = 0; matches && j < delimiter.size(); ++j) matches = text[i + j] == delimiter[j];
-    if (matches) {
-      walk.closed.push_back(walk.open);
-      walk.open.clear();
-      i += delimiter.size();
-    } else {
-      walk.open += text[i++];
-    }
-  }
-  return walk;
-}
-
-Pieces ExpectedSplit(const std::string& text, const std::string& delimiter) {
-  return text.empty() ? Pieces{} : WalkOver(text + delimiter, delimiter).closed;
-}
-
-Pieces ExpectedSplitAll(const std::string& text, const std::string& delimiter) {
-  const Walk walk = WalkOver(text, delimiter);
-  Pieces pieces = walk.closed;
-  if (pieces.empty()) pieces.push_back(text);
-  if (!walk.open.empty()) pieces.push_back(walk.open);
-  return pieces;
-}
-
-Pieces ExpectedSplitFirst(const std::string& text, const std::string& delimiter) {
-  const Walk walk = WalkOver(text, delimiter, 1);
-  Pieces pieces = walk.closed;
-  pieces.push_back(walk.open);
-  return pieces;
-}
-
 std::string RandomText(std::mt19937_64& random, size_t longest, size_t shortest = 0) {
   static const char kAlphabet[] = {'a', 'b', ',', kNul};
   std::string text(shortest + random() % (longest - shortest + 1), ' ');
@@ -189,16 +149,19 @@ TEST(SplitString, RandomStrings) {
     const std::string delimiter = RandomText(random, 3, 1);
     const std::string text = RandomText(random, 12);
     const bool same =
-        StringUtils::SplitString(text, delimiter) == ExpectedSplit(text, delimiter) &&
-        StringUtils::SplitAllByString(text, delimiter) == ExpectedSplitAll(text, delimiter) &&
-        StringUtils::SplitFristByString(text, delimiter) == ExpectedSplitFirst(text, delimiter);
+        StringUtils::SplitString(text, delimiter) == reference::SplitString(text, delimiter) &&
+        StringUtils::SplitAllByString(text, delimiter) ==
+            reference::SplitAllByString(text, delimiter) &&
+        StringUtils::SplitFristByString(text, delimiter) ==
+            reference::SplitFirstByString(text, delimiter);
     if (same) continue;
     SCOPED_TRACE("input " + testing::PrintToString(text) + " at " +
                  testing::PrintToString(delimiter));
-    EXPECT_EQ(StringUtils::SplitString(text, delimiter), ExpectedSplit(text, delimiter));
-    EXPECT_EQ(StringUtils::SplitAllByString(text, delimiter), ExpectedSplitAll(text, delimiter));
+    EXPECT_EQ(StringUtils::SplitString(text, delimiter), reference::SplitString(text, delimiter));
+    EXPECT_EQ(StringUtils::SplitAllByString(text, delimiter),
+              reference::SplitAllByString(text, delimiter));
     EXPECT_EQ(StringUtils::SplitFristByString(text, delimiter),
-              ExpectedSplitFirst(text, delimiter));
+              reference::SplitFirstByString(text, delimiter));
     return;
   }
 }
@@ -475,7 +438,7 @@ TEST(HashText, NullWithLength) {
 
 std::string ExpectedHash(const std::string& data) {
   std::string text;
-  for (const unsigned char byte : tarsio_test::Sha256(data)) {
+  for (const unsigned char byte : reference::Sha256(data)) {
     text += byte < 16 ? ' ' : "0123456789abcdef"[byte / 16];
     text += "0123456789abcdef"[byte % 16];
   }

@@ -1,8 +1,8 @@
 // A second implementation of the rules in the public header, one character at a time, and of the
 // mapping to native paths, one component at a time.
 
-#ifndef TARSIO_COMMON_FUZZ_PATH_REFERENCE_H_
-#define TARSIO_COMMON_FUZZ_PATH_REFERENCE_H_
+#ifndef TARSIO_COMMON_TESTS_REFERENCE_PATH_H_
+#define TARSIO_COMMON_TESTS_REFERENCE_PATH_H_
 
 #include <algorithm>
 #include <cstddef>
@@ -11,11 +11,11 @@
 #include <string>
 #include <vector>
 
-#include "utf_reference.h"
+#include "reference/utf.h"
 
-namespace tarsio_fuzz {
+namespace reference {
 
-struct ReferencePath {
+struct Path {
   int type = 0;  // 0 is Windows, 1 is POSIX; other values parse as POSIX and print as Windows
   std::vector<std::string> components;
   bool absolute = false;
@@ -61,16 +61,16 @@ struct ReferencePath {
     return (isLong ? "\\\\?\\" : "") + text;
   }
 
-  ReferencePath Parent() const {
-    ReferencePath parent = *this;
+  Path Parent() const {
+    Path parent = *this;
     parent.type = 0;
     if (!components.empty()) parent.components.pop_back();
     if (components.empty() && !absolute) parent.components = {".."};
     return parent;
   }
 
-  ReferencePath Joined(const ReferencePath& other) const {
-    ReferencePath joined = *this;
+  Path Joined(const Path& other) const {
+    Path joined = *this;
     if (other.absolute || other.type != type) return joined;
     for (const std::string& component : other.components) joined.components.push_back(component);
     return joined;
@@ -128,12 +128,12 @@ inline Components SplitAtSeparators(const std::string& text) {
 }
 
 // The root of a printed path, and the components after it.
-struct ReferenceRoot {
+struct Root {
   std::string text;  // "C:", "\\server\share", "\\?"; empty for the current directory
   Components components;
 };
 
-inline ReferenceRoot FindReferenceRoot(std::string path) {
+inline Root FindRoot(std::string path) {
   for (char& c : path) c = c == '/' ? '\\' : c;
   Components components = SplitAtSeparators(path);
   const auto take = [&components] {
@@ -154,9 +154,9 @@ inline ReferenceRoot FindReferenceRoot(std::string path) {
     return {root, components};
   }
   if (path.substr(0, 1) == "\\") return {"C:", components};
-  const std::wstring wide = ReferenceWiden(path);
+  const std::wstring wide = Widen(path);
   if (wide.size() < 2 || wide[1] != ':') return {"", components};
-  const std::string drive = ReferenceNarrow(wide.substr(0, 2));
+  const std::string drive = Narrow(wide.substr(0, 2));
   path.erase(0, drive.size());
   const bool isC = drive == "C:" || drive == "c:";
   return {path[0] != '\\' && isC ? "" : drive, SplitAtSeparators(path)};
@@ -180,9 +180,9 @@ inline Components WithoutDots(const Components& directory, const Components& com
 
 // Returns the full path of `path`, in UTF-8. `directory` are the components of the current
 // directory, which is on drive C:.
-inline std::string ReferenceFullPath(const std::string& path, const Components& directory) {
+inline std::string FullPath(const std::string& path, const Components& directory) {
   if (path.find_first_not_of(' ') == std::string::npos) return {};
-  ReferenceRoot root = FindReferenceRoot(path);
+  Root root = FindRoot(path);
   const bool endsInSeparator = path.back() == '/' || path.back() == '\\';
   for (size_t i = 0; i + (endsInSeparator ? 0 : 1) < root.components.size(); ++i) {
     std::string& inner = root.components[i];
@@ -209,8 +209,7 @@ inline std::string ReferenceFullPath(const std::string& path, const Components& 
 
 // Returns the native path of `path`, relative to the current directory `directory`, or nullopt if
 // none can exist.
-inline std::optional<std::string> ReferenceNativeName(std::string path,
-                                                      const Components& directory) {
+inline std::optional<std::string> NativeName(std::string path, const Components& directory) {
   if (path.empty()) return {};
   const bool literal = path.substr(0, 4) == "\\\\?\\";
   if (literal) {
@@ -221,7 +220,7 @@ inline std::optional<std::string> ReferenceNativeName(std::string path,
       if (component == "." || component == "..") return {};
     }
   }
-  const ReferenceRoot root = FindReferenceRoot(path);
+  const Root root = FindRoot(path);
   if (!root.text.empty() && root.text != "C:" && root.text != "c:") return {};
   std::string native = "/";
   const Components base = root.text.empty() ? directory : Components();
@@ -234,6 +233,6 @@ inline std::optional<std::string> ReferenceNativeName(std::string path,
   return native;
 }
 
-}  // namespace tarsio_fuzz
+}  // namespace reference
 
-#endif  // TARSIO_COMMON_FUZZ_PATH_REFERENCE_H_
+#endif  // TARSIO_COMMON_TESTS_REFERENCE_PATH_H_

@@ -1,8 +1,8 @@
 // A straightforward implementation of SHA-256 (FIPS 180-4) without any library, used as a
 // reference.
 
-#ifndef TARSIO_COMMON_TESTS_SUPPORT_SHA256_H_
-#define TARSIO_COMMON_TESTS_SUPPORT_SHA256_H_
+#ifndef TARSIO_COMMON_TESTS_REFERENCE_SHA256_H_
+#define TARSIO_COMMON_TESTS_REFERENCE_SHA256_H_
 
 #include <array>
 #include <cmath>
@@ -10,7 +10,7 @@
 #include <cstdint>
 #include <string>
 
-namespace tarsio_test {
+namespace reference {
 
 namespace sha256_detail {
 
@@ -84,6 +84,6 @@ inline std::array<unsigned char, 32> Sha256(const std::string& data) {
   return digest;
 }
 
-}  // namespace tarsio_test
+}  // namespace reference
 
-#endif  // TARSIO_COMMON_TESTS_SUPPORT_SHA256_H_
+#endif  // TARSIO_COMMON_TESTS_REFERENCE_SHA256_H_

@@ -1,13 +1,13 @@
 // Reference conversions between UTF-8 and UTF-16, simple but slow, from the table of well-formed
 // sequences.
 
-#ifndef TARSIO_COMMON_FUZZ_UTF_REFERENCE_H_
-#define TARSIO_COMMON_FUZZ_UTF_REFERENCE_H_
+#ifndef TARSIO_COMMON_TESTS_REFERENCE_UTF_H_
+#define TARSIO_COMMON_TESTS_REFERENCE_UTF_H_
 
 #include <cstddef>
 #include <string>
 
-namespace tarsio_fuzz {
+namespace reference {
 
 // A row of table 3-7 in the Unicode standard: the lead bytes, the range of the second byte, and the
 // number of continuation bytes.
@@ -70,7 +70,7 @@ inline size_t BadPartLength(const std::string& s, size_t index) {
 }
 
 // Converts UTF-8 to UTF-16, one unit per wide character.
-inline std::wstring ReferenceWiden(const std::string& s) {
+inline std::wstring Widen(const std::string& s) {
   std::wstring wide;
   for (size_t index = 0; index < s.size();) {
     const size_t length = CharacterLength(s, index);
@@ -99,7 +99,7 @@ inline std::string EncodeUtf8(char32_t character) {
 }
 
 // Converts UTF-16 to UTF-8. A value above 0xFFFF is encoded as that code point.
-inline std::string ReferenceNarrow(const std::wstring& wide) {
+inline std::string Narrow(const std::wstring& wide) {
   std::string s;
   for (size_t i = 0; i < wide.size(); ++i) {
     auto character = static_cast<char32_t>(wide[i]);
@@ -115,6 +115,6 @@ inline std::string ReferenceNarrow(const std::wstring& wide) {
   return s;
 }
 
-}  // namespace tarsio_fuzz
+}  // namespace reference
 
-#endif  // TARSIO_COMMON_FUZZ_UTF_REFERENCE_H_
+#endif  // TARSIO_COMMON_TESTS_REFERENCE_UTF_H_
