@@ -64,10 +64,10 @@ static_assert(!std::is_default_constructible<BlockingQueue<int>>::value, "no def
 static_assert(std::has_virtual_destructor<BlockingQueue<int>>::value, "hosts derive from it");
 static_assert(std::is_same<decltype(&BlockingQueue<int>::Push),
                            bool (BlockingQueue<int>::*)(const int&, int)>::value,
-              "a copy goes in");
+              "takes a const reference");
 static_assert(std::is_same<decltype(&BlockingQueue<int>::Pop),
                            bool (BlockingQueue<int>::*)(int&, int)>::value,
-              "a moved element comes out");
+              "returns the element by reference");
 static_assert(
     std::is_same<decltype(&BlockingQueue<int>::Close), void (BlockingQueue<int>::*)()>::value,
     "no result");

@@ -132,7 +132,7 @@ constexpr size_t kSizes[] = {1, 2, 4095, 4096, 4097, 65535, 65536, 65537, (5 << 
 
 TEST_F(GetFileContent, StoredBytes) {
   const std::string contents[] = {
-      "text",         "a\r\nb\nc\rd",         std::string("\0a\0", 3), "\x1A behind the end",
+      "text",         "a\r\nb\nc\rd",         std::string("\0a\0", 3), "\x1A after the end",
       "\xEF\xBB\xBF", RandomBytes(100000, 1),
   };
   for (const std::string& stored : contents) {
@@ -681,7 +681,7 @@ TEST_F(MakeDir, SkipsFile) {
   EXPECT_FALSE(FileUtils::MakeDir("f/x/"));  // but nothing can be created below it
   EXPECT_EQ(directory.Read("f"), "content");
   EXPECT_THAT(Tree(), ElementsAre("f"));
-  EXPECT_TRUE(FileUtils::MakeDir("f/../b/"));  // ".." goes back over it by text
+  EXPECT_TRUE(FileUtils::MakeDir("f/../b/"));  // ".." is resolved without looking at "f"
   EXPECT_THAT(Tree(), ElementsAre("b", "f"));
 }
 

@@ -77,10 +77,10 @@ using Timeout = unsigned long long;
 
 static_assert(std::is_constructible<CountDownLatch, unsigned int>::value &&
                   !std::is_default_constructible<CountDownLatch>::value,
-              "a latch is given its count");
+              "no default count");
 static_assert(std::is_constructible<CountOutWake, unsigned int>::value &&
                   std::is_default_constructible<CountOutWake>::value,
-              "a wake-up point may be given one");
+              "has a default count");
 static_assert(!std::is_copy_constructible<CountDownLatch>::value &&
                   !std::is_copy_assignable<CountDownLatch>::value &&
                   !std::is_copy_constructible<CountOutWake>::value &&

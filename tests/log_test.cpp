@@ -84,7 +84,7 @@ LOG_LEVEL Level(int value) { return static_cast<LOG_LEVEL>(value); }
 static_assert(std::is_same<std::underlying_type<LOG_LEVEL>::type, int32_t>::value, "");
 static_assert(LOG_LEVEL_FATAL == 0 && LOG_LEVEL_ERROR == 1 && LOG_LEVEL_WARN == 2 &&
                   LOG_LEVEL_INFO == 3 && LOG_LEVEL_DEBUG == 4,
-              "unscoped, and numbered by severity");
+              "unscoped, numbered by severity");
 static_assert(std::is_default_constructible<Logger>::value, "");
 static_assert(std::has_virtual_destructor<Logger>::value, "");
 static_assert(sizeof(Logger) == sizeof(void*), "no data but the vtable pointer");
@@ -438,7 +438,7 @@ TEST_F(LogTest, ReplaceInFormat) {
   auto history = std::make_shared<SinkHistory>();
   Log::GetInstance().SetLogger(std::make_unique<Replacing>(std::make_unique<NotingSink>(history)));
   Log::GetInstance().DoLog(LOG_LEVEL_ERROR, "a.cpp", 1, "f", "x");
-  EXPECT_THAT(history->calls, ElementsAre("DoOutput(of the first)"));
+  EXPECT_THAT(history->calls, ElementsAre("DoOutput(from the first)"));
 
   Log::GetInstance().SetLogger(std::make_unique<Replacing>(nullptr));
   Log::GetInstance().DoLog(LOG_LEVEL_ERROR, "a.cpp", 1, "f", "dropped");
@@ -673,8 +673,8 @@ TEST_F(LogTest, SinkLogs) {
   BackgroundCall call(
       [] { Log::GetInstance().DoLog(LOG_LEVEL_ERROR, "a.cpp", 1, "f", "from the caller"); });
   ASSERT_TRUE(call.ReturnsWithin());
-  EXPECT_THAT(*events, ElementsAre("[<TIME>][ERROR][a.cpp:1] of the caller",
-                                   "[<TIME>][ERROR][a.cpp:2] of the sink", "outer ends"));
+  EXPECT_THAT(*events, ElementsAre("[<TIME>][ERROR][a.cpp:1] from the caller",
+                                   "[<TIME>][ERROR][a.cpp:2] from the sink", "outer ends"));
 }
 
 // ---- process exit ----

@@ -36,7 +36,7 @@ using testing::StartsWith;
 // ---- declarations ----
 
 static_assert(std::is_same<decltype(GetSupportedCiphersList()), std::string>::value,
-              "a text of the caller's own");
+              "returns a new string");
 static_assert(std::is_same<decltype(GetTimeNowMsSinceEpoch()), long long>::value,
               "signed, 64 bits wide");
 

@@ -65,7 +65,7 @@ static_assert(
 static_assert(
     std::is_same<decltype(std::declval<ConstResolver>().Resolve(std::declval<const Path&>())),
                  Path>::value,
-    "a path of its own");
+    "returns a new path");
 
 // ---- helpers ----
 

@@ -740,7 +740,7 @@ TEST(Path, LongPrefix) {
       {"share", R"(srv\share\)", "x", share, true},
       {"share, many components", "srv", R"(\x)", share, true},
       {"share, bytes count", R"(srv\share\)", "\xC3\xA9", share, true},
-      {"share, text with the prefix", R"(srv\share\)", "x", prefixedShare, true},
+      {"share, input with the prefix", R"(srv\share\)", "x", prefixedShare, true},
       {"share, type 7", R"(usr\)", "x", noTypeOnShare, true},
   };
   for (const Row& row : rows) {

@@ -147,8 +147,8 @@ TEST(SysInfo, ManyThreads) {
     threads.emplace_back([&] {
       for (int round = 0; round < 200; ++round) {
         auto info = MakeInfo("", "r", "", "");
-        const bool told = SysInfo::GetClientOsInfo(info);
-        if (!told || info->osArch != "Windows" || info->reserved != "r" ||
+        const bool succeeded = SysInfo::GetClientOsInfo(info);
+        if (!succeeded || info->osArch != "Windows" || info->reserved != "r" ||
             info->osVersion != version || info->osManufacturingModel != "x64") {
           ++wrong;
         }

@@ -137,7 +137,7 @@ static_assert(
     std::is_same<decltype(std::declval<ThreadPool>().SubmitTask(std::declval<Task&>())),
                  bool>::value &&
         std::is_same<decltype(std::declval<ThreadPool>().SubmitTask(Task())), bool>::value,
-    "a callable with a name, and a temporary");
+    "an lvalue and a temporary");
 static_assert(
     std::is_same<decltype(std::declval<const ThreadPool>().GetName()), std::string>::value,
     "a copy");
@@ -175,7 +175,7 @@ PoolPtr MakePool(uint64_t limit, uint64_t capacity = 1000, uint64_t reserved = 0
 
 // Keeps `object` until the process ends: a thread that never returns may use it.
 template <typename T>
-void KeepForEver(std::shared_ptr<T> object) {
+void KeepUntilExit(std::shared_ptr<T> object) {
   static auto* const kept = new std::vector<std::shared_ptr<T>>;
   kept->push_back(std::move(object));
 }
@@ -667,7 +667,7 @@ TEST(ThreadPool, ThrowingTask) {
       {"a derived class", [] { throw HostError(); }, "a host's own error"},
       {"memory", [] { throw std::bad_alloc(); }, std::bad_alloc().what()},
       {"format characters", [] { throw std::runtime_error("100 %s of %d%n"); }, "100 %s of %d%n"},
-      {"empty text", [] { throw std::runtime_error(""); }, ""},
+      {"empty message", [] { throw std::runtime_error(""); }, ""},
   };
   const PoolPtr pool = MakePool(1);
   size_t reports = 0;
@@ -923,7 +923,7 @@ TEST(ThreadPool, WaitInTask) {
 
 TEST(ThreadPool, WaitInTaskBlocks) {
   const PoolPtr pool = MakePool(1);
-  KeepForEver(pool);
+  KeepUntilExit(pool);
   const auto goOn = std::make_shared<Gate>();
   const auto waited = std::make_shared<Gate>();
   pool->SubmitTask([=] {
@@ -1108,7 +1108,7 @@ TEST(ThreadPool, ShutdownByMany) {
 // A caller's error with a defined result.
 TEST(ThreadPool, ShutdownInTask) {
   const PoolPtr pool = MakePool(1);
-  KeepForEver(pool);
+  KeepUntilExit(pool);
   const auto started = std::make_shared<Gate>();
   const auto returned = std::make_shared<Gate>();
   pool->SubmitTask([=] {

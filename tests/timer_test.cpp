@@ -831,11 +831,11 @@ TEST(TsTimer, IgnoredExceptions) {
     const TestTimer bare(1, kRepeating, row.action);
     const TestTimer last(1, kOnce, row.action);
     Events fired;
-    const TestTimer behind(2, kRepeating, [&] { fired.Add(); });
+    const TestTimer after(2, kRepeating, [&] { fired.Add(); });
     timer->Start();
     bare->Start();
     last->Start();
-    behind->Start();
+    after->Start();
     EXPECT_TRUE(thrown.Await(3));
     EXPECT_TRUE(fired.Await(3));
     EXPECT_TRUE(Eventually([&] { return last.Entries() == 0; }));

@@ -433,7 +433,7 @@ TEST(TsString, ComparesBytes) {
 }
 
 TEST(TsString, ComparesContent) {
-  TsString large("a text that is long");
+  TsString large("a string that is long");
   large = "text";  // the previous content is after the terminator
   const TsString small("text");
   ASSERT_NE(Capacity(large), Capacity(small));
@@ -453,7 +453,7 @@ TEST(TsString, LibraryAllocator) {
   size_t allocations = 0;
   {
     const AllocationWatch watch;
-    TsString string("a text that needs a buffer");
+    TsString string("a string that needs a buffer");
     string = "and one that needs a larger buffer than the first";
     TsString copy(string);
     copy = TsString("the largest of all, which replaces a shorter string");
@@ -595,7 +595,7 @@ TEST(TsStringPair, Move) {
 TEST(TsStringPair, BufferReuse) {
   const TsStringPair copied = PairOf("1", "22");
   TsStringPair moved = PairOf("333", "4444");
-  TsStringPair target = PairOf("a longer text", "another longer text");
+  TsStringPair target = PairOf("a longer string", "another longer string");
   const char* const first = target.first.Cstr();
   const char* const second = target.second.Cstr();
   target = copied;

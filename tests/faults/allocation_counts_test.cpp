@@ -38,7 +38,7 @@ struct SilentLogger : tarsio::Logger {
   void DoOutput(const char* /*line*/) override {}
 };
 
-void LogToNobody(tarsio::LOG_LEVEL level) {
+void LogToNull(tarsio::LOG_LEVEL level) {
   const auto ignore = [](const char*) {};
   const auto threshold = [] { return tarsio::LOG_LEVEL_ERROR; };
   tarsio::TsLog(level, ignore, threshold, __FILE__, __LINE__, __func__, "%d", 1);
@@ -144,8 +144,8 @@ INSTANTIATE_TEST_SUITE_P(
               static tarsio::Logger sink;
               sink.DoOutput(kLong.c_str());
             }},
-        Row{"FilteredTsLog", 0, [] { LogToNobody(tarsio::LOG_LEVEL_WARN); }},
-        Row{"TsLog", 1, [] { LogToNobody(tarsio::LOG_LEVEL_ERROR); }},
+        Row{"FilteredTsLog", 0, [] { LogToNull(tarsio::LOG_LEVEL_WARN); }},
+        Row{"TsLog", 1, [] { LogToNull(tarsio::LOG_LEVEL_ERROR); }},
         Row{"ShortPath", 1, [] { Path(R"(C:\one\two)"); }},  // the list of components
         Row{"LongPath", 2, [] { Path{kLong}; }}, Row{"PrintShort", 0, [] { kThree.Str(); }},
         Row{"PrintLong", 1,

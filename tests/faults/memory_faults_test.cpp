@@ -95,7 +95,7 @@ Outcome Try(const Attempt& attempt, size_t allowed, size_t refused) {
 size_t FailEachAllocation(const Row& row, size_t refused) {
   constexpr size_t kMost = 2000;
   for (size_t allowed = 0; allowed < kMost; ++allowed) {
-    SCOPED_TRACE(std::string(row.name) + ", behind " + std::to_string(allowed) + " allocations");
+    SCOPED_TRACE(std::string(row.name) + " after " + std::to_string(allowed) + " allocations");
     const size_t before = LiveAllocations();
     {
       const Attempt attempt = row.prepare();
@@ -152,8 +152,9 @@ TEST(MemoryFaults, Strings) {
       Plain("SplitString", [=] { StringUtils::SplitString(text, delimiter); }),
       Plain("SplitAllByString", [=] { StringUtils::SplitAllByString(text, delimiter); }),
       Plain("SplitFristByString", [=] { StringUtils::SplitFristByString(text, delimiter); }),
-      Plain("SplitString by nothing", [=] { StringUtils::SplitString(text, ""); }),
-      Plain("SplitAllByString by nothing", [=] { StringUtils::SplitAllByString(text, ""); }),
+      Plain("SplitString by an empty delimiter", [=] { StringUtils::SplitString(text, ""); }),
+      Plain("SplitAllByString by an empty delimiter",
+            [=] { StringUtils::SplitAllByString(text, ""); }),
       Plain("ToUpper", [=] { StringUtils::ToUpper(text); }),
       Plain("ToLower", [=] { StringUtils::ToLower(text); }),
       Plain("SpaceToUnderscore", [=] { StringUtils::SpaceToUnderscore(text, delimiter, '_'); }),
@@ -199,7 +200,7 @@ TEST(MemoryFaults, BoundaryStrings) {
   pair.second = Long("second").c_str();
   const std::string longer = Long(Long("longer"));
   FailEachAllocationOf({
-      Plain("a text", [=] { const TsString string(longer.c_str()); }),
+      Plain("constructor", [=] { const TsString string(longer.c_str()); }),
       Plain("a copy", [=] { const TsString copy(object); }),
       Plain("a pair's copy", [=] { const TsStringPair copy(pair); }),
       Plain("a pair's assignment",
@@ -313,9 +314,9 @@ TEST(MemoryFaults, Paths) {
   const Path relative(name);
   using P = Path&;
   FailEachAllocationOf({
-      Plain("a narrow text", [=] { const Path parsed(text); }),
+      Plain("from a string", [=] { const Path parsed(text); }),
       Plain("characters", [=] { const Path parsed(text.c_str()); }),
-      Plain("a wide text", [] { const Path parsed(LongWide(L"C:\\")); }),
+      Plain("from a wide string", [] { const Path parsed(LongWide(L"C:\\")); }),
       Plain("a share", [=] { const Path parsed("\\\\" + name + '\\' + name); }),
       Plain("a copy", [=] { const Path copy(path); }),
       {"Set", [=] { return OnPath([=](P p) { p.Set(text); }); }},

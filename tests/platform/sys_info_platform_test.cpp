@@ -56,7 +56,7 @@ struct Report {
 };
 
 struct System {
-  bool told = true;
+  bool versionKnown = true;
   uint32_t major = 10;
   uint32_t minor = 0;
   int asked = 0;
@@ -71,7 +71,7 @@ namespace tarsio {
 
 std::optional<platform::Version> platform::RunningVersion() {
   ++current->asked;
-  if (!current->told) return {};
+  if (!current->versionKnown) return {};
   return Version{current->major, current->minor};
 }
 
@@ -154,7 +154,7 @@ TEST_F(SysInfoOs, OneVersionCall) {
 }
 
 TEST_F(SysInfoOs, FailureReport) {
-  system.told = false;
+  system.versionKnown = false;
   auto info = std::make_shared<ClientDeviceInfo>();
   EXPECT_FALSE(SysInfo::GetClientOsInfo(info));
   ASSERT_THAT(system.reports, SizeIs(1));
@@ -167,7 +167,7 @@ TEST_F(SysInfoOs, FailureReport) {
 }
 
 TEST_F(SysInfoOs, FailureFields) {
-  system.told = false;
+  system.versionKnown = false;
   auto info = std::make_shared<ClientDeviceInfo>();
   info->osArch = "arch";
   info->reserved = "reserved";
@@ -188,11 +188,11 @@ TEST_F(SysInfoOs, FailureFields) {
 TEST_F(SysInfoOs, Recovery) {
   auto info = std::make_shared<ClientDeviceInfo>();
   EXPECT_TRUE(SysInfo::GetClientOsInfo(info));
-  system.told = false;
+  system.versionKnown = false;
   system.major = 11;
   EXPECT_FALSE(SysInfo::GetClientOsInfo(info));
   EXPECT_EQ(info->osVersion, "10.0") << "from the previous call";
-  system.told = true;
+  system.versionKnown = true;
   EXPECT_TRUE(SysInfo::GetClientOsInfo(info));
   EXPECT_EQ(info->osVersion, "11.0");
   EXPECT_THAT(system.reports, SizeIs(1));
@@ -203,8 +203,8 @@ TEST_F(SysInfoOs, Recovery) {
 // The architecture getter returns the system's name, and the model getter the architecture (by
 // design).
 TEST_F(SysInfoOs, FixedFields) {
-  for (const bool told : {true, false}) {
-    system.told = told;
+  for (const bool versionKnown : {true, false}) {
+    system.versionKnown = versionKnown;
     std::string text = "before";
     EXPECT_TRUE(getOSArch(text));
     EXPECT_EQ(text, "Windows");
@@ -215,7 +215,7 @@ TEST_F(SysInfoOs, FixedFields) {
 }
 
 TEST_F(SysInfoOs, FailedVersion) {
-  system.told = false;
+  system.versionKnown = false;
   std::string text = "before";
   EXPECT_FALSE(getOSVersion(text));
   EXPECT_EQ(text, "before");

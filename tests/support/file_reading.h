@@ -11,7 +11,7 @@
 namespace tarsio_test {
 
 // The content of the output before each read.
-constexpr char kBefore[] = "as it was before";
+constexpr char kBefore[] = "previous content";
 
 struct Reading {
   tarsio::FileOptRet result;

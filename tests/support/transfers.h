@@ -32,7 +32,7 @@ class ClaimedTransfers {
   size_t Largest() const;  // of a single call
 };
 
-// For the wrappers: the current limit of a transfer, SIZE_MAX if there is none.
+// For the wrappers: the current limit of a transfer, SIZE_MAX without a limit.
 size_t MostOfATransfer();
 // For the wrappers: whether a call for `size` bytes must only report success. Counts it if so.
 bool ClaimTransfer(size_t size);

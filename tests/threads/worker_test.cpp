@@ -128,7 +128,7 @@ TEST_F(WorkerTest, StopBeforeStart) {
 
 // The pool may be renamed while a successor is started, so its name must not be read then.
 TEST_F(WorkerTest, SuccessorName) {
-  const std::string oldName = "a name that a string keeps outside of itself";
+  const std::string oldName = "the old name, which does not fit the small-string buffer";
   const auto renamed = std::make_shared<ThreadPool>(oldName, 1U, 0U, 10U);
   const auto& workers = (*renamed).*Reach(tarsio_test::WorkersOfPool());
   Gate first;
@@ -147,7 +147,7 @@ TEST_F(WorkerTest, SuccessorName) {
       end->Wait();
     });
   }
-  renamed->SetName("a name that does not fit the small-string buffer");
+  renamed->SetName("the new name, which does not fit the small-string buffer");
   ASSERT_TRUE(second.WaitFor());
   const std::lock_guard<std::mutex> lock((*renamed).*Reach(tarsio_test::MutexOfWorkers()));
   ASSERT_EQ(workers.size(), 1U);

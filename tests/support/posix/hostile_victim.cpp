@@ -320,12 +320,12 @@ void ForkWhileALineIsInTheHostsSink() {
 }
 
 // A sink that reports its destruction.
-class TellingSink : public tarsio::Logger {
+class ReportingSink : public tarsio::Logger {
  public:
-  explicit TellingSink(int pipe) : descriptor(pipe) {}
-  TellingSink(const TellingSink&) = delete;
-  TellingSink& operator=(const TellingSink&) = delete;
-  ~TellingSink() override { static_cast<void>(!::write(descriptor, "x", 1)); }
+  explicit ReportingSink(int pipe) : descriptor(pipe) {}
+  ReportingSink(const ReportingSink&) = delete;
+  ReportingSink& operator=(const ReportingSink&) = delete;
+  ~ReportingSink() override { static_cast<void>(!::write(descriptor, "x", 1)); }
   void DoOutput(const char* /*line*/) override {
     std::this_thread::sleep_for(std::chrono::milliseconds(5));
   }
@@ -341,7 +341,7 @@ void LogInAForkedChild() {
   const pid_t child = ::fork();
   Check(child >= 0, "fork");
   if (child == 0) {
-    tarsio::Log::GetInstance().SetLogger(std::make_unique<TellingSink>(ends[1]));
+    tarsio::Log::GetInstance().SetLogger(std::make_unique<ReportingSink>(ends[1]));
     std::thread([] {
       for (;;) LogLines(1);
     }).detach();

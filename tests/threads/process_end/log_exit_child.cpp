@@ -79,7 +79,7 @@ void EndWhileTasksThrow(Random& random) {
   std::thread([] {
     for (;;) {  // until the process ends
       Lasting<std::shared_ptr<tarsio::ThreadPool>>()->SubmitTask(
-          [] { throw std::runtime_error("a text that needs memory of its own"); });
+          [] { throw std::runtime_error("a message that needs an allocation"); });
     }
   }).detach();
   Lasting<Gate>().Wait();

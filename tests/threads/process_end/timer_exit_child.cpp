@@ -125,7 +125,7 @@ void EndWithTimersThatOwnEachOther(Random& random) {
 }
 
 // The other thread and the manager drop their references concurrently; either may be the last.
-void EndWhileAnotherThreadLetsGoOfTimers(Random& random) {
+void EndWhileTimersAreDropped(Random& random) {
   auto& timers = Lasting<std::vector<std::shared_ptr<TsTimer>>>();
   for (int i = 0; i < 3000; ++i) timers.push_back(Started(kHour, kOnce, [] {}));
   std::thread([&timers] {
@@ -149,7 +149,7 @@ const struct {
               {"start_and_stop", EndWhileAnotherThreadStartsAndStopsTimers},
               {"only_managers", EndWithTimersThatOnlyTheManagerOwns},
               {"own_each_other", EndWithTimersThatOwnEachOther},
-              {"let_go", EndWhileAnotherThreadLetsGoOfTimers}};
+              {"let_go", EndWhileTimersAreDropped}};
 
 }  // namespace
 
