@@ -21,24 +21,6 @@
 #include "support/gate.h"
 #include "support/recording_logger.h"
 
-namespace tarsio_test {
-
-using IntQueue = tarsio::BlockingQueue<int>;
-
-// The offsets of the fields. An explicit instantiation may name private members, and some of their
-// types are private as well.
-template <auto... fields>
-struct ExposeFields {
-  friend std::vector<const void*> PlacesOfFields(const IntQueue& queue) {
-    return {&(queue.*fields)...};
-  }
-};
-std::vector<const void*> PlacesOfFields(const IntQueue& queue);
-template struct ExposeFields<&IntQueue::mutex, &IntQueue::capacity, &IntQueue::items,
-                             &IntQueue::notFull, &IntQueue::notEmpty, &IntQueue::closed>;
-
-}  // namespace tarsio_test
-
 namespace {
 
 using std::chrono::milliseconds;
@@ -126,12 +108,6 @@ TEST(BlockingQueue, HoldsCapacity) {
     EXPECT_FALSE(queue.Push(1, -1));
     EXPECT_EQ(queue.Size(), capacity);
   }
-}
-
-TEST(BlockingQueue, FieldOrder) {
-  const BlockingQueue<int> queue(1);
-  const std::vector<const void*> places = tarsio_test::PlacesOfFields(queue);
-  EXPECT_TRUE(std::is_sorted(places.begin(), places.end()));
 }
 
 TEST(BlockingQueue, MaxCapacity) {

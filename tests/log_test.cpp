@@ -39,7 +39,6 @@
 #include "support/gate.h"
 #include "support/recording_logger.h"
 #include "support/scoped_time_zone.h"
-#include "support/virtual_slot.h"
 
 // The log's sink, which has no accessor. An explicit instantiation may name private members.
 std::unique_ptr<tarsio::Logger>& OwnerOf(tarsio::Log& log);
@@ -71,7 +70,6 @@ using tarsio_test::kAllocationsOfTheLibraryAreSeen;
 using tarsio_test::LogRecord;
 using tarsio_test::LogRecords;
 using tarsio_test::ScopedTimeZone;
-using tarsio_test::VirtualSlot;
 using testing::ElementsAre;
 
 constexpr int kAllLevels[] = {INT_MIN, -1, 0, 1, 2, 3, 4, 5, 7, INT_MAX};
@@ -706,11 +704,6 @@ TEST_F(LogTest, SinkDeletedAtExit) {
 }
 
 // ---- the default sink ----
-
-TEST_F(LoggerTest, VirtualOrder) {
-  EXPECT_EQ(VirtualSlot(&Logger::VFormat), 2);
-  EXPECT_EQ(VirtualSlot(&Logger::DoOutput), 3);
-}
 
 TEST_F(LoggerTest, OneInsertion) {
   std::vector<std::string> events;

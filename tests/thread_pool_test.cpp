@@ -27,67 +27,11 @@
 
 namespace tarsio_test {
 
-struct PoolName {
-  using Type = std::string tarsio::ThreadPool::*;
-  friend Type Reach(PoolName);
-};
-struct PoolLimit {
-  using Type = const uint64_t tarsio::ThreadPool::*;
-  friend Type Reach(PoolLimit);
-};
-struct PoolRunning {
-  using Type = std::atomic<uint64_t> tarsio::ThreadPool::*;
-  friend Type Reach(PoolRunning);
-};
-struct PoolReserved {
-  using Type = const uint64_t tarsio::ThreadPool::*;
-  friend Type Reach(PoolReserved);
-};
-struct PoolCapacity {
-  using Type = const uint64_t tarsio::ThreadPool::*;
-  friend Type Reach(PoolCapacity);
-};
-struct PoolWorkersMutex {
-  using Type = std::mutex tarsio::ThreadPool::*;
-  friend Type Reach(PoolWorkersMutex);
-};
-struct PoolWorkersChanged {
-  using Type = std::condition_variable tarsio::ThreadPool::*;
-  friend Type Reach(PoolWorkersChanged);
-};
-struct PoolQueue {
-  using Type =
-      const std::shared_ptr<tarsio::BlockingQueue<std::function<void()>>> tarsio::ThreadPool::*;
-  friend Type Reach(PoolQueue);
-};
-struct PoolWorkers {
-  using Type = std::vector<std::shared_ptr<tarsio::Worker>> tarsio::ThreadPool::*;
-  friend Type Reach(PoolWorkers);
-};
-struct PoolWaitMutex {
-  using Type = std::mutex tarsio::ThreadPool::*;
-  friend Type Reach(PoolWaitMutex);
-};
-struct PoolTaskTaken {
-  using Type = std::condition_variable tarsio::ThreadPool::*;
-  friend Type Reach(PoolTaskTaken);
-};
-struct PoolAddWorker {
-  using Type = bool (tarsio::ThreadPool::*)();
-  friend Type Reach(PoolAddWorker);
-};
-template struct ExposePrivate<PoolAddWorker, &tarsio::ThreadPool::AddWorker>;
-template struct ExposePrivate<PoolName, &tarsio::ThreadPool::name>;
-template struct ExposePrivate<PoolLimit, &tarsio::ThreadPool::maxThreadNumber>;
-template struct ExposePrivate<PoolRunning, &tarsio::ThreadPool::runningThreadNumber>;
-template struct ExposePrivate<PoolReserved, &tarsio::ThreadPool::reservedNumber>;
-template struct ExposePrivate<PoolCapacity, &tarsio::ThreadPool::queueCapacity>;
-template struct ExposePrivate<PoolWorkersMutex, &tarsio::ThreadPool::workersMutex>;
-template struct ExposePrivate<PoolWorkersChanged, &tarsio::ThreadPool::workersChanged>;
-template struct ExposePrivate<PoolQueue, &tarsio::ThreadPool::queue>;
-template struct ExposePrivate<PoolWorkers, &tarsio::ThreadPool::workers>;
-template struct ExposePrivate<PoolWaitMutex, &tarsio::ThreadPool::waitMutex>;
-template struct ExposePrivate<PoolTaskTaken, &tarsio::ThreadPool::taskTaken>;
+EXPOSE_PRIVATE(PoolName, &tarsio::ThreadPool::name);
+EXPOSE_PRIVATE(PoolWorkersMutex, &tarsio::ThreadPool::workersMutex);
+EXPOSE_PRIVATE(PoolWorkers, &tarsio::ThreadPool::workers);
+EXPOSE_PRIVATE(PoolWaitMutex, &tarsio::ThreadPool::waitMutex);
+EXPOSE_PRIVATE(PoolAddWorker, &tarsio::ThreadPool::AddWorker);
 
 }  // namespace tarsio_test
 
@@ -308,28 +252,6 @@ TEST(ThreadPool, ReservedNumber) {
     EXPECT_EQ(pool->GetRunningThreadNumber(), 2U);
     EXPECT_EQ(pool->GetPendingTaskNumber(), 1U);
   }
-}
-
-TEST(ThreadPool, FieldOrder) {
-  const auto pool = std::make_shared<ThreadPool>("n", 2, 3, 4);
-  const uint64_t& limit = (*pool).*Reach(tarsio_test::PoolLimit());
-  const uint64_t& reserved = (*pool).*Reach(tarsio_test::PoolReserved());
-  const uint64_t& capacity = (*pool).*Reach(tarsio_test::PoolCapacity());
-  EXPECT_EQ(limit, 2U);
-  EXPECT_EQ(reserved, 3U) << "stored but not used";
-  EXPECT_EQ(capacity, 4U);
-  const std::vector<const void*> places = {&((*pool).*Reach(tarsio_test::PoolName())),
-                                           &limit,
-                                           &((*pool).*Reach(tarsio_test::PoolRunning())),
-                                           &reserved,
-                                           &capacity,
-                                           &((*pool).*Reach(tarsio_test::PoolWorkersMutex())),
-                                           &((*pool).*Reach(tarsio_test::PoolWorkersChanged())),
-                                           &((*pool).*Reach(tarsio_test::PoolQueue())),
-                                           &((*pool).*Reach(tarsio_test::PoolWorkers())),
-                                           &((*pool).*Reach(tarsio_test::PoolWaitMutex())),
-                                           &((*pool).*Reach(tarsio_test::PoolTaskTaken()))};
-  EXPECT_TRUE(std::is_sorted(places.begin(), places.end()));
 }
 
 // ---- submitting ----

@@ -28,40 +28,7 @@
 #include "support/background_call.h"
 #include "support/events.h"
 #include "support/gate.h"
-#include "support/private_member.h"
 #include "support/recording_logger.h"
-#include "support/virtual_slot.h"
-
-namespace tarsio_test {
-
-struct TimerTimeout {
-  using Type = const unsigned long long component::Timer::*;
-  friend Type Reach(TimerTimeout);
-};
-struct TimerLoop {
-  using Type = const bool component::Timer::*;
-  friend Type Reach(TimerLoop);
-};
-struct TimerExpire {
-  using Type = std::atomic<unsigned long long> component::Timer::*;
-  friend Type Reach(TimerExpire);
-};
-struct TimerState {
-  using Type = std::atomic<bool> component::Timer::*;
-  friend Type Reach(TimerState);
-};
-template struct ExposePrivate<TimerTimeout, &component::Timer::timeout>;
-template struct ExposePrivate<TimerLoop, &component::Timer::loop>;
-template struct ExposePrivate<TimerExpire, &component::Timer::expire>;
-template struct ExposePrivate<TimerState, &component::Timer::state>;
-
-struct TsTimerCallback {
-  using Type = std::function<void()> component::TsTimer::*;
-  friend Type Reach(TsTimerCallback);
-};
-template struct ExposePrivate<TsTimerCallback, &component::TsTimer::callback>;
-
-}  // namespace tarsio_test
 
 namespace {
 
@@ -242,16 +209,6 @@ TEST(Timer, ExpiryManyThreads) {
   begin.Open();
   for (std::thread& thread : threads) thread.join();
   EXPECT_EQ(stale, 0);
-}
-
-TEST(Timer, FieldOrder) {
-  const TsTimer timer(10, kOnce);
-  const std::vector<const void*> places = {
-      &(timer.*Reach(tarsio_test::TimerTimeout())), &(timer.*Reach(tarsio_test::TimerLoop())),
-      &(timer.*Reach(tarsio_test::TimerExpire())), &(timer.*Reach(tarsio_test::TimerState())),
-      &(timer.*Reach(tarsio_test::TsTimerCallback()))};
-  EXPECT_TRUE(std::is_sorted(places.begin(), places.end()));
-  EXPECT_EQ(tarsio_test::VirtualSlot(&Timer::OnTimeout), 2);  // after the destructor
 }
 
 // Members of the same names in a derived class must not override those of the base.

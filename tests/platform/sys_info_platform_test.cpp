@@ -20,21 +20,9 @@ namespace tarsio_test {
 
 using Getter = bool (*)(std::string& out);
 
-struct ArchGetter {
-  using Type = Getter;
-  friend Type Reach(ArchGetter);
-};
-struct VersionGetter {
-  using Type = Getter;
-  friend Type Reach(VersionGetter);
-};
-struct ModelGetter {
-  using Type = Getter;
-  friend Type Reach(ModelGetter);
-};
-template struct ExposePrivate<ArchGetter, &tarsio::SysInfo::GetOSArch>;
-template struct ExposePrivate<VersionGetter, &tarsio::SysInfo::GetOSVersion>;
-template struct ExposePrivate<ModelGetter, &tarsio::SysInfo::GetOSManufacturingModel>;
+EXPOSE_PRIVATE(ArchGetter, &tarsio::SysInfo::GetOSArch);
+EXPOSE_PRIVATE(VersionGetter, &tarsio::SysInfo::GetOSVersion);
+EXPOSE_PRIVATE(ModelGetter, &tarsio::SysInfo::GetOSManufacturingModel);
 
 }  // namespace tarsio_test
 

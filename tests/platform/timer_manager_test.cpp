@@ -167,29 +167,10 @@ extern "C" int __wrap_pthread_mutex_trylock(pthread_mutex_t* mutex) {
 // Access to private members: the mark, the thread and the lock.
 namespace tarsio_test {
 
-struct TimerMark {
-  using Type = std::atomic<bool> Timer::*;
-  friend Type Reach(TimerMark);
-};
-template struct ExposePrivate<TimerMark, &Timer::state>;
-
-struct ManagerThread {
-  using Type = std::shared_ptr<std::thread> TimerManager::*;
-  friend Type Reach(ManagerThread);
-};
-template struct ExposePrivate<ManagerThread, &TimerManager::thread>;
-
-struct ManagerRunning {
-  using Type = std::atomic<bool> TimerManager::*;
-  friend Type Reach(ManagerRunning);
-};
-template struct ExposePrivate<ManagerRunning, &TimerManager::running>;
-
-struct ManagerMutex {
-  using Type = std::recursive_mutex TimerManager::*;
-  friend Type Reach(ManagerMutex);
-};
-template struct ExposePrivate<ManagerMutex, &TimerManager::mutex>;
+EXPOSE_PRIVATE(TimerMark, &Timer::state);
+EXPOSE_PRIVATE(ManagerThread, &TimerManager::thread);
+EXPOSE_PRIVATE(ManagerRunning, &TimerManager::running);
+EXPOSE_PRIVATE(ManagerMutex, &TimerManager::mutex);
 
 }  // namespace tarsio_test
 

@@ -18,31 +18,11 @@
 
 namespace tarsio_test {
 
-struct StopWorker {
-  using Type = void (tarsio::Worker::*)();
-  friend Type Reach(StopWorker);
-};
-template struct ExposePrivate<StopWorker, &tarsio::Worker::Stop>;
-struct WorkerRuns {
-  using Type = std::atomic<bool> tarsio::Worker::*;
-  friend Type Reach(WorkerRuns);
-};
-template struct ExposePrivate<WorkerRuns, &tarsio::Worker::running>;
-struct WorkerName {
-  using Type = const std::string tarsio::Worker::*;
-  friend Type Reach(WorkerName);
-};
-template struct ExposePrivate<WorkerName, &tarsio::Worker::name>;
-struct WorkersOfPool {
-  using Type = std::vector<std::shared_ptr<tarsio::Worker>> tarsio::ThreadPool::*;
-  friend Type Reach(WorkersOfPool);
-};
-template struct ExposePrivate<WorkersOfPool, &tarsio::ThreadPool::workers>;
-struct MutexOfWorkers {
-  using Type = std::mutex tarsio::ThreadPool::*;
-  friend Type Reach(MutexOfWorkers);
-};
-template struct ExposePrivate<MutexOfWorkers, &tarsio::ThreadPool::workersMutex>;
+EXPOSE_PRIVATE(StopWorker, &tarsio::Worker::Stop);
+EXPOSE_PRIVATE(WorkerRuns, &tarsio::Worker::running);
+EXPOSE_PRIVATE(WorkerName, &tarsio::Worker::name);
+EXPOSE_PRIVATE(WorkersOfPool, &tarsio::ThreadPool::workers);
+EXPOSE_PRIVATE(MutexOfWorkers, &tarsio::ThreadPool::workersMutex);
 
 }  // namespace tarsio_test
 
