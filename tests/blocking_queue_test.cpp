@@ -97,7 +97,7 @@ constexpr int64_t kTestTimeoutUs = std::chrono::microseconds(kTestTimeout).count
 
 // ---- capacity and order ----
 
-TEST(BlockingQueue, HoldsCapacity) {
+TEST(Queue, HoldsCapacity) {
   for (const uint64_t capacity : {uint64_t{0}, uint64_t{1}, uint64_t{2}, uint64_t{1000}}) {
     SCOPED_TRACE(capacity);
     BlockingQueue<int> queue(capacity);
@@ -110,13 +110,13 @@ TEST(BlockingQueue, HoldsCapacity) {
   }
 }
 
-TEST(BlockingQueue, MaxCapacity) {
+TEST(Queue, MaxCapacity) {
   BlockingQueue<int> queue(UINT64_MAX);
   for (int i = 0; i < 10000; ++i) ASSERT_TRUE(queue.Push(i, -1));
   EXPECT_EQ(queue.Size(), 10000U);
 }
 
-TEST(BlockingQueue, Fifo) {
+TEST(Queue, Fifo) {
   BlockingQueue<std::string> queue(100);
   for (int i = 0; i < 100; ++i) ASSERT_TRUE(queue.Push(std::to_string(i), 0));
   for (int i = 0; i < 100; ++i) {
@@ -126,7 +126,7 @@ TEST(BlockingQueue, Fifo) {
   }
 }
 
-TEST(BlockingQueue, RandomModel) {
+TEST(Queue, RandomModel) {
   std::mt19937_64 random(41);
   for (int round = 0; round < 50; ++round) {
     SCOPED_TRACE(round);
@@ -193,7 +193,7 @@ const std::vector<HopelessCase>& HopelessCases() {
   return cases;
 }
 
-TEST(BlockingQueue, PositiveTimeout) {
+TEST(Queue, PositiveTimeout) {
   for (const HopelessCase& row : HopelessCases()) {
     SCOPED_TRACE(row.name);
     const auto queue = row.Make();
@@ -209,7 +209,7 @@ TEST(BlockingQueue, PositiveTimeout) {
   }
 }
 
-TEST(BlockingQueue, NegativeTimeout) {
+TEST(Queue, NegativeTimeout) {
   for (const HopelessCase& row : HopelessCases()) {
     SCOPED_TRACE(row.name);
     const auto queue = row.Make();
@@ -225,7 +225,7 @@ TEST(BlockingQueue, NegativeTimeout) {
 }
 
 // The same on a closed queue and with capacity 0 (by design).
-TEST(BlockingQueue, ZeroTimeout) {
+TEST(Queue, ZeroTimeout) {
   std::vector<BackgroundCall> calls;
   for (const HopelessCase& row : HopelessCases()) {
     const auto queue = row.Make();
@@ -237,7 +237,7 @@ TEST(BlockingQueue, ZeroTimeout) {
   }
 }
 
-TEST(BlockingQueue, AnyTimeout) {
+TEST(Queue, AnyTimeout) {
   for (const int timeoutMs : {INT_MIN, -1, 0, 1, 1000, INT_MAX}) {
     SCOPED_TRACE(timeoutMs);
     BlockingQueue<int> queue(1);
@@ -248,7 +248,7 @@ TEST(BlockingQueue, AnyTimeout) {
   }
 }
 
-TEST(BlockingQueue, ZeroCapacity) {
+TEST(Queue, ZeroCapacity) {
   const auto records = LogRecords::Install(tarsio::LOG_LEVEL_DEBUG);
   const auto queue = MakeQueue<int>(0);
   EXPECT_FALSE(queue->Push(1, -1));
@@ -261,14 +261,14 @@ TEST(BlockingQueue, ZeroCapacity) {
   EXPECT_EQ(queue->Size(), 0U);
 }
 
-TEST(BlockingQueue, PopTimesOut) {
+TEST(Queue, PopTimesOut) {
   BlockingQueue<int> queue(1);
   int item = 3;
   EXPECT_GE(MicrosecondsOf([&] { EXPECT_FALSE(queue.Pop(item, 1000)); }), 1000000);
   EXPECT_EQ(item, 3);
 }
 
-TEST(BlockingQueue, PushWakesPop) {
+TEST(Queue, PushWakesPop) {
   // The largest timeout must not overflow.
   for (const int timeoutMs : {0, 3600 * 1000, INT_MAX}) {
     SCOPED_TRACE(timeoutMs);
@@ -286,7 +286,7 @@ TEST(BlockingQueue, PushWakesPop) {
   }
 }
 
-TEST(BlockingQueue, PopWakesPush) {
+TEST(Queue, PopWakesPush) {
   const auto records = LogRecords::Install(tarsio::LOG_LEVEL_DEBUG);
   for (const int timeoutMs : {0, 3600 * 1000, INT_MAX}) {
     SCOPED_TRACE(timeoutMs);
@@ -304,7 +304,7 @@ TEST(BlockingQueue, PopWakesPush) {
   EXPECT_THAT(records->All(), IsEmpty());
 }
 
-TEST(BlockingQueue, ManyWaiters) {
+TEST(Queue, ManyWaiters) {
   constexpr int kWaiters = 8;
   const auto queue = MakeQueue<int>(kWaiters);
   std::vector<BackgroundCall> pops;
@@ -373,11 +373,11 @@ void ExpectDeadlinesStandUnderTraffic(bool push) {
   EXPECT_EQ(shared->early, 0);
 }
 
-TEST(BlockingQueue, PopDeadline) { ExpectDeadlinesStandUnderTraffic(false); }
+TEST(Queue, PopDeadline) { ExpectDeadlinesStandUnderTraffic(false); }
 
-TEST(BlockingQueue, PushDeadline) { ExpectDeadlinesStandUnderTraffic(true); }
+TEST(Queue, PushDeadline) { ExpectDeadlinesStandUnderTraffic(true); }
 
-TEST(BlockingQueue, ClosedDeadline) {
+TEST(Queue, ClosedDeadline) {
   for (const bool push : {false, true}) {
     SCOPED_TRACE(push ? "Push" : "Pop");
     const auto queue = MakeQueue<int>(1);
@@ -432,7 +432,7 @@ class Hooked {
   int value;
 };
 
-TEST(BlockingQueue, LateElement) {
+TEST(Queue, LateElement) {
   const auto hooks = std::make_shared<Hooked::Hooks>();
   const auto queue = MakeQueue<Hooked>(1);
   const auto copying = std::make_shared<Gate>();
@@ -460,7 +460,7 @@ TEST(BlockingQueue, LateElement) {
   EXPECT_EQ(*result, 9);
 }
 
-TEST(BlockingQueue, TimeoutAfterLock) {
+TEST(Queue, TimeoutAfterLock) {
   for (const bool push : {false, true}) {
     SCOPED_TRACE(push ? "Push" : "Pop");
     const auto plain = std::make_shared<Hooked::Hooks>();
@@ -524,7 +524,7 @@ class LockProbe {
   size_t held = 0;
 };
 
-TEST(BlockingQueue, PushCopiesLocked) {
+TEST(Queue, PushCopiesLocked) {
   const auto hooks = std::make_shared<Hooked::Hooks>();
   const auto queue = MakeQueue<Hooked>(2);
   LockProbe<Hooked> probe(queue);
@@ -535,7 +535,7 @@ TEST(BlockingQueue, PushCopiesLocked) {
   probe.ExpectHeldEveryTime(1);
 }
 
-TEST(BlockingQueue, PopMovesLocked) {
+TEST(Queue, PopMovesLocked) {
   const auto hooks = std::make_shared<Hooked::Hooks>();
   const auto queue = MakeQueue<Hooked>(2);
   LockProbe<Hooked> probe(queue);
@@ -547,7 +547,7 @@ TEST(BlockingQueue, PopMovesLocked) {
   probe.ExpectHeldEveryTime(2);
 }
 
-TEST(BlockingQueue, CloseLocked) {
+TEST(Queue, CloseLocked) {
   const auto hooks = std::make_shared<Hooked::Hooks>();
   const auto queue = MakeQueue<Hooked>(3);
   LockProbe<Hooked> probe(queue);
@@ -587,7 +587,7 @@ class CallingLogger : public tarsio::Logger {
   const std::function<void()> call;
 };
 
-TEST(BlockingQueue, ReportLocked) {
+TEST(Queue, ReportLocked) {
   const auto queue = MakeQueue<int>(0);
   LockProbe<int> probe(queue);
   const CallingLogger::Installed logger([&] { probe.Run(); });
@@ -596,7 +596,7 @@ TEST(BlockingQueue, ReportLocked) {
   probe.ExpectHeldEveryTime(2);
 }
 
-TEST(BlockingQueue, ThrowingSink) {
+TEST(Queue, ThrowingSink) {
   const auto queue = MakeQueue<int>(1, {4});
   {
     const CallingLogger::Installed logger([] { throw std::runtime_error("sink"); });
@@ -607,7 +607,7 @@ TEST(BlockingQueue, ThrowingSink) {
   EXPECT_THAT(PopAll(*queue), ElementsAre(4));
 }
 
-TEST(BlockingQueue, RefusedPushWarns) {
+TEST(Queue, RefusedPushLogs) {
   const auto records = LogRecords::Install(tarsio::LOG_LEVEL_WARN);
   size_t reports = 0;
   for (const HopelessCase& row : HopelessCases()) {
@@ -627,7 +627,7 @@ TEST(BlockingQueue, RefusedPushWarns) {
   }
 }
 
-TEST(BlockingQueue, ReportOfTasks) {
+TEST(Queue, ReportOfTasks) {
   const auto records = LogRecords::Install(tarsio::LOG_LEVEL_WARN);
   BlockingQueue<Task> queue(0);
   EXPECT_FALSE(queue.Push([] {}, -1));
@@ -645,7 +645,7 @@ std::string FunctionOfTheReport(const T& item) {
   return records->All().size() == 1 ? records->All()[0].function : "";
 }
 
-TEST(BlockingQueue, ReportOfOtherTypes) {
+TEST(Queue, OtherTypes) {
   EXPECT_EQ(FunctionOfTheReport<int>(1), "tarsio::BlockingQueue<int>::Push");
   EXPECT_EQ(FunctionOfTheReport<double>(1), "tarsio::BlockingQueue<double>::Push");
   const struct {
@@ -668,7 +668,7 @@ TEST(BlockingQueue, ReportOfOtherTypes) {
   }
 }
 
-TEST(BlockingQueue, SuccessIsSilent) {
+TEST(Queue, SuccessIsSilent) {
   const auto records = LogRecords::Install(tarsio::LOG_LEVEL_DEBUG);
   BlockingQueue<int> queue(1);
   int item = 0;
@@ -757,7 +757,7 @@ class Counted {
   std::string text;
 };
 
-TEST(BlockingQueue, CopyAndMove) {
+TEST(Queue, CopyAndMove) {
   Counters counters;
   BlockingQueue<Counted> queue(2);
   {
@@ -776,7 +776,7 @@ TEST(BlockingQueue, CopyAndMove) {
   EXPECT_EQ(counters.alive, 1) << "the moved-from element is destroyed immediately";
 }
 
-TEST(BlockingQueue, RefusedPushNoCopy) {
+TEST(Queue, RefusedPushNoCopy) {
   Counters counters;
   BlockingQueue<Counted> queue(0);
   const Counted item(&counters, "content");
@@ -786,7 +786,7 @@ TEST(BlockingQueue, RefusedPushNoCopy) {
   EXPECT_EQ(counters.alive, 1);
 }
 
-TEST(BlockingQueue, PopReleasesOldItem) {
+TEST(Queue, PopReleases) {
   const auto former = std::make_shared<int>(1);
   const auto next = std::make_shared<int>(2);
   BlockingQueue<Task> queue(1);
@@ -801,7 +801,7 @@ TEST(BlockingQueue, PopReleasesOldItem) {
   EXPECT_EQ(next.use_count(), 1);
 }
 
-TEST(BlockingQueue, FailedPopKeepsItem) {
+TEST(Queue, FailedPop) {
   Counters counters;
   BlockingQueue<Counted> queue(1);
   Counted item(&counters, "mine");
@@ -834,7 +834,7 @@ struct Findable {
   Findable** place;
 };
 
-TEST(BlockingQueue, PopIntoFront) {
+TEST(Queue, PopIntoFront) {
   BlockingQueue<Findable> queue(2);
   Findable* front = nullptr;
   EXPECT_TRUE(queue.Push(Findable(&front), 0));
@@ -861,7 +861,7 @@ struct Explosive {
   const bool* armed;
 };
 
-TEST(BlockingQueue, ThrowingCopy) {
+TEST(Queue, ThrowingCopy) {
   bool armed = false;
   const auto queue = MakeQueue<Explosive>(1000);
   for (int i = 0; i < 500; ++i) {
@@ -879,7 +879,7 @@ TEST(BlockingQueue, ThrowingCopy) {
   EXPECT_FALSE(queue->Pop(item, -1));
 }
 
-TEST(BlockingQueue, ThrowingMove) {
+TEST(Queue, ThrowingMove) {
   bool armed = false;
   const auto queue = MakeQueue<Explosive>(1);
   EXPECT_TRUE(queue->Push(Explosive(5, &armed), 0));
@@ -895,7 +895,7 @@ TEST(BlockingQueue, ThrowingMove) {
 }
 
 // Every change wakes all threads, so a call that throws delays no other thread.
-TEST(BlockingQueue, ThrowingPushRoom) {
+TEST(Queue, ThrowingPushRoom) {
   static const bool throws = true;
   static const bool succeeds = false;
   const auto queue = MakeQueue<Explosive>(1);
@@ -917,7 +917,7 @@ TEST(BlockingQueue, ThrowingPushRoom) {
   for (BackgroundCall& call : throwing) EXPECT_TRUE(call.ReturnsWithin());
 }
 
-TEST(BlockingQueue, ThrowingPopElement) {
+TEST(Queue, ThrowingPopSkips) {
   static const bool throws = true;
   static const bool succeeds = false;
   const auto queue = MakeQueue<Explosive>(1);
@@ -943,7 +943,7 @@ TEST(BlockingQueue, ThrowingPopElement) {
   for (BackgroundCall& call : throwing) EXPECT_TRUE(call.ReturnsWithin());
 }
 
-TEST(BlockingQueue, OutOfMemory) {
+TEST(Queue, OutOfMemory) {
   BlockingQueue<int> queue(2000);
   int failures = 0;
   for (int i = 0; i < 2000; ++i) {
@@ -964,7 +964,7 @@ TEST(BlockingQueue, OutOfMemory) {
   for (int i = 0; i < 2000; ++i) ASSERT_EQ(items[static_cast<size_t>(i)], i);
 }
 
-TEST(BlockingQueue, Destructor) {
+TEST(Queue, Destructor) {
   const auto token = std::make_shared<int>(0);
   int runs = 0;
   class Derived : public BlockingQueue<Task> {
@@ -986,7 +986,7 @@ TEST(BlockingQueue, Destructor) {
 }
 
 // Members of the same names in a derived class must not override those of the base.
-TEST(BlockingQueue, VirtualFunctions) {
+TEST(Queue, Virtual) {
   class Derived : public BlockingQueue<int> {
    public:
     Derived() : BlockingQueue<int>(1) {}
@@ -1008,7 +1008,7 @@ TEST(BlockingQueue, VirtualFunctions) {
 
 // ---- closing ----
 
-TEST(BlockingQueue, CloseDiscards) {
+TEST(Queue, CloseDiscards) {
   const auto token = std::make_shared<int>(0);
   int runs = 0;
   BlockingQueue<Task> queue(10);
@@ -1020,7 +1020,7 @@ TEST(BlockingQueue, CloseDiscards) {
   EXPECT_EQ(runs, 0);
 }
 
-TEST(BlockingQueue, SecondClose) {
+TEST(Queue, SecondClose) {
   BlockingQueue<int> queue(2);
   EXPECT_TRUE(queue.Push(1, 0));
   for (int i = 0; i < 3; ++i) {
@@ -1033,7 +1033,7 @@ TEST(BlockingQueue, SecondClose) {
 }
 
 // Waiting threads are woken but do not return early (by design).
-TEST(BlockingQueue, CloseWakesNoThread) {
+TEST(Queue, CloseWakesNoThread) {
   struct Waiter {
     bool push;
     int timeoutMs;

@@ -204,7 +204,7 @@ TEST(CharsetCvt, IsASCII) {
   }
 }
 
-TEST(CharsetCvt, IsASCIIHighByte) {
+TEST(CharsetCvt, HighByte) {
   const std::string ascii = EveryByte().substr(0, 0x80);
   const std::string text = ascii + ascii + ascii + ascii + ascii;
   for (const size_t place : {0U, 1U, 127U, 254U, 255U, 256U, 511U, 512U, 513U, 638U, 639U}) {
@@ -246,7 +246,7 @@ TEST(CharsetCvt, StartsWithBom) {
   }
 }
 
-TEST(CharsetCvt, UpToThreeBytes) {
+TEST(CharsetCvt, ThreeBytes) {
   ASSERT_TRUE(ChecksAgreeWithTheRules(""));
   std::string one(1, '\0');
   std::string two(2, '\0');
@@ -265,7 +265,7 @@ TEST(CharsetCvt, UpToThreeBytes) {
   }
 }
 
-TEST(CharsetCvt, OfFourBytes) {
+TEST(CharsetCvt, FourBytes) {
   // Both sides of every range limit, and a few bytes between.
   const std::string alphabet(
       "\0A\x7F\x80\x8F\x90\x9F\xA0\xA9\xBB\xBF\xC0\xDF\xE0\xED\xEF\xF0\xF7"
@@ -287,7 +287,7 @@ TEST(CharsetCvt, OfFourBytes) {
   }
 }
 
-TEST(CharsetCvt, OfLongInput) {
+TEST(CharsetCvt, LongInput) {
   const std::string kValid[] = {"a",
                                 std::string(1, '\0'),
                                 "\x7F",
@@ -327,7 +327,7 @@ TEST(CharsetCvt, OfLongInput) {
 }
 
 // Indices of 32 bits would overflow.
-TEST(CharsetCvt, OfHugeInput) {
+TEST(CharsetCvt, HugeInput) {
   constexpr uint64_t kLargest = TARSIO_TEST_LARGEST_TEXT;
   const auto size = static_cast<size_t>(std::min(kLargest, tarsio_test::FreeMemory() / 3));
   ASSERT_GT(size, 0x100000U) << "not enough memory";
@@ -366,7 +366,7 @@ TEST(CharsetCvt, WToU8) {
   EXPECT_EQ(CharsetCvt::WToU8(units), EveryByte());
 }
 
-TEST(CharsetCvt, WToU8ThrowsAboveFF) {
+TEST(CharsetCvt, WToU8AboveFF) {
   std::vector<wchar_t> units = {std::numeric_limits<wchar_t>::max(), static_cast<wchar_t>(-1)};
   for (int value = 0x100; value <= 0xFFFF; ++value) units.push_back(static_cast<wchar_t>(value));
   for (const wchar_t unit : units) {
@@ -376,7 +376,7 @@ TEST(CharsetCvt, WToU8ThrowsAboveFF) {
   }
 }
 
-TEST(CharsetCvt, WToU8ThrowsAnywhere) {
+TEST(CharsetCvt, WToU8Anywhere) {
   const auto records = LogRecords::Install(tarsio::LOG_LEVEL_DEBUG);
   for (const std::wstring& text : {std::wstring(L"\x4E2D"), std::wstring(L"ab\x0100"),
                                    std::wstring(L"\x4E2D"
@@ -388,7 +388,7 @@ TEST(CharsetCvt, WToU8ThrowsAnywhere) {
   EXPECT_TRUE(records->All().empty());
 }
 
-TEST(CharsetCvt, WToU8ThrowsFarBack) {
+TEST(CharsetCvt, WToU8FarBack) {
   for (const size_t size : {255U, 256U, 257U, 511U, 512U, 513U, 1000U}) {
     const std::wstring units(size, L'\x00FF');
     EXPECT_EQ(CharsetCvt::WToU8(units), std::string(size, '\xFF'));
@@ -404,7 +404,7 @@ TEST(CharsetCvt, WToU8ThrowsFarBack) {
 
 // ---- 16-bit and 32-bit units ----
 
-TEST(CharsetCvt, U8ToU16SignExtends) {
+TEST(CharsetCvt, U8ToU16Sign) {
   EXPECT_EQ(CharsetCvt::U8ToU16("\xC3\xA9"), (std::u16string{0xFFC3, 0xFFA9}));
   const std::string bytes = EveryByte();
   const std::u16string units = CharsetCvt::U8ToU16(bytes);
@@ -416,7 +416,7 @@ TEST(CharsetCvt, U8ToU16SignExtends) {
   }
 }
 
-TEST(CharsetCvt, U8ToU32SignExtends) {
+TEST(CharsetCvt, U8ToU32Sign) {
   EXPECT_EQ(CharsetCvt::U8ToU32("\xC3\xA9"), (std::u32string{0xFFFFFFC3, 0xFFFFFFA9}));
   const std::string bytes = EveryByte();
   const std::u32string units = CharsetCvt::U8ToU32(bytes);
@@ -428,7 +428,7 @@ TEST(CharsetCvt, U8ToU32SignExtends) {
   }
 }
 
-TEST(CharsetCvt, U16ToU8LowBytes) {
+TEST(CharsetCvt, U16ToU8) {
   EXPECT_EQ(CharsetCvt::U16ToU8(std::u16string{0x00E9}), "\xE9");
   std::u16string units;
   std::string expected;
@@ -440,7 +440,7 @@ TEST(CharsetCvt, U16ToU8LowBytes) {
   EXPECT_EQ(CharsetCvt::U16ToU8(units), expected);
 }
 
-TEST(CharsetCvt, U32ToU8LowBytes) {
+TEST(CharsetCvt, U32ToU8) {
   EXPECT_EQ(CharsetCvt::U32ToU8(std::u32string{0x1F600}), std::string(1, '\0'));
   EXPECT_EQ(CharsetCvt::U32ToU8(std::u32string{0xFFFFFFFF, 0x80000041, 0x110000}),
             std::string("\xFF\x41\0", 3));
@@ -869,7 +869,7 @@ void ExpectUserLocaleIsGlobal(const Encoding& encoding) {
   EXPECT_EQ(std::wstring(units, nextUnit), encoding.decoded);
 }
 
-TEST_P(CvtEncoding, SetsGlobalLocale) {
+TEST_P(CvtEncoding, SetsLocale) {
   const std::pair<const char*, std::function<void()>> conversions[] = {
       {"MbToU8, empty", [] { CharsetCvt::MbToU8(""); }},
       {"MbToU8, whatever becomes of it", [] { CharsetCvt::MbToU8("A\x80"); }},
@@ -927,7 +927,7 @@ TEST_P(CvtEncoding, FacetRoom) {
   }
 }
 
-TEST_P(CvtEncoding, FacetLowSurrogate) {
+TEST_P(CvtEncoding, LowSurrogate) {
   CharsetCvt::U8ToMb("abc");
   const std::locale global;
   const auto& facet = std::use_facet<WideFacet>(global);
@@ -1002,7 +1002,7 @@ bool StreamWrites(const std::filesystem::path& file, const wchar_t* text) {
   return output.good();
 }
 
-TEST_P(CvtEncoding, StreamHalfPair) {
+TEST_P(CvtEncoding, HalfPair) {
   const ScopedDirectory directory;
   CharsetCvt::U8ToMb("abc");
   EXPECT_TRUE(StreamWrites(directory.Native("file"), L"abc"));
@@ -1011,7 +1011,7 @@ TEST_P(CvtEncoding, StreamHalfPair) {
   }
 }
 
-TEST_P(CvtEncoding, LogLineNumbers) {
+TEST_P(CvtEncoding, LineNumbers) {
   CharsetCvt::U8ToMb("abc");
   const auto records = LogRecords::Install(tarsio::LOG_LEVEL_DEBUG);
   tarsio::Log::GetInstance().DoLog(tarsio::LOG_LEVEL_INFO, "x.cpp", 1234567, "f", "%d", 7654321);
@@ -1208,7 +1208,7 @@ static_assert(std::is_destructible<tarsio::deletable_facet<WideFacet>>::value, "
 static_assert(std::is_default_constructible<tarsio::deletable_facet<WideFacet>>::value, "");
 static_assert(std::is_base_of<WideFacet, tarsio::deletable_facet<WideFacet>>::value, "");
 
-TEST(DeletableFacet, StringConverter) {
+TEST(DeletableFacet, Convert) {
   using Facet = tarsio::deletable_facet<std::codecvt<char16_t, char, std::mbstate_t>>;
   std::wstring_convert<Facet, char16_t> converter;
   EXPECT_EQ(converter.from_bytes("a\xC3\xA9\xF0\x9F\x98\x80"), u"a\u00E9\U0001F600");
@@ -1230,7 +1230,7 @@ class CountedFacet : public WideFacet {
   int* const destroyed;
 };
 
-TEST(DeletableFacet, OwnerDestroysIt) {
+TEST(DeletableFacet, Owner) {
   int destroyed = 0;
   {
     const std::wstring_convert<tarsio::deletable_facet<CountedFacet>> converter(

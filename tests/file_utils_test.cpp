@@ -130,7 +130,7 @@ constexpr size_t kSizes[] = {1, 2, 4095, 4096, 4097, 65535, 65536, 65537, (5 << 
 
 // ---- reading ----
 
-TEST_F(GetFileContent, StoredBytes) {
+TEST_F(GetFileContent, Bytes) {
   const std::string contents[] = {
       "text",         "a\r\nb\nc\rd",         std::string("\0a\0", 3), "\x1A after the end",
       "\xEF\xBB\xBF", RandomBytes(100000, 1),
@@ -163,7 +163,7 @@ TEST_F(GetFileContent, NotAFile) {
 }
 
 // For root, the file is still writable on Linux.
-TEST_F(GetFileContent, ReadOnlyFile) {
+TEST_F(GetFileContent, ReadOnly) {
   using std::filesystem::perms;
   directory.Write("file", "content");
   std::filesystem::permissions(directory.Native("file"), perms::owner_read);
@@ -171,7 +171,7 @@ TEST_F(GetFileContent, ReadOnlyFile) {
   std::filesystem::permissions(directory.Native("file"), perms::owner_all);
 }
 
-TEST_F(GetFileContent, EmptyFile) {
+TEST_F(GetFileContent, Empty) {
   directory.Write("f", "");
   EXPECT_EQ(ReadFile("f"), Failure(FILE_OPT_EMPTY_OR_UNREADABLE));
 }
@@ -187,7 +187,7 @@ TEST_F(GetFileContent, Device) {
   EXPECT_EQ(devices, 1);
 }
 
-TEST_F(GetFileContent, CannotOpen) {
+TEST_F(GetFileContent, NotOpened) {
   directory.Write("f", "content");
   Reading reading;
   Reading ofMissing;
@@ -219,14 +219,14 @@ void ExpectMismatchWhile(const std::function<void()>& change, size_t smallest, s
   EXPECT_EQ(reading, Failure(FILE_OPT_SIZE_MISMATCH));
 }
 
-TEST_F(GetFileContent, FileGrows) {
+TEST_F(GetFileContent, Grows) {
   constexpr size_t kSize = 4 << 20;
   directory.Write("f", std::string(kSize, 'x'));
   std::ofstream file(directory.Native("f"), std::ios::binary | std::ios::app);
   ExpectMismatchWhile([&file] { file << 'y' << std::flush; }, kSize, SIZE_MAX);
 }
 
-TEST_F(GetFileContent, FileShrinks) {
+TEST_F(GetFileContent, Shrinks) {
   constexpr size_t kSize = 16 << 20;
   directory.Write("f", std::string(kSize, 'x'));
   size_t size = kSize;
@@ -239,7 +239,7 @@ TEST_F(GetFileContent, FileShrinks) {
       1, kSize);
 }
 
-TEST_F(GetFileContent, OutputIsPath) {
+TEST_F(GetFileContent, Aliasing) {
   directory.Write("f", "content");
   std::string text = "f";
   EXPECT_EQ(FileUtils::GetFileContent(text, text), FILE_OPT_SUCCESS);
@@ -263,7 +263,7 @@ TEST_F(GetFileContent, PathForms) {
   }
 }
 
-TEST_F(GetFileContent, ThrowsAfterNul) {
+TEST_F(GetFileContent, AfterNul) {
   std::string content = kBefore;
   try {
     static_cast<void>(FileUtils::GetFileContent(std::string("d\0/f", 4), content));
@@ -508,13 +508,13 @@ TEST_F(WriteFile, Device) {
   EXPECT_EQ(devices, 1);
 }
 
-TEST_F(WriteFile, UndetectedErrors) {
+TEST_F(WriteFile, LostErrors) {
   const FileThatTakesNothing file;
   EXPECT_EQ(FileUtils::WriteFile(std::string(100000, 'x'), file.Text(), kInput | kBinary),
             FILE_OPT_SUCCESS);
 }
 
-TEST_F(FileUtilsTest, SharedAccess) {
+TEST_F(FileUtilsTest, Sharing) {
   directory.Write("f", "content");
   std::ifstream reader(directory.Native("f"), std::ios::binary);
   std::ofstream writer(directory.Native("f"), std::ios::binary | std::ios::app);
@@ -548,7 +548,7 @@ TEST_F(FileUtilsTest, Utf8Names) {
 }
 
 // The reference is the result of the runtime's narrow calls for the same bytes.
-TEST_F(FileUtilsTest, NarrowNames) {
+TEST_F(FileUtilsTest, Narrow) {
   EXPECT_TRUE(FileUtils::MakeDir("d\xC3\xA9/"));
   std::FILE* const file = std::fopen("d\xC3\xA9/f\xC3\xA9", "w");
   ASSERT_NE(file, nullptr);
@@ -560,7 +560,7 @@ TEST_F(FileUtilsTest, NarrowNames) {
 }
 
 // Also invalid UTF-8, with ".." before or after it.
-TEST_F(FileUtilsTest, NarrowBytes) {
+TEST_F(FileUtilsTest, RawBytes) {
   EXPECT_TRUE(FileUtils::MakeDir("d\xFF/"));
   EXPECT_FALSE(FileUtils::CheckDirOrFileExists("d\xEF\xBF\xBD"));
   EXPECT_TRUE(FileUtils::RemoveDir("\xE9\\../.\\d\xFF"));
@@ -590,7 +590,7 @@ TEST_F(FileUtilsTest, NarrowNul) {
   EXPECT_TRUE(FileUtils::MakeDir(std::string("a\0b/", 4)));  // existing directories are skipped
 }
 
-TEST_F(FileUtilsTest, ThrowsAfterNul) {
+TEST_F(FileUtilsTest, AfterNul) {
   const std::function<void()> calls[] = {
       [] { static_cast<void>(FileUtils::CheckDirOrFileExists(std::string("a\0/b", 4))); },
       [] { static_cast<void>(FileUtils::WriteFile("x", std::string("a\0/b", 4), 0)); },
@@ -713,7 +713,7 @@ TEST_F(RemoveDir, EmptyOnly) {
   }
 }
 
-TEST_F(RemoveFile, NotADirectory) {
+TEST_F(RemoveFile, Directory) {
   CreateDirectories("empty");
   CreateDirectories("d");
   directory.Write("d/f", "content");
@@ -822,7 +822,7 @@ TEST_F(MakeDir, Unc) {
 
 // ---- failures ----
 
-TEST_F(FileUtilsTest, SilentFailures) {
+TEST_F(FileUtilsTest, Silent) {
   CreateDirectories("d");
   directory.Write("empty", "");
   const auto records = tarsio_test::LogRecords::Install(tarsio::LOG_LEVEL_DEBUG);

@@ -261,14 +261,14 @@ void OnThreads(unsigned int count, Body body) {
 
 // ---- CountDownLatch ----
 
-TEST(CountDownLatch, InitialCount) {
+TEST(CountDownLatch, Initial) {
   for (const unsigned int count : {0u, 1u, 2u, 0x80000000u, kLargest}) {
     CountDownLatch latch(count);
     EXPECT_EQ(latch.GetCount(), count);
   }
 }
 
-TEST(CountDownLatch, StopsAtZero) {
+TEST(CountDownLatch, CountDown) {
   CountDownLatch latch(3);
   for (const unsigned int left : {2u, 1u, 0u, 0u, 0u}) {
     latch.CountDown();
@@ -290,7 +290,7 @@ TEST(CountDownLatch, ZeroIsOpen) {
   EXPECT_EQ(latch->GetCount(), 0u);
 }
 
-TEST(CountDownLatch, ZeroWakesAll) {
+TEST(CountDownLatch, WakesAll) {
   const auto latch = std::make_shared<CountDownLatch>(2u);
   Waiters<CountDownLatch> waiters(latch);
   for (const Timeout timeout : {kNoLimit, kNoLimit, AnHour(*latch), kLargestTimeout}) {
@@ -318,7 +318,7 @@ TEST(CountDownLatch, StaysOpen) {
   }
 }
 
-TEST(CountDownLatch, ZeroTimeout) {
+TEST(CountDownLatch, NoLimit) {
   const auto latch = std::make_shared<CountDownLatch>(1u);
   Waiters<CountDownLatch> waiters(latch);
   waiters.Add(0);
@@ -329,7 +329,7 @@ TEST(CountDownLatch, ZeroTimeout) {
 
 // If the unit were seconds, the wait would exceed the test's limit; with microseconds it would be
 // too short.
-TEST(CountDownLatch, Milliseconds) {
+TEST(CountDownLatch, Unit) {
   const auto latch = std::make_shared<CountDownLatch>(2u);
   const nanoseconds duration = DurationOfWait(latch, 1500);
   EXPECT_GE(duration, milliseconds(1500));
@@ -337,7 +337,7 @@ TEST(CountDownLatch, Milliseconds) {
   EXPECT_EQ(latch->GetCount(), 2u);
 }
 
-TEST(CountDownLatch, FullTimeout) {
+TEST(CountDownLatch, Timeout) {
   const auto latch = std::make_shared<CountDownLatch>(1u);
   for (const Timeout timeout : {1ull, 2ull, 3ull, 7ull, 20ull, 49ull, 150ull}) {
     SCOPED_TRACE(timeout);
@@ -359,9 +359,9 @@ TEST(CountDownLatch, WaitAgain) {
   EXPECT_TRUE(waiters.AllReturn());
 }
 
-TEST(CountDownLatch, HugeTimeout) { ExpectNegativeTimeoutsReturnAtOnce<CountDownLatch>(); }
+TEST(CountDownLatch, From2To63) { ExpectNegativeTimeoutsReturnAtOnce<CountDownLatch>(); }
 
-TEST(CountDownLatch, LargeTimeout) {
+TEST(CountDownLatch, Overflow) {
   const auto now = duration_cast<milliseconds>(system_clock::now().time_since_epoch());
   const auto last = static_cast<Timeout>(
       duration_cast<milliseconds>(system_clock::duration::max() - now).count());
@@ -385,7 +385,7 @@ TEST(CountDownLatch, LargeTimeout) {
 }
 
 // Wait() does not check the count again (by design).
-TEST(CountDownLatch, SpuriousWakeUp) { ExpectAnyWakeUpEndsTheWait<CountDownLatch>(); }
+TEST(CountDownLatch, Spurious) { ExpectAnyWakeUpEndsTheWait<CountDownLatch>(); }
 
 TEST(CountDownLatch, Locks) {
   const auto latch = std::make_shared<CountDownLatch>(3u);
@@ -399,7 +399,7 @@ TEST(CountDownLatch, Locks) {
   ExpectWaitsForTheMutex(latch, [latch] { latch->Wait(kNoLimit); });
 }
 
-TEST(CountDownLatch, ManyThreads) {
+TEST(CountDownLatch, Threads) {
   constexpr unsigned int kThreads = 8;
   constexpr unsigned int kSteps = 5000;
   for (const unsigned int spare : {7u, 1u, 0u}) {
@@ -411,7 +411,7 @@ TEST(CountDownLatch, ManyThreads) {
   }
 }
 
-TEST(CountDownLatch, NoUnderflow) {
+TEST(CountDownLatch, NoWrap) {
   constexpr unsigned int kThreads = 8;
   CountDownLatch latch(1000);
   std::atomic<unsigned int> highest{0};
@@ -428,7 +428,7 @@ TEST(CountDownLatch, NoUnderflow) {
   EXPECT_EQ(latch.GetCount(), 0u);
 }
 
-TEST(CountDownLatch, NoLostWakeUp) {
+TEST(CountDownLatch, NoLostWake) {
   constexpr unsigned int kSteps = 4;
   for (int round = 0; round < 50; ++round) {
     const auto latch = std::make_shared<CountDownLatch>(kSteps);
@@ -442,14 +442,14 @@ TEST(CountDownLatch, NoLostWakeUp) {
 
 // ---- CountOutWake ----
 
-TEST(CountOutWake, InitialCount) {
+TEST(CountOutWake, Initial) {
   EXPECT_EQ(CountOutWake().GetCount(), 0u);
   for (const unsigned int count : {0u, 1u, 5u, 0x80000000u, kLargest}) {
     EXPECT_EQ(CountOutWake(count).GetCount(), count);
   }
 }
 
-TEST(CountOutWake, CountsWaiters) {
+TEST(CountOutWake, Waiters) {
   const auto wake = std::make_shared<CountOutWake>();
   Waiters<CountOutWake> waiters(wake);
   waiters.Add(0);
@@ -490,7 +490,7 @@ TEST(CountOutWake, WakesAll) {
   EXPECT_EQ(wake->GetCount(), 5u);
 }
 
-TEST(CountOutWake, LostWakeUp) {
+TEST(CountOutWake, LostWake) {
   const auto wake = std::make_shared<CountOutWake>(3u);
   for (int i = 0; i < 3; ++i) {
     wake->CountOut();
@@ -527,7 +527,7 @@ TEST(CountOutWake, IsReusable) {
 }
 
 // Unlike CountDownLatch (by design). As microseconds, 100 million would exceed the test's limit.
-TEST(CountOutWake, Nanoseconds) {
+TEST(CountOutWake, Unit) {
   const auto wake = std::make_shared<CountOutWake>(1u);
   const nanoseconds duration = DurationOfWait(wake, 100'000'000);
   EXPECT_GE(duration, milliseconds(100));
@@ -542,7 +542,7 @@ TEST(CountOutWake, OneSecond) {
   EXPECT_LT(duration, kTestTimeout);
 }
 
-TEST(CountOutWake, ShortTimeouts) {
+TEST(CountOutWake, Short) {
   const auto wake = std::make_shared<CountOutWake>();
   for (const Timeout timeout : {1ull, 999ull, 1000ull, 1500ull}) {
     SCOPED_TRACE(timeout);
@@ -551,7 +551,7 @@ TEST(CountOutWake, ShortTimeouts) {
   EXPECT_EQ(wake->GetCount(), 0u);
 }
 
-TEST(CountOutWake, FullTimeout) {
+TEST(CountOutWake, Timeout) {
   const auto wake = std::make_shared<CountOutWake>();
   for (const Timeout timeout : {1ull, 1000ull, 400'000ull, 999'999ull, 1'000'001ull, 1'999'999ull,
                                 20'000'001ull, 49'999'999ull, 150'000'000ull}) {
@@ -562,7 +562,7 @@ TEST(CountOutWake, FullTimeout) {
   }
 }
 
-TEST(CountOutWake, TimesOutAlone) {
+TEST(CountOutWake, OneTimesOut) {
   const auto wake = std::make_shared<CountOutWake>(10u);
   Waiters<CountOutWake> others(wake);
   others.Add(kNoLimit);
@@ -576,9 +576,9 @@ TEST(CountOutWake, TimesOutAlone) {
   EXPECT_EQ(wake->GetCount(), 10u);
 }
 
-TEST(CountOutWake, HugeTimeout) { ExpectNegativeTimeoutsReturnAtOnce<CountOutWake>(); }
+TEST(CountOutWake, From2To63) { ExpectNegativeTimeoutsReturnAtOnce<CountOutWake>(); }
 
-TEST(CountOutWake, LargeTimeout) {
+TEST(CountOutWake, Overflow) {
   const auto now = duration_cast<nanoseconds>(system_clock::now().time_since_epoch());
   const Timeout last = kLargestTimeout - static_cast<Timeout>(now.count());
   ExpectTimeoutsWaitUntilFreed<CountOutWake>({
@@ -594,7 +594,7 @@ TEST(CountOutWake, LargeTimeout) {
   });
 }
 
-TEST(CountOutWake, SpuriousWakeUp) { ExpectAnyWakeUpEndsTheWait<CountOutWake>(); }
+TEST(CountOutWake, Spurious) { ExpectAnyWakeUpEndsTheWait<CountOutWake>(); }
 
 TEST(CountOutWake, CountWraps) {
   const auto wake = std::make_shared<CountOutWake>(kLargest);
@@ -620,7 +620,7 @@ TEST(CountOutWake, Locks) {
   EXPECT_EQ(wake->GetCount(), 3u);
 }
 
-TEST(CountOutWake, ManyThreads) {
+TEST(CountOutWake, Threads) {
   constexpr unsigned int kThreads = 6;
   constexpr unsigned int kInitial = 100;
   CountOutWake wake(kInitial);
@@ -650,7 +650,7 @@ TEST(CountOutWake, ManyThreads) {
   EXPECT_EQ(wake.GetCount(), kInitial);
 }
 
-TEST(CountOutWake, ZeroTimeout) {
+TEST(CountOutWake, NoLimit) {
   constexpr size_t kWaiters = 8;
   constexpr int kRounds = 100;
   const auto wake = std::make_shared<CountOutWake>();

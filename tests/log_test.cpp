@@ -291,20 +291,20 @@ TEST_F(LogTest, ThresholdLimits) {
   EXPECT_EQ(records->All().size(), 5u);
 }
 
-TEST_F(LogTest, FilteredBeforeSink) {
+TEST_F(LogTest, Filtered) {
   const auto history = InstallNotingSink();
   Log::GetInstance().DoLog(LOG_LEVEL_WARN, "a.cpp", 1, "f", "x");
   EXPECT_THAT(history->calls, ElementsAre());
 }
 
 // Formatting the argument would dereference it as a pointer.
-TEST_F(LogTest, FilteredArguments) {
+TEST_F(LogTest, Arguments) {
   const char* const nowhere = reinterpret_cast<const char*>(1);
   Log::GetInstance().DoLog(LOG_LEVEL_WARN, nowhere, 1, nowhere, "%s", nowhere);
   Log::GetInstance().DoLog(LOG_LEVEL_WARN, nullptr, 1, nullptr, nullptr);
 }
 
-TEST_F(LogTest, FilteredAllocations) {
+TEST_F(LogTest, Allocations) {
   Log& log = Log::GetInstance();
   InstallOutput([](const char*) {});
   size_t filtered = 0;
@@ -320,7 +320,7 @@ TEST_F(LogTest, FilteredAllocations) {
   EXPECT_EQ(passing > 0, kAllocationsOfTheLibraryAreSeen);  // the check above needs this
 }
 
-TEST_F(LogTest, FormatThenOutput) {
+TEST_F(LogTest, CallOrder) {
   const auto history = InstallNotingSink();
   Log::GetInstance().DoLog(LOG_LEVEL_ERROR, "/b/a.cpp", 12, "ns::Class::Function", "%s %d", "x", 7);
   EXPECT_THAT(history->calls, ElementsAre("VFormat(1, '', /b/a.cpp, 12, ns::Class::Function, x 7)",
@@ -339,7 +339,7 @@ TEST_F(LogTest, CallingThread) {
   EXPECT_EQ(sinkThread, callingThread);
 }
 
-TEST_F(LogTest, ReplaceDeletesOld) {
+TEST_F(LogTest, ReplaceSink) {
   const auto first = InstallNotingSink();
   auto second = std::make_shared<SinkHistory>();
   std::unique_ptr<Logger> owner = std::make_unique<NotingSink>(second);
@@ -358,7 +358,7 @@ TEST_F(LogTest, ReplaceDeletesOld) {
   EXPECT_EQ(second->destroyed, 1);
 }
 
-TEST_F(LogTest, ReplaceBeforeDelete) {
+TEST_F(LogTest, ReplaceOrder) {
   class LogsAtTheEnd : public Logger {
    public:
     LogsAtTheEnd() = default;
@@ -374,7 +374,7 @@ TEST_F(LogTest, ReplaceBeforeDelete) {
               ElementsAre("VFormat(1, '', a.cpp, 1, f, last words)", "DoOutput(own layout)"));
 }
 
-TEST_F(LogTest, ReplaceByItself) {
+TEST_F(LogTest, ReplaceSelf) {
   const auto history = InstallNotingSink();
   Log::GetInstance().SetLogger(std::move(OwnerOf(Log::GetInstance())));
   EXPECT_EQ(history->destroyed, 0);
@@ -576,7 +576,7 @@ TEST_F(LoggerTest, ManyThreads) {
   ExpectWholeLines(text);
 }
 
-TEST_F(LoggerTest, ManyThreadsOnStdout) {
+TEST_F(LoggerTest, StdoutThreads) {
   testing::internal::CaptureStdout();
   LogFromManyThreads();
   ExpectWholeLines(testing::internal::GetCapturedStdout());
@@ -698,7 +698,7 @@ void EndTheProcess() {
   std::exit(0);
 }
 
-TEST_F(LogTest, SinkDeletedAtExit) {
+TEST_F(LogTest, Exit) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   EXPECT_EXIT(EndTheProcess(), testing::ExitedWithCode(0), "still logging.*\n.*sink deleted");
 }
@@ -857,7 +857,7 @@ TEST_F(LogLine, FileName) {
 }
 
 // The file name is not cached, not even for the same pointer.
-TEST_F(LogLine, FileNameEachTime) {
+TEST_F(LogLine, FileNotCached) {
   char file[] = "/src/one.cpp";
   ExpectLine("[<TIME>][ERROR][one.cpp:1] x", LOG_LEVEL_ERROR, file, 1, "x");
   std::copy_n("two", 3, file + 5);
@@ -1018,7 +1018,7 @@ TEST_F(LogLine, Stars) {
   ExpectMessage(expected.data(), "a%*p", 30, pointer);
 }
 
-TEST_F(LogLine, UnknownConversion) {
+TEST_F(LogLine, UnknownType) {
   int stored = -1;
   // Some of these store through their argument, in one C library or the other.
   for (const char* const format :
@@ -1050,7 +1050,7 @@ TEST_F(LogLine, NullString) {
 
 TEST_F(LogLine, PercentSign) { ExpectMessage("%|7%", "%5%|%*d%-%", 1, 7); }
 
-TEST_F(LogLine, MessageUnchanged) {
+TEST_F(LogLine, Verbatim) {
   ExpectLine("[<TIME>][ERROR][a.cpp:1] no conversions", LOG_LEVEL_ERROR, "a.cpp", 1,
              "no conversions");
   ExpectLine("[<TIME>][ERROR][a.cpp:1]  blanks ", LOG_LEVEL_ERROR, "a.cpp", 1, " blanks ");
@@ -1249,7 +1249,7 @@ TEST_F(TsLogTest, ThresholdTwo) {
                           "[<TIME>][WARN][a.cpp:1] level 2"));  // no newlines
 }
 
-TEST_F(TsLogTest, FilteredArguments) {
+TEST_F(TsLogTest, Arguments) {
   callbacks = Callbacks{};
   const char* const nowhere = reinterpret_cast<const char*>(1);
   TsLog(LOG_LEVEL_DEBUG, &Output, &GetLevel, nowhere, 1, nowhere, "%s", nowhere);
@@ -1257,7 +1257,7 @@ TEST_F(TsLogTest, FilteredArguments) {
   EXPECT_TRUE(callbacks.lines.empty());
 }
 
-TEST_F(TsLogTest, SeparateFromLog) {
+TEST_F(TsLogTest, Separate) {
   const auto history = InstallNotingSink();  // has a different layout
   Log::GetInstance().SetLevel(Level(-1));
   callbacks = Callbacks{};

@@ -62,7 +62,7 @@ TEST(SupportedCiphers, FreshCopy) {
   EXPECT_EQ(GetSupportedCiphersList(), second);
 }
 
-TEST(SupportedCiphers, ManyThreads) {
+TEST(SupportedCiphers, Threads) {
   const std::string expected = GetSupportedCiphersList();
   std::atomic<int> wrong{0};
   std::vector<std::thread> threads;
@@ -188,7 +188,7 @@ TEST_F(CipherPolicy, Removed) {
 }
 
 // "Removed for good": a list appended to the policy cannot add a removed suite again.
-TEST_F(CipherPolicy, RemovedForGood) {
+TEST_F(CipherPolicy, Final) {
   ASSERT_TRUE(Accepts(GetSupportedCiphersList() + ":ALL:COMPLEMENTOFALL"));
   const std::vector<Suite> suites = Chosen();
   EXPECT_THAT(suites, Contains(Not(IsAesGcm()))) << "the appended list takes effect";
@@ -230,7 +230,7 @@ TEST(MonotonicClock, Monotonic) {
   }
 }
 
-TEST(MonotonicClock, AcrossThreads) {
+TEST(MonotonicClock, Threads) {
   std::atomic<long long> latest{GetTimeNowMsSinceEpoch()};
   std::atomic<int> wrong{0};
   std::vector<std::thread> threads;
@@ -250,7 +250,7 @@ TEST(MonotonicClock, AcrossThreads) {
 }
 
 // Reads at all phases of a millisecond: a clock that rounds would be ahead of one that truncates.
-TEST(MonotonicClock, SteadyClock) {
+TEST(MonotonicClock, Steady) {
   const auto end = steady_clock::now() + milliseconds(100);
   int ticks = 0;
   for (long long last = SteadyMs(); steady_clock::now() < end;) {

@@ -120,7 +120,7 @@ class ResolveTest : public testing::Test {
 
 // ---- the list ----
 
-TEST(PathResolver, StartsWithCwd) {
+TEST(PathResolver, Default) {
   const ScopedDirectory directory;
   const PathResolver resolver;
   ASSERT_EQ(resolver.Size(), 1u);
@@ -145,7 +145,7 @@ TEST(PathResolver, CwdIsFixed) {
   }
 }
 
-TEST(PathResolver, AppendPrepend) {
+TEST(PathResolver, Append) {
   PathResolver resolver;
   const std::string current = Path::Getcwd().Str();
   resolver.Append("a");
@@ -162,7 +162,7 @@ TEST(PathResolver, Duplicates) {
   EXPECT_THAT(Entries(resolver), ElementsAre("a", "", "a", "", "a"));
 }
 
-TEST(PathResolver, EntriesAreCopies) {
+TEST(PathResolver, Copies) {
   PathResolver resolver = With({});
   Path path(R"(C:\a)");
   resolver.Append(path);
@@ -173,7 +173,7 @@ TEST(PathResolver, EntriesAreCopies) {
   EXPECT_EQ(path.Str(), "changed");
 }
 
-TEST(PathResolver, TypeAndFlags) {
+TEST(PathResolver, Flags) {
   const std::vector<Path> paths = {R"(\\srv\share\a)", Posix("/usr/lib"), Posix("usr"),
                                    Parsed("/usr", kNoType), Path("C:/").ParentPath()};
   const PathResolver resolver = With(paths);
@@ -268,7 +268,7 @@ TEST(PathResolver, Copy) {
   EXPECT_THAT(Entries(original), ElementsAre("x", "b", "y"));
 }
 
-TEST(PathResolver, CopyOutlives) {
+TEST(PathResolver, CopyLives) {
   auto original = std::make_unique<PathResolver>(With({"a", R"(C:\b)"}));
   const PathResolver copy(*original);
   PathResolver assigned;
@@ -278,7 +278,7 @@ TEST(PathResolver, CopyOutlives) {
   EXPECT_THAT(Entries(assigned), ElementsAre("a", R"(C:\b)"));
 }
 
-TEST(PathResolver, Assignment) {
+TEST(PathResolver, Assign) {
   PathResolver original = With({"a", "b"});
   PathResolver target = With({"1", "2", "3"});
   EXPECT_EQ(&(target = original), &target);
@@ -290,7 +290,7 @@ TEST(PathResolver, Assignment) {
   EXPECT_THAT(Entries(original), ElementsAre("a", "x"));
 }
 
-TEST(PathResolver, SelfAssignment) {
+TEST(PathResolver, SelfAssign) {
   PathResolver resolver = With({"a", "b", R"(C:\c)"});
   const PathResolver& same = resolver;
   EXPECT_EQ(&(resolver = same), &resolver);
@@ -328,7 +328,7 @@ TEST_F(ResolveTest, FirstMatchWins) {
   }
 }
 
-TEST_F(ResolveTest, AbsoluteEntries) {
+TEST_F(ResolveTest, Absolute) {
   const PathResolver resolver =
       With({directory.Text("missing"), directory.Text("first"), directory.Text("second")});
   ExpectSamePath(resolver.Resolve("both.txt"), directory.Text("first/both.txt"));
@@ -458,7 +458,7 @@ TEST_F(ResolveTest, IsNotCached) {
   ExpectSamePath(resolver.Resolve("new.txt"), R"(first\new.txt)");
 }
 
-TEST_F(ResolveTest, NoSideEffects) {
+TEST_F(ResolveTest, Const) {
   const auto records = LogRecords::Install(tarsio::LOG_LEVEL_DEBUG);
   const PathResolver resolver = With({"missing", "first", "second"});
   const Path value("only-second.txt");
@@ -507,7 +507,7 @@ std::string Printed(const PathResolver& resolver) {
   return buffer.str();
 }
 
-TEST(ResolverString, LinePerEntry) {
+TEST(ResolverString, Lines) {
   EXPECT_EQ(Printed(With({})), "resolver[\n<flush>]");
   EXPECT_EQ(Printed(With({R"(C:\work)"})),
             "resolver[\n<flush>"
@@ -521,7 +521,7 @@ TEST(ResolverString, LinePerEntry) {
             "]");
 }
 
-TEST(ResolverString, WindowsRules) {
+TEST(ResolverString, Windows) {
   const std::string name300(300, 'x');
   const PathResolver resolver =
       With({Posix("/usr/lib"), Path(), R"(\\srv\share\f)", R"(C:\)" + name300, "say \"hi\", x",

@@ -164,7 +164,7 @@ TEST(Path, NullPointers) {
   ExpectDefault(path);
 }
 
-TEST(Path, ImplicitConversion) {
+TEST(Path, Implicit) {
   const Path narrow = "a/b";
   const Path narrowString = std::string("a/b");
   const Path wide = L"a/b";
@@ -449,7 +449,7 @@ TEST(Path, UnknownType) {
 }
 
 // Only Windows parsing writes the flag (by design).
-TEST(Path, PosixKeepsShareFlag) {
+TEST(Path, PosixShare) {
   for (const Path::PathType type : {Path::POSIX_PATH, kNoType, kNegativeType}) {
     Path path(R"(\\srv\share)");
     path.Set("/usr/lib/x", type);
@@ -532,7 +532,7 @@ struct TokenizeRow {
   Components components;
 };
 
-TEST(PathTokenize, NoEmptyComponents) {
+TEST(PathTokenize, NoEmpty) {
   const TokenizeRow rows[] = {
       {"", "/", {}},
       {"", "", {}},
@@ -573,7 +573,7 @@ const TokenizeRow kNulRows[] = {
     {Bytes("ab/cd\0ef/"), "/", {"ab", "cd"}},
 };
 
-TEST(PathTokenize, NulCutsComponent) {
+TEST(PathTokenize, Nul) {
   for (const TokenizeRow& row : kNulRows) {
     SCOPED_TRACE(testing::PrintToString(row.text));
     EXPECT_EQ(Tokenizer::Tokenize(row.text, row.delimiters), row.components);
@@ -587,7 +587,7 @@ TEST(PathTokenize, NulCutsComponent) {
   EXPECT_THAT(Tokenizer::Tokenize(Bytes("\0\0"), Bytes("\0")), IsEmpty());
 }
 
-TEST(PathTokenize, EmptyComponents) {
+TEST(PathTokenize, Empty) {
   const Path path(Bytes("x/\0yz"));
   EXPECT_EQ(path.Length(), 2u);
   EXPECT_FALSE(path.Empty());
@@ -614,7 +614,7 @@ void ExpectOutOfRange(const F& parse) {
   }
 }
 
-TEST(PathTokenize, SetThatThrows) {
+TEST(PathTokenize, SetThrows) {
   const std::string refused = Bytes("a\0/b");
   Path path("of/before");
   ExpectOutOfRange([&] { path.Set(refused, Path::POSIX_PATH); });
@@ -623,7 +623,7 @@ TEST(PathTokenize, SetThatThrows) {
   EXPECT_TRUE(path.Empty());
 }
 
-TEST(PathTokenize, ThrowsAfterNul) {
+TEST(PathTokenize, AfterNul) {
   const std::string texts[] = {Bytes("a\0/b"), Bytes("\0/b"), Bytes("x/a\0b/c/d"), Bytes("x/\0/b"),
                                Bytes("a\0b/c\0d")};
   for (const std::string& text : texts) {
@@ -963,7 +963,7 @@ TEST(Path, ParentOfEmpty) {
   ExpectDefault(path);
 }
 
-TEST(Path, FilenameExtension) {
+TEST(Path, Filename) {
   struct Row {
     std::string text;
     std::string filename;
@@ -1459,7 +1459,7 @@ TEST(PathAbsolute, InnerDots) {
 }
 
 // Wine also removes one dot of several, so "..." becomes "..", and it accepts a share named "..".
-TEST(PathAbsolute, InnerDotsWindows) {
+TEST(PathAbsolute, DotsWindows) {
   const std::vector<AbsoluteRow> rows = {{R"(a..\b)", R"(=\a..\b)"},
                                          {R"(a...\b)", R"(=\a...\b)"},
                                          {R"(x\...\y)", R"(=\x\...\y)"},
@@ -1490,7 +1490,7 @@ TEST(PathAbsolute, InnerSpaces) {
                    {R"( a\b)", R"(=\ a\b)"}});
 }
 
-TEST(PathAbsolute, LastTrailing) {
+TEST(PathAbsolute, LastDots) {
   ExpectFullPaths({{"a.", R"(=\a)"},
                    {"a ", R"(=\a)"},
                    {"a. . ", R"(=\a)"},
@@ -1515,7 +1515,7 @@ TEST(PathAbsolute, LastTrailing) {
 }
 
 // Which component is last is known only after "." and ".." are resolved.
-TEST(PathAbsolute, DotsAfterParent) {
+TEST(PathAbsolute, NewLast) {
   ExpectFullPaths({{R"(a \.)", R"(=\a)"},
                    {R"(a..\.)", R"(=\a)"},
                    {R"(a. \b\..)", R"(=\a)"},
@@ -1525,7 +1525,7 @@ TEST(PathAbsolute, DotsAfterParent) {
                    {R"(C:\a \.)", R"(C:\a)"}});
 }
 
-TEST(PathAbsolute, OtherDrives) {
+TEST(PathAbsolute, Drives) {
   ExpectFullPaths({{"Q:x", R"(Q:\x)"},
                    {"q:x", R"(q:\x)"},
                    {R"(Q:\x\..\y)", R"(Q:\y)"},
@@ -1536,7 +1536,7 @@ TEST(PathAbsolute, OtherDrives) {
 }
 
 // A component of a POSIX path may contain backslashes, which the system treats as separators.
-TEST(PathAbsolute, InnerSeparators) {
+TEST(PathAbsolute, Separators) {
   const ScopedDirectory directory;
   const auto full = [](const char* text) {
     return Parsed(text, Path::POSIX_PATH).Absolute().Str();
@@ -1577,7 +1577,7 @@ TEST(PathAbsolute, Devices) {
 }
 
 // Its printed form looks like a long path: "\\?\UNC\?\x\y".
-TEST(PathAbsolute, ServerLikePrefix) {
+TEST(PathAbsolute, ServerPrefix) {
   const Path full = Path(R"(UNC\?\UNC\?\x\.\y)").Absolute();
   EXPECT_TRUE(full.IsAbsolute());
   EXPECT_TRUE(IsShare(full));
@@ -1649,7 +1649,7 @@ TEST(PathAbsolute, Limit) {
 }
 
 // The prefix is passed to the system and returned with the result.
-TEST(PathAbsolute, LimitWithPrefix) {
+TEST(PathAbsolute, PrefixLimit) {
   for (const std::string& start : {kLongPrefix + R"(C:\)", kLongSharePrefix + R"(srv\share\)"}) {
     const Path longest(start + std::string(32766 - start.size(), 'x'));
     EXPECT_EQ(longest.Absolute().Str(), longest.Str());
@@ -1692,7 +1692,7 @@ class PathQueries : public testing::Test {
   const ScopedDirectory directory;
 };
 
-TEST_F(PathQueries, FileOrDirectory) {
+TEST_F(PathQueries, Kind) {
   const QueryRow rows[] = {
       {"f", true, false, 5},
       {"empty", true, false, 0},
@@ -1743,7 +1743,7 @@ TEST_F(PathQueries, Dots) {
   ExpectMissing(R"(..\f)");
 }
 
-TEST_F(PathQueries, ParentOfLink) {
+TEST_F(PathQueries, LinkParent) {
   // mingw-w64's standard library cannot create links.
   std::error_code error;
   std::filesystem::create_directory_symlink("d/sub", "link", error);
@@ -1755,7 +1755,7 @@ TEST_F(PathQueries, ParentOfLink) {
 }
 
 // From 260 bytes on the printed form has the prefix, and each of its components is taken literally.
-TEST_F(PathQueries, DotsAfterPrefix) {
+TEST_F(PathQueries, LongDots) {
   for (const std::string dots : {R"(\.)", R"(\d\..)"}) {
     ExpectAnswers({directory.Text() + Repeat(dots, 2) + R"(\f)", true, false, 5});
     const Path path(directory.Text() + Repeat(dots, 150) + R"(\f)");
@@ -1790,7 +1790,7 @@ TEST_F(PathQueries, DriveAlone) {
   ExpectMissing("C:missing");
 }
 
-TEST_F(PathQueries, OtherDrives) {
+TEST_F(PathQueries, Drives) {
   ExpectMissing("Q:");
   ExpectMissing(R"(Q:\)");
   ExpectMissing("Q:f");
@@ -1808,7 +1808,7 @@ TEST_F(PathQueries, OtherDrives) {
 }
 
 // The parser reads it as a share (by design).
-TEST_F(PathQueries, RelativeUnc) {
+TEST_F(PathQueries, Unc) {
   ExpectAnswers({"UNC", false, true, 0});
   ExpectAnswers({"UNC/sub", false, true, 0});
   ExpectMissing(R"(UNC\sub)");
@@ -1831,7 +1831,7 @@ TEST_F(PathQueries, LongShare) {
   EXPECT_TRUE(std::filesystem::remove(NativeName(relative.ParentPath().Absolute())));
 }
 
-TEST_F(PathQueries, AbsoluteForms) {
+TEST_F(PathQueries, Absolute) {
   const std::string absolute = directory.Text("d/g");
   const std::string windows = Path(absolute).Str();
   ASSERT_TRUE(Path(absolute).IsAbsolute());
@@ -1847,7 +1847,7 @@ TEST_F(PathQueries, AbsoluteForms) {
   ExpectMissing(directory.Text("d/missing"));
 }
 
-TEST_F(PathQueries, PosixPaths) {
+TEST_F(PathQueries, Posix) {
   ExpectAnswers({Parsed("d/g", Path::POSIX_PATH), true, false, 3});
   ExpectAnswers({Parsed(R"(d\g)", Path::POSIX_PATH), true, false, 3});
   ExpectAnswers({Parsed("/d/g", kNoType), true, false, 3});
@@ -1865,7 +1865,7 @@ TEST_F(PathQueries, PosixPaths) {
   ExpectMissing(withoutDrive);
 }
 
-TEST_F(PathQueries, RelativePaths) {
+TEST_F(PathQueries, Relative) {
   const Path path("g");
   ExpectMissing(path);
   std::filesystem::current_path(directory.Native("d"));
@@ -1890,7 +1890,7 @@ TEST_F(PathQueries, NotCached) {
   ExpectMissing(path);
 }
 
-TEST_F(PathQueries, UnicodeNames) {
+TEST_F(PathQueries, Unicode) {
   for (const char* const name : {"\xC3\xA9", "\xE2\x82\xAC.txt", "\xF0\x9F\x98\x80", "a b"}) {
     directory.Write(name, "1234");
     ExpectAnswers({name, true, false, 4});
@@ -1920,7 +1920,7 @@ TEST_F(PathQueries, Size) {
   }
 }
 
-TEST_F(PathQueries, SizeIs64Bit) {
+TEST_F(PathQueries, Size64) {
   for (const uint64_t size : {0x7FFFFFFFu + 1ull, 0xFFFFFFFFull, 0x100000000ull, 0x123456789ull}) {
     std::filesystem::resize_file("f", size);
     EXPECT_EQ(Path("f").FileSize(), size);
@@ -1947,7 +1947,7 @@ size_t ObjectsBelow(const std::string& name) {
   return static_cast<size_t>(std::distance(begin, end(begin)));
 }
 
-TEST(PathMakeDir, LastComponent) {
+TEST(PathMakeDir, LastOnly) {
   const ScopedDirectory directory;
   EXPECT_FALSE(MakeDir(R"(a\b\c)"));
   EXPECT_EQ(ObjectsBelow("."), 0u);
@@ -1960,7 +1960,7 @@ TEST(PathMakeDir, LastComponent) {
   EXPECT_EQ(ObjectsBelow("."), 3u);
 }
 
-TEST(PathMakeDirs, AllMissing) {
+TEST(PathMakeDirs, Parents) {
   const ScopedDirectory directory;
   EXPECT_TRUE(MakeDirs(R"(a\b\c)"));
   EXPECT_TRUE(IsNativeDirectory("a"));
@@ -2015,7 +2015,7 @@ TEST(PathMakeDir, NoFullPath) {
   EXPECT_EQ(ObjectsBelow("."), 0u);
 }
 
-TEST(PathMakeDir, OtherDrives) {
+TEST(PathMakeDir, Drives) {
   const ScopedDirectory directory;
   for (const char* const text : {"Q:", "Q:x", R"(Q:\x)", R"(Q:\x\y)", "1:", "1:x", "\xC3\xA9:",
                                  "\xC3\xA9:\\x", "\xE2\x82\xAC:x", R"(\\tarsio.invalid\share)",
@@ -2072,7 +2072,7 @@ TEST(PathMakeDir, FullPath) {
   EXPECT_EQ(ObjectsBelow("."), 8u);
 }
 
-TEST(PathMakeDir, AbsoluteForms) {
+TEST(PathMakeDir, Absolute) {
   const ScopedDirectory directory;
   EXPECT_TRUE(MakeDir(directory.Text("a")));
   EXPECT_TRUE(MakeDir(Path(directory.Text("a/b")).Wstr()));
@@ -2087,7 +2087,7 @@ TEST(PathMakeDir, AbsoluteForms) {
   EXPECT_EQ(ObjectsBelow("."), 10u);
 }
 
-TEST(PathMakeDir, UnicodeNames) {
+TEST(PathMakeDir, Unicode) {
   const ScopedDirectory directory;
   const std::string euro = "\xE2\x82\xAC";
   const std::string face = "\xF0\x9F\x98\x80";

@@ -89,7 +89,7 @@ TEST(SplitString, Table) {
 }
 
 // The search runs over the input plus a delimiter; a match that ends in the added part is cut.
-TEST(SplitString, PartialDelimiter) {
+TEST(SplitString, Partial) {
   EXPECT_THAT(StringUtils::SplitString("a-", "--"), ElementsAre("a"));
   EXPECT_THAT(StringUtils::SplitString("-", "--"), ElementsAre(""));
   EXPECT_THAT(StringUtils::SplitString("a--b-", "--"), ElementsAre("a", "b"));
@@ -110,7 +110,7 @@ TEST(SplitAllByString, NoDelimiter) {
               ElementsAre(""));  // but the empty string once
 }
 
-TEST(SplitString, EmptyDelimiter) {
+TEST(SplitString, Empty) {
   EXPECT_THAT(StringUtils::SplitString("ab", ""), ElementsAre("ab"));
   EXPECT_THAT(StringUtils::SplitAllByString("ab", ""), ElementsAre("ab"));
   EXPECT_THAT(StringUtils::SplitString("", ""), ElementsAre());
@@ -143,7 +143,7 @@ std::string RandomText(std::mt19937_64& random, size_t longest, size_t shortest 
   return text;
 }
 
-TEST(SplitString, RandomStrings) {
+TEST(SplitString, Random) {
   std::mt19937_64 random(20240305);
   for (int i = 0; i < 1000000; ++i) {
     const std::string delimiter = RandomText(random, 3, 1);
@@ -185,7 +185,7 @@ TEST(StringUtils, Trim) {
   EXPECT_EQ(Trimmed(std::string(" \0 x \0 ", 7)), std::string("\0 x \0", 5));
 }
 
-TEST(StringUtils, TrimInCLocale) {
+TEST(StringUtils, TrimC) {
   const std::string blanks = " \t\n\v\f\r";
   for (int value = 0; value < 256; ++value) {
     SCOPED_TRACE(value);
@@ -207,7 +207,7 @@ std::string AllBytes() {
 std::string UpperOfEof() { return std::string(1, static_cast<char>(std::toupper(EOF))); }
 std::string LowerOfEof() { return std::string(1, static_cast<char>(std::tolower(EOF))); }
 
-TEST(StringUtils, CaseInCLocale) {
+TEST(StringUtils, CaseC) {
   const std::string lower = "abcdefghijklmnopqrstuvwxyz";
   const std::string upper = "ABCDEFGHIJKLMNOPQRSTUVWXYZ";
   std::string raised = AllBytes();
@@ -243,7 +243,7 @@ class ScopedRuntimeLocale {
 };
 
 // In each of these locales that the system has: "C" everywhere, the others on some systems.
-TEST(StringUtils, RuntimeLocale) {
+TEST(StringUtils, Locale) {
   tarsio_test::FindTestLocales();
   int known = 0;
   for (const char* name : {"C", "", "C.UTF-8", "en_US.ISO-8859-1", "de_DE.ISO-8859-1",
@@ -316,7 +316,7 @@ TEST(StringUtils, Byte0xFF) {
 
 // ---- searching and replacing ----
 
-TEST(StringUtils, PrefixSuffixPart) {
+TEST(StringUtils, Search) {
   const std::string nul(1, kNul);
   const struct {
     std::string text;
@@ -358,7 +358,7 @@ TEST(StringUtils, PrefixSuffixPart) {
   }
 }
 
-TEST(SpaceToUnderscore, EveryByte) {
+TEST(SpaceToUnderscore, Set) {
   const std::string nul(1, kNul);
   const struct {
     std::string text;
@@ -426,7 +426,7 @@ TEST(HashText, StandardDigest) {
             "cdc76e5c9914fb9281a1c7e284d73e67f1809a48a49720 e 46d39ccc7112cd0");
 }
 
-TEST(HashText, NullWithoutLength) {
+TEST(HashText, NullNoLength) {
   EXPECT_EQ(StringUtils::GetHashText(nullptr, 0), HashOf(""));
   EXPECT_EQ(StringUtils::GetHashText("x", 0), HashOf(""));
 }

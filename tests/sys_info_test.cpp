@@ -99,7 +99,7 @@ TEST(SysInfo, VersionFormat) {
   EXPECT_TRUE(IsNumber(info->osVersion.substr(point + 1))) << info->osVersion;
 }
 
-TEST(SysInfo, VersionNumbers) {
+TEST(SysInfo, Version) {
   for (const auto& [major, minor] : {std::pair(10u, 12u), std::pair(6u, 3u)}) {
     const PretendSystemVersion pretend(major, minor);
     auto info = std::make_shared<ClientDeviceInfo>();
@@ -173,7 +173,7 @@ TEST(SysInfo, AnyStatusFails) {
   EXPECT_THAT(records->All(), SizeIs(tarsio_test::SystemVersionFailures().size()));
 }
 
-TEST(SysInfo, FailureReport) {
+TEST(SysInfo, FailureLog) {
   const auto records = LogRecords::Install(tarsio::LOG_LEVEL_ERROR);
   auto info = MakeInfo("arch", "reserved", "version", "model");
   {

@@ -206,7 +206,7 @@ bool ReturnsAtTheNextTask(BackgroundCall& call, const PoolPtr& pool) {
 
 // ---- name and construction ----
 
-TEST(ThreadPool, StartsNoThread) {
+TEST(ThreadPool, Lazy) {
   for (const uint64_t reserved : {uint64_t{0}, uint64_t{3}, UINT64_MAX}) {
     SCOPED_TRACE(reserved);
     const PoolPtr pool = MakePool(4, 10, reserved);
@@ -240,7 +240,7 @@ TEST(ThreadPool, SetName) {
   EXPECT_EQ(pool->GetName(), "");
 }
 
-TEST(ThreadPool, ReservedNumber) {
+TEST(ThreadPool, Reserved) {
   for (const uint64_t reserved : {uint64_t{0}, uint64_t{1}, uint64_t{5}, UINT64_MAX}) {
     SCOPED_TRACE(reserved);
     const PoolPtr pool = MakePool(2, 10, reserved);
@@ -316,7 +316,7 @@ TEST(ThreadPool, DestroysTask) {
   EXPECT_TRUE(*goneBefore);
 }
 
-TEST(ThreadPool, SubmitFromTask) {
+TEST(ThreadPool, Nested) {
   const PoolPtr pool = MakePool(2);
   const auto done = std::make_shared<Gate>();
   const std::weak_ptr<ThreadPool> weak = pool;
@@ -347,7 +347,7 @@ TEST(ThreadPool, ThrowingCopy) {
 
 // ---- growing and shrinking ----
 
-TEST(ThreadPool, WorkerPerSubmit) {
+TEST(ThreadPool, Grows) {
   std::vector<uint64_t> numbers;
   system_clock::time_point begin;
   do {  // retry if a worker may have retired on a slow machine
@@ -372,7 +372,7 @@ TEST(ThreadPool, AddWorker) {
   }
 }
 
-TEST(ThreadPool, ThirdTaskWaits) {
+TEST(ThreadPool, ThirdWaits) {
   const PoolPtr pool = MakePool(2);
   const std::array<HeldTask, 3> tasks;
   for (const HeldTask& task : tasks) task.SubmitTo(pool);
@@ -417,7 +417,7 @@ TEST(ThreadPool, Limit) {
 }
 
 // Each submission has seen room for one more worker and checks again under the lock.
-TEST(ThreadPool, LimitUnderLock) {
+TEST(ThreadPool, LimitRace) {
   const PoolPtr pool = MakePool(1);
   const auto goOn = std::make_shared<Gate>();
   const tarsio_test::OpenOnExit guard{goOn};
@@ -474,7 +474,7 @@ TEST(ThreadPool, IdleSecond) {
 }
 
 // Workers have no thread name, not even the pool's, and the default priority.
-TEST(ThreadPool, NormalThreads) {
+TEST(ThreadPool, Threads) {
   tarsio_test::ThreadTraits any;
   std::thread([&any] { any = tarsio_test::TraitsOfThisThread(); }).join();
   const auto worker = std::make_shared<tarsio_test::ThreadTraits>();
@@ -630,7 +630,7 @@ TEST(ThreadPool, EmptyTask) {
   }
 }
 
-TEST(ThreadPool, NoOtherReports) {
+TEST(ThreadPool, NoReports) {
   const auto records = LogRecords::Install(tarsio::LOG_LEVEL_DEBUG);
   const PoolPtr pool = MakePool(1, 1);
   const HeldTask first;
@@ -687,7 +687,7 @@ void RunInADyingProcess(const Task& task) {
   std::_Exit(0);
 }
 
-TEST(PoolDeathTest, OtherException) {
+TEST(PoolDeathTest, Exception) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   struct Unrelated {};
   EXPECT_EXIT(RunInADyingProcess([] { throw 42; }), testing::ExitedWithCode(9), "the terminate");
@@ -717,7 +717,7 @@ TEST(ThreadPool, NoOwner) {
   EXPECT_EQ(pool.GetPendingTaskNumber(), 2U);
 }
 
-TEST(ThreadPool, NoOwnerZeroLimit) {
+TEST(ThreadPool, NoOwnerZero) {
   ThreadPool pool("on the stack", 0, 0, 10);
   EXPECT_TRUE(pool.SubmitTask([] {}));
   EXPECT_EQ(pool.GetPendingTaskNumber(), 1U);
@@ -725,7 +725,7 @@ TEST(ThreadPool, NoOwnerZeroLimit) {
 
 // ---- a full queue ----
 
-TEST(ThreadPool, FullQueueBlocks) {
+TEST(ThreadPool, FullQueue) {
   const PoolPtr pool = MakePool(1, 2);
   const HeldTask held;
   const HeldTask next;
@@ -785,7 +785,7 @@ TEST(ThreadPool, WaitForQueue) {
   EXPECT_FALSE(tasks[3].IsFinished());
 }
 
-TEST(ThreadPool, WaitManyThreads) {
+TEST(ThreadPool, WaitMany) {
   const PoolPtr pool = MakePool(1);
   const HeldTask first;
   const HeldTask second;
@@ -802,7 +802,7 @@ TEST(ThreadPool, WaitManyThreads) {
 // Taking a task does not synchronize with Wait() (by design): a notification between Wait()'s check
 // and its sleep is missed until the next task. This test relies on chance; lock_faults_test forces
 // the order.
-TEST(ThreadPool, WaitMissesWakeUp) {
+TEST(ThreadPool, WaitMisses) {
   const PoolPtr pool = MakePool(1);
   int missed = 0;
   for (int round = 0; round < 200; ++round) {
@@ -843,7 +843,7 @@ TEST(ThreadPool, WaitInTask) {
   EXPECT_TRUE(waited->IsOpen());
 }
 
-TEST(ThreadPool, WaitInTaskBlocks) {
+TEST(ThreadPool, WaitForever) {
   const PoolPtr pool = MakePool(1);
   KeepUntilExit(pool);
   const auto goOn = std::make_shared<Gate>();
@@ -891,7 +891,7 @@ TEST(ThreadPool, ShutdownNow) {
   EXPECT_EQ(*runs, 0);
 }
 
-TEST(ThreadPool, ShutdownNowIdle) {
+TEST(ThreadPool, NowIdle) {
   const PoolPtr pool = MakePool(1);
   const HeldTask task;
   ASSERT_TRUE(task.StartIn(pool));
@@ -903,7 +903,7 @@ TEST(ThreadPool, ShutdownNowIdle) {
   EXPECT_EQ(pool->GetRunningThreadNumber(), 0U);
 }
 
-TEST(ThreadPool, ShutdownUnused) {
+TEST(ThreadPool, NoWorkers) {
   for (const auto method :
        {ThreadPool::SHUTDOWN_NOW, ThreadPool::SHUTDOWN_WAIT, kMethodWithoutName}) {
     SCOPED_TRACE(method);
@@ -914,7 +914,7 @@ TEST(ThreadPool, ShutdownUnused) {
 }
 
 // A closed queue never accepts a task again (by design).
-TEST(ThreadPool, SubmitAfterClose) {
+TEST(ThreadPool, AfterClose) {
   const PoolPtr pool = MakePool(1);
   ASSERT_TRUE(RunOne(pool));
   pool->Shutdown(ThreadPool::SHUTDOWN_NOW);
@@ -935,7 +935,7 @@ TEST(ThreadPool, SubmitAfterClose) {
   EXPECT_TRUE(submit.StaysBlocked(milliseconds(1))) << "Shutdown() does not reopen the pool";
 }
 
-TEST(ThreadPool, SubmitDuringClose) {
+TEST(ThreadPool, DuringClose) {
   const PoolPtr pool = MakePool(0, 1);
   pool->SubmitTask([] {});
   BackgroundCall submit([pool] { pool->SubmitTask([] {}); });
@@ -945,7 +945,7 @@ TEST(ThreadPool, SubmitDuringClose) {
   EXPECT_TRUE(submit.StaysBlocked());
 }
 
-TEST(ThreadPool, ShutdownNowZeroLimit) {
+TEST(ThreadPool, NowZeroLimit) {
   const PoolPtr pool = MakePool(0);
   const auto discarded = std::make_shared<Gate>();
   pool->SubmitTask([token = MakeToken(discarded)] { FAIL(); });
@@ -999,9 +999,9 @@ TEST(ThreadPool, ConstTask) {
   EXPECT_NE(task, nullptr);
 }
 
-TEST(ThreadPool, ShutdownUnknown) { ExpectShutdownRunsEverything(kMethodWithoutName); }
+TEST(ThreadPool, Unknown) { ExpectShutdownRunsEverything(kMethodWithoutName); }
 
-TEST(ThreadPool, ShutdownUnknownFull) {
+TEST(ThreadPool, UnknownFull) {
   for (const int method : {7, -1, 2, INT32_MAX, INT32_MIN}) {
     SCOPED_TRACE(method);
     const PoolPtr pool = MakePool(0);
@@ -1013,7 +1013,7 @@ TEST(ThreadPool, ShutdownUnknownFull) {
   }
 }
 
-TEST(ThreadPool, ShutdownByMany) {
+TEST(ThreadPool, ManyShutdowns) {
   const PoolPtr pool = MakePool(2);
   const HeldTask held;
   ASSERT_TRUE(held.StartIn(pool));
@@ -1028,7 +1028,7 @@ TEST(ThreadPool, ShutdownByMany) {
 }
 
 // A caller's error with a defined result.
-TEST(ThreadPool, ShutdownInTask) {
+TEST(ThreadPool, SelfShutdown) {
   const PoolPtr pool = MakePool(1);
   KeepUntilExit(pool);
   const auto started = std::make_shared<Gate>();
@@ -1101,7 +1101,7 @@ TEST(ThreadPool, WorkersOwnPool) {
   EXPECT_NE(destruction->thread, std::this_thread::get_id());
 }
 
-TEST(ThreadPool, DestroyedByWorker) {
+TEST(ThreadPool, LastWorker) {
   const auto destruction = std::make_shared<Destruction>();
   const auto lastWorker = std::make_shared<std::thread::id>();
   const auto otherGone = std::make_shared<Gate>();
@@ -1126,7 +1126,7 @@ TEST(ThreadPool, DestroyedByWorker) {
 }
 
 // The worker may not even have started when the pool is dropped.
-TEST(ThreadPool, DroppedPoolRuns) {
+TEST(ThreadPool, DropAtOnce) {
   for (int round = 0; round < 20; ++round) {
     SCOPED_TRACE(round);
     const auto ran = std::make_shared<Gate>();
@@ -1136,7 +1136,7 @@ TEST(ThreadPool, DroppedPoolRuns) {
   }
 }
 
-TEST(ThreadPool, DestroyedByHost) {
+TEST(ThreadPool, DropUnused) {
   const auto destruction = std::make_shared<Destruction>();
   const auto discarded = std::make_shared<Gate>();
   {
@@ -1150,7 +1150,7 @@ TEST(ThreadPool, DestroyedByHost) {
   EXPECT_EQ(destruction->pending, 2U);
 }
 
-TEST(ThreadPool, DestroyedRetired) {
+TEST(ThreadPool, DropRetired) {
   const auto destruction = std::make_shared<Destruction>();
   {
     const PoolPtr pool = MakeWatchedPool(2, destruction);
@@ -1183,7 +1183,7 @@ TEST(ThreadPool, DerivedPool) {
 }
 
 // Members of the same names in a derived class must not override those of the base.
-TEST(ThreadPool, VirtualFunctions) {
+TEST(ThreadPool, Virtual) {
   class Derived : public ThreadPool {
    public:
     Derived() : ThreadPool("base", 0, 0, 4) {}
@@ -1224,7 +1224,7 @@ void EndTheProcess(const std::string& workers) {
   std::exit(0);
 }
 
-TEST(PoolDeathTest, ExitWithWorkers) {
+TEST(PoolDeathTest, Exit) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   for (const char* how : {"idle", "busy", "working"}) {
     SCOPED_TRACE(how);
@@ -1261,7 +1261,7 @@ TEST(ThreadPool, FailedStart) {
   EXPECT_THAT(*order, ElementsAre(0, 1, 2));
 }
 
-TEST(ThreadPool, FailedStartRuns) {
+TEST(ThreadPool, FailedRuns) {
   const PoolPtr pool = MakePool(3);
   const HeldTask held;
   ASSERT_TRUE(held.StartIn(pool));
@@ -1279,7 +1279,7 @@ TEST(ThreadPool, FailedStartRuns) {
 }
 
 // Otherwise the second submission would block on a full queue that has no worker.
-TEST(ThreadPool, FailedStartFull) {
+TEST(ThreadPool, FailedFull) {
   const auto pool = std::make_shared<ThreadPool>("pool", 1, 0, 1);
   const auto ran = std::make_shared<Events>();
   {
@@ -1293,7 +1293,7 @@ TEST(ThreadPool, FailedStartFull) {
   EXPECT_TRUE(ran->Await(2));
 }
 
-TEST(ThreadPool, FailedStartDestroy) {
+TEST(ThreadPool, FailedDrop) {
   const auto destruction = std::make_shared<Destruction>();
   const auto discarded = std::make_shared<Gate>();
   {
@@ -1307,7 +1307,7 @@ TEST(ThreadPool, FailedStartDestroy) {
   EXPECT_EQ(destruction->thread, std::this_thread::get_id());
 }
 
-TEST(ThreadPool, FailedStartUnlocks) {
+TEST(ThreadPool, FailedLocks) {
   const PoolPtr pool = MakePool(1);
   std::atomic<int> failures{0};
   std::vector<std::thread> threads;
@@ -1439,7 +1439,7 @@ TEST(ThreadPool, Successor) {
   EXPECT_EQ(worker.Pool()->GetRunningThreadNumber(), 1U);
 }
 
-TEST(ThreadPool, FailedSuccessor) {
+TEST(ThreadPool, NoSuccessor) {
   RetiringWorker worker;
   ASSERT_NO_FATAL_FAILURE(worker.Prepare());
   const RefuseThreadStarts refuse;

@@ -185,7 +185,7 @@ TEST(Timer, SetExpiry) {
 
 // No update is lost or undone: a thread that has written or read a value never reads an older one
 // of the same writer.
-TEST(Timer, ExpiryManyThreads) {
+TEST(Timer, ExpiryThreads) {
   constexpr Milliseconds kThreads = 4;
   const TestTimer timer(10, kOnce);
   timer->SetExpire(0);
@@ -212,7 +212,7 @@ TEST(Timer, ExpiryManyThreads) {
 }
 
 // Members of the same names in a derived class must not override those of the base.
-TEST(Timer, VirtualFunctions) {
+TEST(Timer, Virtual) {
   class Derived : public TsTimer {
    public:
     Derived() : TsTimer(kLong, kOnce) {}
@@ -771,7 +771,7 @@ std::vector<ThrowingAction> SwallowedActions() {
           {"the host's own", [] { throw HostError(); }}};
 }
 
-TEST(TsTimer, IgnoredExceptions) {
+TEST(TsTimer, Exceptions) {
   const auto log = tarsio_test::LogRecords::Install(tarsio::LOG_LEVEL_DEBUG);
   for (const ThrowingAction& row : SwallowedActions()) {
     SCOPED_TRACE(row.name);
@@ -823,7 +823,7 @@ TEST(TsTimer, OtherExceptions) {
   EXPECT_THROW(timer.OnTimeout(), std::string);
 }
 
-TEST(Timer, StartWithoutOwner) {
+TEST(Timer, StartNoOwner) {
   for (const Milliseconds timeout : {0ULL, 1ULL, kLong}) {
     SCOPED_TRACE(timeout);
     TsTimer timer(timeout, kOnce);
@@ -837,7 +837,7 @@ TEST(Timer, StartWithoutOwner) {
   }
 }
 
-TEST(Timer, StopWithoutOwner) {
+TEST(Timer, StopNoOwner) {
   TsTimer timer(10, kRepeating);
   timer.SetState(true);
   EXPECT_THROW(timer.Stop(), std::bad_weak_ptr);
@@ -850,7 +850,7 @@ class TimerDeathTest : public testing::Test {
   TimerDeathTest() { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
 };
 
-TEST_F(TimerDeathTest, OtherException) {
+TEST_F(TimerDeathTest, Exception) {
   for (const bool loop : {false, true}) {
     EXPECT_DEATH(
         {
@@ -863,7 +863,7 @@ TEST_F(TimerDeathTest, OtherException) {
   }
 }
 
-TEST_F(TimerDeathTest, ZeroTimeout) {
+TEST_F(TimerDeathTest, Zero) {
   EXPECT_DEATH(
       {
         auto timer = std::make_shared<TsTimer>(0, kOnce);
@@ -873,7 +873,7 @@ TEST_F(TimerDeathTest, ZeroTimeout) {
       "no shared_ptr owns the timer");
 }
 
-TEST_F(TimerDeathTest, MarkedStarted) {
+TEST_F(TimerDeathTest, Marked) {
   EXPECT_DEATH(
       {
         auto timer = std::make_shared<TsTimer>(10, kOnce);
@@ -892,7 +892,7 @@ TEST_F(TimerDeathTest, FailedStart) {
       "no shared_ptr owns the timer");
 }
 
-TEST_F(TimerDeathTest, CallableFirst) {
+TEST_F(TimerDeathTest, Callable) {
   struct Reporting {
     explicit Reporting(bool* setBy) : released(setBy) {}
     Reporting(const Reporting&) = delete;

@@ -108,7 +108,7 @@ TEST(TsString, Null) {
   EXPECT_EQ(Capacity(string), 1U);
 }
 
-TEST(TsString, EmptyNeedsNoBuffer) {
+TEST(TsString, EmptyNoBuffer) {
   const TsString fromText("");
   const TsString fromString{TsString()};
   TsString assigned;
@@ -137,7 +137,7 @@ TEST(TsString, HoldsCopy) {
   }
 }
 
-TEST(TsString, StopsAtTerminator) {
+TEST(TsString, Terminator) {
   const char text[] = "ab\0cd";
   const TsString string(text);
   ExpectText(string, "ab");
@@ -200,7 +200,7 @@ TEST(TsString, MoveCopies) {
 
 // ---- assignment ----
 
-TEST(TsString, AssignmentResult) {
+TEST(TsString, AssignResult) {
   TsString string;
   const TsString other("other");
   EXPECT_EQ(&(string = "text"), &string);
@@ -230,7 +230,7 @@ TEST(TsString, BufferReuse) {
   EXPECT_EQ(Capacity(string), 32U);
 }
 
-TEST(TsString, EmptyKeepsBuffer) {
+TEST(TsString, EmptyKeeps) {
   const char* const null = nullptr;
   TsString string("some text");
   const char* const buffer = string.Cstr();
@@ -249,7 +249,7 @@ TEST(TsString, EmptyKeepsBuffer) {
   expectEmptyInItsBuffer();
 }
 
-TEST(TsString, SelfAssignment) {
+TEST(TsString, SelfAssign) {
   for (const std::string& text : {std::string(), TextOf(1), TextOf(1000)}) {
     TsString string(text.c_str());
     const char* const buffer = string.Cstr();
@@ -278,7 +278,7 @@ TEST(TsString, OwnBuffer) {
 }
 
 // A buffer that is too small is replaced by one of exactly the required size; others are kept.
-TEST(TsString, BufferNeverShrinks) {
+TEST(TsString, NoShrinking) {
   struct Model {
     TsString string;
     std::string text;
@@ -345,7 +345,7 @@ TEST(TsString, Limit) {
 }
 
 // A C string at the limit needs no terminator: nothing after the limit is read.
-TEST(TsString, ReadsUpToLimit) {
+TEST(TsString, ReadLimit) {
   const std::vector<char> text(kLongestText, 'a');
   const TsString constructed(text.data());
   EXPECT_EQ(constructed.Length(), kLongestText);
@@ -355,7 +355,7 @@ TEST(TsString, ReadsUpToLimit) {
 }
 
 // Only C strings are limited, TsString objects are not (by design).
-TEST(TsString, CopiesUnlimited) {
+TEST(TsString, CopyNoLimit) {
   for (const size_t length : {kLongestText, kLongestText + 1, 2 * kLongestText}) {
     SCOPED_TRACE(length);
     const std::string text = TextOf(length);
@@ -382,7 +382,7 @@ TEST(TsString, CopiesUnlimited) {
 
 // ---- comparison ----
 
-TEST(TsString, ComparesBytes) {
+TEST(TsString, CompareBytes) {
   const struct {
     const char* name;
     const char* left;
@@ -417,7 +417,7 @@ TEST(TsString, ComparesBytes) {
   EXPECT_FALSE(string != same);
 }
 
-TEST(TsString, ComparesContent) {
+TEST(TsString, Compare) {
   TsString large("a string that is long");
   large = "text";  // the previous content is after the terminator
   const TsString small("text");
@@ -433,7 +433,7 @@ TEST(TsString, ComparesContent) {
 // ---- buffers ----
 
 // A host may use another allocator than the library and still exchange strings with it.
-TEST(TsString, LibraryAllocator) {
+TEST(TsString, Allocator) {
   const size_t before = LiveAllocations();
   size_t allocations = 0;
   {
@@ -499,7 +499,7 @@ class DerivedString : public TsString {
   int* const destroyed;
 };
 
-TEST(TsString, VirtualDestructor) {
+TEST(TsString, Virtual) {
   int destroyed = 0;
   std::unique_ptr<TsString> string = std::make_unique<DerivedString>("text", &destroyed);
   ExpectText(*string, "text");
@@ -574,7 +574,7 @@ TEST(TsStringPair, BufferReuse) {
   EXPECT_EQ(target.second.Cstr(), second);
 }
 
-TEST(TsStringPair, SelfAssignment) {
+TEST(TsStringPair, SelfAssign) {
   TsStringPair pair = PairOf("first", "second");
   TsStringPair& same = pair;
   pair = same;
@@ -583,7 +583,7 @@ TEST(TsStringPair, SelfAssignment) {
   ExpectPair(pair, "first", "second");
 }
 
-TEST(TsStringPair, CopiesUnlimited) {
+TEST(TsStringPair, NoLimit) {
   const std::string text = TextOf(kLongestText + 1);
   const EnormousString enormous(text);
   TsStringPair source;
