@@ -117,7 +117,7 @@ TEST(PoolAllocations, NewWorker) {
   EXPECT_EQ(start(), 4U);
 }
 
-TEST(FileAllocations, LargeContent) {
+TEST(FileAllocations, Read) {
   const tarsio_test::ScopedDirectory directory;
   directory.Write("one byte", "x");
   directory.Write("megabyte", std::string(1048576, 'x'));

@@ -120,7 +120,7 @@ bool MayCreateIn(const std::string& name) {
 }
 
 // If the system does not enforce the permissions, every call succeeds.
-TEST_F(FileFaults, ReadOnlyDirectory) {
+TEST_F(FileFaults, ReadOnlyDir) {
   std::filesystem::create_directories("d/below");
   directory.Write("d/f", "stored");
   bool allowed = false;
@@ -145,7 +145,7 @@ TEST_F(FileFaults, ReadOnlyDirectory) {
   }
 }
 
-TEST_F(FileFaults, ClosedDirectory) {
+TEST_F(FileFaults, ClosedDir) {
   std::filesystem::create_directories("d/below");
   directory.Write("d/f", "stored");
   bool allowed = false;
@@ -200,7 +200,7 @@ TEST_F(FileFaults, LongestName) {
 }
 
 // For each ASCII character: a name with it works, or is refused and creates nothing.
-TEST_F(FileFaults, EveryCharacter) {
+TEST_F(FileFaults, Characters) {
   const std::string everywhere =
       " !#$%&'()+,-.0123456789;=@ABCDEFGHIJKLMNOPQRSTUVWXYZ[]^_`abcdefghijklmnopqrstuvwxyz{}~";
   for (char c = 1; c < 0x7F; ++c) {

@@ -112,7 +112,7 @@ TEST(Deadlines, IdleWorker) {
 // ---- notifications ----
 
 // So that a woken thread may destroy the object as soon as it gets the lock.
-TEST(Notifications, UnderTheLock) {
+TEST(Notifications, Locked) {
   const auto empty = std::make_shared<BlockingQueue<int>>(1);
   const auto full = std::make_shared<BlockingQueue<int>>(1);
   const auto closing = std::make_shared<BlockingQueue<int>>(0);
@@ -168,7 +168,7 @@ TEST(Notifications, UnderTheLock) {
   }
 }
 
-TEST(Notifications, BeforeCloseDestroys) {
+TEST(Notifications, Close) {
   struct Element {
     Element() = default;
     Element(const Element&) = default;
@@ -200,7 +200,7 @@ TEST(Notifications, BeforeCloseDestroys) {
 }
 
 // Neither before the first wait nor after all waiting threads were woken.
-TEST(Notifications, QueueWithoutWaiters) {
+TEST(Notifications, NoWaiter) {
   const auto queue = std::make_shared<BlockingQueue<int>>(1);
   int item = 0;
   const auto pushAndPop = [&] {
@@ -230,7 +230,7 @@ TEST(Notifications, QueueWithoutWaiters) {
 
 // The pool does not synchronize taking a task with Wait() (by design): a notification between
 // Wait()'s check and its sleep is missed until the next task.
-TEST(Notifications, MissedByWait) {
+TEST(Notifications, Missed) {
   struct Shared {
     const std::shared_ptr<ThreadPool> pool = MakePool(1);
     Gate first;
@@ -337,7 +337,7 @@ TEST(LockFaults, Pool) {
 }
 
 // Whichever lock fails, the tasks are destroyed.
-TEST(LockFaults, PoolDestructor) {
+TEST(LockFaults, DropPool) {
   for (size_t lock = 0; lock < 2; ++lock) {
     SCOPED_TRACE(lock);
     auto pool = MakePool(0);

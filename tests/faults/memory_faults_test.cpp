@@ -188,7 +188,7 @@ TEST(MemoryFaults, Encodings) {
   });
 }
 
-TEST(MemoryFaults, BoundaryStrings) {
+TEST(MemoryFaults, TsString) {
   const TsString object(Long("before").c_str());
   const auto check = [](const std::shared_ptr<TsString>& string) {
     EXPECT_STREQ(string->Cstr(), "");
@@ -338,7 +338,7 @@ TEST(MemoryFaults, Paths) {
   });
 }
 
-TEST(MemoryFaults, FileSystemQueries) {
+TEST(MemoryFaults, PathQueries) {
   const ScopedDirectory directory;
   const std::string name = Long("file");
   directory.Write(name, "content");
@@ -526,7 +526,7 @@ bool AllocationsFallTo(size_t number) {
   return false;
 }
 
-TEST(MemoryFaults, PoolConstructor) {
+TEST(MemoryFaults, NewPool) {
   FailEachAllocationOf({{"a pool", [] {
                            // Destroyed when allocations succeed again.
                            const auto pool = std::make_shared<std::shared_ptr<ThreadPool>>();
@@ -596,7 +596,7 @@ TEST(MemoryFaults, TaskReport) {
   EXPECT_EQ(shared->next, shared->thrower);
 }
 
-TEST(MemoryFaults, FailedSubmit) {
+TEST(MemoryFaults, SubmitLeaks) {
   const auto submitWith = [](size_t allowed, size_t refused) {
     const auto pool = std::make_shared<ThreadPool>(Long("pool"), 2U, 0U, 10U);
     std::function<void()> task = [text = Long("owned by the task")] {};
@@ -618,7 +618,7 @@ TEST(MemoryFaults, FailedSubmit) {
 
 // ---- timers ----
 
-TEST(MemoryFaults, TimerConstructor) {
+TEST(MemoryFaults, NewTimer) {
   FailEachAllocationOf({
       Plain("a timer", [] { const auto timer = std::make_shared<TsTimer>(1U, false); }),
       Plain("Init",

@@ -120,7 +120,7 @@ const char* const kText10 = "0123456789";
 const char* const kText20 = "01234567890123456789";
 const char* const kText30 = "012345678901234567890123456789";
 
-TEST(TsStringMemory, Empty) {
+TEST(TsStringHeap, Empty) {
   Allocations allocations;
   {
     TsString string;
@@ -138,7 +138,7 @@ TEST(TsStringMemory, Empty) {
   EXPECT_EQ(steps, Steps());
 }
 
-TEST(TsStringMemory, LengthPlusOne) {
+TEST(TsStringHeap, Length) {
   Allocations allocations;
   {
     const TsString string(kText10);
@@ -153,7 +153,7 @@ TEST(TsStringMemory, LengthPlusOne) {
                           Frees(21), Frees(11), Frees(11)}));
 }
 
-TEST(TsStringMemory, Growth) {
+TEST(TsStringHeap, Growth) {
   Allocations allocations;
   {
     TsString string(kText20);
@@ -169,7 +169,7 @@ TEST(TsStringMemory, Growth) {
             (Steps{Allocates(21), Frees(21), Allocates(31), Allocates(21), Frees(21), Frees(31)}));
 }
 
-TEST(TsStringMemory, SelfAssignment) {
+TEST(TsStringHeap, SelfAssign) {
   TsString string(kText20);
   const TsString& same = string;
   Allocations allocations;
@@ -181,7 +181,7 @@ TEST(TsStringMemory, SelfAssignment) {
   EXPECT_STREQ(string.Cstr(), kText20 + 5);
 }
 
-TEST(TsStringMemory, Observers) {
+TEST(TsStringHeap, Observers) {
   const TsString string(kText20);
   const TsString other(kText20);
   Allocations allocations;
@@ -192,7 +192,7 @@ TEST(TsStringMemory, Observers) {
   EXPECT_TRUE(observed);
 }
 
-TEST(TsStringMemory, Limit) {
+TEST(TsStringHeap, Limit) {
   const std::string text(16777214 + 100, 'a');
   Allocations allocations;
   { const TsString string(text.c_str()); }
@@ -205,7 +205,7 @@ class DerivedString : public TsString {
   using TsString::TsString;
 };
 
-TEST(TsStringMemory, Destructor) {
+TEST(TsStringHeap, Destructor) {
   Allocations allocations;
   const TsString* const string = new DerivedString(kText10);
   delete string;
@@ -216,9 +216,9 @@ TEST(TsStringMemory, Destructor) {
 
 // ---- pairs ----
 
-class TsStringPairMemory : public testing::Test {
+class TsStringPairHeap : public testing::Test {
  protected:
-  TsStringPairMemory() {
+  TsStringPairHeap() {
     source.first = kText10;
     source.second = kText20;
   }
@@ -226,21 +226,21 @@ class TsStringPairMemory : public testing::Test {
   TsStringPair source;
 };
 
-TEST_F(TsStringPairMemory, CopyOrder) {
+TEST_F(TsStringPairHeap, CopyOrder) {
   Allocations allocations;
   { const TsStringPair copy(source); }
   const Steps steps = allocations.Stop();
   EXPECT_EQ(steps, (Steps{Allocates(11), Allocates(21), Frees(21), Frees(11)}));
 }
 
-TEST_F(TsStringPairMemory, Move) {
+TEST_F(TsStringPairHeap, Move) {
   Allocations allocations;
   { const TsStringPair moved(std::move(source)); }
   const Steps steps = allocations.Stop();
   EXPECT_EQ(steps, (Steps{Allocates(11), Allocates(21), Frees(21), Frees(11)}));
 }
 
-TEST_F(TsStringPairMemory, Assignment) {
+TEST_F(TsStringPairHeap, Assign) {
   TsStringPair copied;
   TsStringPair moved;
   Allocations allocations;
@@ -286,13 +286,13 @@ void ExpectEmptyAndUsable(TsString& string) {
   EXPECT_STREQ(string.Cstr(), kText10);
 }
 
-TEST(TsStringMemory, FailedConstructor) {
+TEST(TsStringHeap, FailedNew) {
   const TsString other(kText10);
   EXPECT_EQ(StepsUntilRefused(0, [] { const TsString string(kText10); }), Steps());
   EXPECT_EQ(StepsUntilRefused(0, [&other] { const TsString string(other); }), Steps());
 }
 
-TEST(TsStringMemory, FailedTextAssign) {
+TEST(TsStringHeap, FailedAssign) {
   for (const char* before : {"", kText10, kText20}) {
     SCOPED_TRACE(before);
     TsString string(before);
@@ -302,7 +302,7 @@ TEST(TsStringMemory, FailedTextAssign) {
   }
 }
 
-TEST(TsStringMemory, FailedCopyAssign) {
+TEST(TsStringHeap, FailedCopy) {
   const TsString other(kText30);
   for (const char* before : {"", kText10, kText20}) {
     SCOPED_TRACE(before);
@@ -314,7 +314,7 @@ TEST(TsStringMemory, FailedCopyAssign) {
   }
 }
 
-TEST(TsStringMemory, FitsWithoutMemory) {
+TEST(TsStringHeap, NoMemory) {
   TsString string(kText20);
   const TsString other(kText10);
   Allocations allocations;
@@ -326,7 +326,7 @@ TEST(TsStringMemory, FitsWithoutMemory) {
   EXPECT_STREQ(string.Cstr(), kText20);
 }
 
-TEST_F(TsStringPairMemory, FailedCopy) {
+TEST_F(TsStringPairHeap, NoCopy) {
   EXPECT_EQ(StepsUntilRefused(0, [this] { const TsStringPair copy(source); }), Steps());
   EXPECT_EQ(StepsUntilRefused(1, [this] { const TsStringPair copy(source); }),
             (Steps{Allocates(11), Frees(11)}));
@@ -334,7 +334,7 @@ TEST_F(TsStringPairMemory, FailedCopy) {
             (Steps{Allocates(11), Frees(11)}));
 }
 
-TEST_F(TsStringPairMemory, FailedAssign) {
+TEST_F(TsStringPairHeap, NoAssign) {
   TsStringPair target;
   EXPECT_EQ(StepsUntilRefused(1, [&] { target = source; }), Steps{Allocates(11)});
   EXPECT_STREQ(target.first.Cstr(), kText10);

@@ -258,7 +258,7 @@ TEST_F(FileUtilsOs, NoPermission) {
   EXPECT_EQ(system.content, "stored");
 }
 
-TEST_F(FileUtilsOs, ParentIsAFile) {
+TEST_F(FileUtilsOs, Parent) {
   EXPECT_EQ(FileUtils::WriteFile("new", "C:\\file.bin\\file.bin", 0), FILE_OPT_NO_PARENT_DIR);
 }
 
@@ -276,7 +276,7 @@ TEST_F(FileUtilsOs, FullDisk) {
 
 // ---- directories ----
 
-TEST_F(FileUtilsOs, MakeDirPrefixes) {
+TEST_F(FileUtilsOs, Prefixes) {
   system.directoriesExist = false;
   EXPECT_TRUE(FileUtils::MakeDir(R"(C:/a\\b//c\d)"));
   EXPECT_THAT(system.texts, testing::ElementsAre(L"C:", LR"(C:\a)", LR"(C:\a)", LR"(C:\a\b)",
@@ -286,7 +286,7 @@ TEST_F(FileUtilsOs, MakeDirPrefixes) {
                                    R"(C:/a\\b//c\)"));
 }
 
-TEST_F(FileUtilsOs, MakeDirExisting) {
+TEST_F(FileUtilsOs, ExistingDirs) {
   EXPECT_TRUE(FileUtils::MakeDir("a/b/file.bin/c"));
   EXPECT_THAT(system.texts, testing::ElementsAre(L"a", LR"(a\b)", LR"(a\b\file.bin)"));
   EXPECT_THAT(system.narrowTexts, testing::IsEmpty());

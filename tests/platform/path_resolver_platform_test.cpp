@@ -127,7 +127,7 @@ TEST_F(ResolverOs, AnyObject) {
 }
 
 // Joining such a value returns the directory unchanged (by design).
-TEST_F(ResolverOs, AbsoluteValue) {
+TEST_F(ResolverOs, Absolute) {
   Path posix;
   posix.Set("a", Path::POSIX_PATH);
   for (const Path& value : {Path(R"(C:\a)"), Path(R"(\\srv\share\a)"), posix}) {

@@ -53,7 +53,7 @@ TEST(PlatformEnv, Terminator) {
   EXPECT_EQ(platform::Environment(L"TARSIO_TEST_PAIR", 2), L"");
 }
 
-TEST(PlatformPath, FullPathTerminator) {
+TEST(PlatformPath, FullPath) {
   const std::wstring full = platform::FullPath(L"name", kLarge);
   ASSERT_FALSE(full.empty());
   EXPECT_EQ(platform::FullPath(L"name", full.size() + 1), full);
@@ -61,7 +61,7 @@ TEST(PlatformPath, FullPathTerminator) {
 }
 
 // Not even a drive or a share.
-TEST(PlatformPath, DevicePrefix) {
+TEST(PlatformPath, Device) {
   const struct {
     const wchar_t* path;
     const wchar_t* full;
@@ -76,7 +76,7 @@ TEST(PlatformPath, DevicePrefix) {
   for (const auto& row : rows) EXPECT_EQ(platform::FullPath(row.path, kLarge), row.full);
 }
 
-TEST(PlatformPath, CwdTerminator) {
+TEST(PlatformPath, Cwd) {
   const std::wstring directory = platform::CurrentDirectory(kLarge);
   ASSERT_FALSE(directory.empty());
   EXPECT_EQ(platform::CurrentDirectory(directory.size() + 1), directory);
@@ -107,7 +107,7 @@ class PlatformObject : public testing::Test {
   const ScopedDirectory directory;
 };
 
-TEST_F(PlatformObject, MakeChain) {
+TEST_F(PlatformObject, Chain) {
   EXPECT_TRUE(platform::CreateDirectories(Full("a/b/c")));
   EXPECT_TRUE(std::filesystem::is_directory(directory.Native("a/b/c")));
   EXPECT_FALSE(platform::CreateDirectories(Full("a/b/c")));
@@ -115,14 +115,14 @@ TEST_F(PlatformObject, MakeChain) {
   EXPECT_TRUE(platform::CreateDirectories(Full("a/d")));
 }
 
-TEST_F(PlatformObject, ChainOverFile) {
+TEST_F(PlatformObject, FileInWay) {
   directory.Write("file", "content");
   EXPECT_FALSE(platform::CreateDirectories(Full("file/a/b")));
   EXPECT_FALSE(platform::CreateDirectories(Full("file")));
   EXPECT_EQ(directory.Read("file"), "content");
 }
 
-TEST_F(PlatformObject, ManyChains) {
+TEST_F(PlatformObject, Threads) {
   for (int round = 0; round < 50; ++round) {
     const std::string common = "round" + std::to_string(round) + "/a/b/c/";
     std::vector<std::future<bool>> made;
@@ -135,7 +135,7 @@ TEST_F(PlatformObject, ManyChains) {
   }
 }
 
-TEST_F(PlatformObject, Permissions) {
+TEST_F(PlatformObject, Mode) {
   std::filesystem::create_directory(directory.Native("a directory"));
   ASSERT_TRUE(platform::CreateOneDirectory(Full("one")));
   ASSERT_TRUE(platform::CreateDirectories(Full("chain/link")));
@@ -148,7 +148,7 @@ TEST_F(PlatformObject, Permissions) {
   EXPECT_EQ(Permissions("new"), Permissions("a file"));
 }
 
-TEST_F(PlatformObject, SizeWithoutStat) {
+TEST_F(PlatformObject, NoStat) {
   directory.Write("file", "");
   for (const uint64_t size : {uint64_t{0}, uint64_t{7}, uint64_t{5000000007}}) {
     SCOPED_TRACE(size);
@@ -161,7 +161,7 @@ TEST_F(PlatformObject, SizeWithoutStat) {
   }
 }
 
-TEST_F(PlatformObject, SizeOfMissing) {
+TEST_F(PlatformObject, NoSize) {
   EXPECT_EQ(platform::SizeOf(Full("missing")), 0U);
   const FailingStat failing;
   EXPECT_EQ(platform::SizeOf(Full("missing")), 0U);
@@ -169,7 +169,7 @@ TEST_F(PlatformObject, SizeOfMissing) {
 
 // ---- files that cannot be positioned ----
 
-TEST_F(PlatformObject, SizeOfPipe) {
+TEST_F(PlatformObject, Pipe) {
   for (const bool atEnd : {true, false}) {
     SCOPED_TRACE(atEnd);
     const NamedPipe pipe;
@@ -197,7 +197,7 @@ std::string Bytes(size_t size) {
 using PlatformFile = PlatformObject;
 
 // A file that is opened as descriptor 0 would take the place of standard input.
-TEST_F(PlatformFile, NotAStdDescriptor) {
+TEST_F(PlatformFile, Descriptor) {
   directory.Write("file", "content");
   ASSERT_EQ(std::fclose(stdin), 0);
   const File input = File::OpenForReading(Full("file"));
@@ -209,7 +209,7 @@ TEST_F(PlatformFile, NotAStdDescriptor) {
   std::fclose(next);
 }
 
-TEST_F(PlatformFile, PartialTransfers) {
+TEST_F(PlatformFile, Partial) {
   const std::string content = Bytes(1000);
   for (const size_t most : {1U, 7U, 999U, 1000U, 1001U}) {
     SCOPED_TRACE(most);

@@ -131,7 +131,7 @@ TEST_F(SysInfoOs, Version) {
   EXPECT_THAT(system.reports, IsEmpty());
 }
 
-TEST_F(SysInfoOs, OneVersionCall) {
+TEST_F(SysInfoOs, OneCall) {
   auto info = std::make_shared<ClientDeviceInfo>();
   static_cast<void>(SysInfo::GetClientOsInfo(info));
   EXPECT_EQ(system.asked, 1);
@@ -141,7 +141,7 @@ TEST_F(SysInfoOs, OneVersionCall) {
   EXPECT_EQ(info->osVersion, "10.5");
 }
 
-TEST_F(SysInfoOs, FailureReport) {
+TEST_F(SysInfoOs, FailureLog) {
   system.versionKnown = false;
   auto info = std::make_shared<ClientDeviceInfo>();
   EXPECT_FALSE(SysInfo::GetClientOsInfo(info));
@@ -154,7 +154,7 @@ TEST_F(SysInfoOs, FailureReport) {
   EXPECT_EQ(report.format, "GetOSVersion Failed");
 }
 
-TEST_F(SysInfoOs, FailureFields) {
+TEST_F(SysInfoOs, LaterFields) {
   system.versionKnown = false;
   auto info = std::make_shared<ClientDeviceInfo>();
   info->osArch = "arch";
@@ -202,7 +202,7 @@ TEST_F(SysInfoOs, FixedFields) {
   EXPECT_EQ(system.asked, 0);
 }
 
-TEST_F(SysInfoOs, FailedVersion) {
+TEST_F(SysInfoOs, NoVersion) {
   system.versionKnown = false;
   std::string text = "before";
   EXPECT_FALSE(getOSVersion(text));

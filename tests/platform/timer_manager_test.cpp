@@ -293,7 +293,7 @@ class ManagerTest : public testing::Test {
 
 // ---- the clock ----
 
-TEST_F(ManagerTest, WholeMilliseconds) {
+TEST_F(ManagerTest, ClockUnit) {
   const struct {
     int64_t ticks;
     Milliseconds expected;
@@ -329,7 +329,7 @@ bool NoThreadRuns() {
   return Platform().Passes() == 0 && Platform().pins == 0;
 }
 
-TEST_F(ManagerProcess, StartsNoThread) {
+TEST_F(ManagerProcess, Lazy) {
   EXPECT_IN_A_FRESH_PROCESS([] {
     TimerManager* const manager = TimerManager::GetInstance();
     const bool running = manager->*Reach(tarsio_test::ManagerRunning());
@@ -353,7 +353,7 @@ TEST_F(ManagerProcess, NoOwner) {
       testing::ExitedWithCode(0), "");
 }
 
-TEST_F(ManagerProcess, NothingQueued) {
+TEST_F(ManagerProcess, Empty) {
   EXPECT_IN_A_FRESH_PROCESS([] {
     TimerManager& manager = *TimerManager::GetInstance();
     const TestTimer zero(0, kRepeating);
@@ -389,7 +389,7 @@ TEST_F(ManagerProcess, OneThread) {
 }
 
 // The timer stays queued and marked; the next start of any timer starts the thread.
-TEST_F(ManagerProcess, FailedThread) {
+TEST_F(ManagerProcess, Failure) {
   EXPECT_IN_A_FRESH_PROCESS([] {
     Events fired;
     const TestTimer first(10, kOnce, [&fired] { fired.Add(); });
@@ -414,7 +414,7 @@ TEST_F(ManagerProcess, FailedThread) {
 }
 
 // Even a call that adds nothing, as long as the queue is not empty.
-TEST_F(ManagerProcess, QueuedBefore) {
+TEST_F(ManagerProcess, Retry) {
   for (const bool null : {true, false}) {
     SCOPED_TRACE(null);
     EXPECT_EXIT(
@@ -438,7 +438,7 @@ TEST_F(ManagerProcess, QueuedBefore) {
   }
 }
 
-TEST_F(ManagerProcess, ManyThreads) {
+TEST_F(ManagerProcess, Threads) {
   EXPECT_IN_A_FRESH_PROCESS([] {
     std::vector<std::unique_ptr<TestTimer>> timers;
     for (int i = 0; i < 8; ++i) timers.push_back(std::make_unique<TestTimer>(kHour, kOnce));
@@ -454,7 +454,7 @@ TEST_F(ManagerProcess, ManyThreads) {
   });
 }
 
-TEST_F(ManagerProcess, PinsLibrary) {
+TEST_F(ManagerProcess, Pins) {
   EXPECT_IN_A_FRESH_PROCESS([] {
     StartTheThread();
     return Platform().AwaitPassAfter(2) && Platform().pins == 1 && !Platform().threadBeforePin;
@@ -462,7 +462,7 @@ TEST_F(ManagerProcess, PinsLibrary) {
 }
 
 // At process exit the system may no longer be able to look up its function.
-TEST_F(ManagerProcess, ExitHandler) {
+TEST_F(ManagerProcess, AtExit) {
   EXPECT_IN_A_FRESH_PROCESS([] {
     Platform().AtNextRead([] {
       if (Platform().endingAsked == 0) std::_Exit(2);
@@ -472,7 +472,7 @@ TEST_F(ManagerProcess, ExitHandler) {
   });
 }
 
-TEST_F(ManagerTest, WallClockJumps) {
+TEST_F(ManagerTest, ClockJumps) {
   StartTheThread();
   for (const Milliseconds now : {kStart + 1000 * kHour, kStart - 1000 * kHour, kStart, 0ULL}) {
     const int last = SetClock(now);
@@ -482,7 +482,7 @@ TEST_F(ManagerTest, WallClockJumps) {
 
 // The pass locks with one blocking call: polling with try_lock could starve the owner if the timer
 // thread has a higher priority.
-TEST_F(ManagerTest, ClockUnderLock) {
+TEST_F(ManagerTest, ClockLocked) {
   const TestTimer queued(kHour, kOnce);
   const TestTimer fresh(kHour, kOnce);
   queued->Start();
@@ -502,14 +502,14 @@ TEST_F(ManagerTest, ClockUnderLock) {
   }
 }
 
-TEST_F(ManagerTest, FiveMilliseconds) {
+TEST_F(ManagerTest, Interval) {
   StartTheThread();
   for (Milliseconds ms = 0; ms < 3; ++ms) PassAt(kStart + ms);
   EXPECT_THAT(Platform().Sleeps(), ElementsAre(std::chrono::milliseconds(5)));
 }
 
 // The thread always sleeps five milliseconds, even if a timer is added that is due earlier.
-TEST_F(ManagerTest, NoEarlyWakeUp) {
+TEST_F(ManagerTest, NoWakeUp) {
   StartTheThread();
   const auto begin = std::chrono::steady_clock::now();
   const int before = Platform().Passes();
@@ -551,7 +551,7 @@ TEST_F(ManagerTest, Expiry) {
   }
 }
 
-TEST_F(ManagerTest, StartDuringPass) {
+TEST_F(ManagerTest, StartInPass) {
   for (const bool reset : {false, true}) {
     SCOPED_TRACE(reset ? "reset" : "start");
     Gate entered;
@@ -579,7 +579,7 @@ TEST_F(ManagerTest, StartDuringPass) {
   }
 }
 
-TEST_F(ManagerTest, ExpirySaturates) {
+TEST_F(ManagerTest, ExpiryMax) {
   for (const bool loop : {false, true}) {
     const TestTimer wrapsToTheNextMillisecond(kNever - kStart + 2, loop, Noting("wrapped"));
     const TestTimer largest(kNever, loop, Noting("largest"));
@@ -593,7 +593,7 @@ TEST_F(ManagerTest, ExpirySaturates) {
   }
 }
 
-TEST_F(ManagerTest, RepeatSaturates) {
+TEST_F(ManagerTest, RepeatMax) {
   const Milliseconds timeout = kNever - kStart - 500;
   const TestTimer timer(timeout, kRepeating, Noting("fired"));
   timer->Start();
@@ -604,7 +604,7 @@ TEST_F(ManagerTest, RepeatSaturates) {
 }
 
 // Stop() of any timer restores the order, even of one that is not queued.
-TEST_F(ManagerTest, StopSortsExpiries) {
+TEST_F(ManagerTest, StopSorts) {
   for (const bool queued : {true, false}) {
     SCOPED_TRACE(queued);
     const TestTimer early(10, kOnce, Noting("early"));
@@ -640,7 +640,7 @@ TEST_F(ManagerTest, StopSortsTwice) {
   EXPECT_THAT(Fired(), ElementsAre("once"));
 }
 
-TEST_F(ManagerTest, ResetSaturates) {
+TEST_F(ManagerTest, ResetMax) {
   const TestTimer timer(kNever, kOnce);
   timer->Start();
   timer->SetExpire(kStart + kHour);
@@ -703,7 +703,7 @@ TEST_F(ManagerTest, EqualIsDue) {
   EXPECT_THAT(Fired(), ElementsAre("fired"));
 }
 
-TEST_F(ManagerTest, TenBeforeTwenty) {
+TEST_F(ManagerTest, DueOrder) {
   for (const bool longFirst : {false, true}) {
     std::vector<int> passes;
     const auto note = [&](const char* name) {
@@ -764,7 +764,7 @@ TEST_F(ManagerTest, ExpiryOrder) {
   }
 }
 
-TEST_F(ManagerTest, EqualExpiries) {
+TEST_F(ManagerTest, EqualExpiry) {
   const TestTimer a(10, kOnce, Noting("a"));
   const TestTimer b(10, kOnce, Noting("b"));
   const TestTimer c(10, kRepeating, Noting("c"));
@@ -791,7 +791,7 @@ TEST_F(ManagerTest, OneClockRead) {
   EXPECT_EQ(passes[1], passes[0] + 1);
 }
 
-TEST_F(ManagerTest, ClockSetBack) {
+TEST_F(ManagerTest, ClockBack) {
   const TestTimer once(10, kOnce, Noting("once"));
   const TestTimer repeating(20, kRepeating, Noting("repeating"));
   once->Start();
@@ -805,7 +805,7 @@ TEST_F(ManagerTest, ClockSetBack) {
   EXPECT_THAT(Fired(), ElementsAre("once", "repeating"));
 }
 
-TEST_F(ManagerTest, ClockSetForward) {
+TEST_F(ManagerTest, ClockForward) {
   const TestTimer once(kHour, kOnce, Noting("once"));
   const TestTimer repeating(kHour / 2, kRepeating, Noting("repeating"));
   once->Start();
@@ -853,7 +853,7 @@ TEST_F(ManagerTest, RepeatFromPass) {
   EXPECT_EQ(timer->GetExpire(), kStart + 2000);
 }
 
-TEST_F(ManagerTest, RepeatNotQueued) {
+TEST_F(ManagerTest, RepeatQueue) {
   const TestTimer* self = nullptr;
   std::vector<long> references;
   const TestTimer timer(10, kRepeating, [&] {
@@ -870,7 +870,7 @@ TEST_F(ManagerTest, RepeatNotQueued) {
   EXPECT_EQ(timer.Entries(), 1);
 }
 
-TEST_F(ManagerTest, RepeatSelfStop) {
+TEST_F(ManagerTest, SelfStop) {
   TsTimer* self = nullptr;
   const TestTimer timer(10, kRepeating, [&] {
     self->Stop();
@@ -896,7 +896,7 @@ TEST_F(ManagerTest, RepeatSelfStop) {
   EXPECT_THAT(Fired(), IsEmpty());
 }
 
-TEST_F(ManagerTest, RepeatSelfRestart) {
+TEST_F(ManagerTest, SelfRestart) {
   TsTimer* self = nullptr;
   bool restart = true;
   const TestTimer timer(10, kRepeating, [&] {
@@ -922,7 +922,7 @@ TEST_F(ManagerTest, RepeatSelfRestart) {
 
 // ---- one-shot timers ----
 
-TEST_F(ManagerTest, OneShotIsStopped) {
+TEST_F(ManagerTest, OneShotMark) {
   const TestTimer* self = nullptr;
   std::vector<bool> marked;
   const TestTimer timer(10, kOnce, [&] { marked.push_back(self->IsMarkedStarted()); });
@@ -935,7 +935,7 @@ TEST_F(ManagerTest, OneShotIsStopped) {
   EXPECT_EQ(timer.Entries(), 0);
 }
 
-TEST_F(ManagerTest, OneShotRestart) {
+TEST_F(ManagerTest, Restart) {
   TsTimer* self = nullptr;
   const TestTimer timer(10, kOnce, [&] {
     Note("fired");
@@ -954,7 +954,7 @@ TEST_F(ManagerTest, OneShotRestart) {
   }
 }
 
-TEST_F(ManagerTest, OneShotTwice) {
+TEST_F(ManagerTest, QueuedTwice) {
   const TestTimer timer(10, kOnce, Noting("fired"));
   timer->Start();
   timer->SetState(false);
@@ -965,7 +965,7 @@ TEST_F(ManagerTest, OneShotTwice) {
   EXPECT_EQ(timer.Entries(), 0);
 }
 
-TEST_F(ManagerTest, StopBothEntries) {
+TEST_F(ManagerTest, StopBoth) {
   const TestTimer first(10, kOnce);
   const TestTimer twice(20, kOnce);
   const TestTimer later[] = {{30, kOnce}, {40, kOnce}};
@@ -1003,7 +1003,7 @@ TEST_F(ManagerTest, StopInAction) {
   EXPECT_EQ(others[0].Entries(), 1);
 }
 
-TEST_F(ManagerTest, OwnsQueuedTimer) {
+TEST_F(ManagerTest, Owner) {
   auto timer = std::make_shared<TsTimer>(10, kOnce);
   const std::weak_ptr<TsTimer> watch = timer;
   timer->Init([&] {
@@ -1022,7 +1022,7 @@ TEST_F(ManagerTest, OwnsQueuedTimer) {
 
 // ---- actions that start and stop timers ----
 
-TEST_F(ManagerTest, StopDueTimer) {
+TEST_F(ManagerTest, StopDue) {
   for (const bool loop : {false, true}) {
     const TestTimer second(20, loop, Noting("second"));
     const TestTimer third(30, loop, Noting("third"));
@@ -1041,7 +1041,7 @@ TEST_F(ManagerTest, StopDueTimer) {
   }
 }
 
-TEST_F(ManagerTest, StopFiredTimer) {
+TEST_F(ManagerTest, StopFired) {
   const TestTimer first(10, kRepeating, Noting("first"));
   const TestTimer second(20, kOnce, [&] {
     Note("second");
@@ -1054,7 +1054,7 @@ TEST_F(ManagerTest, StopFiredTimer) {
   EXPECT_EQ(first.Entries(), 0);
 }
 
-TEST_F(ManagerTest, StartInAction) {
+TEST_F(ManagerTest, StartLate) {
   const TestTimer second(1, kOnce, Noting("second"));
   const TestTimer first(10, kOnce, [&] {
     Note("first");
@@ -1069,7 +1069,7 @@ TEST_F(ManagerTest, StartInAction) {
   EXPECT_THAT(Fired(), ElementsAre("second"));
 }
 
-TEST_F(ManagerTest, ThrowingAction) {
+TEST_F(ManagerTest, Throws) {
   const TestTimer repeating(10, kRepeating, [this] {
     Note("repeating");
     throw std::runtime_error("text");
@@ -1118,7 +1118,7 @@ TEST_F(ManagerTest, Identity) {
   EXPECT_THAT(Fired(), ElementsAre("one"));
 }
 
-TEST_F(ManagerTest, StopNotQueued) {
+TEST_F(ManagerTest, StopStopped) {
   std::vector<std::unique_ptr<TestTimer>> timers;
   for (const int timeout : {50, 10, 40, 20, 30}) {
     timers.push_back(std::make_unique<TestTimer>(static_cast<Milliseconds>(timeout), kOnce,
@@ -1165,7 +1165,7 @@ TEST_F(ManagerTest, ResetFromNow) {
   EXPECT_THAT(Fired(), ElementsAre("c"));
 }
 
-TEST_F(ManagerTest, ResetMovesForward) {
+TEST_F(ManagerTest, ResetForward) {
   const TestTimer a(10, kOnce, Noting("a"));
   const TestTimer b(20, kOnce, Noting("b"));
   const TestTimer c(30, kOnce, Noting("c"));
@@ -1179,7 +1179,7 @@ TEST_F(ManagerTest, ResetMovesForward) {
   EXPECT_THAT(Fired(), ElementsAre("c", "a", "b"));
 }
 
-TEST_F(ManagerTest, ResetNotQueued) {
+TEST_F(ManagerTest, ResetStopped) {
   for (const bool emptyQueue : {true, false}) {
     const TestTimer queued(20, kOnce, Noting("queued"));
     if (!emptyQueue) queued->Start();
@@ -1236,7 +1236,7 @@ std::shared_ptr<TsTimer> Started(Milliseconds timeout, bool repeating,
   return timer;
 }
 
-TEST_F(ManagerProcess, EndAwaitsAction) {
+TEST_F(ManagerProcess, EndWaits) {
   EXPECT_EXIT(
       {
         StartWatchdog();
@@ -1252,7 +1252,7 @@ TEST_F(ManagerProcess, EndAwaitsAction) {
       testing::ExitedWithCode(0), "action done");
 }
 
-TEST_F(ManagerProcess, EndReleases) {
+TEST_F(ManagerProcess, EndFrees) {
   EXPECT_EXIT(
       {
         StartWatchdog();
@@ -1267,7 +1267,7 @@ TEST_F(ManagerProcess, EndReleases) {
 // The thread is joined under the lock (by design). If the timer thread is waiting for the lock at
 // that point, it must skip the pass it was about to begin. The exiting thread may already hold the
 // lock: an allocation under the lock may call a handler of the host, which may call exit().
-TEST_F(ManagerProcess, EndWhileLocked) {
+TEST_F(ManagerProcess, EndLocked) {
   for (const bool byOwner : {false, true}) {
     SCOPED_TRACE(byOwner);
     EXPECT_EXIT(
@@ -1332,7 +1332,7 @@ TEST_F(ManagerProcess, EndInAction) {
 
 // As in a forked process, or on a system that has killed all other threads: the timer thread held
 // the lock. Neither the manager's destructor nor later calls by the host's statics may wait for it.
-TEST_F(ManagerProcess, EndWithoutThread) {
+TEST_F(ManagerProcess, NoThread) {
   for (const bool forked : {false, true}) {
     SCOPED_TRACE(forked);
     EXPECT_EXIT(
@@ -1370,7 +1370,7 @@ TEST_F(ManagerProcess, Fork) {
 }
 
 // A handler that is registered before the manager exists runs after the manager's end.
-TEST_F(ManagerProcess, TimersAfterEnd) {
+TEST_F(ManagerProcess, AfterEnd) {
   static std::shared_ptr<TsTimer> queued;  // queued before the end
   EXPECT_EXIT(
       {
@@ -1400,7 +1400,7 @@ TEST_F(ManagerProcess, TimersAfterEnd) {
                      testing::Not(testing::HasSubstr("fired"))));
 }
 
-TEST_F(ManagerProcess, DropAfterEnd) {
+TEST_F(ManagerProcess, DropLate) {
   EXPECT_DEATH(
       {
         StartWatchdog();
@@ -1416,7 +1416,7 @@ TEST_F(ManagerProcess, DropAfterEnd) {
 }
 
 // Releasing a timer that the host has dropped must not end the process.
-TEST_F(ManagerProcess, EndQueuedTwice) {
+TEST_F(ManagerProcess, EndTwice) {
   EXPECT_EXIT(
       {
         StartWatchdog();
@@ -1429,7 +1429,7 @@ TEST_F(ManagerProcess, EndQueuedTwice) {
       testing::ExitedWithCode(0), "");
 }
 
-TEST_F(ManagerProcess, EndHeldTimer) {
+TEST_F(ManagerProcess, EndHeld) {
   EXPECT_EXIT(
       {
         StartWatchdog();
@@ -1443,7 +1443,7 @@ TEST_F(ManagerProcess, EndHeldTimer) {
 }
 
 // The manager's queue is used again while it is being emptied.
-TEST_F(ManagerProcess, EndCallableStops) {
+TEST_F(ManagerProcess, EndStops) {
   struct StopOnExit {
     explicit StopOnExit(std::shared_ptr<TsTimer> stopped) : timer(std::move(stopped)) {}
     StopOnExit(const StopOnExit&) = delete;

@@ -77,7 +77,7 @@ TEST_F(WorkerTest, Stop) {
   EXPECT_EQ(pool.use_count(), 1);
 }
 
-TEST_F(WorkerTest, StopKeepsNextTask) {
+TEST_F(WorkerTest, NextTask) {
   Gate ran;
   std::thread::id first;
   std::thread::id next;
@@ -101,7 +101,7 @@ TEST_F(WorkerTest, Restart) {
   while (!watch.expired()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
 }
 
-TEST_F(WorkerTest, StopBeforeStart) {
+TEST_F(WorkerTest, NotStarted) {
   ((*worker).*Reach(StopWorker()))();
   EXPECT_EQ(worker.use_count(), 1);
 }
