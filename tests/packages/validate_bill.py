@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
 """validate_bill.py BILL PREFIX: checks that a software bill of materials follows SPDX 3.0.1, as far as
-the library's bills use it, and that it is true of the files that are unpacked in PREFIX."""
+the library's bills use it, and that it matches the files unpacked in PREFIX."""
 import hashlib
 import json
 import pathlib
@@ -72,7 +72,7 @@ def check_value(item, field, value, classes):
     """`classes` is the class of each element, by its id."""
     if field == "verifiedUsing":
         is_hash = isinstance(value, dict) and value.get("type") == "Hash"
-        check(is_hash, name_of(item), "is verified by something else than a hash")
+        check(is_hash, name_of(item), "is not verified by a hash")
         if is_hash:
             check_fields(value, classes)
         return
@@ -105,21 +105,21 @@ def check_spdx(bill):
     check(bill.get("@context") == CONTEXT, "the context is", bill.get("@context"))
     graph = bill["@graph"]
     ids = [name_of(item) for item in graph]
-    check(len(set(ids)) == len(ids), "an id is used twice")
+    check(len(set(ids)) == len(ids), "duplicate id")
     classes = {name_of(item): item.get("type") for item in graph}
     classes[NO_LICENCE] = NO_LICENCE
     for item in graph:
         check_fields(item, classes)
     for only in ("CreationInfo", "SpdxDocument", "software_Sbom"):
-        check(list(classes.values()).count(only) == 1, "there is not one", only)
+        check(list(classes.values()).count(only) == 1, "expected exactly one", only)
     outside = {"CreationInfo", "SoftwareAgent", "SpdxDocument", "software_Sbom"}
     listed = {id for item in graph if item.get("type") == "software_Sbom" for id in item.get("element", [])}
     check(listed == {name_of(item) for item in graph if item.get("type") not in outside},
-          "the bill does not list what there is")
+          "the bill does not list all elements")
 
 
 def find(name, prefix):
-    """A file of the package; or one of the system's, which the bill names without a folder."""
+    """Finds a file of the package, or a system library, which the bill names without a folder."""
     folders = [prefix, *pathlib.Path("/usr/lib").glob("*-linux-gnu"), pathlib.Path("/usr/lib")]
     return next((folder / name for folder in folders if (folder / name).is_file()), None)
 
@@ -148,7 +148,7 @@ def main():
     files = check_truth(bill, pathlib.Path(sys.argv[2]))
     if errors or files < 5:
         sys.exit("\n".join(errors) or "the bill describes too few files")
-    print(f"the bill of materials is right: {len(bill['@graph'])} elements, {files} files")
+    print(f"the bill of materials is valid: {len(bill['@graph'])} elements, {files} files")
 
 
 main()

@@ -2,10 +2,10 @@
 """Counts the instructions of single operations under callgrind and compares them with a checked-in
 list. Fails if one has grown by more than 5 %.
 
-Counted are the library's own instructions and those of its header templates, in the thread that
-does the operation. What it calls in the C and C++ runtime libraries and in libcrypto is not: they
-pick their routines by the processor. The counts are those of one compiler, the one that the list
-names; with another, nothing is compared and the test counts as skipped.
+Counts the library's own instructions and those of its header templates, in the thread that runs
+the operation. Excludes the C and C++ runtime libraries and libcrypto, which select routines by
+processor. The counts are valid for one compiler, which the list names; with any other, nothing is
+compared and the test is skipped.
 
 usage: count.py --program FILE --library FILE --compiler TEXT --list FILE [--update]
 """
