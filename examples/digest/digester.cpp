@@ -118,7 +118,9 @@ void Digester::Stop(std::exception_ptr cause) {
 std::string Digester::Progress() const {
   std::ostringstream text;
   text.precision(1);
-  text << filesDone << " files, " << std::fixed << MegabytesPerSecond() << " MB/s";
+  const uint64_t files = filesDone;
+  text << files << (files == 1 ? " file, " : " files, ") << std::fixed << MegabytesPerSecond()
+       << " MB/s";
   return text.str();
 }
 

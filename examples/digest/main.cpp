@@ -110,6 +110,12 @@ class StopOnExit {
   const std::shared_ptr<component::Timer> timer;
 };
 
+bool FlushOutput(Console& console) {
+  if (std::cout.flush()) return true;
+  console.PrintMessage("standard output cannot be written");
+  return false;
+}
+
 int Run(const Options& options, const std::shared_ptr<Console>& console) {
   Digester digester(WorkersFor(options), options.roots);
   const auto timer = std::make_shared<component::TsTimer>(kProgressPeriodMs, true);
@@ -119,11 +125,7 @@ int Run(const Options& options, const std::shared_ptr<Console>& console) {
 
   bool allWell = options.check ? CheckAll(options, digester, *console)
                                : DigestAll(options, digester, *console);
-  std::cout.flush();
-  if (!std::cout) {
-    console->PrintMessage("standard output cannot be written");
-    allWell = false;
-  }
+  allWell = FlushOutput(*console) && allWell;
 
   timer->Stop();
   if (options.progress) console->ShowStatus(digester.Progress());
@@ -133,17 +135,12 @@ int Run(const Options& options, const std::shared_ptr<Console>& console) {
   return allWell ? 0 : 1;
 }
 
-int PrintVersion() {
+bool PrintVersion() {
   auto system = std::make_shared<tarsio::ClientDeviceInfo>();
-  if (!tarsio::SysInfo::GetClientOsInfo(system)) return 1;
+  if (!tarsio::SysInfo::GetClientOsInfo(system)) return false;
   std::cout << "tarsio-digest " TARSIO_DIGEST_VERSION " (" << (kOnWindows ? "Windows " : "Linux ")
             << system->osVersion << ' ' << system->osManufacturingModel << ")\n";
-  return std::cout.flush() ? 0 : 1;
-}
-
-int PrintHelp() {
-  std::cout << kUsage << std::flush;
-  return std::cout ? 0 : 1;
+  return true;
 }
 
 // Sends the log to the console with --verbose, otherwise discards it. Standard output is for
@@ -168,8 +165,11 @@ int Main(const std::vector<std::string>& arguments) {
       console->PrintLine("Try 'tarsio-digest --help'.");
       return 2;
     }
-    if (options.help) return PrintHelp();
-    if (options.version) return PrintVersion();
+    if (options.help || options.version) {
+      if (options.help) std::cout << kUsage;
+      const bool printed = options.help || PrintVersion();
+      return FlushOutput(*console) && printed ? 0 : 1;
+    }
     SetUpLog(options, console);
     if (Console::IsTerminal(stdout)) std::cout << std::unitbuf;
     return Run(options, console);

@@ -9,11 +9,6 @@ namespace {
 
 bool IsSeparator(char c) { return c == '/' || c == '\\'; }
 
-// On Linux, drive C: is the root of the file system, and other drives do not exist.
-bool HasDriveC(const std::string& name) {
-  return name.size() > 1 && name[1] == ':' && (name[0] == 'C' || name[0] == 'c');
-}
-
 bool IsAscii(const std::string& text) {
   return std::none_of(text.begin(), text.end(),
                       [](char c) { return static_cast<unsigned char>(c) >= 0x80; });
@@ -52,9 +47,8 @@ const char* WhyUnnamable(const std::string& name) {
   if (!IsStrictUtf8(name)) return "Cannot be named: it is not UTF-8";
   if (kOnWindows) return nullptr;
   if (name.find('\\') != std::string::npos) return "Cannot be named: it has a backslash";
-  if (name.find(':', HasDriveC(name) ? 2 : 0) != std::string::npos) {
-    return "Cannot be named: it has a colon";
-  }
+  // Also "C:/a", which the library would read as "/a" though a directory may be named "C:".
+  if (name.find(':') != std::string::npos) return "Cannot be named: it has a colon";
   return nullptr;
 }
 

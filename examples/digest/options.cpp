@@ -95,6 +95,7 @@ std::string Conflict(const Options& options) {
     return "--files-from has no meaning with --check";
   }
   if (options.status && !options.check) return "--status has a meaning only with --check";
+  if (options.quiet && !options.check) return "--quiet has a meaning only with --check";
   if (options.null && options.filesFrom.empty()) {
     return "--null has a meaning only with --files-from";
   }
