@@ -116,7 +116,7 @@ class TARSIO_COMMON_API Path {
   /// current directory. To name the root of the drive, parse `C:\.`.
   ///
   /// An absolute path of Windows type that would print as 260 bytes or more is printed with the
-  /// long-path prefix: `\\?\`, or `\\?\UNC\` for a share.
+  /// long-path prefix `\\?\`, after which a share has `UNC` and a backslash.
   std::string Str(PathType style = WINDOWS_PATH) const;
   /// Str() as UTF-16.
   std::wstring Wstr(PathType style = WINDOWS_PATH) const;

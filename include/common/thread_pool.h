@@ -46,7 +46,7 @@ class TARSIO_COMMON_API ThreadPool : public std::enable_shared_from_this<ThreadP
   /// acts as SHUTDOWN_DRAIN.
   enum SHUTDOWN_METHOD : int32_t {
     SHUTDOWN_NOW = 0,    ///< Discards the pending tasks and closes the pool permanently.
-    SHUTDOWN_WAIT = 1,   ///< Waits until every pending task has been dequeued; see Wait().
+    SHUTDOWN_WAIT = 1,   ///< Calls Wait(), which can hang (by design); prefer SHUTDOWN_DRAIN.
     SHUTDOWN_DRAIN = 2,  ///< Nothing: live workers exit only when no task is pending.
   };
 
