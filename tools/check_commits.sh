@@ -10,7 +10,7 @@ status=0
 for commit in $(git rev-list --no-merges "$base..HEAD"); do
   subject=$(git log -1 --format=%s "$commit")
   reason=
-  printf '%s\n' "$subject" | grep -qE '^[a-z][a-z_, -]*: [a-z]' || reason="no family in front"
+  printf '%s\n' "$subject" | grep -qE '^[a-z][a-z_, -]*: [^ ]' || reason="no family in front"
   [ "$(printf %s "$subject" | wc -m)" -le 72 ] || reason="longer than 72 characters"
   [ -n "$(git log -1 --format=%b "$commit")" ] || reason="no body"
   [ -z "$reason" ] || { echo "$(git rev-parse --short "$commit"): $subject: $reason" >&2; status=1; }
