@@ -5,7 +5,8 @@
 
 namespace tarsio_test {
 
-// An explicit instantiation may name private members. It defines the function that the tag declares.
+// An explicit instantiation may name private members. It defines the function that the tag
+// declares.
 template <typename Tag, auto member>
 struct ExposePrivate {
   friend auto Reach(Tag /*tag*/) { return member; }
@@ -17,10 +18,10 @@ struct ExposePrivate {
 //
 //     EXPOSE_PRIVATE(Secret, &Host::secret);
 //     host.*Reach(Secret())
-#define EXPOSE_PRIVATE(Tag, member)  \
-  struct Tag {                       \
-    friend auto Reach(Tag);          \
-  };                                 \
+#define EXPOSE_PRIVATE(Tag, member) \
+  struct Tag {                      \
+    friend auto Reach(Tag);         \
+  };                                \
   template struct ExposePrivate<Tag, member>
 
 #endif  // TARSIO_COMMON_TESTS_SUPPORT_PRIVATE_MEMBER_H_
