@@ -51,6 +51,7 @@ int main() {
   //! [consumers]
   tarsio::BlockingQueue<std::shared_ptr<Job>> jobs(64);
   std::vector<std::thread> consumers;
+  consumers.reserve(4);
   for (int i = 0; i < 4; ++i) {
     consumers.emplace_back([&jobs] {
       std::shared_ptr<Job> job;

@@ -42,8 +42,7 @@ std::shared_ptr<Timer> Owned(Timer* timer) {
 
 // Set when an expiry changes, perhaps that of a queued timer. The next stop restores the order of
 // the queue.
-// NOLINTNEXTLINE(*-non-const-global-variables): global, so that SetExpire() need not create the
-// manager
+// NOLINTNEXTLINE(*-non-const-global-variables): SetExpire() need not create the manager
 std::atomic<bool> orderMayBeWrong{false};
 
 // Locked before the manager's mutex by each pass and by Shutdown(). A pass holds it while it waits
