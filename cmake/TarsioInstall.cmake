@@ -14,7 +14,9 @@ function(tarsio_install_manual folder component)
     COMPONENT ${component} OPTIONAL)
 endfunction()
 
-function(tarsio_install)
+# Sets `library_result` to the installed library's path below the prefix, and `debug_result` to the file
+# in the build folder that holds a shared library's debug information.
+function(tarsio_install library_result debug_result)
   # A separate folder, since other packages may have one named "common".
   set(include_folder "${CMAKE_INSTALL_INCLUDEDIR}/${PROJECT_NAME}")
   set(package_folder "${CMAKE_INSTALL_LIBDIR}/cmake/${PROJECT_NAME}")
@@ -125,4 +127,6 @@ function(tarsio_install)
 
   tarsio_install_manual("${CMAKE_INSTALL_DOCDIR}" documents)
   tarsio_install_bill_of_materials("${CMAKE_INSTALL_DOCDIR}" "${installed_library}" documents)
+  set(${library_result} "${installed_library}" PARENT_SCOPE)
+  set(${debug_result} "${debug_file}" PARENT_SCOPE)
 endfunction()

@@ -1,7 +1,8 @@
 # What CPack creates: Debian packages for Linux, a ZIP for Windows. `./dev package` packs two builds
 # together, the shared and the static library.
 
-function(tarsio_package)
+# The arguments are the results of tarsio_install(); cmake/debian needs them.
+function(tarsio_package installed_library debug_file)
   set(CPACK_PACKAGE_NAME ${PROJECT_NAME})
   set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
   # Independent of the umask.
