@@ -22,7 +22,7 @@ constexpr size_t kEnvironmentBytes = 255;  // its bytes in UTF-8 and their termi
 
 constexpr char kEmptyParameter[] = "Parameter is empty!";
 
-// The messages contain no conversion specification. Sinks receive them as formats.
+// Sinks receive the messages as formats. None of them contains a "%".
 #pragma GCC diagnostic ignored "-Wformat-security"
 
 // `line` is the line of the report in this file.

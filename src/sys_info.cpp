@@ -12,7 +12,7 @@ constexpr int kArchFailedLine = 25;
 constexpr int kVersionFailedLine = 31;
 constexpr int kModelFailedLine = 37;
 
-// The messages contain no conversion specification. Sinks receive them as formats.
+// Sinks receive the messages as formats. None of them contains a "%".
 #pragma GCC diagnostic ignored "-Wformat-security"
 
 bool ReportFailure(int line, const char* format) {
