@@ -119,6 +119,7 @@ foreach(file IN LISTS more)
 endforeach()
 
 list(JOIN ids ",\n       " ids)
+# The format requires this context as an identifier. It is not downloaded either.
 file(WRITE "${bill}" "{
   \"@context\": \"https://spdx.org/rdf/3.0.1/spdx-context.jsonld\",
   \"@graph\": [
