@@ -263,7 +263,7 @@ TEST(TimerManager, WallClock) {
                std::chrono::system_clock::now().time_since_epoch())
         .count();
   };
-  // The runtime's clock may advance in steps of the timer interrupt (15.6 ms) and lag behind.
+  // The runtime's clock may advance only at each timer interrupt, every 15.6 ms.
   constexpr int64_t kStep = 20;
   for (int i = 0; i < 100; ++i) {
     const int64_t before = systemClock();

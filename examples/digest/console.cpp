@@ -8,13 +8,13 @@
 
 namespace {
 
-std::string Blanks(size_t count) { return '\r' + std::string(count, ' ') + '\r'; }
+std::string Spaces(size_t count) { return '\r' + std::string(count, ' ') + '\r'; }
 
 }  // namespace
 
 void Console::PrintLine(const std::string& line) {
   const std::lock_guard<std::mutex> lock(mutex);
-  const std::string erased = status.empty() ? "" : Blanks(status.size());
+  const std::string erased = status.empty() ? "" : Spaces(status.size());
   std::cerr << erased + line + '\n' + status << std::flush;
 }
 
@@ -24,7 +24,7 @@ void Console::ShowStatus(const std::string& text) {
   const std::lock_guard<std::mutex> lock(mutex);
   const size_t leftOver = status.size() - std::min(status.size(), text.size());
   if (!status.empty() || !text.empty()) {
-    std::cerr << (text.empty() ? Blanks(status.size()) : '\r' + text + std::string(leftOver, ' '))
+    std::cerr << (text.empty() ? Spaces(status.size()) : '\r' + text + std::string(leftOver, ' '))
               << std::flush;
   }
   status = text;

@@ -391,7 +391,7 @@ TEST(MemoryFaults, Resolver) {
 
 // ---- files ----
 
-// Returns the next free descriptor; it stays the same if no file is leaked.
+// Returns the lowest free descriptor. A leaked file makes it grow.
 int NextDescriptor() {
   std::FILE* const file = std::fopen("descriptor", "w");
   const int descriptor = fileno(file);

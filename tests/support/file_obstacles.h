@@ -38,7 +38,7 @@ class FileThatTakesNothing {
   const std::unique_ptr<State> state;
 };
 
-// While it lives, no file of the process can exceed `bytes`, as if the disk were full.
+// Limits the size of the process's files to `bytes` for its lifetime, as if the disk were full.
 class FileSizeLimit {
  public:
   explicit FileSizeLimit(uint64_t bytes);

@@ -25,8 +25,8 @@ T* At(BYTE* base, ULONGLONG offset) {
   return reinterpret_cast<T*>(base + offset);
 }
 
-// Returns the import table entry of the thread library behind std::thread with the address of the
-// runtime function that starts a thread.
+// std::thread uses libwinpthread. Returns the entry of that DLL's import table that holds the
+// address of the runtime's function for starting threads.
 ULONGLONG* StartAddress() {
   BYTE* const base = reinterpret_cast<BYTE*>(::GetModuleHandleW(L"libwinpthread-1.dll"));
   if (base == nullptr) std::abort();
