@@ -16,23 +16,6 @@ namespace {
 using tarsio::CharsetCvt;
 using tarsio_test::LogRecords;
 
-// As documented: every lead byte needs its continuation bytes, and none may stand alone. Of the
-// sequences that encode no character, only ED A0 to ED BF are rejected. Uses the number of leading
-// one bits.
-bool ReferenceIsU8(const std::string& s) {
-  size_t wanted = 0;
-  for (size_t i = 0; i < s.size(); ++i) {
-    const unsigned char byte = reference::ByteAt(s, i);
-    size_t ones = 0;
-    while (ones < 8 && (byte >> (7 - ones) & 1) == 1) ++ones;
-    if ((ones == 1) != (wanted > 0) || ones > 4) return false;
-    if (ones == 1) --wanted;
-    if (ones > 1) wanted = ones - 1;
-    if (byte == 0xED && i + 1 < s.size() && reference::ByteAt(s, i + 1) >= 0xA0) return false;
-  }
-  return !s.empty() && wanted == 0;
-}
-
 // Returns the logged messages.
 std::string Logged(const LogRecords& records) {
   std::string logged;
@@ -84,7 +67,7 @@ void FromUserEncoding(const std::string& s) {
     Require(wide && std::string(error.what()) == "bad conversion", "MbToU8() throws");
     return;
   }
-  if (ReferenceIsU8(s)) {
+  if (reference::IsU8(s)) {
     Require(converted == s && Logged(*records).empty(), "MbToU8() returns UTF-8 unchanged");
     return;
   }
@@ -103,7 +86,7 @@ void ToUserEncoding(const std::string& s) {
   const auto records = LogRecords::Install(tarsio::LOG_LEVEL_INFO);
   const std::string converted = CharsetCvt::U8ToMb(s);
   const std::string logged = Logged(*records);
-  if (!ReferenceIsU8(s)) {
+  if (!reference::IsU8(s)) {
     Require(converted.empty() && logged == "Parameter is Not a valid UTF-8 string!;",
             "U8ToMb() rejects input that is not UTF-8");
     return;
@@ -176,11 +159,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   UnitsToBytes<std::u32string>(input, &CharsetCvt::U32ToU8, false);
 
   const std::string s = input.ConsumeRemainingBytesAsString();
-  Require(CharsetCvt::IsU8(s) == ReferenceIsU8(s), "IsU8()");
+  Require(CharsetCvt::IsU8(s) == reference::IsU8(s), "IsU8()");
   bool ascii = true;
   for (const char c : s) ascii = ascii && c >= 0;
   Require(CharsetCvt::IsASCII(s) == ascii, "IsASCII()");
-  Require(CharsetCvt::StartsWithBom(s) == (ReferenceIsU8(s) && s.rfind("\xEF\xBB\xBF", 0) == 0),
+  Require(CharsetCvt::StartsWithBom(s) == (reference::IsU8(s) && s.rfind("\xEF\xBB\xBF", 0) == 0),
           "StartsWithBom()");
   BytesToUnits<std::wstring>(s, &CharsetCvt::U8ToW, false);
   BytesToUnits<std::u16string>(s, &CharsetCvt::U8ToU16, true);

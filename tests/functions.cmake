@@ -10,7 +10,8 @@ set(test_support "${PROJECT_SOURCE_DIR}/tests/support")
 
 # The library is optimised; the tests are not, so they compile four times as fast. The exceptions compute
 # a lot, count allocations that the compiler may omit, or race.
-set(optimised_tests charset_cvt_test string_utils_test allocation_counts_test races_test)
+set(optimised_tests charset_cvt_test utf8_check_test string_utils_test allocation_counts_test
+  races_test)
 
 # tarsio_test_program(name sources...): each case runs in a separate process, since the log and the timers
 # live as long as the process.
@@ -54,6 +55,7 @@ function(tarsio_embedded_library)
   list(FILTER sources EXCLUDE REGEX "\\.rc$")  # for the DLL only
   list(TRANSFORM sources PREPEND "${PROJECT_SOURCE_DIR}/")
   add_library(tarsio-common-embedded STATIC EXCLUDE_FROM_ALL ${sources})
+  tarsio_compile_for_avx2("${PROJECT_SOURCE_DIR}/src/byte_blocks_avx2.cpp")
   target_compile_features(tarsio-common-embedded PUBLIC cxx_std_17)
   target_compile_definitions(tarsio-common-embedded PUBLIC TARSIO_COMMON_STATIC)
   target_include_directories(tarsio-common-embedded

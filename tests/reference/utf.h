@@ -1,5 +1,5 @@
-// Reference conversions between UTF-8 and UTF-16, simple but slow, from the table of well-formed
-// sequences.
+// Reference checks and conversions of UTF-8, simple but slow. The conversions use the table of
+// well-formed sequences.
 
 #ifndef TARSIO_COMMON_TESTS_REFERENCE_UTF_H_
 #define TARSIO_COMMON_TESTS_REFERENCE_UTF_H_
@@ -54,6 +54,23 @@ inline char32_t CharacterAt(const std::string& s, size_t index, size_t length) {
   if (length > 1) character &= 0xFFU >> (length + 1);
   for (size_t i = 1; i < length; ++i) character = character * 64 + ByteAt(s, index + i) % 64;
   return character;
+}
+
+// What IsU8() documents: every lead byte needs its continuation bytes, and none may stand alone. Of
+// the sequences that encode no character, only ED A0 to ED BF are rejected. Uses the number of
+// leading one bits.
+inline bool IsU8(const std::string& s) {
+  size_t wanted = 0;
+  for (size_t i = 0; i < s.size(); ++i) {
+    const unsigned char byte = ByteAt(s, i);
+    size_t ones = 0;
+    while (ones < 8 && (byte >> (7 - ones) & 1) == 1) ++ones;
+    if ((ones == 1) != (wanted > 0) || ones > 4) return false;
+    if (ones == 1) --wanted;
+    if (ones > 1) wanted = ones - 1;
+    if (byte == 0xED && i + 1 < s.size() && ByteAt(s, i + 1) >= 0xA0) return false;
+  }
+  return !s.empty() && wanted == 0;
 }
 
 // Returns the number of bytes that become one U+FFFD: up to the first byte that is not allowed,

@@ -1,0 +1,111 @@
+// The checks of IsASCII() and IsU8() with each set of instructions, compared with the reference.
+
+#include "utf8_check.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <memory>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "reference/utf.h"
+
+namespace {
+
+using tarsio::Simd;
+
+// The bytes at which a rule begins or ends.
+const std::string kEdges = "\x01\x7F\x80\x9F\xA0\xBF\xC0\xDF\xE0\xEC\xED\xEE\xEF\xF0\xF7\xF8\xFF";
+
+std::vector<Simd> SupportedSimd() {
+  std::vector<Simd> all = {Simd::kSse2};
+  if (tarsio::BestSimd() != Simd::kSse2) all.push_back(tarsio::BestSimd());
+  return all;
+}
+
+// A string that begins `offset` bytes into its buffer and ends with it, for the address sanitizer.
+class Bytes {
+ public:
+  Bytes(const std::string& s, size_t offset)
+      : m_size(s.size()), m_offset(offset), m_buffer(new unsigned char[offset + s.size()]) {
+    std::copy(s.begin(), s.end(), m_buffer.get() + offset);
+  }
+
+  bool IsAscii(Simd simd) const { return tarsio::IsAscii(Begin(), m_size, simd); }
+  bool IsUtf8(Simd simd) const { return tarsio::IsUtf8(Begin(), m_size, simd); }
+
+ private:
+  const unsigned char* Begin() const { return m_buffer.get() + m_offset; }
+
+  size_t m_size;
+  size_t m_offset;
+  std::unique_ptr<unsigned char[]> m_buffer;
+};
+
+// Returns whether `s` is UTF-8.
+bool ExpectAgreement(const std::string& s, size_t offset) {
+  const bool ascii = std::all_of(s.begin(), s.end(), [](char c) { return (c & 0x80) == 0; });
+  const bool utf8 = s.empty() || reference::IsU8(s);
+  const Bytes bytes(s, offset);
+  for (const Simd simd : SupportedSimd()) {
+    const auto traced = [&] {
+      return testing::PrintToString(s) + " with " + std::to_string(int(simd));
+    };
+    EXPECT_EQ(bytes.IsAscii(simd), ascii) << traced();
+    EXPECT_EQ(bytes.IsUtf8(simd), utf8) << traced();
+  }
+  return utf8;
+}
+
+std::string Repeat(const std::string& s, size_t size) {
+  std::string repeated;
+  while (repeated.size() < size) repeated += s;
+  repeated.resize(size);
+  return repeated;
+}
+
+// All sizes up to some blocks, and all places in them.
+TEST(Utf8Check, EveryPlace) {
+  for (const char* const base : {"a", "\xC3\xA9", "\xE4\xB8\x80", "\xF0\x9F\x98\x80"}) {
+    for (size_t size = 0; size <= 150; size += size < 70 ? 1 : 13) {
+      const std::string whole = Repeat(base, size);
+      ExpectAgreement(whole, size % 32);
+      for (size_t place = 0; place < size; ++place) {
+        std::string s = whole;
+        for (const char edge : kEdges) {
+          s[place] = edge;
+          ExpectAgreement(s, place % 32);
+        }
+      }
+    }
+  }
+  EXPECT_FALSE(HasFailure());
+}
+
+// Ends of sequences on both sides of every border between blocks and chunks.
+TEST(Utf8Check, RandomSequences) {
+  std::mt19937 random(20261122);
+  const auto below = [&random](size_t limit) { return random() % limit; };
+  int valid = 0;
+  constexpr int kRounds = 40000;
+  for (int round = 0; round < kRounds && !HasFailure(); ++round) {
+    std::string s;
+    const size_t size = below(700);
+    while (s.size() < size) {
+      const size_t kind = below(5);
+      if (kind == 0) s += std::string(below(300), 'a');
+      if (kind == 1) s += "\xC3\xA9";
+      if (kind == 2) s += "\xED\x9F\xBF";
+      if (kind == 3) s += "\xF0\x80\x80\x80";
+      if (kind == 4) s += "\xEF\xBF\xBF";
+    }
+    if (!s.empty() && below(2) == 0) s[below(s.size())] = kEdges[below(kEdges.size())];
+    valid += static_cast<int>(ExpectAgreement(s, below(32)));
+  }
+  EXPECT_GT(valid, kRounds / 4);
+  EXPECT_LT(valid, kRounds * 3 / 4);
+}
+
+}  // namespace
