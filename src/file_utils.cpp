@@ -1,6 +1,5 @@
 #include "common/file_utils.h"
 
-#include <algorithm>
 #include <utility>
 
 #include "common/path.h"
@@ -37,18 +36,27 @@ bool ToWriteMode(int mode, platform::WriteMode* writeMode) {
   return true;
 }
 
-// Appends the next `size` bytes of `file`. Returns false if it has fewer. Growing a string clears
-// the new bytes, so grow by pieces that stay in the cache until the system fills them.
-bool AppendFrom(platform::File& file, uint64_t size, std::string& bytes) {
-  constexpr uint64_t kPiece = 0x40000;
-  for (uint64_t left = size; left > 0;) {
-    const size_t piece = std::min(left, kPiece);
-    const size_t begin = bytes.size();
-    bytes.resize(begin + piece);
-    if (file.Read(&bytes[begin], piece) != piece) return false;
-    left -= piece;
-  }
-  return true;
+// Returns the contents of `file`, or other than `size` bytes if its size has changed.
+std::string ReadFile(platform::File& file, size_t size) {
+  std::string bytes;
+  bytes.reserve(size + 1);  // room to see whether the file goes on
+#ifdef __cpp_lib_string_resize_and_overwrite
+  bytes.resize_and_overwrite(
+      size + 1, [&](char* buffer, size_t room) { return file.Read(buffer, room, size); });
+#else
+  bytes.resize(size + 1);
+  bytes.resize(file.Read(bytes.data(), size + 1, size));
+#endif
+  return bytes;
+}
+
+FileOptRet OpenAndWrite(const std::string& content, const Path& path, int mode) {
+  platform::WriteMode writeMode{};
+  if (!ToWriteMode(mode, &writeMode)) return FILE_OPT_WRITE_OPEN_FAILED;
+  platform::File file = platform::File::OpenForWriting(path.Wstr(Path::WINDOWS_PATH), writeMode);
+  if (!file.IsOpen()) return FILE_OPT_WRITE_OPEN_FAILED;
+  file.Write(content.data(), content.size());
+  return FILE_OPT_SUCCESS;
 }
 
 }  // namespace
@@ -63,10 +71,8 @@ FileOptRet FileUtils::GetFileContent(std::string path, std::string& content) {
   platform::File file = platform::File::OpenForReading(name);
   if (!file.IsOpen()) return FILE_OPT_EMPTY_OR_UNREADABLE;
 
-  std::string bytes;
-  bytes.reserve(status.size);
-  char oneMore = '\0';
-  if (!AppendFrom(file, status.size, bytes) || file.Read(&oneMore, 1) != 0) {
+  std::string bytes = ReadFile(file, status.size);
+  if (bytes.size() != status.size) {
     content.clear();
     return FILE_OPT_SIZE_MISMATCH;
   }
@@ -77,15 +83,11 @@ FileOptRet FileUtils::GetFileContent(std::string path, std::string& content) {
 // NOLINTNEXTLINE(performance-unnecessary-value-param): by value, as the interface requires
 FileOptRet FileUtils::WriteFile(std::string content, std::string path, int mode) {
   const Path p(path);
-  if (p.IsDirectory()) return FILE_OPT_IS_DIRECTORY;
   // The parent of an empty path is "..", which exists. Opening the file fails instead.
-  if (!p.ParentPath().IsDirectory()) return FILE_OPT_NO_PARENT_DIR;
-  platform::WriteMode writeMode{};
-  if (!ToWriteMode(mode, &writeMode)) return FILE_OPT_WRITE_OPEN_FAILED;
-  platform::File file = platform::File::OpenForWriting(p.Wstr(Path::WINDOWS_PATH), writeMode);
-  if (!file.IsOpen()) return FILE_OPT_WRITE_OPEN_FAILED;
-  file.Write(content.data(), content.size());
-  return FILE_OPT_SUCCESS;
+  const FileOptRet result =
+      p.ParentPath().IsDirectory() ? OpenAndWrite(content, p, mode) : FILE_OPT_NO_PARENT_DIR;
+  // A directory is reported first. It never opens for writing, so there is no need to ask before.
+  return result != FILE_OPT_SUCCESS && p.IsDirectory() ? FILE_OPT_IS_DIRECTORY : result;
 }
 
 bool FileUtils::MakeDir(const std::string& path) {

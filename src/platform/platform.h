@@ -116,15 +116,18 @@ class File {
   ~File();
 
   bool IsOpen() const { return descriptor >= 0; }
-  // Reads up to `size` bytes. Returns fewer only at the end of the file or on failure.
-  size_t Read(char* buffer, size_t size);
+  // Reads up to `size` bytes. Returns fewer only at the end of the file or on failure. After
+  // `expected` bytes, takes a transfer that returned fewer than requested for the end.
+  size_t Read(char* buffer, size_t size, size_t expected = SIZE_MAX);
   // Writes `size` bytes, or fewer on failure.
   void Write(const char* data, size_t size);
 
  private:
-  explicit File(int openDescriptor) : descriptor(openDescriptor) {}
+  explicit File(int openDescriptor, int signal = 0)
+      : descriptor(openDescriptor), writeSignal(signal) {}
 
   const int descriptor;
+  const int writeSignal;  // which a failing write may raise; 0 if none
 };
 
 // ---- signals ----

@@ -136,7 +136,7 @@ File::~File() {
 }
 
 // An open file stays readable after its removal.
-size_t File::Read(char* buffer, size_t size) {
+size_t File::Read(char* buffer, size_t size, size_t /*expected*/) {
   size_t done = 0;
   while (done < size) {
     current->Step();

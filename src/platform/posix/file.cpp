@@ -135,27 +135,28 @@ File File::OpenForWriting(const std::wstring& path, const WriteMode& mode) {
     return File(-1);
   }
   if (type != S_IFREG) LetWait(descriptor);
-  return File(descriptor);
+  return File(descriptor, WriteSignalOf(type));
 }
 
 File::~File() {
   if (IsOpen()) ::close(descriptor);
 }
 
-size_t File::Read(char* buffer, size_t size) {
+size_t File::Read(char* buffer, size_t size, size_t expected) {
   size_t done = 0;
   while (done < size) {
-    const ssize_t count =
-        ::read(descriptor, buffer + done, std::min(size - done, kLargestTransfer));
+    const size_t request = std::min(size - done, kLargestTransfer);
+    const ssize_t count = ::read(descriptor, buffer + done, request);
     if (count < 0 && errno == EINTR) continue;
     if (count <= 0) break;
     done += static_cast<size_t>(count);
+    if (done == expected && static_cast<size_t>(count) < request) break;
   }
   return done;
 }
 
 void File::Write(const char* data, size_t size) {
-  const ScopedSignalBlock noSignal(WriteSignalOf(TypeOfDescriptor(descriptor)));
+  const ScopedSignalBlock noSignal(writeSignal);
   while (size > 0) {
     const ssize_t count = ::write(descriptor, data, std::min(size, kLargestTransfer));
     if (count < 0 && errno == EINTR) continue;

@@ -72,13 +72,14 @@ File::~File() {
   if (IsOpen()) ::_close(descriptor);
 }
 
-size_t File::Read(char* buffer, size_t size) {
+size_t File::Read(char* buffer, size_t size, size_t expected) {
   size_t done = 0;
   while (done < size) {
-    const auto chunk = static_cast<unsigned>(std::min(size - done, kLargestTransfer));
-    const int count = ::_read(descriptor, buffer + done, chunk);
+    const auto request = static_cast<unsigned>(std::min(size - done, kLargestTransfer));
+    const int count = ::_read(descriptor, buffer + done, request);
     if (count <= 0) break;
     done += static_cast<size_t>(count);
+    if (done == expected && static_cast<unsigned>(count) < request) break;
   }
   return done;
 }
