@@ -35,9 +35,9 @@ const char* LevelName(LOG_LEVEL level) {
 }
 
 void AppendTwoDigits(std::string& out, char separator, int value) {
-  out += separator;
-  out += static_cast<char>('0' + value / 10);
-  out += static_cast<char>('0' + value % 10);
+  const char text[] = {separator, static_cast<char>('0' + value / 10),
+                       static_cast<char>('0' + value % 10)};
+  out.append(text, sizeof text);
 }
 
 // "2024-03-05 14:07:09.38": the milliseconds have no leading zeros (by design).

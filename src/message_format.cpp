@@ -118,19 +118,27 @@ constexpr LengthName kLengthNames[] = {
     {"I", Length::kNone, true},        {"q", Length::kLongLong, true},
     {"Z", Length::kSize, true},        {"", Length::kNone, false}};
 
+bool BeginsWith(const char* s, std::string_view prefix) {
+  return std::mismatch(prefix.begin(), prefix.end(), s).first == prefix.end();
+}
+
 const LengthName& ParseLength(const char*& next) {
   const LengthName* row = kLengthNames;
-  while (std::strncmp(next, row->text.data(), row->text.size()) != 0) ++row;
+  while (!BeginsWith(next, row->text)) ++row;
   next += row->text.size();
   return *row;
+}
+
+bool IsFlag(char c) {
+  return c == '-' || c == '+' || c == ' ' || c == '#' || c == '0' || c == '\'';
 }
 
 // The conversion that begins with the "%" at `percent`.
 Conversion Parse(const char* percent) {
   Conversion conversion;
   const char* next = percent + 1;
-  conversion.flags = {next, std::strspn(next, "-+ #0'")};
-  next += conversion.flags.size();
+  while (IsFlag(*next)) ++next;
+  conversion.flags = {percent + 1, static_cast<size_t>(next - percent - 1)};
   conversion.width = ParseNumber(next, kNotGiven);
   if (*next == '.') conversion.precision = ParseNumber(++next, 0);
   const LengthName& length = ParseLength(next);
