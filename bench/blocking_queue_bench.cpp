@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <chrono>
 #include <deque>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -12,6 +13,7 @@
 #include "common/blocking_queue.h"
 #include "support/bench.h"
 #include "support/gate.h"
+#include "support/memory.h"
 #include "support/one_processor.h"
 
 #ifdef TARSIO_BENCH_ABSEIL
@@ -28,18 +30,19 @@ namespace tarsio_bench {
 
 namespace {
 
+template <typename Item>
 class Ours {
  public:
   explicit Ours(size_t capacity) : queue(capacity) {}
-  void Push(int item) { static_cast<void>(queue.Push(item, 0)); }
-  int Pop() {
-    int item = 0;
+  void Push(const Item& item) { static_cast<void>(queue.Push(item, 0)); }
+  Item Pop() {
+    Item item{};
     static_cast<void>(queue.Pop(item, 0));
     return item;
   }
 
  private:
-  tarsio::BlockingQueue<int> queue;
+  tarsio::BlockingQueue<Item> queue;
 };
 
 #ifdef TARSIO_BENCH_ABSEIL
@@ -68,51 +71,54 @@ class AbseilQueue {
 #endif
 
 #ifdef TARSIO_BENCH_BOOST
+template <typename Item>
 class BoostQueue {
  public:
   explicit BoostQueue(size_t capacity) : queue(capacity) {}
-  void Push(int item) { queue.push(item); }
-  int Pop() { return queue.pull(); }
+  void Push(const Item& item) { queue.push(item); }
+  Item Pop() { return queue.pull(); }
 
  private:
-  boost::sync_bounded_queue<int> queue;
+  boost::sync_bounded_queue<Item> queue;
 };
 #endif
 
 #ifdef TARSIO_BENCH_TBB
+template <typename Item>
 class TbbQueue {
  public:
   explicit TbbQueue(size_t capacity) { queue.set_capacity(static_cast<ptrdiff_t>(capacity)); }
-  void Push(int item) { queue.push(item); }
-  int Pop() {
-    int item = 0;
+  void Push(const Item& item) { queue.push(item); }
+  Item Pop() {
+    Item item{};
     queue.pop(item);
     return item;
   }
 
  private:
-  tbb::concurrent_bounded_queue<int> queue;
+  tbb::concurrent_bounded_queue<Item> queue;
 };
 #endif
 
 // The limit: a queue under a lock that never waits.
+template <typename Item>
 class DequeUnderMutex {
  public:
   explicit DequeUnderMutex(size_t /*capacity*/) {}
-  void Push(int item) {
+  void Push(const Item& item) {
     const std::lock_guard<std::mutex> lock(mutex);
     items.push_back(item);
   }
-  int Pop() {
+  Item Pop() {
     const std::lock_guard<std::mutex> lock(mutex);
-    const int item = items.front();
+    const Item item = items.front();
     items.pop_front();
     return item;
   }
 
  private:
   std::mutex mutex;
-  std::deque<int> items;
+  std::deque<Item> items;
 };
 
 // Returns the seconds that `pairs` producers and as many consumers need to transfer `items` each,
@@ -185,22 +191,36 @@ void AddQueue(const std::string& who) {
   AddTransfer(who, TransferSeconds<Queue>);
 }
 
+template <template <typename> class Queue>
+void AddTaskMemory(const std::string& who) {
+  using Task = std::function<void()>;
+  AddMemory("memory_of_1,000,000_queued_tasks", who, [] {
+    constexpr size_t kTasks = 1000000;
+    Queue<Task> queue(kTasks);
+    for (size_t i = 0; i < kTasks; ++i) queue.Push([] {});
+  });
+}
+
 }  // namespace
 
 void RegisterAll() {
-  AddQueue<Ours>("ours");
+  AddQueue<Ours<int>>("ours");
+  AddTaskMemory<Ours>("ours");
 #ifdef TARSIO_BENCH_ABSEIL
   AddQueue<AbseilQueue>("peer:Abseil");
 #endif
 #ifdef TARSIO_BENCH_BOOST
-  AddQueue<BoostQueue>("peer:Boost");
+  AddQueue<BoostQueue<int>>("peer:Boost");
+  AddTaskMemory<BoostQueue>("peer:Boost");
 #endif
 #ifdef TARSIO_BENCH_TBB
-  AddQueue<TbbQueue>("peer:oneTBB");
+  AddQueue<TbbQueue<int>>("peer:oneTBB");
+  AddTaskMemory<TbbQueue>("peer:oneTBB");
 #endif
-  AddPushPop<DequeUnderMutex>("limit:mutex");
+  AddPushPop<DequeUnderMutex<int>>("limit:mutex");
+  AddTaskMemory<DequeUnderMutex>("limit:mutex");
   AddTransfer("limit:mutex", [](size_t capacity, size_t pairs, int items) {
-    return OneThreadSeconds<DequeUnderMutex>(capacity, static_cast<int>(pairs) * items);
+    return OneThreadSeconds<DequeUnderMutex<int>>(capacity, static_cast<int>(pairs) * items);
   });
 }
 

@@ -41,6 +41,8 @@ std::string Mixed(size_t bytes) {
       bytes);
 }
 
+std::string Emoji(size_t bytes) { return Repeat("\xF0\x9F\x98\x80", bytes); }
+
 #ifdef TARSIO_BENCH_POCO
 bool PocoIsU8(const std::string& text) {
   static const Poco::UTF8Encoding encoding;
@@ -57,9 +59,15 @@ bool PocoIsU8(const std::string& text) {
 #endif
 
 void AddChecks(size_t bytes) {
-  for (const bool mixed : {false, true}) {
-    const std::string text = mixed ? Mixed(bytes) : Ascii(bytes);
-    const std::string isU8 = Sized(mixed ? "IsU8_of_mixed_UTF-8" : "IsU8_of_ASCII", "bytes", bytes);
+  const struct {
+    const char* name;
+    std::string text;
+  } rows[] = {{"IsU8_of_ASCII", Ascii(bytes)},
+              {"IsU8_of_mixed_UTF-8", Mixed(bytes)},
+              {"IsU8_of_emoji", Emoji(bytes)}};
+  for (const auto& row : rows) {
+    const std::string& text = row.text;
+    const std::string isU8 = Sized(row.name, "bytes", bytes);
     AddCall(
         isU8, "ours", [text] { return CharsetCvt::IsU8(text); }, bytes);
 #ifdef TARSIO_BENCH_GLIB

@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -14,6 +13,7 @@
 
 #include "common/file_utils.h"
 #include "support/bench.h"
+#include "support/memory.h"
 
 #ifdef TARSIO_BENCH_GLIB
 #include <glib.h>
@@ -96,37 +96,6 @@ bool SystemRead(const std::string& name) {
   return count == status.st_size;
 }
 
-// Runs `read` in a child process and returns by how many bytes its peak memory exceeds its memory
-// before.
-template <typename Read>
-size_t PeakMemoryGrowth(Read read, const std::string& name) {
-  const auto status = [](const std::string& field) {
-    std::ifstream file("/proc/self/status");
-    for (std::string word; file >> word;) {
-      size_t kilobytes = 0;
-      if (word == field && file >> kilobytes) return kilobytes << 10;
-    }
-    std::abort();
-  };
-  int ends[2];
-  if (::pipe(ends) != 0) std::abort();
-  const pid_t child = ::fork();
-  if (child == 0) {
-    std::ofstream("/proc/self/clear_refs") << 5;  // resets the peak
-    const size_t before = status("VmRSS:");
-    if (!read(name)) std::abort();
-    const size_t growth = status("VmHWM:") - before;
-    ::_exit(::write(ends[1], &growth, sizeof growth) == sizeof growth ? 0 : 1);
-  }
-  ::close(ends[1]);
-  size_t growth = 0;
-  const bool received = ::read(ends[0], &growth, sizeof growth) == sizeof growth;
-  ::close(ends[0]);
-  ::waitpid(child, nullptr, 0);
-  if (!received) std::abort();
-  return growth;
-}
-
 template <typename Read>
 void AddRead(size_t bytes, const std::string& who, Read read) {
   Add(Sized("read_a_file", "bytes", bytes), who, [read, bytes](benchmark::State& state) {
@@ -140,14 +109,9 @@ void AddRead(size_t bytes, const std::string& who, Read read) {
 
 template <typename Read>
 void AddReadMemory(size_t bytes, const std::string& who, Read read) {
-  Add(Sized("peak_memory_of_reading_a_file", "bytes", bytes), who,
-      [read, bytes](benchmark::State& state) {
-        const std::string name = Files().Input(bytes);
-        size_t growth = 0;
-        for (auto _ : state) growth = PeakMemoryGrowth(read, name);
-        state.counters["memory_bytes"] = static_cast<double>(growth);
-      })
-      ->Iterations(1);
+  AddMemory(Sized("peak_memory_of_reading_a_file", "bytes", bytes), who, [read, bytes] {
+    if (!read(Files().Input(bytes))) std::abort();
+  });
 }
 
 // `write` receives a new string each time and consumes it, as our interface does. A caller that

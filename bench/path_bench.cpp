@@ -3,9 +3,11 @@
 
 #include <filesystem>
 #include <string>
+#include <vector>
 
 #include "common/path.h"
 #include "support/bench.h"
+#include "support/memory.h"
 
 #ifdef TARSIO_BENCH_BOOST
 #include <boost/filesystem.hpp>
@@ -94,10 +96,25 @@ void AddSize(size_t components) {
 #endif
 }
 
+// 100,000 paths of eight components.
+template <typename Path>
+void AddPathMemory(const std::string& who, const std::string& text) {
+  AddMemory("memory_of_100,000_paths", who, [text] {
+    const std::vector<Path> paths(100000, Path(text));
+    benchmark::DoNotOptimize(paths.data());
+  });
+}
+
 }  // namespace
 
 void RegisterAll() {
   for (const size_t components : Sizes{2, 8, 32}) AddSize(components);
+  AddPathMemory<tarsio::Path>("ours", WindowsText(8));
+  AddPathMemory<std::filesystem::path>("peer:std", PosixText(8));
+#ifdef TARSIO_BENCH_POCO
+  AddPathMemory<Poco::Path>("peer:POCO", PosixText(8));
+#endif
+  AddPathMemory<std::string>("limit:copy", WindowsText(8));
 }
 
 }  // namespace tarsio_bench

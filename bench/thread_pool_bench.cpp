@@ -1,6 +1,8 @@
-// Runs empty tasks on a pool, from the first submission until the last has run.
+// Runs empty tasks on a pool, from the first submission until the last has run, and the first task
+// of a new pool.
 
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <deque>
 #include <functional>
@@ -159,8 +161,27 @@ void RunTasks(benchmark::State& state, size_t workers) {
   state.SetItemsProcessed(state.iterations() * kTasks);
 }
 
+// From the construction of the pool until its first task runs. Its destruction does not count.
+template <typename Pool>
+void RunFirstTask(benchmark::State& state) {
+  using Clock = std::chrono::steady_clock;
+  for (auto _ : state) {
+    Clock::time_point ran;
+    tarsio_test::Gate done;
+    const auto begin = Clock::now();
+    Pool pool(1);
+    pool.Submit([&ran, &done] {
+      ran = Clock::now();
+      done.Open();
+    });
+    done.Wait();
+    state.SetIterationTime(std::chrono::duration<double>(ran - begin).count());
+  }
+}
+
 template <typename Pool>
 void AddPool(const std::string& who) {
+  Add("first_task_of_a_new_pool", who, RunFirstTask<Pool>)->UseManualTime()->Iterations(200);
   for (const size_t workers : Sizes{1, 2, 4}) {
     Add(Sized("run_empty_tasks", "workers", workers), who, [workers](benchmark::State& state) {
       RunTasks<Pool>(state, workers);

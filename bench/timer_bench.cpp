@@ -18,6 +18,7 @@
 #include "common/timer.h"
 #include "support/bench.h"
 #include "support/gate.h"
+#include "support/memory.h"
 
 #ifdef TARSIO_BENCH_BOOST
 #include <boost/asio/executor_work_guard.hpp>
@@ -279,6 +280,12 @@ benchmark::internal::Benchmark* AddSized(const char* name, const char* who, Func
 }  // namespace
 
 void RegisterAll() {
+  // First, since a child process has no thread that fires timers once this one has.
+  constexpr size_t kQueued = 1000000;
+  AddMemory("memory_of_1,000,000_queued_timers", "ours", [] { QueueOurs(kQueued); });
+#ifdef TARSIO_BENCH_BOOST
+  AddMemory("memory_of_1,000,000_queued_timers", "peer:Asio", [] { QueueAsio(kQueued); });
+#endif
   constexpr int kFirings = 10;  // few, since most of their time is spent waiting and not measured
   for (const size_t count : Sizes{100, 1000, 10000}) {
     AddSized("fire_timers_due_at_once", "ours", OursDueAtOnce, count)
