@@ -4,13 +4,18 @@
 #include <cstddef>
 #include <cstring>
 
-#include "byte_blocks.h"
-
-// The loops of byte_blocks.h for an instruction set. Simd::Bytes is a vector type of GCC and Clang,
-// whose operators apply to each byte. The unnamed namespace gives each source its own copy: the
-// linker must not pick one for all, since the sources are compiled for different processors.
+// The checks of long strings for an instruction set: a block of bytes at a time, without branches
+// within a block. Simd::Bytes is a vector type of GCC and Clang, whose operators apply to each
+// byte.
+//
+// The unnamed namespace gives each source its own copy: the linker must not pick one for all, since
+// the sources are compiled for different processors.
 
 namespace tarsio {
+
+constexpr size_t kUtf8Lookback =
+    3;  // the validity of a byte depends on up to three bytes before it
+
 namespace {
 
 constexpr size_t kBlocksPerChunk = 4;  // one branch per chunk keeps up with the loads
@@ -49,6 +54,7 @@ struct Loops {
     return Errors(Load(bytes), Load(bytes - 1), Load(bytes - 2), Load(bytes - 3));
   }
 
+  // Requires that at least one block ends at `bytes + size`.
   static bool IsAscii(const unsigned char* bytes, size_t size) {
     const unsigned char* const end = bytes + size;
     for (; size >= kChunk; bytes += kChunk, size -= kChunk) {
@@ -60,7 +66,9 @@ struct Loops {
     return size == 0 || !Simd::AnyHighBit(Load(end - kBlock));
   }
 
-  // Skips a chunk of ASCII if there is only ASCII in the chunk before it, too.
+  // Whether each of the bytes may follow the ones before it. Reads before `bytes`: the lookback,
+  // and as much as the last block needs. Skips a chunk of ASCII if the chunk before it is ASCII,
+  // too.
   static bool IsUtf8Continued(const unsigned char* bytes, size_t size) {
     const unsigned char* const end = bytes + size;
     Bytes previous = ~Bytes{};
@@ -84,6 +92,13 @@ struct Loops {
 };
 
 }  // namespace
+
+// For processors with AVX2.
+namespace avx2 {
+bool IsAscii(const unsigned char* bytes, size_t size);
+bool IsUtf8Continued(const unsigned char* bytes, size_t size);
+}  // namespace avx2
+
 }  // namespace tarsio
 
 #endif  // TARSIO_COMMON_SRC_BYTE_BLOCK_LOOPS_H_

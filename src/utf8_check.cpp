@@ -1,12 +1,38 @@
 #include "utf8_check.h"
 
-#include "byte_blocks.h"
+#include <emmintrin.h>
+
+#include "byte_block_loops.h"
 
 namespace tarsio {
 
 namespace {
 
-constexpr size_t kMinAvx2 = 64;  // shorter strings gain nothing
+struct Sse2 {
+  using Bytes = unsigned char __attribute__((vector_size(16)));
+
+  static bool AnyHighBit(Bytes bytes) {
+    return _mm_movemask_epi8(reinterpret_cast<__m128i>(bytes)) != 0;
+  }
+
+  static Bytes SubtractSaturated(Bytes bytes, unsigned char subtrahend) {
+    const __m128i subtrahends = _mm_set1_epi8(static_cast<char>(subtrahend));
+    return reinterpret_cast<Bytes>(_mm_subs_epu8(reinterpret_cast<__m128i>(bytes), subtrahends));
+  }
+
+  // The bytes moved up by `count`, with zeros before them.
+  template <int count>
+  static Bytes MoveUp(Bytes bytes) {
+    return reinterpret_cast<Bytes>(_mm_slli_si128(reinterpret_cast<__m128i>(bytes), count));
+  }
+};
+
+using Blocks = Loops<Sse2>;
+
+bool UseAvx2(size_t size, Simd simd) {
+  constexpr size_t kMinSize = 128;  // shorter strings gain nothing
+  return size >= kMinSize && simd == Simd::kBest && __builtin_cpu_supports("avx2") != 0;
+}
 
 // The rules, one byte after another. The blocks give the same result.
 bool IsShortUtf8(const unsigned char* bytes, size_t size) {
@@ -27,6 +53,13 @@ bool IsShortUtf8(const unsigned char* bytes, size_t size) {
   return missing == 0;
 }
 
+// Whether the string's first block is valid, with nothing before it.
+bool IsUtf8Start(const unsigned char* bytes) {
+  const Sse2::Bytes first = Blocks::Load(bytes);
+  return !Sse2::AnyHighBit(Blocks::Errors(first, Sse2::MoveUp<1>(first), Sse2::MoveUp<2>(first),
+                                          Sse2::MoveUp<3>(first)));
+}
+
 // Whether a sequence goes on after the last byte.
 bool IsCutOff(const unsigned char* end) {
   return end[-1] >= 0xC0 || end[-2] >= 0xE0 || end[-3] >= 0xF0;
@@ -40,24 +73,19 @@ bool IsShortAscii(const unsigned char* bytes, size_t size) {
 
 }  // namespace
 
-Simd BestSimd() { return __builtin_cpu_supports("avx2") ? Simd::kAvx2 : Simd::kSse2; }
-
 bool IsAscii(const unsigned char* bytes, size_t size, Simd simd) {
-  if (size < sse2::kBlockSize) return IsShortAscii(bytes, size);
-  if (size < kMinAvx2 || simd == Simd::kSse2) return sse2::IsAscii(bytes, size);
-  return avx2::IsAscii(bytes, size);
+  if (size < Blocks::kBlock) return IsShortAscii(bytes, size);
+  return UseAvx2(size, simd) ? avx2::IsAscii(bytes, size) : Blocks::IsAscii(bytes, size);
 }
 
 bool IsUtf8(const unsigned char* bytes, size_t size, Simd simd) {
-  constexpr size_t kStart = sse2::kBlockSize;
-  if (size < kStart + kUtf8Lookback) {
-    return IsShortAscii(bytes, size) || IsShortUtf8(bytes, size);
-  }
-  if (IsCutOff(bytes + size) || !sse2::IsUtf8Start(bytes)) return false;
-  if (size < kMinAvx2 || simd == Simd::kSse2) {
-    return sse2::IsUtf8Continued(bytes + kStart, size - kStart);
-  }
-  return avx2::IsUtf8Continued(bytes + kStart, size - kStart);
+  constexpr size_t kStart = Blocks::kBlock;
+  // Most short strings are ASCII. In long ones, the blocks look for it.
+  if (size <= Blocks::kChunk && IsAscii(bytes, size, simd)) return true;
+  if (size < kStart + kUtf8Lookback) return IsShortUtf8(bytes, size);
+  if (IsCutOff(bytes + size) || !IsUtf8Start(bytes)) return false;
+  return UseAvx2(size, simd) ? avx2::IsUtf8Continued(bytes + kStart, size - kStart)
+                             : Blocks::IsUtf8Continued(bytes + kStart, size - kStart);
 }
 
 }  // namespace tarsio

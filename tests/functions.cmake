@@ -55,7 +55,7 @@ function(tarsio_embedded_library)
   list(FILTER sources EXCLUDE REGEX "\\.rc$")  # for the DLL only
   list(TRANSFORM sources PREPEND "${PROJECT_SOURCE_DIR}/")
   add_library(tarsio-common-embedded STATIC EXCLUDE_FROM_ALL ${sources})
-  tarsio_compile_for_avx2("${PROJECT_SOURCE_DIR}/src/byte_blocks_avx2.cpp")
+  tarsio_compile_for_avx2("${PROJECT_SOURCE_DIR}/src/utf8_check_avx2.cpp")
   target_compile_features(tarsio-common-embedded PUBLIC cxx_std_17)
   target_compile_definitions(tarsio-common-embedded PUBLIC TARSIO_COMMON_STATIC)
   target_include_directories(tarsio-common-embedded

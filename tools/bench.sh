@@ -27,6 +27,7 @@ fi
 
 rm -rf "$build/results"
 mkdir -p "$build/results"
+head -n 1 /proc/stat > "$build/results/processors"
 # Each run is a separate process, and the report uses medians. So neither a slow moment of the machine
 # nor the memory layout of one process distorts the result.
 run=1
@@ -47,6 +48,9 @@ while [ "$run" -le "$runs" ]; do
   run=$((run + 1))
 done
 [ ! -t 2 ] || printf '\r\033[K' >&2
+
+head -n 1 /proc/stat >> "$build/results/processors"
+times >> "$build/results/processors"
 
 # shellcheck disable=SC2086 # $docs is empty, or an option and its value
 python3 "$root/tools/bench_report.py" "$build/results" --svg "$build/ratios.svg" $docs

@@ -7,7 +7,7 @@ namespace tarsio {
 namespace {
 
 struct Avx2 {
-  using Bytes = unsigned char __attribute__((vector_size(avx2::kBlockSize)));
+  using Bytes = unsigned char __attribute__((vector_size(32)));
 
   static bool AnyHighBit(Bytes bytes) {
     return _mm256_movemask_epi8(reinterpret_cast<__m256i>(bytes)) != 0;
