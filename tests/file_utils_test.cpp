@@ -4,8 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <atomic>
-#include <chrono>
 #include <climits>
 #include <cstdint>
 #include <cstdio>
@@ -15,12 +13,11 @@
 #include <random>
 #include <stdexcept>
 #include <string>
-#include <system_error>
 #include <thread>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
-#include "common/path.h"
 #include "support/file_obstacles.h"
 #include "support/file_reading.h"
 #include "support/recording_logger.h"
@@ -63,49 +60,30 @@ static_assert(FILE_OPT_SUCCESS == 0 && FILE_OPT_NOT_FILE == 1 &&
                   FILE_OPT_WRITE_OPEN_FAILED == 4 && FILE_OPT_NO_PARENT_DIR == 5 &&
                   FILE_OPT_IS_DIRECTORY == 6,
               "");
-static_assert(std::is_same<decltype(&FileUtils::GetFileContent),
-                           FileOptRet (*)(std::string, std::string&)>::value,
-              "");
-static_assert(std::is_same<decltype(&FileUtils::WriteFile),
-                           FileOptRet (*)(std::string, std::string, int)>::value,
-              "");
-static_assert(std::is_same<decltype(&FileUtils::MakeDir), bool (*)(const std::string&)>::value, "");
-static_assert(std::is_same<decltype(&FileUtils::RemoveDir), bool (*)(const std::string&)>::value,
-              "");
-static_assert(std::is_same<decltype(&FileUtils::RemoveFile), bool (*)(const std::string&)>::value,
-              "");
-static_assert(
-    std::is_same<decltype(&FileUtils::CheckDirOrFileExists), bool (*)(std::string)>::value, "");
-
 // ---- helpers ----
 
 // Each test runs in a new, empty directory.
 class FileUtilsTest : public testing::Test {
  protected:
   // Returns everything below the directory in order: "a", "a/b".
-  std::vector<std::string> Tree() const {
+  static std::vector<std::string> Tree() {
     std::vector<std::string> names;
-    const std::filesystem::path root = directory.Native("");
-    for (const auto& entry : std::filesystem::recursive_directory_iterator(root)) {
-      names.push_back(entry.path().lexically_relative(root).generic_u8string());
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(".")) {
+      names.push_back(entry.path().generic_u8string().substr(2));
     }
     std::sort(names.begin(), names.end());
     return names;
   }
 
-  bool IsDirectory(const std::string& name) const {
-    return std::filesystem::is_directory(directory.Native(name));
-  }
   void CreateDirectories(const std::string& name) const {
     std::filesystem::create_directories(directory.Native(name));
   }
 
   // Returns the bytes of a text file with this content on this system.
   std::string TextForm(const std::string& content) const {
-    const std::filesystem::path name = directory.Native("text form");
-    std::ofstream(name) << content;
+    std::ofstream("text form") << content;
     const std::string form = directory.Read("text form");
-    std::filesystem::remove(name);
+    std::filesystem::remove("text form");
     return form;
   }
 
@@ -126,40 +104,43 @@ std::string RandomBytes(size_t size, uint64_t seed) {
   return bytes;
 }
 
-constexpr size_t kSizes[] = {1, 2, 4095, 4096, 4097, 65535, 65536, 65537, (5 << 20) + 3};
+std::string WithBackslashes(std::string text) {
+  std::replace(text.begin(), text.end(), '/', '\\');
+  return text;
+}
+
+void ExpectOutOfRange(const std::function<void()>& call) {
+  try {
+    call();
+    ADD_FAILURE() << "no exception";
+  } catch (const std::out_of_range& e) {
+    EXPECT_STREQ(e.what(), "invalid string position");
+  }
+}
+
+// ---- content ----
+
+TEST_F(FileUtilsTest, BinaryContent) {
+  std::vector<std::string> contents = {std::string("\r\n\n\r\0\x1A\n", 7), "\xEF\xBB\xBF"};
+  for (const size_t size : {1, 2, 4095, 4096, 4097, 65535, 65536, 65537, (5 << 20) + 3}) {
+    contents.push_back(RandomBytes(size, size));
+  }
+  for (const std::string& content : contents) {
+    SCOPED_TRACE(content.size());
+    EXPECT_EQ(FileUtils::WriteFile(content, "./f", kBinary), FILE_OPT_SUCCESS);
+    EXPECT_TRUE(directory.Read("f") == content);
+    EXPECT_EQ(ReadFile("f"), Content(content));
+  }
+}
 
 // ---- reading ----
-
-TEST_F(GetFileContent, Bytes) {
-  const std::string contents[] = {
-      "text",         "a\r\nb\nc\rd",         std::string("\0a\0", 3), "\x1A after the end",
-      "\xEF\xBB\xBF", RandomBytes(100000, 1),
-  };
-  for (const std::string& stored : contents) {
-    directory.Write("f", stored);
-    EXPECT_EQ(ReadFile("f"), Content(stored));
-  }
-}
-
-TEST_F(GetFileContent, AnySize) {
-  for (const size_t size : kSizes) {
-    SCOPED_TRACE(size);
-    const std::string stored = RandomBytes(size, size);
-    directory.Write("f", stored);
-    EXPECT_EQ(ReadFile("f"), Content(stored));
-  }
-}
-
 TEST_F(GetFileContent, NotAFile) {
   CreateDirectories("d");
   directory.Write("f", "content");
-  for (const std::string& path :
-       {std::string(), std::string("missing"), std::string("missing/f"), std::string("d"),
-        std::string("d/"), std::string("."), std::string(".."), std::string("f/below"),
-        std::string("C:"), directory.Text("d"), directory.Text("missing")}) {
-    SCOPED_TRACE(path);
-    EXPECT_EQ(ReadFile(path), Failure(FILE_OPT_NOT_FILE));
+  for (const std::string path : {"", "missing", "missing/f", "d", "d/", "..", "f/below", "C:"}) {
+    EXPECT_EQ(ReadFile(path), Failure(FILE_OPT_NOT_FILE)) << path;
   }
+  EXPECT_EQ(ReadFile(directory.Text("d")), Failure(FILE_OPT_NOT_FILE));
 }
 
 // For root, the file is still writable on Linux.
@@ -176,69 +157,6 @@ TEST_F(GetFileContent, Empty) {
   EXPECT_EQ(ReadFile("f"), Failure(FILE_OPT_EMPTY_OR_UNREADABLE));
 }
 
-// There is no check for a regular file (by design).
-TEST_F(GetFileContent, Device) {
-  int devices = 0;
-  for (const char* const text : {"NUL", "C:/dev/null"}) {  // each exists on one system
-    if (!FileUtils::CheckDirOrFileExists(text)) continue;
-    ++devices;
-    EXPECT_EQ(ReadFile(text), Failure(FILE_OPT_EMPTY_OR_UNREADABLE));
-  }
-  EXPECT_EQ(devices, 1);
-}
-
-TEST_F(GetFileContent, NotOpened) {
-  directory.Write("f", "content");
-  Reading reading;
-  Reading ofMissing;
-  {
-    const NoFreeFileHandles none;
-    reading = ReadFile("f");
-    ofMissing = ReadFile("missing");
-  }
-  EXPECT_EQ(reading, Failure(FILE_OPT_EMPTY_OR_UNREADABLE));
-  EXPECT_EQ(ofMissing, Failure(FILE_OPT_NOT_FILE));  // queried earlier
-  EXPECT_EQ(ReadFile("f"), Content("content"));
-}
-
-// Reads until a mismatch is reported, while `change` modifies the file repeatedly.
-void ExpectMismatchWhile(const std::function<void()>& change, size_t smallest, size_t largest) {
-  std::atomic<bool> stop{false};
-  std::thread writer([&stop, &change] {
-    while (!stop) change();
-  });
-  const auto giveUp = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-  Reading reading = ReadFile("f");
-  while (reading.result == FILE_OPT_SUCCESS && std::chrono::steady_clock::now() < giveUp) {
-    EXPECT_GE(reading.content.size(), smallest);
-    EXPECT_LE(reading.content.size(), largest);
-    reading = ReadFile("f");
-  }
-  stop = true;
-  writer.join();
-  EXPECT_EQ(reading, Failure(FILE_OPT_SIZE_MISMATCH));
-}
-
-TEST_F(GetFileContent, Grows) {
-  constexpr size_t kSize = 4 << 20;
-  directory.Write("f", std::string(kSize, 'x'));
-  std::ofstream file(directory.Native("f"), std::ios::binary | std::ios::app);
-  ExpectMismatchWhile([&file] { file << 'y' << std::flush; }, kSize, SIZE_MAX);
-}
-
-TEST_F(GetFileContent, Shrinks) {
-  constexpr size_t kSize = 16 << 20;
-  directory.Write("f", std::string(kSize, 'x'));
-  size_t size = kSize;
-  const std::filesystem::path file = directory.Native("f");
-  ExpectMismatchWhile(
-      [&file, &size] {
-        std::error_code ignored;
-        if (size > 1) std::filesystem::resize_file(file, --size, ignored);
-      },
-      1, kSize);
-}
-
 TEST_F(GetFileContent, Aliasing) {
   directory.Write("f", "content");
   std::string text = "f";
@@ -248,29 +166,22 @@ TEST_F(GetFileContent, Aliasing) {
 
 // Both "\" and "/" are separators; a leading one does not make a path absolute.
 TEST_F(GetFileContent, PathForms) {
-  CreateDirectories("d/e");
+  CreateDirectories("d");
   directory.Write("d/f", "content");
-  std::string backslashes = directory.Text("d/f");
-  std::replace(backslashes.begin(), backslashes.end(), '/', '\\');
+  const std::string full = directory.Text("d/f");
   for (const std::string& path :
-       {std::string("d/f"), std::string("d\\f"), std::string(".\\d/f"), std::string("d\\\\//f"),
-        std::string("d/f/"), std::string("d\\e\\..\\f"), std::string("missing/../d/f"),
-        std::string("d\\f\\..\\f"), std::string("/d/f"), std::string("\\d\\f"),
-        directory.Text("d/f"), backslashes, "\\\\?\\" + backslashes, "\\\\?\\" + std::string("d/f"),
+       {std::string(".\\d/f"), std::string("d\\\\//f/"), std::string("/missing/../d/f"), full,
+        WithBackslashes(full), "\\\\?\\" + WithBackslashes(full), std::string("\\\\?\\d/f"),
         std::string("d/f\0ignored", 11)}) {
-    SCOPED_TRACE(path);
-    EXPECT_EQ(ReadFile(path), Content("content"));
+    EXPECT_EQ(ReadFile(path), Content("content")) << path;
   }
 }
 
 TEST_F(GetFileContent, AfterNul) {
   std::string content = kBefore;
-  try {
+  ExpectOutOfRange([&content] {
     static_cast<void>(FileUtils::GetFileContent(std::string("d\0/f", 4), content));
-    ADD_FAILURE() << "no exception";
-  } catch (const std::out_of_range& e) {
-    EXPECT_STREQ(e.what(), "invalid string position");
-  }
+  });
   EXPECT_EQ(content, kBefore);
 }
 
@@ -280,18 +191,6 @@ TEST_F(WriteFile, ArgumentOrder) {
   EXPECT_EQ(FileUtils::WriteFile("./content", "./path", kBinary), FILE_OPT_SUCCESS);
   EXPECT_EQ(directory.Read("path"), "./content");
   EXPECT_THAT(Tree(), ElementsAre("path"));
-}
-
-TEST_F(WriteFile, BinaryMode) {
-  for (const size_t size : kSizes) {
-    SCOPED_TRACE(size);
-    const std::string content = RandomBytes(size, size + 1);
-    EXPECT_EQ(FileUtils::WriteFile(content, "./f", kBinary), FILE_OPT_SUCCESS);
-    EXPECT_TRUE(directory.Read("f") == content);
-  }
-  const std::string content("\r\n\n\r\0\x1A\n", 7);
-  EXPECT_EQ(FileUtils::WriteFile(content, "./f", kBinary), FILE_OPT_SUCCESS);
-  EXPECT_EQ(directory.Read("f"), content);
 }
 
 TEST_F(WriteFile, TextMode) {
@@ -311,12 +210,6 @@ TEST_F(WriteFile, TextMode) {
   for (char& c : content) c = "\n\rab"[random() % 4];
   EXPECT_EQ(FileUtils::WriteFile(content, "./f", 0), FILE_OPT_SUCCESS);
   EXPECT_TRUE(directory.Read("f") == TextForm(content));
-}
-
-TEST_F(WriteFile, RoundTrip) {
-  const std::string content = RandomBytes(200000, 4);
-  EXPECT_EQ(FileUtils::WriteFile(content, "./f", kBinary), FILE_OPT_SUCCESS);
-  EXPECT_EQ(ReadFile("./f"), Content(content));
 }
 
 TEST_F(WriteFile, EmptyContent) {
@@ -388,35 +281,25 @@ TEST_F(WriteFile, ModeBits) {
   EXPECT_EQ(modes, 64);
 }
 
-TEST_F(WriteFile, UpdateExtends) {
-  directory.Write("f", "0123");
-  EXPECT_EQ(FileUtils::WriteFile("abcdef", "./f", kInput | kBinary), FILE_OPT_SUCCESS);
-  EXPECT_EQ(directory.Read("f"), "abcdef");
-}
-
 TEST_F(WriteFile, OtherModeBits) {
   directory.Write("f", "content");
   std::vector<int> modes = {
       -1, INT_MIN, INT_MAX, kBinary | 0x40, kAppend | 0x80, kTruncate | 0x100};
   for (int shift = 6; shift < 31; ++shift) modes.push_back(1 << shift);
   for (const int mode : modes) {
-    SCOPED_TRACE(mode);
-    EXPECT_EQ(FileUtils::WriteFile("x", "./f", mode), FILE_OPT_WRITE_OPEN_FAILED);
-    EXPECT_EQ(FileUtils::WriteFile("x", "./missing", mode), FILE_OPT_WRITE_OPEN_FAILED);
+    EXPECT_EQ(FileUtils::WriteFile("x", "./f", mode), FILE_OPT_WRITE_OPEN_FAILED) << mode;
+    EXPECT_EQ(FileUtils::WriteFile("x", "./new", mode), FILE_OPT_WRITE_OPEN_FAILED) << mode;
   }
   EXPECT_EQ(directory.Read("f"), "content");
   EXPECT_THAT(Tree(), ElementsAre("f"));
 }
 
+// Checked before the mode and, for a single component, before the parent.
 TEST_F(WriteFile, Directory) {
   CreateDirectories("d/e");
-  for (const std::string& path :
-       {std::string("d"), std::string("./d"), std::string("d\\"), std::string("d/e"),
-        std::string("."), std::string(".."), std::string("C:\\"), directory.Text("d")}) {
-    SCOPED_TRACE(path);
-    EXPECT_EQ(FileUtils::WriteFile("x", path, 0), FILE_OPT_IS_DIRECTORY);
-    // Checked before the mode and, for a single component, before the parent.
-    EXPECT_EQ(FileUtils::WriteFile("x", path, kAppend | kTruncate), FILE_OPT_IS_DIRECTORY);
+  for (const std::string path : {"d", "d\\", "d/e", ".", "..", "C:\\"}) {
+    EXPECT_EQ(FileUtils::WriteFile("x", path, 0), FILE_OPT_IS_DIRECTORY) << path;
+    EXPECT_EQ(FileUtils::WriteFile("x", path, kAppend | kTruncate), FILE_OPT_IS_DIRECTORY) << path;
   }
   EXPECT_THAT(Tree(), ElementsAre("d", "d/e"));
 }
@@ -424,12 +307,10 @@ TEST_F(WriteFile, Directory) {
 TEST_F(WriteFile, ParentIsAFile) {
   CreateDirectories("d");
   directory.Write("f", "content");
-  for (const std::string& path :
-       {std::string("missing/out.txt"), std::string("d/missing/out.txt"), std::string("f/out.txt"),
-        directory.Text("missing/out.txt"), directory.Text("f/out.txt")}) {
-    SCOPED_TRACE(path);
-    EXPECT_EQ(FileUtils::WriteFile("x", path, 0), FILE_OPT_NO_PARENT_DIR);
-    EXPECT_EQ(FileUtils::WriteFile("x", path, kAppend | kTruncate), FILE_OPT_NO_PARENT_DIR);
+  for (const std::string& path : {std::string("missing/out"), std::string("d/missing/out"),
+                                  std::string("f/out"), directory.Text("f/out")}) {
+    EXPECT_EQ(FileUtils::WriteFile("x", path, 0), FILE_OPT_NO_PARENT_DIR) << path;
+    EXPECT_EQ(FileUtils::WriteFile("x", path, kAppend | kTruncate), FILE_OPT_NO_PARENT_DIR) << path;
   }
   EXPECT_EQ(directory.Read("f"), "content");
   EXPECT_THAT(Tree(), ElementsAre("d", "f"));
@@ -438,10 +319,8 @@ TEST_F(WriteFile, ParentIsAFile) {
 // The parent of a single relative component is the empty path, which is not a directory.
 TEST_F(WriteFile, BareName) {
   directory.Write("old.txt", "content");
-  for (const char* path :
-       {"out.txt", "old.txt", "out.txt/", "/out.txt", "\\out.txt", "C:out.txt", "\\\\?\\out.txt"}) {
-    SCOPED_TRACE(path);
-    EXPECT_EQ(FileUtils::WriteFile("x", path, 0), FILE_OPT_NO_PARENT_DIR);
+  for (const char* path : {"out", "old.txt", "out/", "\\out", "C:out", "\\\\?\\out"}) {
+    EXPECT_EQ(FileUtils::WriteFile("x", path, 0), FILE_OPT_NO_PARENT_DIR) << path;
   }
   EXPECT_EQ(directory.Read("old.txt"), "content");
   EXPECT_THAT(Tree(), ElementsAre("old.txt"));
@@ -449,18 +328,14 @@ TEST_F(WriteFile, BareName) {
 
 TEST_F(WriteFile, PathForms) {
   CreateDirectories("d/e");
-  std::string backslashes = directory.Text("out.txt");
-  std::replace(backslashes.begin(), backslashes.end(), '/', '\\');
+  const std::string full = directory.Text("f");
   for (const std::string& path :
-       {std::string(".\\out.txt"), std::string("./out.txt"), std::string("/./out.txt"),
-        std::string("d\\..\\out.txt"), std::string("d/e/..\\../out.txt"),
-        std::string("d//..\\\\out.txt"), std::string("missing/../out.txt"),
-        std::string("./out.txt/"), directory.Text("out.txt"), backslashes, "\\\\?\\" + backslashes,
-        std::string("./out.txt\0ignored", 17)}) {
-    SCOPED_TRACE(path);
-    EXPECT_EQ(FileUtils::WriteFile(path, path, kBinary), FILE_OPT_SUCCESS);
-    EXPECT_EQ(directory.Read("out.txt"), path);
-    std::filesystem::remove(directory.Native("out.txt"));
+       {std::string(".\\f"), std::string("/./f/"), std::string("d/e/..\\../f"),
+        std::string("missing/../f"), full, WithBackslashes(full), "\\\\?\\" + WithBackslashes(full),
+        std::string("./f\0ignored", 11)}) {
+    EXPECT_EQ(FileUtils::WriteFile(path, path, kBinary), FILE_OPT_SUCCESS) << path;
+    EXPECT_EQ(directory.Read("f"), path);
+    std::filesystem::remove("f");
   }
   EXPECT_THAT(Tree(), ElementsAre("d", "d/e"));
 }
@@ -474,38 +349,34 @@ TEST_F(WriteFile, EmptyPath) {
   EXPECT_THAT(Tree(), ElementsAre());
 }
 
-TEST_F(WriteFile, InvalidName) {
-  EXPECT_EQ(FileUtils::WriteFile("x", "./" + std::string(300, 'n'), 0), FILE_OPT_WRITE_OPEN_FAILED);
-  EXPECT_THAT(Tree(), ElementsAre());
-}
-
-TEST_F(WriteFile, CannotOpen) {
+TEST_F(FileUtilsTest, CannotOpen) {
   directory.Write("f", "content");
-  FileOptRet result = FILE_OPT_SUCCESS;
-  FileOptRet ofDirectory = FILE_OPT_SUCCESS;
-  FileOptRet ofBareName = FILE_OPT_SUCCESS;
+  Reading readings[2];
+  FileOptRet written[3];
   {
     const NoFreeFileHandles none;
-    result = FileUtils::WriteFile("x", "./f", kAppend);
-    ofDirectory = FileUtils::WriteFile("x", ".", 0);
-    ofBareName = FileUtils::WriteFile("x", "f", 0);
+    readings[0] = ReadFile("f");
+    readings[1] = ReadFile("missing");
+    written[0] = FileUtils::WriteFile("x", "./f", kAppend);
+    written[1] = FileUtils::WriteFile("x", ".", 0);
+    written[2] = FileUtils::WriteFile("x", "f", 0);
   }
-  EXPECT_EQ(result, FILE_OPT_WRITE_OPEN_FAILED);
-  EXPECT_EQ(ofDirectory, FILE_OPT_IS_DIRECTORY);
-  EXPECT_EQ(ofBareName, FILE_OPT_NO_PARENT_DIR);
-  EXPECT_EQ(directory.Read("f"), "content");
+  EXPECT_EQ(readings[0], Failure(FILE_OPT_EMPTY_OR_UNREADABLE));
+  // The others are queried earlier.
+  EXPECT_EQ(readings[1], Failure(FILE_OPT_NOT_FILE));
+  EXPECT_THAT(written, ElementsAre(FILE_OPT_WRITE_OPEN_FAILED, FILE_OPT_IS_DIRECTORY,
+                                   FILE_OPT_NO_PARENT_DIR));
+  EXPECT_EQ(ReadFile("f"), Content("content"));
 }
 
-TEST_F(WriteFile, Device) {
-  int devices = 0;
-  for (const char* const text : {"./NUL", "C:/dev/null"}) {  // each exists on one system
-    if (!FileUtils::CheckDirOrFileExists(text)) continue;
-    ++devices;
-    EXPECT_EQ(FileUtils::WriteFile("x", text, kInput), FILE_OPT_SUCCESS);
-    EXPECT_EQ(FileUtils::WriteFile("x", text, kInput | kAtEnd), FILE_OPT_WRITE_OPEN_FAILED);
-    EXPECT_EQ(FileUtils::WriteFile("x", text, kAppend | kAtEnd), FILE_OPT_WRITE_OPEN_FAILED);
-  }
-  EXPECT_EQ(devices, 1);
+// There is no check for a regular file (by design).
+TEST_F(FileUtilsTest, Device) {
+  const bool windows = std::filesystem::path::preferred_separator == '\\';
+  const char* const device = windows ? "./NUL" : "C:/dev/null";
+  EXPECT_EQ(ReadFile(device), Failure(FILE_OPT_EMPTY_OR_UNREADABLE));
+  EXPECT_EQ(FileUtils::WriteFile("x", device, kInput), FILE_OPT_SUCCESS);
+  EXPECT_EQ(FileUtils::WriteFile("x", device, kInput | kAtEnd), FILE_OPT_WRITE_OPEN_FAILED);
+  EXPECT_EQ(FileUtils::WriteFile("x", device, kAppend | kAtEnd), FILE_OPT_WRITE_OPEN_FAILED);
 }
 
 TEST_F(WriteFile, LostErrors) {
@@ -526,24 +397,18 @@ TEST_F(FileUtilsTest, Sharing) {
 // ---- names that are not ASCII ----
 
 TEST_F(FileUtilsTest, Utf8Names) {
-  const struct {
-    const char* name;
-    const char* given;
-    const char* stored;
-  } rows[] = {
-      {"two bytes", "d\xC3\xA9/f\xC3\xA9.txt", "d\xC3\xA9/f\xC3\xA9.txt"},
-      {"three bytes", "d\xC3\xA9/\xE2\x82\xAC\xE4\xB8\xAD", "d\xC3\xA9/\xE2\x82\xAC\xE4\xB8\xAD"},
-      {"four bytes", "d\xC3\xA9/\xF0\x9F\x98\x80", "d\xC3\xA9/\xF0\x9F\x98\x80"},
-      {"invalid", "d\xC3\xA9/f\xFF", "d\xC3\xA9/f\xEF\xBF\xBD"},
-  };
+  const std::pair<std::string, std::string> givenAndStored[] = {
+      {"d\xC3\xA9/f\xC3\xA9.txt", "d\xC3\xA9/f\xC3\xA9.txt"},
+      {"d\xC3\xA9/\xE2\x82\xAC\xF0\x9F\x98\x80", "d\xC3\xA9/\xE2\x82\xAC\xF0\x9F\x98\x80"},
+      {"d\xC3\xA9/f\xFF", "d\xC3\xA9/f\xEF\xBF\xBD"}};
   CreateDirectories("d\xC3\xA9");
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.name);
-    EXPECT_FALSE(FileUtils::CheckDirOrFileExists(row.given));
-    EXPECT_EQ(FileUtils::WriteFile("content", row.given, kBinary), FILE_OPT_SUCCESS);
-    EXPECT_EQ(directory.Read(row.stored), "content");
-    EXPECT_TRUE(FileUtils::CheckDirOrFileExists(row.given));
-    EXPECT_EQ(ReadFile(row.given), Content("content"));
+  for (const auto& [given, stored] : givenAndStored) {
+    SCOPED_TRACE(given);
+    EXPECT_FALSE(FileUtils::CheckDirOrFileExists(given));
+    EXPECT_EQ(FileUtils::WriteFile("content", given, kBinary), FILE_OPT_SUCCESS);
+    EXPECT_EQ(directory.Read(stored), "content");
+    EXPECT_TRUE(FileUtils::CheckDirOrFileExists(given));
+    EXPECT_EQ(ReadFile(given), Content("content"));
   }
 }
 
@@ -570,10 +435,8 @@ TEST_F(FileUtilsTest, RawBytes) {
 TEST_F(MakeDir, Colon) {
   // On Windows the colon starts a stream name. Wine creates a directory.
   if (tarsio_test::RunsUnderWine()) GTEST_SKIP() << "Wine treats the colon as part of the name";
-  for (const char* text : {"ab:/x/", "\xC3\xA9:/x/"}) {
-    SCOPED_TRACE(text);
-    EXPECT_FALSE(FileUtils::MakeDir(text));
-  }
+  EXPECT_FALSE(FileUtils::MakeDir("ab:/x/"));
+  EXPECT_FALSE(FileUtils::MakeDir("\xC3\xA9:/x/"));
   EXPECT_FALSE(FileUtils::MakeDir("a/b:/"));
   EXPECT_THAT(Tree(), ElementsAre("a"));
 }
@@ -591,35 +454,13 @@ TEST_F(FileUtilsTest, NarrowNul) {
 }
 
 TEST_F(FileUtilsTest, AfterNul) {
-  const std::function<void()> calls[] = {
-      [] { static_cast<void>(FileUtils::CheckDirOrFileExists(std::string("a\0/b", 4))); },
-      [] { static_cast<void>(FileUtils::WriteFile("x", std::string("a\0/b", 4), 0)); },
-      [] { static_cast<void>(FileUtils::MakeDir(std::string("a\0/b/", 5))); },  // the second prefix
-  };
-  for (const std::function<void()>& call : calls) {
-    try {
-      call();
-      ADD_FAILURE() << "no exception";
-    } catch (const std::out_of_range& e) {
-      EXPECT_STREQ(e.what(), "invalid string position");
-    }
-  }
+  ExpectOutOfRange(
+      [] { static_cast<void>(FileUtils::CheckDirOrFileExists(std::string("a\0/b", 4))); });
+  ExpectOutOfRange(
+      [] { static_cast<void>(FileUtils::WriteFile("x", std::string("a\0/b", 4), 0)); });
+  ExpectOutOfRange(
+      [] { static_cast<void>(FileUtils::MakeDir(std::string("a\0/b/", 5))); });  // second prefix
   EXPECT_THAT(Tree(), ElementsAre("a"));
-}
-
-// ---- long paths ----
-
-TEST_F(FileUtilsTest, LongPaths) {
-  std::string path = directory.Text();
-  while (path.size() < 500) {
-    path += '/' + std::string(60, 'd');
-    ASSERT_TRUE(tarsio::MakeDir(tarsio::Path(path)));
-  }
-  EXPECT_TRUE(FileUtils::CheckDirOrFileExists(path));
-  EXPECT_EQ(FileUtils::WriteFile("x", path, 0), FILE_OPT_IS_DIRECTORY);
-  EXPECT_EQ(FileUtils::WriteFile("content", path + "/f", kBinary), FILE_OPT_SUCCESS);
-  EXPECT_TRUE(FileUtils::CheckDirOrFileExists(path + "/f"));
-  EXPECT_EQ(ReadFile(path + "/f"), Content("content"));
 }
 
 // ---- directories ----
@@ -631,22 +472,14 @@ TEST_F(MakeDir, Prefixes) {
     std::vector<std::string> created;
   } rows[] = {
       {"a/b/c", true, {"a", "a/b"}},  // not the last component
-      {"a/b/c/", true, {"a", "a/b", "a/b/c"}},
-      {"a\\b\\c", true, {"a", "a/b"}},
       {"a\\b\\c\\", true, {"a", "a/b", "a/b/c"}},
-      {"a/b\\c/", true, {"a", "a/b", "a/b/c"}},
       {"a//b/", true, {"a", "a/b"}},
       {"a", true, {}},
-      {"a/", true, {"a"}},
-      {"./a/", true, {"a"}},
       {"a/../b/", true, {"a", "b"}},
-      {"a b/.c/d.e/", true, {"a b", "a b/.c", "a b/.c/d.e"}},
+      {"a b/.c/", true, {"a b", "a b/.c"}},
       {"", false, {}},
       // A single separator tests as missing and cannot be created.
       {"/x/", false, {}},
-      {"\\x\\", false, {}},
-      {"/", false, {}},
-      {"//x/", false, {}},
       {"\\\\?\\x\\", false, {}},
       // Neither can a drive that does not exist.
       {"1:/x/", false, {}},
@@ -654,23 +487,19 @@ TEST_F(MakeDir, Prefixes) {
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.text);
-    EXPECT_EQ(FileUtils::MakeDir(row.text), row.result);
-    EXPECT_EQ(Tree(), row.created);
-    EXPECT_EQ(FileUtils::MakeDir(row.text), row.result);  // existing directories are skipped
-    EXPECT_EQ(Tree(), row.created);
-    for (const auto& entry : std::filesystem::directory_iterator(directory.Native(""))) {
-      std::filesystem::remove_all(entry.path());
+    for (int call = 1; call <= 2; ++call) {  // existing directories are skipped
+      EXPECT_EQ(FileUtils::MakeDir(row.text), row.result);
+      EXPECT_EQ(Tree(), row.created);
     }
+    for (const std::string& name : row.created) std::filesystem::remove_all(name);
   }
 }
 
 TEST_F(MakeDir, SkipsDrive) {
-  std::string text = directory.Text("x/y");
+  const std::string text = directory.Text("x/y");
   EXPECT_TRUE(FileUtils::MakeDir(text));
   EXPECT_THAT(Tree(), ElementsAre("x"));
-  text += '/';
-  std::replace(text.begin(), text.end(), '/', '\\');
-  EXPECT_TRUE(FileUtils::MakeDir(text));
+  EXPECT_TRUE(FileUtils::MakeDir(WithBackslashes(text + '/')));
   EXPECT_THAT(Tree(), ElementsAre("x", "x/y"));
 }
 
@@ -692,53 +521,33 @@ TEST_F(MakeDir, KeepsParents) {
 
 TEST_F(RemoveDir, EmptyOnly) {
   CreateDirectories("a/b");
-  CreateDirectories("c");
-  directory.Write("c/f", "content");
-  directory.Write("f", "content");
-  for (const char* text : {"a", "c", "f", "c/f", "missing", "a/missing", "f/x", ""}) {
-    SCOPED_TRACE(text);
-    EXPECT_FALSE(FileUtils::RemoveDir(text));
+  directory.Write("a/f", "content");
+  for (const char* text : {"a", "a/f", "missing", "a/missing", "a/f/x", ""}) {
+    EXPECT_FALSE(FileUtils::RemoveDir(text)) << text;
   }
-  EXPECT_THAT(Tree(), ElementsAre("a", "a/b", "c", "c/f", "f"));
-  EXPECT_TRUE(FileUtils::RemoveDir("a\\b"));
-  EXPECT_THAT(Tree(), ElementsAre("a", "c", "c/f", "f"));
-  EXPECT_TRUE(FileUtils::RemoveDir(directory.Text("a")));
-  EXPECT_FALSE(FileUtils::RemoveDir("a"));
-  EXPECT_THAT(Tree(), ElementsAre("c", "c/f", "f"));
-  for (const char* text : {"e/.", "missing/../e", "f\\..\\e\\"}) {
-    SCOPED_TRACE(text);
-    CreateDirectories("e");
-    EXPECT_TRUE(FileUtils::RemoveDir(text));
-    EXPECT_FALSE(IsDirectory("e"));
+  EXPECT_THAT(Tree(), ElementsAre("a", "a/b", "a/f"));
+  for (const std::string& text : {std::string("a\\b"), directory.Text("a/b"), std::string("a/b/."),
+                                  std::string("missing/../a/b"), std::string("a\\f\\..\\b\\")}) {
+    EXPECT_TRUE(FileUtils::RemoveDir(text)) << text;
+    EXPECT_THAT(Tree(), ElementsAre("a", "a/f"));
+    CreateDirectories("a/b");
   }
 }
 
 TEST_F(RemoveFile, Directory) {
-  CreateDirectories("empty");
-  CreateDirectories("d");
-  directory.Write("d/f", "content");
-  directory.Write("f", "");
-  for (const char* text : {"empty", "d", ".", "missing", "d/missing", "f/x", ""}) {
-    SCOPED_TRACE(text);
-    EXPECT_FALSE(FileUtils::RemoveFile(text));
+  CreateDirectories("d/e");
+  directory.Write("d/f", "");
+  for (const char* text : {"d", "d/e", ".", "missing", "d/missing", "d/f/x", ""}) {
+    EXPECT_FALSE(FileUtils::RemoveFile(text)) << text;
   }
-  EXPECT_THAT(Tree(), ElementsAre("d", "d/f", "empty", "f"));
-  EXPECT_TRUE(FileUtils::RemoveFile("f"));
-  EXPECT_FALSE(FileUtils::RemoveFile("f"));
-  EXPECT_TRUE(FileUtils::RemoveFile("d\\f"));
-  EXPECT_THAT(Tree(), ElementsAre("d", "empty"));
-  directory.Write("f", "content");
-  EXPECT_TRUE(FileUtils::RemoveFile(directory.Text("f")));
-  EXPECT_THAT(Tree(), ElementsAre("d", "empty"));
-  std::string backslashes = directory.Text("f");
-  std::replace(backslashes.begin(), backslashes.end(), '/', '\\');
+  EXPECT_THAT(Tree(), ElementsAre("d", "d/e", "d/f"));
+  const std::string full = directory.Text("d/f");
   for (const std::string& text :
-       {std::string("f/."), std::string("missing/../f"), std::string("missing\\.\\x\\..\\..\\f"),
-        directory.Text("missing/../f"), "\\\\?\\" + backslashes}) {
-    SCOPED_TRACE(text);
-    directory.Write("f", "content");
-    EXPECT_TRUE(FileUtils::RemoveFile(text));
-    EXPECT_THAT(Tree(), ElementsAre("d", "empty"));
+       {std::string("d\\f"), full, std::string("d/f/."), std::string("missing\\.\\..\\d\\f"),
+        directory.Text("missing/../d/f"), "\\\\?\\" + WithBackslashes(full)}) {
+    EXPECT_TRUE(FileUtils::RemoveFile(text)) << text;
+    EXPECT_THAT(Tree(), ElementsAre("d", "d/e"));
+    directory.Write("d/f", "content");
   }
 }
 
@@ -747,49 +556,26 @@ TEST_F(RemoveFile, Directory) {
 TEST_F(RemoveFile, InvalidName) {
   CreateDirectories("d");
   directory.Write("f", "content");
-  std::string root = "\\\\?\\" + directory.Text();
-  std::replace(root.begin(), root.end(), '/', '\\');
+  const std::string root = WithBackslashes("//?/" + directory.Text());
   for (const std::string& text :
-       {root + "\\.\\f", root + "\\d\\..\\f", root + "/f", "\\\\?\\" + directory.Text("f"),
-        std::string("\\\\?\\f"), std::string("\\\\?\\"), std::string("f/"), std::string("f/./")}) {
-    SCOPED_TRACE(text);
-    EXPECT_FALSE(FileUtils::RemoveFile(text));
+       {root + "\\.\\f", root + "\\d\\..\\f", root + "/f", std::string("\\\\?\\f"),
+        std::string("\\\\?\\"), std::string("f/"), std::string("f/./")}) {
+    EXPECT_FALSE(FileUtils::RemoveFile(text)) << text;
   }
   EXPECT_EQ(directory.Read("f"), "content");
 }
 
 TEST_F(CheckDirOrFileExists, Kind) {
-  CreateDirectories("d/e");
+  CreateDirectories("d");
   directory.Write("d/f", "");
-  const struct {
-    std::string text;
-    bool exists;
-  } rows[] = {
-      {"d", true},
-      {"d/", true},
-      {"d/e", true},
-      {"d\\f", true},
-      {"missing/../d/f", true},
-      {"d/f/..", true},
-      {"/d/f", true},  // relative: a leading separator does not make it absolute
-      {".", true},
-      {"..", true},
-      {"C:", true},
-      {"C:\\", true},
-      {directory.Text("d/f"), true},
-      {"\\\\?\\" + directory.Text("d"), true},
-      {"", false},
-      {"/", false},
-      {"missing", false},
-      {"d/missing", false},
-      {"d/f/x", false},
-      {directory.Text("missing"), false},
-      {"1:", false},
-      {"\xC3\xA9:", false},
-  };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.text);
-    EXPECT_EQ(FileUtils::CheckDirOrFileExists(row.text), row.exists);
+  const std::string full = directory.Text("d/f");
+  for (const std::string& text : {std::string("d/"), std::string("missing/../d/f"),
+                                  std::string("d/f/.."), std::string("\\d\\f"), std::string(".."),
+                                  std::string("C:"), std::string("C:\\"), full, "\\\\?\\" + full}) {
+    EXPECT_TRUE(FileUtils::CheckDirOrFileExists(text)) << text;
+  }
+  for (const char* const text : {"", "/", "missing", "d/missing", "d/f/x", "1:", "\xC3\xA9:"}) {
+    EXPECT_FALSE(FileUtils::CheckDirOrFileExists(text)) << text;
   }
 }
 
@@ -816,7 +602,7 @@ TEST_F(CheckDirOrFileExists, Unc) {
 // As a result, a directory below it is created once and is not recognized afterwards.
 TEST_F(MakeDir, Unc) {
   EXPECT_TRUE(FileUtils::MakeDir("UNC/x/"));
-  EXPECT_TRUE(IsDirectory("UNC/x"));
+  EXPECT_THAT(Tree(), ElementsAre("UNC", "UNC/x"));
   EXPECT_FALSE(FileUtils::MakeDir("UNC/x/"));
 }
 
@@ -828,17 +614,15 @@ TEST_F(FileUtilsTest, Silent) {
   const auto records = tarsio_test::LogRecords::Install(tarsio::LOG_LEVEL_DEBUG);
   for (const std::string& path :
        {std::string(), std::string("missing/x/"), std::string("d"), std::string("empty"),
-        std::string("1:/x/"), std::string("\\\\tarsio.invalid\\share\\x\\"), std::string("/x/"),
+        std::string("\\\\tarsio.invalid\\share\\x\\"), std::string("/x/"),
         "./" + std::string(1000, 'n'), std::string("\xFF/\xE2")}) {
     SCOPED_TRACE(path);
-    EXPECT_NO_THROW({
-      EXPECT_NE(ReadFile(path).result, FILE_OPT_SUCCESS);
-      EXPECT_NE(FileUtils::WriteFile("x", path, kAppend | kTruncate), FILE_OPT_SUCCESS);
-      static_cast<void>(FileUtils::CheckDirOrFileExists(path));
-      static_cast<void>(FileUtils::MakeDir(path + "/empty/x/"));
-      EXPECT_FALSE(FileUtils::RemoveDir(path + "/missing"));
-      EXPECT_FALSE(FileUtils::RemoveFile(path + "/missing"));
-    });
+    EXPECT_NE(ReadFile(path).result, FILE_OPT_SUCCESS);
+    EXPECT_NE(FileUtils::WriteFile("x", path, kAppend | kTruncate), FILE_OPT_SUCCESS);
+    static_cast<void>(FileUtils::CheckDirOrFileExists(path));
+    static_cast<void>(FileUtils::MakeDir(path + "/empty/x/"));
+    EXPECT_FALSE(FileUtils::RemoveDir(path + "/missing"));
+    EXPECT_FALSE(FileUtils::RemoveFile(path + "/missing"));
   }
   EXPECT_THAT(records->All(), testing::IsEmpty());
 }
