@@ -3,7 +3,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <atomic>
 #include <cctype>
 #include <clocale>
@@ -54,30 +53,17 @@ TEST(SplitString, Table) {
     Pieces first;
   } rows[] = {
       {"a,b", ",", {"a", "b"}, {"a", "b"}, {"a", "b"}},
-      {"a,,b", ",", {"a", "", "b"}, {"a", "", "b"}, {"a", ",b"}},
-      {"a,b,", ",", {"a", "b", ""}, {"a", "b"}, {"a", "b,"}},
+      {"a,,b,", ",", {"a", "", "b", ""}, {"a", "", "b"}, {"a", ",b,"}},
       {",a", ",", {"", "a"}, {"", "a"}, {"", "a"}},
-      {"abc", ",", {"abc"}, {"abc", "abc"}, {"abc"}},
       {"", ",", {}, {""}, {""}},
       {",", ",", {"", ""}, {""}, {"", ""}},
-      {",,", ",", {"", "", ""}, {"", ""}, {"", ","}},
-      {",,,", ",", {"", "", "", ""}, {"", "", ""}, {"", ",,"}},
-      {"a", ",", {"a"}, {"a", "a"}, {"a"}},
-      {"a,", ",", {"a", ""}, {"a"}, {"a", ""}},
-      {"k=v=w", "=", {"k", "v", "w"}, {"k", "v", "w"}, {"k", "v=w"}},
-      {"=v", "=", {"", "v"}, {"", "v"}, {"", "v"}},
-      {"k=", "=", {"k", ""}, {"k"}, {"k", ""}},
-      {"kv", "=", {"kv"}, {"kv", "kv"}, {"kv"}},
-      {"a--b", "--", {"a", "b"}, {"a", "b"}, {"a", "b"}},
-      {"a::b::c", "::", {"a", "b", "c"}, {"a", "b", "c"}, {"a", "b::c"}},
+      {"ab", "", {"ab"}, {"ab"}, {"", "ab"}},
+      {"", "", {}, {""}, {"", ""}},
       // A delimiter is a string, not a set of characters.
-      {"a-b", "--", {"a-b"}, {"a-b", "a-b"}, {"a-b"}},
+      {"a::b::c", "::", {"a", "b", "c"}, {"a", "b", "c"}, {"a", "b::c"}},
       {"a,b;c", ",;", {"a,b;c"}, {"a,b;c", "a,b;c"}, {"a,b;c"}},
-      {"abc", "abc", {"", ""}, {""}, {"", ""}},
-      {"abc", "abcd", {"abc"}, {"abc", "abc"}, {"abc"}},
       // Matches are found from left to right and do not overlap.
       {"aXXXb", "XX", {"a", "Xb"}, {"a", "Xb"}, {"a", "Xb"}},
-      {"aXXXXb", "XX", {"a", "", "b"}, {"a", "", "b"}, {"a", "XXb"}},
       {"ababac", "aba", {"", "bac"}, {"", "bac"}, {"", "bac"}},
   };
   for (const auto& row : rows) {
@@ -90,79 +76,42 @@ TEST(SplitString, Table) {
 
 // The search runs over the input plus a delimiter; a match that ends in the added part is cut.
 TEST(SplitString, Partial) {
-  EXPECT_THAT(StringUtils::SplitString("a-", "--"), ElementsAre("a"));
-  EXPECT_THAT(StringUtils::SplitString("-", "--"), ElementsAre(""));
   EXPECT_THAT(StringUtils::SplitString("a--b-", "--"), ElementsAre("a", "b"));
   EXPECT_THAT(StringUtils::SplitString("a---", "--"), ElementsAre("a", ""));
-  EXPECT_THAT(StringUtils::SplitString("xaba", "abab"), ElementsAre("xaba"));
   EXPECT_THAT(StringUtils::SplitString("xab", "abab"), ElementsAre("x"));
-  EXPECT_THAT(StringUtils::SplitString("ababab", "aba"), ElementsAre("", "b"));
-  EXPECT_THAT(StringUtils::SplitAllByString("a-", "--"), ElementsAre("a-", "a-"));
   EXPECT_THAT(StringUtils::SplitAllByString("a---", "--"), ElementsAre("a", "-"));
   EXPECT_THAT(StringUtils::SplitFristByString("a-", "--"), ElementsAre("a-"));
-  EXPECT_THAT(StringUtils::SplitFristByString("a---", "--"), ElementsAre("a", "-"));
 }
 
+// The input is a piece and the rest (by design).
 TEST(SplitAllByString, NoDelimiter) {
   EXPECT_THAT(StringUtils::SplitAllByString("abc", ","), ElementsAre("abc", "abc"));
   EXPECT_THAT(StringUtils::SplitString("abc", ","), ElementsAre("abc"));
-  EXPECT_THAT(StringUtils::SplitAllByString("", ","),
-              ElementsAre(""));  // but the empty string once
 }
 
-TEST(SplitString, Empty) {
-  EXPECT_THAT(StringUtils::SplitString("ab", ""), ElementsAre("ab"));
-  EXPECT_THAT(StringUtils::SplitAllByString("ab", ""), ElementsAre("ab"));
-  EXPECT_THAT(StringUtils::SplitString("", ""), ElementsAre());
-  EXPECT_THAT(StringUtils::SplitAllByString("", ""), ElementsAre(""));
-}
-
-TEST(SplitFrist, EmptyDelimiter) {
-  EXPECT_THAT(StringUtils::SplitFristByString("ab", ""), ElementsAre("", "ab"));
-  EXPECT_THAT(StringUtils::SplitFristByString("", ""), ElementsAre("", ""));
-}
-
-TEST(SplitString, Nul) {
-  const std::string text("a\0b,\0,c", 7);
-  const std::string nul(1, kNul);
-  EXPECT_EQ(StringUtils::SplitString(text, ","), (Pieces{std::string("a\0b", 3), nul, "c"}));
-  EXPECT_EQ(StringUtils::SplitAllByString(text, ","), (Pieces{std::string("a\0b", 3), nul, "c"}));
-  EXPECT_EQ(StringUtils::SplitFristByString(text, ","),
-            (Pieces{std::string("a\0b", 3), std::string("\0,c", 3)}));
-  EXPECT_EQ(StringUtils::SplitString(text, nul), (Pieces{"a", "b,", ",c"}));
-  EXPECT_EQ(StringUtils::SplitAllByString(text, nul), (Pieces{"a", "b,", ",c"}));
-  EXPECT_EQ(StringUtils::SplitFristByString(text, nul), (Pieces{"a", std::string("b,\0,c", 5)}));
-  const std::string nulComma("\0,", 2);
-  EXPECT_EQ(StringUtils::SplitString(text, nulComma), (Pieces{std::string("a\0b,", 4), "c"}));
-}
-
-std::string RandomText(std::mt19937_64& random, size_t longest, size_t shortest = 0) {
-  static const char kAlphabet[] = {'a', 'b', ',', kNul};
-  std::string text(shortest + random() % (longest - shortest + 1), ' ');
-  for (char& c : text) c = kAlphabet[random() % sizeof kAlphabet];
-  return text;
-}
-
+// NULs are ordinary characters.
 TEST(SplitString, Random) {
   std::mt19937_64 random(20240305);
-  for (int i = 0; i < 1000000; ++i) {
-    const std::string delimiter = RandomText(random, 3, 1);
-    const std::string text = RandomText(random, 12);
-    const bool same =
-        StringUtils::SplitString(text, delimiter) == reference::SplitString(text, delimiter) &&
-        StringUtils::SplitAllByString(text, delimiter) ==
-            reference::SplitAllByString(text, delimiter) &&
-        StringUtils::SplitFristByString(text, delimiter) ==
-            reference::SplitFirstByString(text, delimiter);
-    if (same) continue;
-    SCOPED_TRACE("input " + testing::PrintToString(text) + " at " +
-                 testing::PrintToString(delimiter));
-    EXPECT_EQ(StringUtils::SplitString(text, delimiter), reference::SplitString(text, delimiter));
-    EXPECT_EQ(StringUtils::SplitAllByString(text, delimiter),
-              reference::SplitAllByString(text, delimiter));
-    EXPECT_EQ(StringUtils::SplitFristByString(text, delimiter),
-              reference::SplitFirstByString(text, delimiter));
-    return;
+  const auto randomText = [&random](size_t shortest, size_t longest) {
+    std::string text(shortest + random() % (longest - shortest + 1), ' ');
+    for (char& c : text) c = "ab,\0"[random() % 4];
+    return text;
+  };
+  for (int i = 0; i < 1000000 && !HasFailure(); ++i) {
+    const std::string delimiter = randomText(1, 3);
+    const std::string text = randomText(0, 12);
+    const Pieces split = StringUtils::SplitString(text, delimiter);
+    const Pieces all = StringUtils::SplitAllByString(text, delimiter);
+    const Pieces first = StringUtils::SplitFristByString(text, delimiter);
+    if (split == reference::SplitString(text, delimiter) &&
+        all == reference::SplitAllByString(text, delimiter) &&
+        first == reference::SplitFirstByString(text, delimiter)) {
+      continue;
+    }
+    SCOPED_TRACE(testing::PrintToString(text) + " at " + testing::PrintToString(delimiter));
+    EXPECT_EQ(split, reference::SplitString(text, delimiter));
+    EXPECT_EQ(all, reference::SplitAllByString(text, delimiter));
+    EXPECT_EQ(first, reference::SplitFirstByString(text, delimiter));
   }
 }
 
@@ -175,25 +124,15 @@ std::string Trimmed(std::string text) {
 
 TEST(StringUtils, Trim) {
   EXPECT_EQ(Trimmed(""), "");
-  EXPECT_EQ(Trimmed("x"), "x");
-  EXPECT_EQ(Trimmed("\t \rx\t \r"), "x");
-  EXPECT_EQ(Trimmed("  x"), "x");
-  EXPECT_EQ(Trimmed("x  "), "x");
-  EXPECT_EQ(Trimmed(" x  y\t\nz "), "x  y\t\nz");  // inner white space stays
+  EXPECT_EQ(Trimmed("\t \rx  y\t\nz\v\f "), "x  y\t\nz");  // inner white space stays
   EXPECT_EQ(Trimmed(std::string(1000, ' ')), "");
-  EXPECT_EQ(Trimmed(" \t\n\v\f\r"), "");
-  EXPECT_EQ(Trimmed(std::string(" \0 x \0 ", 7)), std::string("\0 x \0", 5));
-}
-
-TEST(StringUtils, TrimC) {
   const std::string spaces = " \t\n\v\f\r";
   for (int value = 0; value < 256; ++value) {
-    SCOPED_TRACE(value);
     const std::string byte(1, static_cast<char>(value));
-    const bool isSpace = value != 0 && spaces.find(byte) != std::string::npos;
+    const bool isSpace = spaces.find(byte) != std::string::npos;
     const std::string inside = 'x' + byte + 'x';
-    EXPECT_EQ(Trimmed(byte + inside + byte), isSpace ? inside : byte + inside + byte);
-    EXPECT_EQ(Trimmed(byte), isSpace ? "" : byte);
+    EXPECT_EQ(Trimmed(byte + inside + byte), isSpace ? inside : byte + inside + byte) << value;
+    EXPECT_EQ(Trimmed(byte), isSpace ? "" : byte) << value;
   }
 }
 
@@ -328,27 +267,19 @@ TEST(StringUtils, Search) {
       {"", "", true, true, true},
       {"ab", "", true, true, true},
       {"", "a", false, false, false},
-      {"a", "ab", false, false, false},
       {"b", "ab", false, false, false},
       {"ab", "ab", true, true, true},
       {"ab", "a", true, false, true},
       {"ab", "b", false, true, true},
       {"abc", "b", false, false, true},
-      {"abc", "bc", false, true, true},
-      {"abc", "ac", false, false, false},
       {"abab", "ab", true, true, true},
-      {"aXab", "ab", false, true, true},
       {"AB", "a", false, false, false},
-      {"ab", "ba", false, false, false},
-      {"aaa", "aaaa", false, false, false},
       {"\xC3\xA9", "\xC3", true, false, true},
       {"\xC3\xA9", "\xA9", false, true, true},
       {"a" + nul + "b", "a" + nul, true, false, true},
       {"a" + nul + "b", nul + "b", false, true, true},
       {"a" + nul + "b", "a" + nul + "c", false, false, false},
-      {"a", "a" + nul, false, false, false},
       {"a" + nul, "a", true, false, true},
-      {"ab", nul, false, false, false},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(testing::PrintToString(row.text) + " and " + testing::PrintToString(row.other));
@@ -367,20 +298,12 @@ TEST(SpaceToUnderscore, Set) {
     std::string expected;
   } rows[] = {
       {"a b-c", " -", '_', "a_b_c"},
-      {"a b-c", "- ", '_', "a_b_c"},  // a set: order and repetition do not matter
-      {"a b-c", " - -", '_', "a_b_c"},
-      {"a b_c", "", '_', "a b_c"},  // space and underscore have no special meaning
-      {"a b_c", "_", ' ', "a b c"},
-      {"a b", "x", '_', "a b"},
+      {"a b-c", "- -", '_', "a_b_c"},  // a set: order and repetition do not matter
+      {"a b_c", "", '_', "a b_c"},     // space and underscore have no special meaning
       {"", " ", '_', ""},
-      {"   ", " ", '_', "___"},
       {"abc", "abc", 'a', "aaa"},
-      {"aab", "a", 'b', "bbb"},
-      {"ab", "ab", 'b', "bb"},
       {"a" + nul + "b", nul, '_', "a_b"},
       {"a b", " ", kNul, "a" + nul + "b"},
-      {"a b" + nul, " ", '_', "a_b" + nul},
-      {"a" + nul + " b", " ", '_', "a" + nul + "_b"},
       {"\xC3\xA9\xFF", "\xFF\xA9", '?', "\xC3??"},
   };
   for (const auto& row : rows) {
@@ -389,12 +312,6 @@ TEST(SpaceToUnderscore, Set) {
     EXPECT_EQ(StringUtils::SpaceToUnderscore(row.text, row.characters, row.replacement),
               row.expected);
   }
-}
-
-TEST(SpaceToUnderscore, ByValue) {
-  const std::string text = "a b";
-  EXPECT_EQ(StringUtils::SpaceToUnderscore(text, " ", '_'), "a_b");
-  EXPECT_EQ(text, "a b");
 }
 
 // Set and replacement are references and may refer to the input itself.
@@ -409,6 +326,7 @@ TEST(SpaceToUnderscore, Aliasing) {
 
   const std::string both = "a b";
   EXPECT_EQ(StringUtils::SpaceToUnderscore(both, both, both[1]), "   ");
+  EXPECT_EQ(both, "a b");
 }
 
 // ---- hashing ----
@@ -426,12 +344,9 @@ TEST(HashText, StandardDigest) {
             "cdc76e5c9914fb9281a1c7e284d73e67f1809a48a49720 e 46d39ccc7112cd0");
 }
 
-TEST(HashText, NullNoLength) {
+TEST(HashText, Null) {
   EXPECT_EQ(StringUtils::GetHashText(nullptr, 0), HashOf(""));
   EXPECT_EQ(StringUtils::GetHashText("x", 0), HashOf(""));
-}
-
-TEST(HashText, NullWithLength) {
   EXPECT_EQ(StringUtils::GetHashText(nullptr, 1), "");
   EXPECT_EQ(StringUtils::GetHashText(nullptr, SIZE_MAX), "");
 }
@@ -465,18 +380,11 @@ TEST(HashTextDeathTest, AtExit) {
 
 TEST(HashText, AnyInput) {
   std::mt19937_64 random(20240306);
-  int64_t spaces = 0;
   for (size_t length = 0; length <= 300; ++length) {
-    SCOPED_TRACE(length);
     std::string data(length, kNul);
     for (char& c : data) c = static_cast<char>(random() & 0xFF);
-    const std::string text = HashOf(data);
-    ASSERT_EQ(text, ExpectedHash(data));
-    EXPECT_EQ(text.size(), 64u);
-    spaces += std::count(text.begin(), text.end(), ' ');
-    for (size_t i = 0; i < text.size(); i += 2) EXPECT_NE(text[i], '0');
+    EXPECT_EQ(HashOf(data), ExpectedHash(data)) << length;
   }
-  EXPECT_GT(spaces, 300);  // one digit in 16 is a leading zero, so about 600
   EXPECT_EQ(HashOf(std::string(1 << 20, '\xFF')), ExpectedHash(std::string(1 << 20, '\xFF')));
 }
 
@@ -489,19 +397,12 @@ TEST(HashText, UsualForm) {
 
 TEST(StringUtils, LogsNothing) {
   const auto records = tarsio_test::LogRecords::Install(tarsio::LOG_LEVEL_DEBUG);
-  for (const char* text : {"", "a", " a,b\xFF "}) {
-    for (const char* other : {"", ",", "\xFF"}) {
-      StringUtils::SplitString(text, other);
-      StringUtils::SplitAllByString(text, other);
-      StringUtils::SplitFristByString(text, other);
-      StringUtils::StartsWith(text, other);
-      StringUtils::EndsWith(text, other);
-      StringUtils::Contains(text, other);
-      StringUtils::SpaceToUnderscore(text, other, '_');
-    }
-    Trimmed(text);
-    StringUtils::ToUpper(text);
-    StringUtils::ToLower(text);
+  for (const char* text : {"", " a,b\xFF "}) {
+    StringUtils::SplitString(text, "");
+    StringUtils::SplitAllByString(text, "");
+    StringUtils::SplitFristByString(text, "");
+    StringUtils::SpaceToUnderscore(text, "", '_');
+    Trimmed(StringUtils::ToUpper(StringUtils::ToLower(text)));
     HashOf(text);
   }
   StringUtils::GetHashText(nullptr, 1);
