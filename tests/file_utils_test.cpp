@@ -122,7 +122,7 @@ void ExpectOutOfRange(const std::function<void()>& call) {
 
 TEST_F(FileUtilsTest, BinaryContent) {
   std::vector<std::string> contents = {std::string("\r\n\n\r\0\x1A\n", 7), "\xEF\xBB\xBF"};
-  for (const size_t size : {1, 2, 4095, 4096, 4097, 65535, 65536, 65537, (5 << 20) + 3}) {
+  for (const size_t size : {1U, 2U, 4095U, 4096U, 4097U, 65535U, 65536U, 65537U, 5000003U}) {
     contents.push_back(RandomBytes(size, size));
   }
   for (const std::string& content : contents) {
