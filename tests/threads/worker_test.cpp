@@ -129,6 +129,7 @@ TEST_F(WorkerTest, SuccessorName) {
   }
   renamed->SetName("the new name, which does not fit the small-string buffer");
   ASSERT_TRUE(second.WaitFor());
+  EXPECT_EQ(renamed->GetRunningThreadNumber(), 1U);
   const std::lock_guard<std::mutex> lock((*renamed).*Reach(tarsio_test::MutexOfWorkers()));
   ASSERT_EQ(workers.size(), 1U);
   EXPECT_NE(workers.front(), retiring);
