@@ -30,6 +30,7 @@ using tarsio::CharsetCvt;
 using tarsio::FileUtils;
 using tarsio::Path;
 using tarsio::StringUtils;
+using tarsio::ThreadPool;
 using tarsio::TsString;
 using tarsio_test::AllocationWatch;
 
@@ -51,30 +52,82 @@ size_t AllocationsOf(const std::function<void()>& call) {
   return watch.Count();
 }
 
-struct Row {
-  const char* name;
-  size_t count;
-  std::function<void()> call;
-};
-
-class AllocationCounts : public testing::TestWithParam<Row> {};
-
-const std::string kLong(100, 'x');  // too long for the small-string buffer
-const std::string kShort = "short";
-
-TEST_P(AllocationCounts, Exact) {
+TEST(AllocationCounts, Exact) {
   tarsio::Log::GetInstance().SetLogger(std::make_unique<SilentLogger>());
-  EXPECT_EQ(AllocationsOf(GetParam().call), GetParam().count);
+  tarsio::Logger sink;
+  const std::string longer(100, 'x');  // too long for the small-string buffer
+  const std::string shorter = "short";
+  const std::string fields = "a,b,c,d";
+  const std::u16string text16(100, u'x');
+  const Path path(R"(C:\one\two)");
+  const Path longPath(longer);
+  const Path more("more");
+  const TsString string("twelve chars");
+  const auto timer = std::make_shared<component::TsTimer>(3600000, false);
+  tarsio::BlockingQueue<int> queue(4);
+  const struct {
+    const char* name;
+    size_t count;
+    std::function<void()> call;
+  } rows[] = {
+      {"filtered line", 0, [] { TARSIO_LOG(tarsio::LOG_LEVEL_DEBUG, "%d", 1); }},
+      {"line", 1, [] { TARSIO_LOG(tarsio::LOG_LEVEL_ERROR, "%d", 1); }},
+      {"default sink", 1, [&] { sink.DoOutput(longer.c_str()); }},
+      {"filtered TsLog", 0, [] { LogToNull(tarsio::LOG_LEVEL_WARN); }},
+      {"TsLog", 1, [] { LogToNull(tarsio::LOG_LEVEL_ERROR); }},
+      {"short path", 1, [] { Path(R"(C:\one\two)"); }},  // the list of components
+      {"long path", 2, [&] { const Path made(longer); }},
+      {"print a short path", 0, [&] { path.Str(); }},
+      {"print a long path", 1, [&] { longPath.Str(); }},
+      {"copy a path", 1, [&] { const Path copy(path); }},
+      {"join paths", 1, [&] { path / more; }},
+      {"parent path", 1, [&] { path.ParentPath(); }},
+      {"IsU8", 0, [&] { CharsetCvt::IsU8(longer); }},
+      {"IsASCII", 0, [&] { CharsetCvt::IsASCII(longer); }},
+      {"U8ToU16", 1, [&] { CharsetCvt::U8ToU16(longer); }},
+      {"U16ToU8", 1, [&] { CharsetCvt::U16ToU8(text16); }},
+      {"split four", 3, [&] { StringUtils::SplitString(fields, ","); }},  // the capacity doubles
+      {"split first", 1, [&] { StringUtils::SplitFristByString(fields, ","); }},
+      {"ToUpper", 1, [&] { StringUtils::ToUpper(longer); }},
+      {"Contains", 0, [&] { StringUtils::Contains(longer, shorter); }},
+      {"StartsWith", 0, [&] { StringUtils::StartsWith(longer, shorter); }},
+      {"digest", 1, [&] { StringUtils::GetHashText(longer.data(), longer.size()); }},
+      {"empty TsString", 0, [] { TsString made(""); }},
+      {"TsString", 1, [] { TsString made("twelve chars"); }},
+      {"copied TsString", 1, [&] { TsString copy(string); }},
+      {"reused TsString", 1, [&] { TsString("twelve chars") = "twelve more!"; }},
+      {"CheckDirOrFileExists", 2,
+       [] { static_cast<void>(FileUtils::CheckDirOrFileExists("C:\\")); }},
+      {"move a path", 1,  // by the copy
+       [&] {
+         Path copy(path);
+         const Path moved(std::move(copy));
+       }},
+      {"trim", 0,
+       [] {
+         std::string text = " a ";
+         StringUtils::Trim(text);
+       }},
+      {"start and stop a timer", 0,
+       [&] {
+         timer->Start();
+         timer->Stop();
+       }},
+      {"push and pop", 0,
+       [&] {
+         int element = 1;
+         static_cast<void>(queue.Push(element, 0));
+         static_cast<void>(queue.Pop(element, 0));
+       }},
+  };
+  for (const auto& row : rows) EXPECT_EQ(AllocationsOf(row.call), row.count) << row.name;
   tarsio::Log::GetInstance().SetLogger(nullptr);
 }
 
-// A shutdown by this method returns when all tasks have run.
-constexpr auto kMethodWithoutName = static_cast<tarsio::ThreadPool::SHUTDOWN_METHOD>(2);
-
 // Once in a while the queue's list grows by a block for several tasks.
-TEST(PoolAllocations, SmallTask) {
+TEST(AllocationCounts, SmallTask) {
   constexpr size_t kTasks = 100;
-  const auto pool = std::make_shared<tarsio::ThreadPool>("pool", 1, 0, 2 * kTasks);
+  const auto pool = std::make_shared<ThreadPool>("pool", 1, 0, 2 * kTasks);
   tarsio_test::Gate busy;
   tarsio_test::Gate goOn;
   pool->SubmitTask([&] {
@@ -91,14 +144,14 @@ TEST(PoolAllocations, SmallTask) {
     allocations = watch.Count();
   }
   goOn.Open();
-  pool->Shutdown(kMethodWithoutName);
+  pool->Shutdown(ThreadPool::SHUTDOWN_DRAIN);
   EXPECT_LE(allocations, kTasks);
   EXPECT_EQ(done, kTasks);
 }
 
-TEST(PoolAllocations, NewWorker) {
+TEST(AllocationCounts, NewWorker) {
   const auto start = [] {
-    const auto pool = std::make_shared<tarsio::ThreadPool>("pool", 1, 0, 1);
+    const auto pool = std::make_shared<ThreadPool>("pool", 1, 0, 1);
     std::function<void()> task = [] {};
     size_t allocations = 0;
     {
@@ -107,7 +160,7 @@ TEST(PoolAllocations, NewWorker) {
       allocations = watch.Count();
     }
     // Wait until no other thread frees or allocates for this round.
-    pool->Shutdown(kMethodWithoutName);
+    pool->Shutdown(ThreadPool::SHUTDOWN_DRAIN);
     while (pool.use_count() > 1) std::this_thread::sleep_for(std::chrono::milliseconds(1));
     return allocations;
   };
@@ -117,7 +170,7 @@ TEST(PoolAllocations, NewWorker) {
   EXPECT_EQ(start(), 4U);
 }
 
-TEST(FileAllocations, Read) {
+TEST(AllocationCounts, ReadFile) {
   const tarsio_test::ScopedDirectory directory;
   directory.Write("one byte", "x");
   directory.Write("megabyte", std::string(1048576, 'x'));
@@ -129,84 +182,5 @@ TEST(FileAllocations, Read) {
   };
   EXPECT_EQ(read("megabyte"), read("one byte") + 1);
 }
-
-const Path kThree(R"(C:\one\two)");
-const std::string kFields = "a,b,c,d";
-const TsString kText("twelve chars");
-
-INSTANTIATE_TEST_SUITE_P(
-    Each, AllocationCounts,
-    testing::Values(
-        Row{"FilteredLine", 0, [] { TARSIO_LOG(tarsio::LOG_LEVEL_DEBUG, "%d", 1); }},
-        Row{"Line", 1, [] { TARSIO_LOG(tarsio::LOG_LEVEL_ERROR, "%d", 1); }},
-        Row{"DefaultSink", 1,
-            [] {
-              static tarsio::Logger sink;
-              sink.DoOutput(kLong.c_str());
-            }},
-        Row{"FilteredTsLog", 0, [] { LogToNull(tarsio::LOG_LEVEL_WARN); }},
-        Row{"TsLog", 1, [] { LogToNull(tarsio::LOG_LEVEL_ERROR); }},
-        Row{"ShortPath", 1, [] { Path(R"(C:\one\two)"); }},  // the list of components
-        Row{"LongPath", 2, [] { Path{kLong}; }}, Row{"PrintShort", 0, [] { kThree.Str(); }},
-        Row{"PrintLong", 1,
-            [] {
-              static const Path path(kLong);
-              path.Str();
-            }},
-        Row{"CopyPath", 1, [] { Path copy(kThree); }},
-        Row{"MovePath", 1,
-            [] {
-              Path copy(kThree);
-              Path moved(std::move(copy));
-            }},
-        Row{"JoinPath", 1,
-            [] {
-              static const Path more("more");
-              kThree / more;
-            }},
-        Row{"ParentPath", 1, [] { kThree.ParentPath(); }},
-        Row{"IsU8", 0, [] { CharsetCvt::IsU8(kLong); }},
-        Row{"IsAscii", 0, [] { CharsetCvt::IsASCII(kLong); }},
-        Row{"U8ToU16", 1, [] { CharsetCvt::U8ToU16(kLong); }},
-        Row{"U16ToU8", 1,
-            [] {
-              static const std::u16string text(100, u'x');
-              CharsetCvt::U16ToU8(text);
-            }},
-        Row{"SplitFour", 3,
-            [] { StringUtils::SplitString(kFields, ","); }},  // the capacity doubles
-        Row{"SplitFirst", 1, [] { StringUtils::SplitFristByString(kFields, ","); }},
-        Row{"Trim", 0,
-            [] {
-              std::string text = " a ";
-              StringUtils::Trim(text);
-            }},
-        Row{"ToUpper", 1, [] { StringUtils::ToUpper(kLong); }},
-        Row{"Contains", 0, [] { StringUtils::Contains(kLong, kShort); }},
-        Row{"StartsWith", 0, [] { StringUtils::StartsWith(kLong, kShort); }},
-        Row{"DigestText", 1, [] { StringUtils::GetHashText(kLong.data(), kLong.size()); }},
-        Row{"EmptyTsString", 0, [] { TsString text(""); }},
-        Row{"TsString", 1, [] { TsString text("twelve chars"); }},
-        Row{"CopiedTsString", 1, [] { TsString copy(kText); }},
-        Row{"ReusedTsString", 1,
-            [] {
-              TsString text("twelve chars");
-              text = "twelve more!";
-            }},
-        Row{"TimerStartStop", 0,
-            [] {
-              static const auto timer = std::make_shared<component::TsTimer>(3600000, false);
-              timer->Start();
-              timer->Stop();
-            }},
-        Row{"QueuePushPop", 0,
-            [] {
-              static tarsio::BlockingQueue<int> queue(4);
-              int element = 1;
-              static_cast<void>(queue.Push(element, 0));
-              static_cast<void>(queue.Pop(element, 0));
-            }},
-        Row{"CheckFile", 2, [] { static_cast<void>(FileUtils::CheckDirOrFileExists("C:\\")); }}),
-    [](const auto& row) { return std::string(row.param.name); });
 
 }  // namespace

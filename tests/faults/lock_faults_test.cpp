@@ -54,20 +54,16 @@ TEST(Deadlines, SystemClock) {
   BlockingQueue<int> queue(0);
   CountDownLatch latch(1);
   CountOutWake wake;
+  int item = 0;
   const struct {
     const char* name;
     std::function<void()> wait;
     std::chrono::nanoseconds timeout;
   } rows[] = {
       {"Push", [&] { static_cast<void>(queue.Push(1, 30)); }, milliseconds(30)},
-      {"Pop",
-       [&] {
-         int item = 0;
-         static_cast<void>(queue.Pop(item, 40));
-       },
-       milliseconds(40)},
+      {"Pop", [&] { static_cast<void>(queue.Pop(item, 40)); }, milliseconds(40)},
       {"CountDownLatch", [&] { latch.Wait(50); }, milliseconds(50)},
-      {"CountOutWake", [&] { wake.Wait(20000000); }, milliseconds(20)},
+      {"CountOutWake", [&] { wake.Wait(20000001); }, std::chrono::nanoseconds(20000001)},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.name);
@@ -111,47 +107,55 @@ TEST(Deadlines, IdleWorker) {
 
 // ---- notifications ----
 
-// So that a woken thread may destroy the object as soon as it gets the lock.
+void Push(const std::shared_ptr<BlockingQueue<int>>& queue) {
+  static_cast<void>(queue->Push(1, 0));
+}
+
+void Pop(const std::shared_ptr<BlockingQueue<int>>& queue) {
+  int item = 0;
+  static_cast<void>(queue->Pop(item, 0));
+}
+
+// Starts a call on another thread and returns when it waits.
+BackgroundCall StartWait(const std::function<void()>& call) {
+  const size_t before = tarsio_test::WaitsBegun();
+  BackgroundCall waiting(call);
+  while (tarsio_test::WaitsBegun() == before) std::this_thread::sleep_for(milliseconds(1));
+  return waiting;
+}
+
+// Under the lock, so that a woken thread may destroy the object as soon as it gets the lock. Each
+// condition once, in the order of the fields: Close() first notifies the threads that wait for
+// room.
 TEST(Notifications, Locked) {
   const auto empty = std::make_shared<BlockingQueue<int>>(1);
   const auto full = std::make_shared<BlockingQueue<int>>(1);
   const auto closing = std::make_shared<BlockingQueue<int>>(0);
   const auto latch = std::make_shared<CountDownLatch>(2);
   const auto wake = std::make_shared<CountOutWake>();
-  ASSERT_TRUE(full->Push(1, -1));
-  const auto push = [](const auto& queue) { static_cast<void>(queue->Push(1, 0)); };
-  const auto pop = [](const auto& queue) {
-    int item = 0;
-    static_cast<void>(queue->Pop(item, 0));
-  };
-  using Calls = std::vector<std::function<void()>>;
+  Push(full);
   const struct {
     const char* name;
-    Calls waits;  // started before the call
+    std::vector<std::function<void()>> waits;  // started before the call
     std::function<void()> call;
     size_t notifications;
     bool ofAll;
   } rows[] = {
-      {"Push", {[=] { pop(empty); }}, [&] { push(empty); }, 1, true},
-      {"Pop", {[=] { push(full); }}, [&] { pop(full); }, 1, true},
-      {"CountDown, not the last", {[=] { latch->Wait(0); }}, [&] { latch->CountDown(); }, 0, true},
-      {"CountDown", {}, [&] { latch->CountDown(); }, 1, true},
-      {"CountOut", {[=] { wake->Wait(0); }}, [&] { wake->CountOut(); }, 1, false},
-      {"CountAll", {[=] { wake->Wait(0); }}, [&] { wake->CountAll(); }, 1, true},
-      // Must be the last row: calls on a closed queue go on waiting.
+      {"Push", {[=] { Pop(empty); }}, [=] { Push(empty); }, 1, true},
+      {"Pop", {[=] { Push(full); }}, [=] { Pop(full); }, 1, true},
+      {"CountDown, not the last", {[=] { latch->Wait(0); }}, [=] { latch->CountDown(); }, 0, true},
+      {"CountDown", {}, [=] { latch->CountDown(); }, 1, true},
+      {"CountOut", {[=] { wake->Wait(0); }}, [=] { wake->CountOut(); }, 1, false},
+      {"CountAll", {[=] { wake->Wait(0); }}, [=] { wake->CountAll(); }, 1, true},
       {"Close",
-       {[=] { push(closing); }, [=] { pop(closing); }},
-       [&] { closing->Close(); },
+       {[=] { Push(closing); }, [=] { Pop(closing); }},
+       [=] { closing->Close(); },
        2,
        true},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.name);
-    const size_t before = tarsio_test::WaitsBegun();
-    for (const auto& wait : row.waits) BackgroundCall call(wait);
-    while (tarsio_test::WaitsBegun() < before + row.waits.size()) {
-      std::this_thread::sleep_for(milliseconds(1));
-    }
+    for (const auto& wait : row.waits) StartWait(wait);
     const NotificationWatch watch;
     row.call();
     std::vector<const void*> conditions;
@@ -161,70 +165,43 @@ TEST(Notifications, Locked) {
       conditions.push_back(notification.condition);
     }
     EXPECT_EQ(conditions.size(), row.notifications);
-    // Each condition once, in the order of the fields: Close() first notifies the threads that wait
-    // for room.
     const auto end = conditions.end();
     EXPECT_EQ(std::adjacent_find(conditions.begin(), end, std::greater_equal<>()), end);
   }
 }
 
+// Close() notifies before it destroys elements.
 TEST(Notifications, Close) {
-  struct Element {
-    Element() = default;
-    Element(const Element&) = default;
-    Element& operator=(const Element&) = default;
-    ~Element() {
-      if (notified != nullptr) notified->push_back(NotificationWatch::All().size());
-    }
-    std::vector<size_t>* notified = nullptr;  // the number of notifications at each destruction
-  };
-  const auto queue = std::make_shared<BlockingQueue<Element>>(2);
-  std::vector<size_t> notified;
-  notified.reserve(10);
-  {
-    Element element;
-    element.notified = &notified;
-    ASSERT_TRUE(queue->Push(element, -1));
-    ASSERT_TRUE(queue->Push(element, -1));
-  }
-  notified.clear();
-  const auto waits = std::make_shared<Gate>();
-  BackgroundCall push([=] {
-    tarsio_test::BeforeNextWait([waits] { waits->Open(); });
-    static_cast<void>(queue->Push(Element(), 0));
-  });
-  ASSERT_TRUE(waits->WaitFor());
+  // Records the number of notifications at its destruction.
+  using Element = std::shared_ptr<void>;
+  const auto queue = std::make_shared<BlockingQueue<Element>>(1);
+  size_t notified = 0;
+  const auto record = [&](void*) { notified = NotificationWatch::All().size(); };
+  ASSERT_TRUE(queue->Push(Element(nullptr, record), -1));
+  StartWait([queue] { static_cast<void>(queue->Push(nullptr, 0)); });
   const NotificationWatch watch;
   queue->Close();
-  EXPECT_EQ(notified, (std::vector<size_t>{1, 1}));
+  EXPECT_EQ(notified, 1U);
 }
 
 // Neither before the first wait nor after all waiting threads were woken.
 TEST(Notifications, NoWaiter) {
   const auto queue = std::make_shared<BlockingQueue<int>>(1);
-  int item = 0;
   const auto pushAndPop = [&] {
     const NotificationWatch watch;
-    static_cast<void>(queue->Push(1, -1));
-    static_cast<void>(queue->Pop(item, -1));
+    Push(queue);
+    Pop(queue);
     return NotificationWatch::All().size();
   };
   EXPECT_EQ(pushAndPop(), 0U);
-
-  const size_t begun = tarsio_test::WaitsBegun();
-  BackgroundCall pop([queue] {
-    int taken = 0;
-    static_cast<void>(queue->Pop(taken, 0));
-  });
-  while (tarsio_test::WaitsBegun() == begun) std::this_thread::sleep_for(milliseconds(1));
-  static_cast<void>(queue->Push(1, -1));
+  BackgroundCall pop = StartWait([queue] { Pop(queue); });
+  Push(queue);
   ASSERT_TRUE(pop.ReturnsWithin());
-  static_cast<void>(queue->Push(1, -1));
-  BackgroundCall push([queue] { static_cast<void>(queue->Push(2, 0)); });
-  while (tarsio_test::WaitsBegun() == begun + 1) std::this_thread::sleep_for(milliseconds(1));
-  static_cast<void>(queue->Pop(item, -1));
+  Push(queue);
+  BackgroundCall push = StartWait([queue] { Push(queue); });
+  Pop(queue);
   ASSERT_TRUE(push.ReturnsWithin());
-  static_cast<void>(queue->Pop(item, -1));
+  Pop(queue);
   EXPECT_EQ(pushAndPop(), 0U);
 }
 
@@ -273,58 +250,57 @@ testing::AssertionResult FailsAtLock(size_t allowed, const std::function<void()>
   return testing::AssertionFailure() << "no exception";
 }
 
-TEST(LockFaults, Queue) {
+TEST(LockFaults, QueueAndLatches) {
   BlockingQueue<int> queue(2);
+  CountDownLatch latch(2);
+  CountOutWake wake(5);
   ASSERT_TRUE(queue.Push(1, -1));
   int item = 7;
-  for (const int timeoutMs : {-1, 0, 1}) {
-    EXPECT_TRUE(FailsAtLock(0, [&] { static_cast<void>(queue.Push(2, timeoutMs)); }));
-    EXPECT_TRUE(FailsAtLock(0, [&] { static_cast<void>(queue.Pop(item, timeoutMs)); }));
-  }
-  EXPECT_TRUE(FailsAtLock(0, [&] { queue.Close(); }));
-  EXPECT_TRUE(FailsAtLock(0, [&] { queue.Size(); }));
+  const std::function<void()> calls[] = {
+      [&] { static_cast<void>(queue.Push(2, -1)); },
+      [&] { static_cast<void>(queue.Push(2, 0)); },
+      [&] { static_cast<void>(queue.Push(2, 1)); },
+      [&] { static_cast<void>(queue.Pop(item, -1)); },
+      [&] { static_cast<void>(queue.Pop(item, 0)); },
+      [&] { static_cast<void>(queue.Pop(item, 1)); },
+      [&] { queue.Close(); },
+      [&] { queue.Size(); },
+      [&] { latch.CountDown(); },
+      [&] { latch.Wait(1); },
+      [&] { latch.GetCount(); },
+      [&] { wake.CountOut(); },
+      [&] { wake.CountAll(); },
+      [&] { wake.Wait(1); },
+      [&] { wake.GetCount(); },
+  };
+  for (const auto& call : calls) EXPECT_TRUE(FailsAtLock(0, call)) << "call " << &call - calls;
   EXPECT_EQ(item, 7);
-  EXPECT_EQ(queue.Size(), 1U);
   EXPECT_TRUE(queue.Push(2, -1));
+  EXPECT_EQ(queue.Size(), 2U);
   EXPECT_TRUE(queue.Pop(item, -1));
   EXPECT_EQ(item, 1);
-}
-
-TEST(LockFaults, Latches) {
-  CountDownLatch latch(2);
-  EXPECT_TRUE(FailsAtLock(0, [&] { latch.CountDown(); }));
-  EXPECT_TRUE(FailsAtLock(0, [&] { latch.Wait(1); }));
-  EXPECT_TRUE(FailsAtLock(0, [&] { latch.GetCount(); }));
   EXPECT_EQ(latch.GetCount(), 2U);
-  latch.CountDown();
-  EXPECT_EQ(latch.GetCount(), 1U);
-
-  CountOutWake wake(5);
-  EXPECT_TRUE(FailsAtLock(0, [&] { wake.CountOut(); }));
-  EXPECT_TRUE(FailsAtLock(0, [&] { wake.CountAll(); }));
-  EXPECT_TRUE(FailsAtLock(0, [&] { wake.Wait(1); }));
-  EXPECT_TRUE(FailsAtLock(0, [&] { wake.GetCount(); }));
   EXPECT_EQ(wake.GetCount(), 5U);
 }
 
-// In the order of the locks: if one fails, the earlier ones are released.
+// In the order of the locks: if one fails, the earlier ones are released. No call takes more.
 TEST(LockFaults, Pool) {
-  const auto pool = MakePool(0);
+  std::shared_ptr<ThreadPool> pool;
   const struct {
     const char* name;
     size_t locks;
     std::function<void()> call;
   } rows[] = {
-      {"SubmitTask", 1, [&] { pool->SubmitTask([] {}); }},
+      {"SubmitTask", 2, [&] { pool->SubmitTask([] {}); }},
       {"GetPendingTaskNumber", 2, [&] { pool->GetPendingTaskNumber(); }},
       {"GetRunningThreadNumber", 1, [&] { pool->GetRunningThreadNumber(); }},
       {"Wait", 2, [&] { pool->Wait(); }},
-      {"Shutdown by an unknown method", 1,
-       [&] { pool->Shutdown(static_cast<ThreadPool::SHUTDOWN_METHOD>(7)); }},
+      {"Shutdown by an unknown method", 1, [&] { pool->Shutdown(kMethodWithoutName); }},
       {"Shutdown, waiting", 3, [&] { pool->Shutdown(ThreadPool::SHUTDOWN_WAIT); }},
-      {"Shutdown now", 1, [&] { pool->Shutdown(ThreadPool::SHUTDOWN_NOW); }},
+      {"Shutdown now", 2, [&] { pool->Shutdown(ThreadPool::SHUTDOWN_NOW); }},
   };
   for (const auto& row : rows) {
+    pool = MakePool(0);
     for (size_t lock = 0; lock < row.locks; ++lock) {
       SCOPED_TRACE(row.name + (" " + std::to_string(lock)));
       EXPECT_TRUE(FailsAtLock(lock, row.call));
@@ -332,7 +308,11 @@ TEST(LockFaults, Pool) {
       EXPECT_EQ(pool->GetRunningThreadNumber(), 0U);
       pool->Wait();
     }
+    const LockFault fault(row.locks);
+    EXPECT_NO_THROW(row.call()) << row.name;
   }
+  pool = MakePool(0);
+  EXPECT_TRUE(FailsAtLock(0, [&] { pool->Shutdown(ThreadPool::SHUTDOWN_NOW); }));
   EXPECT_TRUE(pool->SubmitTask([] {})) << "the pool is still open";
 }
 

@@ -3,13 +3,11 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstdlib>
+#include <iterator>
 #include <new>
-#include <ostream>
 #include <string>
 #include <utility>
-#include <vector>
 
 #include "common/ts_string.h"
 
@@ -18,88 +16,61 @@ namespace {
 using tarsio::TsString;
 using tarsio::TsStringPair;
 
-// An allocation or a deallocation of `size` bytes.
+// An allocation or a deallocation.
 struct Step {
-  bool isAllocation;
-  size_t size;
+  char kind;
+  size_t size;  // 0 if the memory was allocated before the recording
   void* memory;
 };
 
-Step Allocates(size_t size) { return {true, size, nullptr}; }
-Step Frees(size_t size) { return {false, size, nullptr}; }
+Step steps[64];
+size_t recorded = 0;
+size_t allowed = 0;  // allocations before the ones that fail
+bool recording = false;
 
-bool operator==(const Step& left, const Step& right) {
-  return left.isAllocation == right.isAllocation && left.size == right.size;
+void Record(const Step& step) {
+  if (recorded == std::size(steps)) std::abort();
+  steps[recorded++] = step;
 }
-
-std::ostream& operator<<(std::ostream& stream, const Step& step) {
-  return stream << (step.isAllocation ? "allocates " : "frees ") << step.size;
-}
-
-// Records the steps from construction to Stop(). Does not allocate, and neither may the test
-// meanwhile, expectations included. Only one object may exist at a time.
-class Allocations {
- public:
-  Allocations() { active = this; }
-  Allocations(const Allocations&) = delete;
-  Allocations& operator=(const Allocations&) = delete;
-  ~Allocations() { active = nullptr; }
-
-  std::vector<Step> Stop() {
-    active = nullptr;
-    return {steps, steps + count};
-  }
-
-  // Lets the next `allowed` allocations succeed and fails all later ones.
-  void RefuseAfter(int allowed) { left = allowed; }
-
-  // Returns whether the allocation has to fail.
-  static bool Refuses() {
-    if (active == nullptr || active->left < 0) return false;
-    if (active->left == 0) return true;
-    --active->left;
-    return false;
-  }
-  static void Allocated(size_t size, void* memory) {
-    if (active != nullptr) active->Add({true, size, memory});
-  }
-  // The size is that of the latest allocation at this address, or 0 if it predates this object.
-  static void Freed(void* memory) {
-    if (active == nullptr || memory == nullptr) return;
-    size_t size = 0;
-    for (size_t i = 0; i < active->count; ++i) {
-      const Step& step = active->steps[i];
-      if (step.isAllocation && step.memory == memory) size = step.size;
-    }
-    active->Add({false, size, memory});
-  }
-
- private:
-  void Add(const Step& step) {
-    if (count == kMostSteps) std::abort();
-    steps[count++] = step;
-  }
-
-  static constexpr size_t kMostSteps = 64;
-  static Allocations* active;
-
-  Step steps[kMostSteps] = {};
-  size_t count = 0;
-  int left = -1;  // allocations before the first refusal; < 0: none fails
-};
-
-Allocations* Allocations::active = nullptr;
 
 void* Allocate(size_t size) {
-  void* const memory = Allocations::Refuses() ? nullptr : std::malloc(size);
+  const bool refused = recording && allowed-- == 0;
+  void* const memory = refused ? nullptr : std::malloc(size);
   if (memory == nullptr) throw std::bad_alloc();
-  Allocations::Allocated(size, memory);
+  if (recording) Record({'+', size, memory});
   return memory;
 }
 
 void Free(void* memory) {
-  Allocations::Freed(memory);
+  if (recording && memory != nullptr) {
+    size_t size = 0;
+    for (size_t i = 0; i < recorded; ++i) {
+      if (steps[i].kind == '+' && steps[i].memory == memory) size = steps[i].size;
+    }
+    Record({'-', size, memory});
+  }
   std::free(memory);
+}
+
+// Returns the allocations and deallocations of a call, with their sizes, as in "+11 -11 ", and
+// "throws" if it throws std::bad_alloc. Allocations fail after the first `most`.
+template <typename Call>
+std::string StepsOf(const Call& call, size_t most = SIZE_MAX) {
+  bool threw = false;
+  recorded = 0;
+  allowed = most;
+  recording = true;
+  try {
+    call();
+  } catch (const std::bad_alloc&) {
+    threw = true;
+  }
+  recording = false;
+  std::string text;
+  for (size_t i = 0; i < recorded; ++i) {
+    text += steps[i].kind + (steps[i].size > 0 ? std::to_string(steps[i].size) : "old") + ' ';
+  }
+  return text + (threw ? "throws" : "");
 }
 
 }  // namespace
@@ -113,16 +84,13 @@ void operator delete[](void* memory, size_t /*size*/) noexcept { Free(memory); }
 
 namespace {
 
-using Steps = std::vector<Step>;
-
 const char* const kNull = nullptr;
 const char* const kText10 = "0123456789";
 const char* const kText20 = "01234567890123456789";
 const char* const kText30 = "012345678901234567890123456789";
 
 TEST(TsStringHeap, Empty) {
-  Allocations allocations;
-  {
+  const auto call = [] {
     TsString string;
     const TsString null(kNull);
     const TsString empty("");
@@ -133,29 +101,24 @@ TEST(TsStringHeap, Empty) {
     const TsStringPair pair;
     TsStringPair other(pair);
     other = pair;
-  }
-  const Steps steps = allocations.Stop();
-  EXPECT_EQ(steps, Steps());
+  };
+  EXPECT_EQ(StepsOf(call), "");
 }
 
 TEST(TsStringHeap, Length) {
-  Allocations allocations;
-  {
+  const auto call = [] {
     const TsString string(kText10);
     const TsString copy(string);
     TsString assigned;
     assigned = kText20;
     TsString assignedString;
     assignedString = assigned;
-  }
-  const Steps steps = allocations.Stop();
-  EXPECT_EQ(steps, (Steps{Allocates(11), Allocates(11), Allocates(21), Allocates(21), Frees(21),
-                          Frees(21), Frees(11), Frees(11)}));
+  };
+  EXPECT_EQ(StepsOf(call), "+11 +11 +21 +21 -21 -21 -11 -11 ");
 }
 
 TEST(TsStringHeap, Growth) {
-  Allocations allocations;
-  {
+  const auto call = [] {
     TsString string(kText20);
     string = kText10;
     string = "";
@@ -163,55 +126,82 @@ TEST(TsStringHeap, Growth) {
     string = kText20;
     string = kText30;
     string = TsString(kText20);
-  }
-  const Steps steps = allocations.Stop();
-  EXPECT_EQ(steps,
-            (Steps{Allocates(21), Frees(21), Allocates(31), Allocates(21), Frees(21), Frees(31)}));
+  };
+  EXPECT_EQ(StepsOf(call), "+21 -21 +31 +21 -21 -31 ");
 }
 
-TEST(TsStringHeap, SelfAssign) {
+// Calls that need no memory succeed without any.
+TEST(TsStringHeap, NoMemory) {
   TsString string(kText20);
   const TsString& same = string;
-  Allocations allocations;
-  string = same;
-  string = string.Cstr();
-  string = string.Cstr() + 5;
-  const Steps steps = allocations.Stop();
-  EXPECT_EQ(steps, Steps());
-  EXPECT_STREQ(string.Cstr(), kText20 + 5);
-}
-
-TEST(TsStringHeap, Observers) {
-  const TsString string(kText20);
-  const TsString other(kText20);
-  Allocations allocations;
-  const bool observed = string == other && !(string != other) && !string.IsEmpty() &&
-                        string.Length() == 20 && string.Cstr() != nullptr;
-  const Steps steps = allocations.Stop();
-  EXPECT_EQ(steps, Steps());
+  const TsString other(kText10);
+  bool observed = false;
+  const auto call = [&] {
+    string = other;
+    string = kText20;
+    string = same;
+    string = string.Cstr();
+    observed = string == same && !(string != same) && !string.IsEmpty() && string.Length() == 20;
+    string = string.Cstr() + 5;
+  };
+  EXPECT_EQ(StepsOf(call, 0), "");
   EXPECT_TRUE(observed);
+  EXPECT_STREQ(string.Cstr(), kText20 + 5);
 }
 
 TEST(TsStringHeap, Limit) {
   const std::string text(16777214 + 100, 'a');
-  Allocations allocations;
-  { const TsString string(text.c_str()); }
-  const Steps steps = allocations.Stop();
-  EXPECT_EQ(steps, (Steps{Allocates(16777215), Frees(16777215)}));
+  EXPECT_EQ(StepsOf([&] { const TsString string(text.c_str()); }), "+16777215 -16777215 ");
 }
 
-class DerivedString : public TsString {
- public:
-  using TsString::TsString;
-};
-
 TEST(TsStringHeap, Destructor) {
-  Allocations allocations;
-  const TsString* const string = new DerivedString(kText10);
-  delete string;
-  const Steps steps = allocations.Stop();
-  EXPECT_EQ(steps, (Steps{Allocates(sizeof(DerivedString)), Allocates(11), Frees(11),
-                          Frees(sizeof(DerivedString))}));
+  struct Derived : TsString {
+    using TsString::TsString;
+  };
+  const auto call = [] {
+    const TsString* const string = new Derived(kText10);
+    delete string;
+  };
+  const std::string size = std::to_string(sizeof(Derived));
+  EXPECT_EQ(StepsOf(call), "+" + size + " +11 -11 -" + size + " ");
+}
+
+// ---- failed allocations ----
+
+void ExpectEmptyAndUsable(TsString& string) {
+  EXPECT_STREQ(string.Cstr(), "");
+  EXPECT_EQ(string.Length(), 0U);
+  EXPECT_TRUE(string.IsEmpty());
+  EXPECT_TRUE(string == TsString());
+  EXPECT_TRUE(TsString(string) == string);
+  const auto call = [&] {
+    string = "";
+    string = "a";
+    string = kText10;
+  };
+  EXPECT_EQ(StepsOf(call), "+2 -2 +11 ");
+  EXPECT_STREQ(string.Cstr(), kText10);
+}
+
+TEST(TsStringHeap, FailedNew) {
+  const TsString other(kText10);
+  EXPECT_EQ(StepsOf([] { const TsString string(kText10); }, 0), "throws");
+  EXPECT_EQ(StepsOf([&] { const TsString string(other); }, 0), "throws");
+}
+
+TEST(TsStringHeap, FailedAssign) {
+  const TsString other(kText30);
+  for (const char* before : {"", kText10, kText20}) {
+    SCOPED_TRACE(before);
+    const std::string expected = *before == '\0' ? "throws" : "-old throws";
+    TsString string(before);
+    EXPECT_EQ(StepsOf([&] { string = kText30; }, 0), expected);
+    ExpectEmptyAndUsable(string);
+    TsString copy(before);
+    EXPECT_EQ(StepsOf([&] { copy = other; }, 0), expected);
+    ExpectEmptyAndUsable(copy);
+    EXPECT_STREQ(other.Cstr(), kText30);
+  }
 }
 
 // ---- pairs ----
@@ -226,117 +216,27 @@ class TsStringPairHeap : public testing::Test {
   TsStringPair source;
 };
 
-TEST_F(TsStringPairHeap, CopyOrder) {
-  Allocations allocations;
-  { const TsStringPair copy(source); }
-  const Steps steps = allocations.Stop();
-  EXPECT_EQ(steps, (Steps{Allocates(11), Allocates(21), Frees(21), Frees(11)}));
-}
-
-TEST_F(TsStringPairHeap, Move) {
-  Allocations allocations;
-  { const TsStringPair moved(std::move(source)); }
-  const Steps steps = allocations.Stop();
-  EXPECT_EQ(steps, (Steps{Allocates(11), Allocates(21), Frees(21), Frees(11)}));
+TEST_F(TsStringPairHeap, Copy) {
+  const auto copy = [this] { const TsStringPair made(source); };
+  const auto move = [this] { const TsStringPair made(std::move(source)); };
+  EXPECT_EQ(StepsOf(copy), "+11 +21 -21 -11 ");
+  EXPECT_EQ(StepsOf(move), "+11 +21 -21 -11 ");
+  EXPECT_EQ(StepsOf(copy, 0), "throws");
+  EXPECT_EQ(StepsOf(copy, 1), "+11 -11 throws");
+  EXPECT_EQ(StepsOf(move, 1), "+11 -11 throws");
 }
 
 TEST_F(TsStringPairHeap, Assign) {
   TsStringPair copied;
   TsStringPair moved;
-  Allocations allocations;
-  copied = source;
-  moved = std::move(source);
-  copied = moved;
-  const Steps steps = allocations.Stop();
-  EXPECT_EQ(steps, (Steps{Allocates(11), Allocates(21), Allocates(11), Allocates(21)}));
-}
-
-// ---- failed allocations ----
-
-// Expects `call` to throw std::bad_alloc after `allowed` allocations. Returns the recorded steps.
-template <typename Call>
-Steps StepsUntilRefused(int allowed, const Call& call) {
-  bool refused = false;
-  Allocations allocations;
-  allocations.RefuseAfter(allowed);
-  try {
-    call();
-  } catch (const std::bad_alloc&) {
-    refused = true;
-  }
-  Steps steps = allocations.Stop();
-  EXPECT_TRUE(refused);
-  return steps;
-}
-
-void ExpectEmptyAndUsable(TsString& string) {
-  ASSERT_NE(string.Cstr(), nullptr);
-  EXPECT_STREQ(string.Cstr(), "");
-  EXPECT_EQ(string.Length(), 0U);
-  EXPECT_TRUE(string.IsEmpty());
-  EXPECT_TRUE(string == TsString());
-  EXPECT_TRUE(TsString(string) == string);
-
-  Allocations allocations;
-  string = "";
-  string = "a";
-  string = kText10;
-  const Steps steps = allocations.Stop();
-  EXPECT_EQ(steps, (Steps{Allocates(2), Frees(2), Allocates(11)}));
-  EXPECT_STREQ(string.Cstr(), kText10);
-}
-
-TEST(TsStringHeap, FailedNew) {
-  const TsString other(kText10);
-  EXPECT_EQ(StepsUntilRefused(0, [] { const TsString string(kText10); }), Steps());
-  EXPECT_EQ(StepsUntilRefused(0, [&other] { const TsString string(other); }), Steps());
-}
-
-TEST(TsStringHeap, FailedAssign) {
-  for (const char* before : {"", kText10, kText20}) {
-    SCOPED_TRACE(before);
-    TsString string(before);
-    const size_t buffers = *before == '\0' ? 0 : 1;
-    EXPECT_EQ(StepsUntilRefused(0, [&string] { string = kText30; }).size(), buffers);
-    ExpectEmptyAndUsable(string);
-  }
-}
-
-TEST(TsStringHeap, FailedCopy) {
-  const TsString other(kText30);
-  for (const char* before : {"", kText10, kText20}) {
-    SCOPED_TRACE(before);
-    TsString string(before);
-    const size_t buffers = *before == '\0' ? 0 : 1;
-    EXPECT_EQ(StepsUntilRefused(0, [&] { string = other; }).size(), buffers);
-    ExpectEmptyAndUsable(string);
-    EXPECT_STREQ(other.Cstr(), kText30);
-  }
-}
-
-TEST(TsStringHeap, NoMemory) {
-  TsString string(kText20);
-  const TsString other(kText10);
-  Allocations allocations;
-  allocations.RefuseAfter(0);
-  string = other;
-  string = kText20;
-  const Steps steps = allocations.Stop();
-  EXPECT_EQ(steps, Steps());
-  EXPECT_STREQ(string.Cstr(), kText20);
-}
-
-TEST_F(TsStringPairHeap, NoCopy) {
-  EXPECT_EQ(StepsUntilRefused(0, [this] { const TsStringPair copy(source); }), Steps());
-  EXPECT_EQ(StepsUntilRefused(1, [this] { const TsStringPair copy(source); }),
-            (Steps{Allocates(11), Frees(11)}));
-  EXPECT_EQ(StepsUntilRefused(1, [this] { const TsStringPair moved(std::move(source)); }),
-            (Steps{Allocates(11), Frees(11)}));
-}
-
-TEST_F(TsStringPairHeap, NoAssign) {
+  const auto call = [&] {
+    copied = source;
+    moved = std::move(source);
+    copied = moved;
+  };
+  EXPECT_EQ(StepsOf(call), "+11 +21 +11 +21 ");
   TsStringPair target;
-  EXPECT_EQ(StepsUntilRefused(1, [&] { target = source; }), Steps{Allocates(11)});
+  EXPECT_EQ(StepsOf([&] { target = copied; }, 1), "+11 throws");
   EXPECT_STREQ(target.first.Cstr(), kText10);
   ExpectEmptyAndUsable(target.second);
 }
