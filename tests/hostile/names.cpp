@@ -13,6 +13,7 @@
 #include "common/charset_cvt.h"
 #include "common/file_utils.h"
 #include "common/path.h"
+#include "common/string_utils.h"
 #include "scenario.h"
 #include "support/scoped_directory.h"
 
@@ -105,27 +106,24 @@ void Resolve(const std::string& name) {
 // Each call is guarded separately, so that an exception does not skip the others.
 void UseEverywhere(const std::string& name) {
   const auto isSeparator = [](char c) { return c == '/' || c == '\\'; };
-  const auto components = std::count_if(name.begin(), name.end(), isSeparator);
+  const bool isDeep = std::count_if(name.begin(), name.end(), isSeparator) >= 5000;
+  Path posix;
+  const auto removeDir = [&] { static_cast<void>(FileUtils::RemoveDir(name)); };
   const std::function<void()> calls[] = {
       [&] { Ask(Path(name)); },
       [&] { Ask(Path(Wide(name))); },
       [&] { Ask(Path("d") / Path(name)); },
-      [&] {
-        Path posix;
-        posix.Set(name, Path::POSIX_PATH);
-        Ask(posix);
-      },
+      [&] { posix.Set(name, Path::POSIX_PATH); },
+      [&] { Ask(posix); },
       [&] { static_cast<void>(FileUtils::CheckDirOrFileExists(name)); },
-      [&] {
-        if (components < 5000)
-          static_cast<void>(FileUtils::MakeDir(name));  // processes each prefix
-      },
-      [&] { static_cast<void>(FileUtils::RemoveDir(name)); },
+      // Processes each prefix.
+      [&] { static_cast<void>(isDeep || FileUtils::MakeDir(name)); },
+      removeDir,
       [&] { static_cast<void>(tarsio::MakeDir(Path(name))); },
-      [&] { static_cast<void>(FileUtils::RemoveDir(name)); },
+      removeDir,
       [&] { static_cast<void>(tarsio::MakeDirs(Path(name))); },
       [&] { Read(name); },
-      [&] { static_cast<void>(FileUtils::RemoveDir(name)); },
+      removeDir,
       [&] { Write(name); },
       [&] { Write(".\\" + name); },
       [&] { Read(".\\" + name); },
@@ -150,61 +148,25 @@ std::string Repeated(const std::string& piece, int times) {
 }
 
 std::vector<std::string> ListedNames(const std::string& inside) {
-  std::vector<std::string> names = {"",
-                                    "a\nb",
-                                    "\x1b[2J\x1b]0;title\a",
-                                    "%s%n%x",
-                                    "CON",
-                                    "con.txt",
-                                    "NUL",
-                                    "COM1.x",
-                                    "LPT9",
-                                    "a:b",
-                                    "file:stream",
-                                    "file::$DATA",
-                                    "a ",
-                                    "a.",
-                                    "...",
-                                    ". .",
-                                    "*",
-                                    "?",
-                                    "<|>\"",
-                                    "~",
-                                    "$HOME",
-                                    "-rf",
-                                    "UNC\\server\\share\\f",
-                                    "\\\\server\\share\\f",
-                                    "//server/share/f",
-                                    R"(\\.\x)",
-                                    R"(\\?\)",
-                                    R"(\\?\x)",
-                                    R"(\\?\UNC\)",
-                                    R"(\\?\\\?\x)",
-                                    R"(\??\x)",
-                                    "x\\..\\y",
-                                    "missing/./../y",
-                                    "..\\inside\\y",
-                                    "../../../b/c/inside/y",
-                                    "\xC0\xAF",
-                                    "\xC0\xAE\xC0\xAE\xC0\xAFy",
-                                    "\xE2\x80\xAEtxt.exe",
-                                    "\xED\xA0\x80",
-                                    "\xF4\x90\x80\x80",
-                                    "\xFF\xFE",
-                                    "\xEF\xBC\x8E\xEF\xBC\x8E\xEF\xBC\x8Fy",
-                                    std::string("f\0g", 3),
-                                    std::string("f\0/../../x", 10),
-                                    std::string("\0f", 2),
-                                    std::string("d/\0/x", 5),
-                                    R"(\\?\)" + inside + R"(\x\..\y)",
-                                    R"(\\?\)" + inside + R"(\.\y)",
-                                    inside + "/x/../y"};
+  const char* const list =
+      "a\nb \x1b[2J\x1b]0;title\a %s%n%x CON con.txt NUL COM1.x LPT9 a:b file:stream file::$DATA "
+      "a. ... * ? <|>\" ~ $HOME -rf UNC\\server\\share\\f \\\\server\\share\\f //server/share/f "
+      "\\\\.\\x \\\\?\\ \\\\?\\x \\\\?\\UNC\\ \\\\?\\\\\\?\\x \\??\\x x\\..\\y missing/./../y "
+      "..\\inside\\y ../../../b/c/inside/y \xC0\xAF \xC0\xAE\xC0\xAE\xC0\xAFy "
+      "\xE2\x80\xAEtxt.exe \xED\xA0\x80 \xF4\x90\x80\x80 \xFF\xFE "
+      "\xEF\xBC\x8E\xEF\xBC\x8E\xEF\xBC\x8Fy";
+  std::vector<std::string> names = tarsio::StringUtils::SplitString(list, " ");
+  for (const char* const name : {"", "a ", ". ."}) names.emplace_back(name);
+  names.emplace_back("f\0g", 3);
+  names.emplace_back("f\0/../../x", 10);
+  names.emplace_back("\0f", 2);
+  names.emplace_back("d/\0/x", 5);
+  names.push_back(R"(\\?\)" + inside + R"(\x\..\y)");
+  names.push_back(R"(\\?\)" + inside + R"(\.\y)");
+  names.push_back(inside + "/x/../y");
   for (int byte = 1; byte < 256; ++byte) names.emplace_back(1, static_cast<char>(byte));
   for (const size_t size : {255U, 256U, 4096U, 1000000U}) {
-    names.emplace_back(size, 'n');
-    names.emplace_back(size, '\xFF');
-    names.emplace_back(size, '\\');
-    names.emplace_back(size, '.');
+    for (const char c : {'n', '\xFF', '\\', '.'}) names.emplace_back(size, c);
   }
   // Dots are resolved again for each prefix.
   for (const char* const piece : {"c/", "c\\"}) names.push_back(Repeated(piece, 10000));
