@@ -39,7 +39,7 @@ function(tarsio_test name)
 endfunction()
 
 # tarsio_platform_test(name sources...): a test in name.cpp that compiles sources of the library and
-# implements the platform layer itself.
+# replaces the platform layer.
 function(tarsio_platform_test name)
   list(TRANSFORM ARGN PREPEND "${PROJECT_SOURCE_DIR}/src/" OUTPUT_VARIABLE sources)
   tarsio_test_program(${name} ${name}.cpp ${sources})

@@ -1,4 +1,4 @@
-// Exact times in log lines. The log's source is compiled into this program with a fake platform.
+// Exact times in log lines, and the log's end.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -11,10 +11,9 @@
 #include <ctime>
 #include <memory>
 #include <string>
-#include <vector>
 
 #include "common/log.h"
-#include "platform/platform.h"
+#include "support/fake_platform.h"
 
 namespace {
 
@@ -25,54 +24,6 @@ using tarsio::LOG_LEVEL_WARN;
 using tarsio::Logger;
 using testing::ElementsAre;
 using testing::IsEmpty;
-
-struct System {
-  int64_t ticks = 0;
-  std::tm calendar{};
-  bool converts = true;
-  int clockAsked = 0;
-  std::vector<int64_t> converted;  // arguments of the conversion
-};
-
-System* current = nullptr;
-
-}  // namespace
-
-namespace tarsio {
-namespace platform {
-
-int64_t WallClockTicks() {
-  ++current->clockAsked;
-  return current->ticks;
-}
-
-bool LocalTime(int64_t seconds, std::tm* local) {
-  current->converted.push_back(seconds);
-  *local = current->calendar;  // a failed call may modify it, too
-  return current->converts;
-}
-
-bool ProcessIsEnding() { return false; }
-int ForkCount() { return 0; }
-
-// Not needed for a line.
-std::wstring Widen(const std::string& /*utf8*/) { std::abort(); }
-std::string Narrow(const std::wstring& /*utf16*/) { std::abort(); }
-std::wstring FullPath(const std::wstring& /*path*/, size_t /*capacity*/) { std::abort(); }
-std::wstring CurrentDirectory(size_t /*capacity*/) { std::abort(); }
-FileType TypeOf(const std::wstring& /*path*/) { std::abort(); }
-uint64_t SizeOf(const std::wstring& /*path*/) { std::abort(); }
-bool CreateOneDirectory(const std::wstring& /*path*/) { std::abort(); }
-bool CreateDirectories(const std::wstring& /*path*/) { std::abort(); }
-
-int StandardOutputSignal() { return 0; }
-ScopedSignalBlock::ScopedSignalBlock(int signal) : blocked(signal) {}
-void ScopedSignalBlock::DiscardAndUnblock() const {}
-
-}  // namespace platform
-}  // namespace tarsio
-
-namespace {
 
 std::tm Calendar(int year, int month, int day, int hour, int minute, int second) {
   std::tm calendar{};
@@ -95,48 +46,48 @@ std::string Line(const char* format, ...) {
   return line;
 }
 
+void CallTsLog(LOG_LEVEL level) {
+  const auto error = [] { return LOG_LEVEL_ERROR; };
+  tarsio::TsLog(
+      level, [](const char*) {}, error, "a.cpp", 1, "f", "text");
+}
+
 class LogOs : public testing::Test {
  protected:
   LogOs() {
-    current = &system;
-    system.calendar = Calendar(2024, 3, 5, 14, 7, 9);
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    platform.localTime = Calendar(2024, 3, 5, 14, 7, 9);
   }
-  ~LogOs() override { current = nullptr; }
 
-  System system;
+  tarsio_test::FakePlatform platform;
 };
 
 TEST_F(LogOs, Time) {
   const struct {
     int64_t ticks;
-    int64_t seconds;
+    const char* conversion;
     const char* milliseconds;
   } rows[] = {
-      {0, 0, "0"},
-      {9999, 0, "0"},
-      {10000, 0, "1"},
-      {79999, 0, "7"},
-      {9989999, 0, "998"},
-      {9999999, 0, "999"},
-      {10000000, 1, "0"},
-      {17096476290050000, 1709647629, "5"},
-      {17096476290380000, 1709647629, "38"},
-      {17096476290389999, 1709647629, "38"},
-      {17096476291200000, 1709647629, "120"},
-      {17096476299999999, 1709647629, "999"},
-      {17096476300000000, 1709647630, "0"},
-      {42949672960000000, 4294967296, "0"},  // more than 32 bits of seconds
+      {0, "LocalTime 0", "0"},
+      {9999, "LocalTime 0", "0"},
+      {10000, "LocalTime 0", "1"},
+      {9999999, "LocalTime 0", "999"},
+      {10000000, "LocalTime 1", "0"},
+      {17096476290050000, "LocalTime 1709647629", "5"},
+      {17096476290389999, "LocalTime 1709647629", "38"},
+      {17096476291200000, "LocalTime 1709647629", "120"},
+      {42949672960000000, "LocalTime 4294967296", "0"},  // more than 32 bits of seconds
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.ticks);
-    system.ticks = row.ticks;
-    system.converted.clear();
+    platform.ticks = row.ticks;
     EXPECT_EQ(Line("x"),
               std::string("[2024-03-05 14:07:09.") + row.milliseconds + "][ERROR][a.cpp:1] x");
-    EXPECT_THAT(system.converted, ElementsAre(row.seconds));
+    EXPECT_THAT(platform.Calls(), ElementsAre("WallClockTicks", row.conversion));
   }
 }
 
+// The calendar is not cached between lines.
 TEST_F(LogOs, Calendar) {
   const std::tm rows[] = {
       Calendar(1970, 1, 1, 0, 0, 0),      Calendar(1999, 12, 31, 23, 59, 59),
@@ -146,14 +97,14 @@ TEST_F(LogOs, Calendar) {
   for (const std::tm& row : rows) {
     std::array<char, 30> expected{};
     ASSERT_GT(std::strftime(expected.data(), expected.size(), "%Y-%m-%d %H:%M:%S", &row), 0u);
-    system.calendar = row;
+    platform.localTime = row;
     EXPECT_EQ(Line("x"), std::string("[") + expected.data() + ".0][ERROR][a.cpp:1] x");
   }
 }
 
 TEST_F(LogOs, NoLocalTime) {
-  system.converts = false;
-  system.ticks = 17096476290380000;
+  platform.localTime.reset();
+  platform.ticks = 17096476290380000;
   EXPECT_EQ(Line("x"), "[.38][ERROR][a.cpp:1] x");
 }
 
@@ -163,25 +114,12 @@ TEST_F(LogOs, OneClockRead) {
   };
   Log::GetInstance().SetLogger(std::make_unique<Silent>());
   Log::GetInstance().DoLog(LOG_LEVEL_WARN, "a.cpp", 1, "f", "filtered");
-  const auto error = [] { return LOG_LEVEL_ERROR; };
-  const auto ignore = [](const char*) {};
-  tarsio::TsLog(LOG_LEVEL_WARN, ignore, error, "a.cpp", 1, "f", "filtered");
-  EXPECT_EQ(system.clockAsked, 0);
-  EXPECT_THAT(system.converted, IsEmpty());
-
+  CallTsLog(LOG_LEVEL_WARN);
+  EXPECT_THAT(platform.Calls(), IsEmpty());
   Log::GetInstance().DoLog(LOG_LEVEL_ERROR, "a.cpp", 1, "f", "passes");
-  EXPECT_EQ(system.clockAsked, 1);
-  tarsio::TsLog(LOG_LEVEL_ERROR, ignore, error, "a.cpp", 1, "f", "passes");
-  EXPECT_EQ(system.clockAsked, 2);
-  EXPECT_EQ(system.converted.size(), 2u);
-  Log::GetInstance().SetLogger(std::make_unique<Logger>());
-}
-
-// The calendar is not cached between lines.
-TEST_F(LogOs, TimePerLine) {
-  EXPECT_EQ(Line("x"), "[2024-03-05 14:07:09.0][ERROR][a.cpp:1] x");
-  system.calendar = Calendar(2024, 3, 5, 15, 7, 9);  // the same time in another zone
-  EXPECT_EQ(Line("x"), "[2024-03-05 15:07:09.0][ERROR][a.cpp:1] x");
+  EXPECT_THAT(platform.Calls(), ElementsAre("WallClockTicks", "LocalTime 0"));
+  CallTsLog(LOG_LEVEL_ERROR);
+  EXPECT_THAT(platform.Calls(), ElementsAre("WallClockTicks", "LocalTime 0"));
 }
 
 // ---- process exit ----
@@ -201,7 +139,10 @@ class ReportingSink : public Logger {
   const Reporting reporting{"the sink\n"};
 };
 
+// A log that TsLog() created would be older than the first static.
 void EndTheProcess() {
+  CallTsLog(LOG_LEVEL_ERROR);
+  CallTsLog(LOG_LEVEL_WARN);
   static const Reporting older("the older static\n");
   Log::GetInstance().SetLogger(std::make_unique<ReportingSink>());
   static const Reporting younger("the younger static\n");
@@ -209,26 +150,8 @@ void EndTheProcess() {
 }
 
 TEST_F(LogOs, StaticOrder) {
-  GTEST_FLAG_SET(death_test_style, "threadsafe");
   EXPECT_EXIT(EndTheProcess(), testing::ExitedWithCode(0),
               "the younger static.*\n.*the sink.*\n.*the older static");
-}
-
-void EndTheProcessAfterCallbacks() {
-  const auto error = [] { return LOG_LEVEL_ERROR; };
-  const auto ignore = [](const char*) {};
-  tarsio::TsLog(LOG_LEVEL_ERROR, ignore, error, "a.cpp", 1, "f", "passes");
-  tarsio::TsLog(LOG_LEVEL_WARN, ignore, error, "a.cpp", 1, "f", "filtered");
-  static const Reporting afterThem("the static after them\n");
-  Log::GetInstance().SetLogger(std::make_unique<ReportingSink>());
-  std::exit(0);
-}
-
-// A log built by TsLog() would be older than the static and destroyed after it.
-TEST_F(LogOs, CallbackForm) {
-  GTEST_FLAG_SET(death_test_style, "threadsafe");
-  EXPECT_EXIT(EndTheProcessAfterCallbacks(), testing::ExitedWithCode(0),
-              "the sink.*\n.*the static after them");
 }
 
 }  // namespace

@@ -1,18 +1,12 @@
-// The system calls of a resolver. The library's sources are compiled into this program with a fake
-// platform.
+// The system calls of a resolver.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <cstddef>
-#include <cstdint>
-#include <cstdlib>
-#include <map>
 #include <string>
-#include <vector>
 
 #include "common/path.h"
-#include "platform/platform.h"
+#include "support/fake_platform.h"
 
 namespace {
 
@@ -22,70 +16,23 @@ using tarsio::platform::FileType;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-struct Platform {
-  std::wstring currentDirectory;
-  std::map<std::wstring, FileType> objects;  // no other object exists
-  std::vector<std::wstring> asked;
-  int currentDirectoryAsked = 0;
-};
-
-Platform* current = nullptr;
-
-}  // namespace
-
-namespace tarsio {
-namespace platform {
-
-std::wstring CurrentDirectory(size_t /*capacity*/) {
-  ++current->currentDirectoryAsked;
-  return current->currentDirectory;
-}
-
-FileType TypeOf(const std::wstring& path) {
-  current->asked.push_back(path);
-  const auto found = current->objects.find(path);
-  return found != current->objects.end() ? found->second : FileType::kNone;
-}
-
-// ASCII is sufficient here.
-std::wstring Widen(const std::string& utf8) { return {utf8.begin(), utf8.end()}; }
-std::string Narrow(const std::wstring& utf16) {
-  std::string text;
-  for (const wchar_t unit : utf16) text += static_cast<char>(unit);
-  return text;
-}
-
-// Not used by a resolver.
-std::wstring FullPath(const std::wstring& /*path*/, size_t /*capacity*/) { std::abort(); }
-uint64_t SizeOf(const std::wstring& /*path*/) { std::abort(); }
-bool CreateOneDirectory(const std::wstring& /*path*/) { std::abort(); }
-bool CreateDirectories(const std::wstring& /*path*/) { std::abort(); }
-
-}  // namespace platform
-}  // namespace tarsio
-
-namespace {
-
 class ResolverOs : public testing::Test {
  protected:
-  ResolverOs() {
-    platform.currentDirectory = LR"(C:\home\u)";
-    current = &platform;
-  }
-  ~ResolverOs() override { current = nullptr; }
+  ResolverOs() { platform.currentDirectory = R"(C:\home\u)"; }
 
-  Platform platform;
+  tarsio_test::FakePlatform platform;
 };
 
 TEST_F(ResolverOs, OneGetcwd) {
   PathResolver resolver;
-  platform.currentDirectory = LR"(C:\elsewhere)";
+  platform.currentDirectory = R"(C:\elsewhere)";
   PathResolver copy(resolver);
   copy = resolver;
   copy.Append("a");
-  static_cast<void>(copy.Resolve("b"));
+  EXPECT_EQ(copy.Resolve("b").Str(), "b");
   EXPECT_EQ(copy[0].Str(), R"(C:\home\u)");
-  EXPECT_EQ(platform.currentDirectoryAsked, 1);
+  EXPECT_THAT(platform.Calls(),
+              ElementsAre("CurrentDirectory 32767", R"(TypeOf C:\home\u\b)", R"(TypeOf a\b)"));
 }
 
 TEST_F(ResolverOs, GetcwdFails) {
@@ -94,66 +41,60 @@ TEST_F(ResolverOs, GetcwdFails) {
   ASSERT_EQ(resolver.Size(), 1u);
   EXPECT_TRUE(resolver[0].Empty());
   EXPECT_FALSE(resolver[0].IsAbsolute());
+  platform.Calls();
   EXPECT_EQ(resolver.Resolve("a").Str(), "a");
   EXPECT_EQ(resolver.Resolve("C:/a").Str(), R"(C:\a)");
-  EXPECT_THAT(platform.asked, ElementsAre(L"a", L""));
+  EXPECT_THAT(platform.Calls(), ElementsAre("TypeOf a", "TypeOf "));
 }
 
-TEST_F(ResolverOs, StopsAtFirst) {
-  PathResolver resolver;
-  resolver.Append(R"(\\srv\share)");
-  resolver.Append("rel");
-  resolver.Append("rel");
-  resolver.Append("never");
-  platform.objects[LR"(rel\a\b)"] = FileType::kDirectory;
-  EXPECT_EQ(resolver.Resolve("a/b").Str(), R"(rel\a\b)");
-  EXPECT_THAT(platform.asked,
-              ElementsAre(LR"(C:\home\u\a\b)", LR"(\\srv\share\a\b)", LR"(rel\a\b)"));
-}
-
-TEST_F(ResolverOs, NotFound) {
+// The first entry with an object of that name, of any type.
+TEST_F(ResolverOs, Order) {
   PathResolver resolver;
   resolver.Prepend("x");
-  platform.objects[L"a"] = FileType::kOther;
-  EXPECT_EQ(resolver.Resolve("a").Str(), "a");
-  EXPECT_THAT(platform.asked, ElementsAre(LR"(x\a)", LR"(C:\home\u\a)"));
+  for (const char* directory : {R"(\\srv\share)", "rel", "rel", "never"}) {
+    resolver.Append(directory);
+  }
+  for (const FileType type : {FileType::kDirectory, FileType::kOther}) {
+    platform.objects[R"(rel\a\b)"] = type;
+    platform.Calls();
+    EXPECT_EQ(resolver.Resolve("a/b").Str(), R"(rel\a\b)");
+    EXPECT_THAT(platform.Calls(), ElementsAre(R"(TypeOf x\a\b)", R"(TypeOf C:\home\u\a\b)",
+                                              R"(TypeOf \\srv\share\a\b)", R"(TypeOf rel\a\b)"));
+  }
 }
 
-TEST_F(ResolverOs, AnyObject) {
-  for (const FileType type : {FileType::kDirectory, FileType::kOther}) {
-    platform.objects[LR"(C:\home\u\a)"] = type;
-    EXPECT_EQ(PathResolver().Resolve("a").Str(), R"(C:\home\u\a)");
-  }
+// The value itself is not looked up.
+TEST_F(ResolverOs, NotFound) {
+  PathResolver resolver;
+  platform.Calls();
+  platform.objects["a"] = FileType::kOther;
+  EXPECT_EQ(resolver.Resolve("a").Str(), "a");
+  EXPECT_THAT(platform.Calls(), ElementsAre(R"(TypeOf C:\home\u\a)"));
+  resolver.Erase(resolver.begin());
+  EXPECT_EQ(resolver.Resolve("a").Str(), "a");
+  EXPECT_THAT(platform.Calls(), IsEmpty());
 }
 
 // Joining such a value returns the directory unchanged (by design).
 TEST_F(ResolverOs, Absolute) {
   Path posix;
   posix.Set("a", Path::POSIX_PATH);
+  PathResolver resolver;
+  resolver.Append("dir");
+  resolver.Append("never");
   for (const Path& value : {Path(R"(C:\a)"), Path(R"(\\srv\share\a)"), posix}) {
     SCOPED_TRACE(value.Str());
-    platform.asked.clear();
-    platform.objects = {{value.Wstr(), FileType::kOther}, {L"dir", FileType::kDirectory}};
-    PathResolver resolver;
-    resolver.Append("dir");
-    resolver.Append("never");
+    platform.objects = {{value.Str(), FileType::kOther}, {"dir", FileType::kDirectory}};
+    platform.Calls();
     EXPECT_EQ(resolver.Resolve(value).Str(), "dir");
-    EXPECT_THAT(platform.asked, ElementsAre(LR"(C:\home\u)", L"dir"));
+    EXPECT_THAT(platform.Calls(), ElementsAre(R"(TypeOf C:\home\u)", "TypeOf dir"));
   }
 }
 
 TEST_F(ResolverOs, LongPrefix) {
   const std::string name(300, 'x');
-  const std::wstring full = LR"(\\?\C:\home\u\)" + std::wstring(300, L'x');
-  platform.objects[full] = FileType::kOther;
-  EXPECT_EQ(PathResolver().Resolve(name).Wstr(), full);
-}
-
-TEST_F(ResolverOs, NoEntries) {
-  PathResolver resolver;
-  resolver.Erase(resolver.begin());
-  EXPECT_EQ(resolver.Resolve("a").Str(), "a");
-  EXPECT_THAT(platform.asked, IsEmpty());
+  platform.objects[R"(\\?\C:\home\u\)" + name] = FileType::kOther;
+  EXPECT_EQ(PathResolver().Resolve(name).Str(), R"(\\?\C:\home\u\)" + name);
 }
 
 }  // namespace
