@@ -124,28 +124,23 @@ TEST_F(LogOs, OneClockRead) {
 
 // ---- process exit ----
 
-// Prints a message when it is destroyed.
-struct Reporting {
-  explicit Reporting(const char* lastWords) : text(lastWords) {}
-  Reporting(const Reporting&) = delete;
-  Reporting& operator=(const Reporting&) = delete;
-  ~Reporting() { std::fputs(text, stderr); }
+// Returns an object that prints `text` when its last copy is destroyed.
+std::shared_ptr<void> PrintAtEnd(const char* text) {
+  return {nullptr, [text](void*) { std::fputs(text, stderr); }};
+}
 
-  const char* const text;
-};
-
-class ReportingSink : public Logger {
+class PrintingSink : public Logger {
  private:
-  const Reporting reporting{"the sink\n"};
+  const std::shared_ptr<void> print = PrintAtEnd("the sink\n");
 };
 
 // A log that TsLog() created would be older than the first static.
 void EndTheProcess() {
   CallTsLog(LOG_LEVEL_ERROR);
   CallTsLog(LOG_LEVEL_WARN);
-  static const Reporting older("the older static\n");
-  Log::GetInstance().SetLogger(std::make_unique<ReportingSink>());
-  static const Reporting younger("the younger static\n");
+  static const auto older = PrintAtEnd("the older static\n");
+  Log::GetInstance().SetLogger(std::make_unique<PrintingSink>());
+  static const auto younger = PrintAtEnd("the younger static\n");
   std::exit(0);
 }
 
