@@ -148,7 +148,7 @@ TEST(FileUtilsOs, MakeDir) {
   EXPECT_TRUE(FileUtils::MakeDir("a/file/c"));
   EXPECT_THAT(system.Calls(), ElementsAre("TypeOf a", R"(TypeOf a\file)"));
 
-  system.creates = false;
+  system.changes = false;
   EXPECT_FALSE(FileUtils::MakeDir("a/b/c/d/"));
   EXPECT_THAT(system.Calls(),
               ElementsAre("TypeOf a", R"(TypeOf a\b)", "CreateDirectoryNarrow a/b/"));
@@ -200,10 +200,13 @@ TEST(FileUtilsOs, NarrowNames) {
   FakePlatform system;
   for (const std::string& text : {PathOfLength(3900, "C:"), PathOfLength(300, R"(\\?\C:)"),
                                   std::string("C:/a//b \xFF.bin"), std::string()}) {
-    EXPECT_TRUE(FileUtils::RemoveDir(text));
-    EXPECT_TRUE(FileUtils::RemoveFile(text));
-    EXPECT_THAT(system.Calls(),
-                ElementsAre("RemoveDirectoryNarrow " + text, "RemoveFileNarrow " + text));
+    for (const bool removes : {true, false}) {
+      system.changes = removes;
+      EXPECT_EQ(FileUtils::RemoveDir(text), removes);
+      EXPECT_EQ(FileUtils::RemoveFile(text), removes);
+      EXPECT_THAT(system.Calls(),
+                  ElementsAre("RemoveDirectoryNarrow " + text, "RemoveFileNarrow " + text));
+    }
   }
 }
 

@@ -151,7 +151,7 @@ TEST_F(PathOs, MakeDir) {
   for (const auto& row : rows) {
     for (const bool creates : {true, false}) {
       platform.fullPath = row.full;
-      platform.creates = creates;
+      platform.changes = creates;
       EXPECT_EQ(MakeDir("a/b"), creates);
       EXPECT_EQ(MakeDirs("a/b"), creates);
       EXPECT_THAT(platform.Calls(),

@@ -39,9 +39,9 @@ FileType Find(const std::string& path) {
   return found != Fake().objects.end() ? found->second : Fake().otherObjects;
 }
 
-bool Create(const std::string& call, const std::string& path) {
+bool Change(const std::string& call, const std::string& path) {
   Fake().Record(call + ' ' + path);
-  return Fake().creates;
+  return Fake().changes;
 }
 
 // Returns the descriptor, -1 on failure.
@@ -96,22 +96,18 @@ FileStatus Status(const std::wstring& path) {
 }
 
 bool CreateOneDirectory(const std::wstring& path) {
-  return Create("CreateOneDirectory", Ascii(path));
+  return Change("CreateOneDirectory", Ascii(path));
 }
 bool CreateDirectories(const std::wstring& path) {
-  return Create("CreateDirectories", Ascii(path));
+  return Change("CreateDirectories", Ascii(path));
 }
 bool CreateDirectoryNarrow(const std::string& path) {
-  return Create("CreateDirectoryNarrow", path);
+  return Change("CreateDirectoryNarrow", path);
 }
 bool RemoveDirectoryNarrow(const std::string& path) {
-  Fake().Record("RemoveDirectoryNarrow " + path);
-  return true;
+  return Change("RemoveDirectoryNarrow", path);
 }
-bool RemoveFileNarrow(const std::string& path) {
-  Fake().Record("RemoveFileNarrow " + path);
-  return true;
-}
+bool RemoveFileNarrow(const std::string& path) { return Change("RemoveFileNarrow", path); }
 
 File File::OpenForReading(const std::wstring& path) { return File(Open("OpenForReading", path)); }
 File File::OpenForWriting(const std::wstring& path, const WriteMode& mode) {

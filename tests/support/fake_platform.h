@@ -38,7 +38,7 @@ class FakePlatform {
   std::string currentDirectory;
   std::map<std::string, tarsio::platform::FileType> objects;
   tarsio::platform::FileType otherObjects = tarsio::platform::FileType::kNone;
-  bool creates = true;             // CreateOneDirectory() and the others succeed
+  bool changes = true;             // whether directories and files are created and removed
   std::optional<uint64_t> sizeOf;  // instead of the size of `content`
 
   // ---- the content of all files ----
