@@ -24,7 +24,6 @@
 #include "common/thread_pool.h"
 #include "common/timer.h"
 #include "support/events.h"
-#include "support/gate.h"
 #include "support/schedule_stress.h"
 
 namespace {
@@ -38,7 +37,6 @@ using tarsio::CountDownLatch;
 using tarsio::CountOutWake;
 using tarsio::ThreadPool;
 using tarsio_test::Events;
-using tarsio_test::kTestTimeout;
 
 constexpr int kRounds = 1000;
 constexpr auto kMethodWithoutName = static_cast<ThreadPool::SHUTDOWN_METHOD>(7);
@@ -100,15 +98,6 @@ class Races : public testing::Test {
 
 // ---- queue ----
 
-struct Element {
-  size_t producer;
-  int number;
-};
-
-bool operator<(const Element& a, const Element& b) {
-  return std::make_pair(a.producer, a.number) < std::make_pair(b.producer, b.number);
-}
-
 // Timeouts of every kind; calls that time out are repeated.
 int AnyTimeout(std::mt19937& random) {
   constexpr int kTimeouts[] = {0, -1, 1, 1000};
@@ -118,8 +107,8 @@ int AnyTimeout(std::mt19937& random) {
 TEST_F(Races, QueueOrder) {
   constexpr size_t kProducers = 3;
   constexpr size_t kConsumers = 3;
-  constexpr int kPerProducer = 12;
-  constexpr size_t kElements = kProducers * kPerProducer;
+  constexpr size_t kPerProducer = 12;
+  using Element = std::pair<size_t, size_t>;  // the producer, and a number
   Crew crew(kProducers + kConsumers);
   for (int round = 0; round < kRounds; ++round) {
     BlockingQueue<Element> queue(1 + static_cast<uint64_t>(round) % 4);
@@ -128,12 +117,12 @@ TEST_F(Races, QueueOrder) {
     crew.Run([&](size_t index) {
       std::mt19937 random(static_cast<unsigned>(round * 8) + static_cast<unsigned>(index));
       if (index < kProducers) {
-        for (int i = 0; i < kPerProducer; ++i) {
+        for (size_t i = 1; i <= kPerProducer; ++i) {
           while (!queue.Push({index, i}, AnyTimeout(random))) std::this_thread::yield();
         }
         return;
       }
-      while (claimed++ < kElements) {  // one Pop() per element, so that none waits forever
+      while (claimed++ < kProducers * kPerProducer) {  // one Pop() each, so that none waits forever
         Element element{};
         while (!queue.Pop(element, AnyTimeout(random))) std::this_thread::yield();
         taken[index - kProducers].push_back(element);
@@ -141,18 +130,17 @@ TEST_F(Races, QueueOrder) {
     });
     std::vector<Element> all;
     for (const auto& list : taken) {
-      std::array<int, kProducers> last = {-1, -1, -1};
-      for (const Element& element : list) {
-        ASSERT_GT(element.number, last[element.producer]) << "out of order, round " << round;
-        last[element.producer] = element.number;
+      std::array<size_t, kProducers> last{};
+      for (const auto& [producer, number] : list) {
+        ASSERT_GT(number, last[producer]) << "out of order, round " << round;
+        last[producer] = number;
+        all.emplace_back(producer, number);
       }
-      all.insert(all.end(), list.begin(), list.end());
     }
     std::sort(all.begin(), all.end());
-    ASSERT_EQ(all.size(), kElements);
-    for (size_t i = 0; i < kElements; ++i) {
-      ASSERT_EQ(all[i].producer, i / kPerProducer);
-      ASSERT_EQ(all[i].number, static_cast<int>(i % kPerProducer));
+    ASSERT_EQ(all.size(), kProducers * kPerProducer);
+    for (size_t i = 0; i < all.size(); ++i) {
+      ASSERT_EQ(all[i], Element(i / kPerProducer, 1 + i % kPerProducer));
     }
     ASSERT_EQ(queue.Size(), 0U);
   }
@@ -340,27 +328,27 @@ TEST_F(Races, CountOutWake) {
 // ---- timers ----
 
 struct CountedTimer {
-  explicit CountedTimer(unsigned long long timeoutMs, bool repeating)
+  CountedTimer(unsigned long long timeoutMs, bool repeating)
       : timer(std::make_shared<TsTimer>(timeoutMs, repeating)) {
-    timer->Init([counter = fired] { ++*counter; });
+    timer->Init([fired = fired] { fired->Add(); });
   }
 
-  std::shared_ptr<std::atomic<int>> fired = std::make_shared<std::atomic<int>>(0);
+  std::shared_ptr<Events> fired = std::make_shared<Events>();
   std::shared_ptr<TsTimer> timer;
-  int finalCount = -1;
+  int finalCount = -1;  // of a timer that was stopped
 };
 
 void WaitForThePassInProgress() { TimerManager::GetInstance()->RemoveTimer(nullptr); }
 
 TEST_F(Races, OneShotTimers) {
   constexpr size_t kThreads = 4;
-  constexpr int kTimers = 6;
-  std::vector<std::vector<CountedTimer>> timers(kThreads);
+  constexpr size_t kTimers = 6;
+  std::array<std::vector<CountedTimer>, kThreads> timers;
   Crew crew(kThreads);
   crew.Run([&](size_t index) {
     std::mt19937 random(static_cast<unsigned>(index));
     for (int round = 0; round < kRounds / static_cast<int>(kThreads); ++round) {
-      for (int i = 0; i < kTimers; ++i) {
+      for (size_t i = 0; i < kTimers; ++i) {
         timers[index].emplace_back(1 + random() % 3, false);
         timers[index].back().timer->Start();
       }
@@ -369,24 +357,24 @@ TEST_F(Races, OneShotTimers) {
       for (size_t i = timers[index].size() - kTimers; i < timers[index].size(); i += 2) {
         timers[index][i].timer->Stop();
         WaitForThePassInProgress();
-        timers[index][i].finalCount = *timers[index][i].fired;
+        timers[index][i].finalCount = timers[index][i].fired->Count();
       }
     }
   });
-  const auto giveUp = steady_clock::now() + kTestTimeout;
   int stopped = 0;
-  int total = 0;
-  for (auto& list : timers) {
-    for (CountedTimer& counted : list) {
+  size_t total = 0;
+  for (const auto& list : timers) {
+    total += list.size();
+    for (const CountedTimer& counted : list) {
       const bool wasStopped = counted.finalCount >= 0;
-      while (!wasStopped && *counted.fired == 0 && steady_clock::now() < giveUp) {
-        std::this_thread::sleep_for(milliseconds(1));
+      if (!wasStopped) {
+        ASSERT_TRUE(counted.fired->Await());
       }
       WaitForThePassInProgress();
-      ASSERT_LE(*counted.fired, 1);
-      ASSERT_EQ(*counted.fired, wasStopped ? counted.finalCount : 1);
-      stopped += *counted.fired == 0 ? 1 : 0;
-      ++total;
+      ASSERT_LE(counted.fired->Count(), 1);
+      if (!wasStopped) continue;
+      ASSERT_EQ(counted.fired->Count(), counted.finalCount);
+      stopped += 1 - counted.finalCount;
     }
   }
   EXPECT_EQ(total, kRounds * kTimers);
@@ -395,7 +383,7 @@ TEST_F(Races, OneShotTimers) {
 
 TEST_F(Races, RepeatingTimers) {
   constexpr size_t kThreads = 4;
-  std::vector<std::vector<CountedTimer>> timers(kThreads);
+  std::array<std::vector<CountedTimer>, kThreads> timers;
   std::atomic<int> firings{0};
   Crew crew(kThreads);
   crew.Run([&](size_t index) {
@@ -404,10 +392,10 @@ TEST_F(Races, RepeatingTimers) {
       CountedTimer& counted = timers[index].back();
       counted.timer->Start();
       if (round % 4 == 0) {
-        while (*counted.fired == 0) std::this_thread::sleep_for(milliseconds(1));
+        ASSERT_TRUE(counted.fired->Await());
       }
       counted.timer->Stop();
-      counted.finalCount = *counted.fired;
+      counted.finalCount = counted.fired->Count();
       firings += counted.finalCount;
     }
   });
@@ -415,7 +403,7 @@ TEST_F(Races, RepeatingTimers) {
   WaitForThePassInProgress();
   for (const auto& list : timers) {
     for (const CountedTimer& counted : list) {
-      ASSERT_EQ(*counted.fired, counted.finalCount);
+      ASSERT_EQ(counted.fired->Count(), counted.finalCount);
       ASSERT_EQ(counted.timer.use_count(), 1) << "still queued";
     }
   }
@@ -425,31 +413,24 @@ TEST_F(Races, RepeatingTimers) {
 // A start that races with a stop may leave the timer queued, but each start fires at most once.
 TEST_F(Races, SharedTimer) {
   constexpr size_t kThreads = 4;
-  CountedTimer counted(1, false);
+  const CountedTimer counted(1, false);
   std::atomic<int> starts{0};
   Crew crew(kThreads);
   for (int round = 0; round < kRounds; ++round) {
     crew.Run([&](size_t index) {
-      if (index % 2 == 0) {
-        ++starts;
-        counted.timer->Start();
-      } else {
-        counted.timer->Stop();
-      }
+      starts += index % 2 == 0 ? 1 : 0;
+      index % 2 == 0 ? counted.timer->Start() : counted.timer->Stop();
     });
   }
   std::this_thread::sleep_for(milliseconds(50));
   counted.timer->Stop();
   WaitForThePassInProgress();
-  EXPECT_LE(*counted.fired, starts);
-  *counted.fired = 0;
+  const int before = counted.fired->Count();
+  EXPECT_LE(before, starts);
   counted.timer->Start();
-  for (const auto giveUp = steady_clock::now() + kTestTimeout;
-       *counted.fired == 0 && steady_clock::now() < giveUp;) {
-    std::this_thread::sleep_for(milliseconds(1));
-  }
+  EXPECT_TRUE(counted.fired->Await(before + 1));
   std::this_thread::sleep_for(milliseconds(20));
-  EXPECT_EQ(*counted.fired, 1);
+  EXPECT_EQ(counted.fired->Count(), before + 1);
 }
 
 }  // namespace
