@@ -307,35 +307,36 @@ TEST(Timer, ExpiryThreads) {
 // Many threads and the timers' own actions use the same timers. How many entries remain is
 // unspecified, but all of them can be removed.
 TEST(Timer, SharedByThreads) {
-  std::atomic<int> fired{0};
-  std::atomic<bool> quiet{false};
+  Events fired;
+  std::atomic<bool> end{false};
   std::vector<std::unique_ptr<TestTimer>> timers;
+  const auto use = [&](size_t index, bool start) {
+    TestTimer& timer = *timers[index % timers.size()];
+    start ? timer->Start() : timer->Stop();
+  };
   for (size_t i = 0; i < 4; ++i) {
     timers.push_back(std::make_unique<TestTimer>(1 + i, i % 2 == 0 ? kOnce : kRepeating, [&, i] {
-      ++fired;
-      if (quiet) return;
-      TestTimer& next = *timers[(i + 1) % 4];
-      fired % 2 == 0 ? next->Start() : next->Stop();
+      fired.Add();
+      if (!end) use(i + 1, fired.Count() % 2 == 0);
     }));
   }
   std::vector<std::thread> threads;
   for (unsigned seed = 0; seed < 4; ++seed) {
-    threads.emplace_back([&timers, seed] {
+    threads.emplace_back([&use, &end, seed] {
       std::mt19937 random(seed);
-      for (int i = 0; i < 400; ++i) {
-        TestTimer& timer = *timers[random() % timers.size()];
-        random() % 2 == 0 ? timer->Start() : timer->Stop();
+      for (int i = 0; !end; ++i) {
+        use(random(), random() % 2 == 0);
         if (i % 20 == 0) std::this_thread::sleep_for(std::chrono::milliseconds(2));
       }
     });
   }
+  EXPECT_TRUE(fired.Await(100));
+  end = true;
   for (std::thread& thread : threads) thread.join();
-  quiet = true;
   for (const auto& timer : timers) EXPECT_TRUE(timer->StopForSure());
-  const int count = fired;
-  EXPECT_GT(count, 0);
+  const int count = fired.Count();
   std::this_thread::sleep_for(std::chrono::milliseconds(50));
-  EXPECT_EQ(fired, count);
+  EXPECT_EQ(fired.Count(), count);
 }
 
 // The timer thread gets the lock even if other threads hold it almost all the time.
