@@ -257,11 +257,16 @@ class ManagerTest : public testing::Test {
   std::vector<std::string> notes;
 };
 
+void Print(const char* text) {
+  std::fprintf(stderr, "%s\n", text);
+  std::fflush(stderr);
+}
+
 // Ends a child process that hangs.
 void StartWatchdog() {
   std::thread([] {
     std::this_thread::sleep_for(kTestTimeout);
-    std::fputs("the process hangs\n", stderr);
+    Print("the process hangs");
     std::_Exit(3);
   }).detach();
 }
@@ -270,13 +275,16 @@ void StartWatchdog() {
 // process must exit with status 0 and print what `output` matches.
 void InNewProcess(const std::function<void()>& body,
                   const testing::Matcher<const std::string&>& output = testing::_) {
-  EXPECT_EXIT(
-      {
-        StartWatchdog();
-        body();
-        std::exit(testing::Test::HasFailure() ? 1 : 0);
-      },
-      testing::ExitedWithCode(0), output);
+  const auto run = [&body] {
+    StartWatchdog();
+    body();
+    const auto& checks = *testing::UnitTest::GetInstance()->current_test_info()->result();
+    for (int i = 0; i < checks.total_part_count(); ++i) {
+      Print(checks.GetTestPartResult(i).message());
+    }
+    std::exit(checks.Failed() ? 1 : 0);
+  };
+  EXPECT_EXIT(run(), testing::ExitedWithCode(0), output);
 }
 
 // ---- the clock ----
@@ -797,11 +805,6 @@ TEST_F(ManagerTest, ResetTimer) {
 }
 
 // ---- process exit ----
-
-void Print(const char* text) {
-  std::fprintf(stderr, "%s\n", text);
-  std::fflush(stderr);
-}
 
 // Returns an object that calls `action` when its last copy is destroyed.
 std::shared_ptr<void> AtEnd(std::function<void()> action) {
