@@ -86,11 +86,11 @@ TEST(Timer, Arguments) {
     for (const bool loop : {kOnce, kRepeating}) {
       SCOPED_TRACE(std::to_string(timeout) + (loop ? " repeating" : " once"));
       const TestTimer timer(timeout, loop);
-      timer->Start();
       for (const Milliseconds expire : {0ULL, 1ULL, 1ULL << 63, kNever}) {
         timer->SetExpire(expire);
         EXPECT_EQ(timer->GetExpire(), expire);
       }
+      timer->Start();
       timer->Stop();
       EXPECT_EQ(timer->GetTimeout(), timeout);
       EXPECT_EQ(timer->GetLoop(), loop);

@@ -57,7 +57,7 @@ class FakePlatform {
   int64_t ticks = 0;
   std::optional<std::tm> localTime;  // the conversion fails if it is not set
 
-  // Runs before call number `eventAt`, counted from 0 since the test's begin.
+  // Runs before call number `eventAt`, counted from 0.
   std::function<void()> event;
   size_t eventAt = SIZE_MAX;
 
