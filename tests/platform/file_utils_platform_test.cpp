@@ -109,7 +109,7 @@ TEST(FileUtilsOs, NoPermission) {
 // Write errors are not reported; the call returns however little the disk accepts.
 TEST(FileUtilsOs, FullDisk) {
   FileSystem system;
-  for (const size_t room : {0, 1, 7, 10, 100}) {
+  for (const size_t room : {0U, 1U, 7U, 10U, 100U}) {
     SCOPED_TRACE(room);
     system.room = room;
     EXPECT_EQ(FileUtils::WriteFile(kStored, kFile, 0), FILE_OPT_SUCCESS);
@@ -176,7 +176,7 @@ std::string Printed(const std::string& text) {
 // Some systems ignore a missing prefix, so it has to be checked here.
 TEST(FileUtilsOs, LongPrefix) {
   for (const char* root : {"C:", R"(\\server\share)"}) {
-    for (const size_t length : {100, 259, 260, 261, 268, 269, 1000, 3900, 32000}) {
+    for (const size_t length : {100U, 259U, 260U, 261U, 268U, 269U, 1000U, 3900U, 32000U}) {
       SCOPED_TRACE(root + (' ' + std::to_string(length)));
       const std::string text = PathOfLength(length, root);
       ASSERT_EQ(text.size(), length);
