@@ -26,6 +26,7 @@
 #include <vector>
 
 #include "common/log.h"
+#include "reference/utf.h"
 #include "support/all_texts.h"
 #include "support/environment.h"
 #include "support/memory.h"
@@ -46,36 +47,16 @@ using WideFacet = std::codecvt<wchar_t, char, std::mbstate_t>;
 
 // ---- reference implementations ----
 
-// A byte-wise state machine: the number of continuation bytes left, and whether the previous byte
-// was ED.
-bool IsU8ByTheRule(const std::string& text) {
-  int due = 0;
-  bool behindEd = false;
-  for (const char c : text) {
-    const auto byte = static_cast<unsigned char>(c);
-    if (due > 0) {
-      if (byte < 0x80 || byte > (behindEd ? 0x9F : 0xBF)) return false;
-      behindEd = false;
-      --due;
-    } else if (byte >= 0x80) {
-      if (byte < 0xC0 || byte > 0xF7) return false;
-      due = byte < 0xE0 ? 1 : byte < 0xF0 ? 2 : 3;
-      behindEd = byte == 0xED;
-    }
-  }
-  return due == 0 && !text.empty();
-}
-
 bool IsAsciiByTheRule(const std::string& text) {
   return std::all_of(text.begin(), text.end(), [](char c) { return (c & 0x80) == 0; });
 }
 
 bool StartsWithBomByTheRule(const std::string& text) {
-  return text.rfind("\xEF\xBB\xBF", 0) == 0 && IsU8ByTheRule(text);
+  return text.rfind("\xEF\xBB\xBF", 0) == 0 && reference::IsU8(text);
 }
 
 void ExpectRules(const std::string& text) {
-  if (CharsetCvt::IsU8(text) == IsU8ByTheRule(text) &&
+  if (CharsetCvt::IsU8(text) == reference::IsU8(text) &&
       CharsetCvt::IsASCII(text) == IsAsciiByTheRule(text) &&
       CharsetCvt::StartsWithBom(text) == StartsWithBomByTheRule(text)) {
     return;
@@ -205,7 +186,7 @@ TEST(CharsetCvt, LongInput) {
     }
     if (below(4) == 0 && !text.empty()) text[below(text.size())] = static_cast<char>(random());
     ExpectRules(text);
-    if (IsU8ByTheRule(text)) ++validTexts;
+    if (reference::IsU8(text)) ++validTexts;
   }
   EXPECT_GT(validTexts, 500);
   EXPECT_LT(validTexts, 3500);

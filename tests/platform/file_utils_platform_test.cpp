@@ -186,11 +186,10 @@ TEST(FileUtilsOs, LongPrefix) {
       EXPECT_EQ(FileUtils::WriteFile("x", text, 0), FILE_OPT_SUCCESS);
       EXPECT_EQ(ReadFile(text), Content("x"));
       EXPECT_TRUE(FileUtils::CheckDirOrFileExists(text));
-      EXPECT_THAT(
-          system.Calls(),
-          ElementsAre("TypeOf " + path, "TypeOf " + Printed(text.substr(0, text.rfind('\\'))),
-                      "OpenForWriting " + path, "TypeOf " + path, "SizeOf " + path,
-                      "OpenForReading " + path, "Read", "Read", "TypeOf " + path));
+      EXPECT_THAT(system.Calls(),
+                  ElementsAre("TypeOf " + Printed(text.substr(0, text.rfind('\\'))),
+                              "OpenForWriting " + path, "TypeOf " + path, "SizeOf " + path,
+                              "OpenForReading " + path, "Read", "Read", "TypeOf " + path));
     }
   }
 }
