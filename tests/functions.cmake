@@ -11,7 +11,7 @@ set(test_support "${PROJECT_SOURCE_DIR}/tests/support")
 # The library is optimised; the tests are not, so they compile four times as fast. The exceptions compute
 # a lot, count allocations that the compiler may omit, or race.
 set(optimised_tests charset_cvt_test utf8_check_test string_utils_test allocation_counts_test
-  races_test)
+  races_test explorer)
 
 # tarsio_test_program(name sources...): each case runs in a separate process, since the log and the timers
 # live as long as the process.

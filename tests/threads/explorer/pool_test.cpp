@@ -1,0 +1,335 @@
+#include <array>
+#include <functional>
+#include <memory>
+#include <new>
+#include <stdexcept>
+#include <string>
+#include <system_error>
+#include <thread>
+#include <utility>
+
+#include "common/log.h"
+#include "common/thread_pool.h"
+#include "support/private_member.h"
+#include "threads/explorer/explorer.h"
+#include "worker.h"
+
+namespace tarsio_test {
+
+EXPOSE_PRIVATE(WorkersOfPool, &tarsio::ThreadPool::workers);
+
+}  // namespace tarsio_test
+
+namespace {
+
+using tarsio::Log;
+using tarsio::ThreadPool;
+using tarsio_test::Check;
+using tarsio_test::Choose;
+using tarsio_test::Exploration;
+using tarsio_test::Faults;
+using tarsio_test::Point;
+using tarsio_test::Require;
+using tarsio_test::Scenario;
+using tarsio_test::SleepMs;
+
+constexpr int kTasks = 3;
+constexpr int64_t kIdleMs = 1000;
+
+// What happened in one schedule.
+struct History {
+  std::array<int, kTasks> accepted{};
+  std::array<int, kTasks> runs{};
+  uint64_t limit = 1;
+  uint64_t active = 0;  // tasks that run now
+  bool closed = false;
+  bool inWait = false;
+  int logged = 0;
+
+  bool AllRan() const { return runs == accepted; }
+};
+
+History history;
+
+class CountingLogger : public tarsio::Logger {
+ public:
+  void DoOutput(const char* /*line*/) override { ++history.logged; }
+};
+
+class PoolSchedules : public testing::Test {
+ protected:
+  // Allocates what the log keeps.
+  static void SetUpTestSuite() {
+    Log::GetInstance().SetLogger(std::make_unique<CountingLogger>());
+    Log::GetInstance().DoLog(tarsio::LOG_LEVEL_FATAL, "", 0, "", "first");
+  }
+
+  static Exploration CheckPool(Scenario scenario, std::function<void()> body, uint64_t atLeast) {
+    scenario.body = [body = std::move(body)] {
+      history = {};
+      body();
+    };
+    if (!scenario.after) scenario.after = [] { return history.AllRan(); };
+    return Check(scenario, atLeast);
+  }
+};
+
+std::shared_ptr<ThreadPool> MakePool(uint64_t limit, uint64_t capacity = kTasks) {
+  history.limit = limit;
+  return std::make_shared<ThreadPool>("pool", limit, 0U, capacity);
+}
+
+void RunTask(int number, ThreadPool* pool) {
+  Require(!history.closed, "a task runs after the end of SHUTDOWN_NOW");
+  Require(++history.active <= history.limit, "too many tasks at a time");
+  Require(++history.runs[static_cast<size_t>(number)] == 1, "a task runs twice");
+  if (pool != nullptr) {
+    const uint64_t workers = pool->GetRunningThreadNumber();
+    Require(workers > 0 && workers <= history.limit, "a wrong number of workers");
+  }
+  Point();
+  --history.active;
+}
+
+void Submit(ThreadPool& pool, int number) {
+  // Counted first: the task may run before the call returns.
+  history.accepted[static_cast<size_t>(number)] = 1;
+  pool.SubmitTask([number, &pool] { RunTask(number, &pool); });
+}
+
+// The pool is at rest: nothing waits, and no worker is left.
+void Drain(ThreadPool& pool, ThreadPool::SHUTDOWN_METHOD method = ThreadPool::SHUTDOWN_DRAIN) {
+  pool.Shutdown(method);
+  Require(pool.GetRunningThreadNumber() == 0, "a worker is left");
+  Require(pool.GetPendingTaskNumber() == 0, "a task is left");
+  Require(history.active == 0, "a task still runs");
+}
+
+// A task is submitted exactly when the worker retires.
+TEST_F(PoolSchedules, Retirement) {
+  const auto body = [] {
+    const auto pool = MakePool(1);
+    for (int i = 0; i < kTasks; ++i) {
+      if (i > 0) SleepMs(kIdleMs);
+      Submit(*pool, i);
+    }
+    Drain(*pool);
+    Require(history.AllRan(), "a task has not run");
+  };
+  CheckPool({}, body, 1);
+}
+
+TEST_F(PoolSchedules, TwoWorkersRetire) {
+  const auto body = [] {
+    const auto pool = MakePool(2);
+    Submit(*pool, 0);
+    Submit(*pool, 1);
+    SleepMs(kIdleMs);
+    Submit(*pool, 2);
+    Drain(*pool);
+    Require(history.AllRan(), "a task has not run");
+  };
+  CheckPool({}, body, 1);
+}
+
+// Two threads submit to a pool whose queue is too short.
+void TwoHosts(uint64_t limit) {
+  const auto pool = MakePool(limit, 1);
+  std::thread host([&pool] { Submit(*pool, 0); });
+  Submit(*pool, 1);
+  SleepMs(kIdleMs);
+  Submit(*pool, 2);
+  host.join();
+  Drain(*pool);
+  Require(history.AllRan(), "a task has not run");
+}
+
+TEST_F(PoolSchedules, TwoHostsOneWorker) {
+  CheckPool(
+      {}, [] { TwoHosts(1); }, 1);
+}
+TEST_F(PoolSchedules, TwoHostsTwoWorkers) {
+  CheckPool(
+      {}, [] { TwoHosts(2); }, 1);
+}
+
+// At any moment of two tasks, and twice at the same time.
+TEST_F(PoolSchedules, ShutdownNow) {
+  Scenario scenario;
+  scenario.after = [] { return history.closed; };  // tasks may have been discarded
+  const auto body = [] {
+    const auto pool = MakePool(1);
+    Submit(*pool, 0);
+    Submit(*pool, 1);
+    std::thread other([&pool] { pool->Shutdown(ThreadPool::SHUTDOWN_NOW); });
+    Drain(*pool, ThreadPool::SHUTDOWN_NOW);
+    history.closed = true;
+    other.join();
+  };
+  CheckPool(scenario, body, 1);
+}
+
+void ShutdownWhile(ThreadPool::SHUTDOWN_METHOD method) {
+  const auto pool = MakePool(1);
+  Submit(*pool, 0);
+  Submit(*pool, 1);
+  history.inWait = true;
+  if (method == ThreadPool::SHUTDOWN_WAIT) pool->Wait();
+  history.inWait = false;
+  Drain(*pool, method);
+  Require(history.AllRan(), "a task has not run");
+}
+
+TEST_F(PoolSchedules, ShutdownDrain) {
+  CheckPool(
+      {}, [] { ShutdownWhile(ThreadPool::SHUTDOWN_DRAIN); }, 1);
+}
+
+TEST_F(PoolSchedules, ShutdownUnnamed) {
+  CheckPool(
+      {}, [] { ShutdownWhile(static_cast<ThreadPool::SHUTDOWN_METHOD>(7)); }, 1);
+}
+
+// Wait() may miss that the last task is dequeued. No schedule blocks for another reason.
+TEST_F(PoolSchedules, ShutdownWait) {
+  Scenario scenario;
+  scenario.mayBlock = [] { return history.inWait && history.AllRan(); };
+  const auto result = CheckPool(
+      scenario, [] { ShutdownWhile(ThreadPool::SHUTDOWN_WAIT); }, 1);
+  EXPECT_GT(result.blocked, 0U) << "the documented miss is not found";
+}
+
+// The hosts drop the pool at any moment; the last owner may be a worker.
+void DropWith(uint64_t limit) {
+  auto pool = MakePool(limit);
+  std::thread other([copy = pool]() mutable {
+    Submit(*copy, 0);
+    copy.reset();
+  });
+  Submit(*pool, 1);
+  SleepMs(kIdleMs);
+  Submit(*pool, 2);
+  pool.reset();
+  other.join();
+}
+
+TEST_F(PoolSchedules, DropOneWorker) {
+  Scenario scenario;
+  scenario.unlockPoints = true;
+  CheckPool(
+      scenario, [] { DropWith(1); }, 1);
+}
+
+TEST_F(PoolSchedules, DropTwoWorkers) {
+  Scenario scenario;
+  scenario.bound = 1;
+  scenario.unlockPoints = true;
+  CheckPool(
+      scenario, [] { DropWith(2); }, 1);
+}
+
+// A host drops the pool while the workers leave after a shutdown.
+TEST_F(PoolSchedules, DropAfterShutdown) {
+  Scenario scenario;
+  scenario.unlockPoints = true;
+  const auto body = [] {
+    auto pool = MakePool(2);
+    Submit(*pool, 0);
+    Submit(*pool, 1);
+    Drain(*pool);
+    pool.reset();
+  };
+  CheckPool(scenario, body, 1);
+}
+
+// The host may rename the pool as soon as it has submitted a task, whatever the workers do.
+TEST_F(PoolSchedules, SetName) {
+  static const std::string oldName(40, 'a');
+  static const std::string newName(80, 'b');
+  Scenario scenario;
+  scenario.allocationPoints = true;
+  const auto body = [] {
+    const auto pool = std::make_shared<ThreadPool>(oldName, 1U, 0U, 2U);
+    const auto submit = [&pool](int number) {
+      history.accepted[static_cast<size_t>(number)] = 1;
+      pool->SubmitTask([number, &pool] {
+        for (const auto& worker : (*pool).*Reach(tarsio_test::WorkersOfPool())) {
+          Require(worker->Name() == oldName, "a torn or new name");
+        }
+        RunTask(number, nullptr);
+      });
+    };
+    submit(0);
+    SleepMs(kIdleMs);
+    submit(1);
+    pool->SetName(newName);
+    Require(pool->GetName() == newName, "another name");
+    Drain(*pool);
+  };
+  CheckPool(scenario, body, 1);
+}
+
+TEST_F(PoolSchedules, TaskSubmits) {
+  const auto body = [] {
+    const auto pool = MakePool(1);
+    history.accepted = {1, 1, 1};
+    pool->SubmitTask([&pool] {
+      RunTask(0, nullptr);
+      pool->SubmitTask([] { RunTask(1, nullptr); });
+    });
+    SleepMs(kIdleMs);
+    pool->SubmitTask([] { RunTask(2, nullptr); });
+    Drain(*pool);
+  };
+  CheckPool({}, body, 1);
+}
+
+TEST_F(PoolSchedules, TaskThrows) {
+  const auto body = [] {
+    const auto pool = MakePool(2);
+    history.accepted = {1, 1};
+    pool->SubmitTask([] {
+      RunTask(0, nullptr);
+      throw std::runtime_error("boom");
+    });
+    pool->SubmitTask([] { RunTask(1, nullptr); });
+    pool->SubmitTask(std::function<void()>());
+    Drain(*pool);
+    Require(history.logged == 2, "not one line for each failing task");
+  };
+  CheckPool({}, body, 1);
+}
+
+// Returns whether the task is queued.
+bool SubmitWithFaults(ThreadPool& pool, int number) {
+  const Faults faults;
+  try {
+    Submit(pool, number);
+  } catch (const std::system_error&) {
+    // No thread was started; the task is queued.
+  } catch (const std::bad_alloc&) {
+    const bool hasRun = history.runs[static_cast<size_t>(number)] > 0;
+    return hasRun || pool.GetPendingTaskNumber() > 0;
+  }
+  return true;
+}
+
+// One thread start or allocation fails, perhaps that of a successor of a worker that retires.
+TEST_F(PoolSchedules, FailingStart) {
+  Scenario scenario;
+  scenario.faults = 1;
+  const auto body = [] {
+    const auto pool = MakePool(1, 1);
+    while (!SubmitWithFaults(*pool, 0)) {
+    }
+    SleepMs(kIdleMs);
+    while (!SubmitWithFaults(*pool, 1)) {
+    }
+    Submit(*pool, 2);  // starts a worker if there is none
+    Drain(*pool);
+    Require(history.AllRan(), "a task has not run");
+  };
+  CheckPool(scenario, body, 1);
+}
+
+}  // namespace

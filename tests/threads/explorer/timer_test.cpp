@@ -1,0 +1,271 @@
+#include "common/timer.h"
+
+#include <functional>
+#include <memory>
+#include <stdexcept>
+#include <thread>
+#include <utility>
+
+#include "support/private_member.h"
+#include "threads/explorer/explorer.h"
+
+namespace tarsio_test {
+
+EXPOSE_PRIVATE(ShutdownManager, &component::TimerManager::Shutdown);
+EXPOSE_PRIVATE(ManagerHasEnded, &component::TimerManager::ended);
+
+}  // namespace tarsio_test
+
+namespace {
+
+using component::TimerManager;
+using component::TsTimer;
+using tarsio_test::Check;
+using tarsio_test::Faults;
+using tarsio_test::NowMs;
+using tarsio_test::Point;
+using tarsio_test::Require;
+using tarsio_test::Scenario;
+using tarsio_test::SleepMs;
+using TimerPtr = std::shared_ptr<TsTimer>;
+
+constexpr int64_t kPassMs = 5;
+constexpr unsigned long long kTimeoutMs = 5;
+constexpr int64_t kLongMs = 20;
+
+TimerManager& Manager() { return *TimerManager::GetInstance(); }
+
+// Calls of an action. One is in progress between its two points.
+struct Firings {
+  void Fire() {
+    Require(!inProgress, "two actions at a time");
+    inProgress = true;
+    Require(!forbidden, "a timer fires after its Stop()");
+    Point();
+    ++count;
+    inProgress = false;
+  }
+
+  int count = 0;
+  bool inProgress = false;
+  bool forbidden = false;
+};
+
+TimerPtr MakeTimer(Firings& firings, bool repeating, unsigned long long timeoutMs = kTimeoutMs) {
+  auto timer = std::make_shared<TsTimer>(timeoutMs, repeating);
+  timer->Init([&firings] { firings.Fire(); });
+  return timer;
+}
+
+void ShutDown() { (Manager().*Reach(tarsio_test::ShutdownManager()))(); }
+
+// Runs `body` with a manager that has just been created, and ends it like the process does.
+void CheckTimers(Scenario scenario, std::function<void()> body, uint64_t atLeast) {
+  Manager();
+  scenario.body = [body = std::move(body)] {
+    body();
+    ShutDown();
+    Manager().*Reach(tarsio_test::ManagerHasEnded()) = false;
+    Manager().RemoveTimer(std::make_shared<TsTimer>(1, false));  // the order is right again
+  };
+  Check(scenario, atLeast);
+}
+
+TEST(TimerSchedules, OneShot) {
+  const auto body = [] {
+    Firings firings;
+    const TimerPtr timer = MakeTimer(firings, false);
+    timer->Start();
+    timer->Start();
+    while (firings.count == 0) SleepMs(kPassMs);
+    ShutDown();
+    Require(firings.count == 1, "a one-shot timer fires twice");
+  };
+  CheckTimers({}, body, 1);
+}
+
+// When Stop() has returned, a repeating timer does not fire any more.
+TEST(TimerSchedules, StopRepeating) {
+  const auto body = [] {
+    Firings firings;
+    const TimerPtr timer = MakeTimer(firings, true);
+    timer->Start();
+    SleepMs(static_cast<int64_t>(kTimeoutMs));
+    timer->Stop();
+    Require(!firings.inProgress, "the action runs after Stop()");
+    firings.forbidden = true;
+    SleepMs(kLongMs);
+    Require(timer.use_count() == 1, "still queued");
+  };
+  CheckTimers({}, body, 1);
+}
+
+// A one-shot timer may be in its action when Stop() returns, but does not start it then.
+TEST(TimerSchedules, StopOneShot) {
+  const auto body = [] {
+    Firings firings;
+    const TimerPtr timer = MakeTimer(firings, false);
+    timer->Start();
+    SleepMs(static_cast<int64_t>(kTimeoutMs));
+    timer->Stop();
+    Manager().RemoveTimer(nullptr);  // waits for the pass in progress
+    firings.forbidden = true;
+    SleepMs(kLongMs);
+    Require(timer.use_count() == 1, "still queued");
+  };
+  CheckTimers({}, body, 1);
+}
+
+// Two threads start and stop a timer. Each start fires at most once, and it can be used afterwards.
+void Shared(bool repeating) {
+  Firings firings;
+  const TimerPtr timer = MakeTimer(firings, repeating);
+  std::thread other([&] {
+    timer->Start();
+    timer->Stop();
+  });
+  timer->Start();
+  timer->Stop();
+  other.join();
+  timer->Stop();
+  Manager().RemoveTimer(timer);
+  timer->SetState(false);
+  const int before = firings.count;
+  Require(repeating || before <= 2, "more firings than starts");
+  timer->Start();
+  while (firings.count == before) SleepMs(kPassMs);
+  timer->Stop();
+}
+
+TEST(TimerSchedules, SharedOneShot) {
+  CheckTimers(
+      {}, [] { Shared(false); }, 1);
+}
+TEST(TimerSchedules, SharedRepeating) {
+  CheckTimers(
+      {}, [] { Shared(true); }, 1);
+}
+
+// A start that meets the firing of the same timer is not lost.
+TEST(TimerSchedules, Rearm) {
+  const auto body = [] {
+    Firings firings;
+    const TimerPtr timer = MakeTimer(firings, false);
+    timer->Start();
+    SleepMs(static_cast<int64_t>(kTimeoutMs));
+    timer->Stop();
+    timer->Start();
+    const int before = firings.count;
+    while (firings.count == before) SleepMs(kPassMs);
+  };
+  CheckTimers({}, body, 1);
+}
+
+TEST(TimerSchedules, Reset) {
+  const auto body = [] {
+    Firings first;
+    Firings second;
+    const TimerPtr timer = MakeTimer(first, false);
+    const TimerPtr other = MakeTimer(second, true, kTimeoutMs + 1);
+    timer->Start();
+    other->Start();
+    std::thread thread([&] { Manager().ResetTimer(timer); });
+    SleepMs(static_cast<int64_t>(kTimeoutMs));
+    Manager().ResetTimer(timer);
+    thread.join();
+    while (first.count == 0 || second.count == 0) SleepMs(kPassMs);
+    other->Stop();
+    Require(first.count == 1, "a one-shot timer fires twice");
+  };
+  Scenario scenario;
+  scenario.bound = 1;
+  CheckTimers(scenario, body, 1);
+}
+
+// Actions start, stop and drop timers, also their own.
+TEST(TimerSchedules, Actions) {
+  const auto body = [] {
+    Firings firings;
+    Firings stopped;
+    const TimerPtr victim = MakeTimer(stopped, true, 2 * kTimeoutMs);
+    auto again = std::make_shared<TsTimer>(kTimeoutMs, false);
+    again->Init([&, timer = again.get()] {
+      victim->Stop();
+      stopped.forbidden = true;
+      firings.Fire();
+      if (firings.count == 1) timer->Start();
+      throw std::runtime_error("ignored");
+    });
+    victim->Start();
+    again->Start();
+    Point();
+    std::exchange(again, nullptr).reset();
+    while (firings.count < 2) SleepMs(kPassMs);
+    Require(victim.use_count() == 1, "still queued");
+  };
+  CheckTimers({}, body, 1);
+}
+
+// The last owner lets a queued timer go; it fires nevertheless and ends with its firing.
+TEST(TimerSchedules, Drop) {
+  const auto body = [] {
+    Firings firings;
+    TimerPtr timer = MakeTimer(firings, false);
+    const std::weak_ptr<TsTimer> watch = timer;
+    timer->Start();
+    Point();
+    timer.reset();
+    while (!watch.expired()) SleepMs(kPassMs);
+    Require(firings.count == 1, "not fired once");
+  };
+  Scenario scenario;
+  scenario.unlockPoints = true;
+  CheckTimers(scenario, body, 1);
+}
+
+// The manager ends at any moment of a start, a stop and a firing. No timer fires then, and the join
+// ends.
+TEST(TimerSchedules, Shutdown) {
+  const auto body = [] {
+    Firings firings;
+    const TimerPtr timer = MakeTimer(firings, true);
+    const TimerPtr late = MakeTimer(firings, false);
+    timer->Start();
+    std::thread other([&] {
+      late->Start();
+      timer->Stop();
+    });
+    ShutDown();
+    firings.forbidden = true;
+    other.join();
+    Require(timer.use_count() == 1 && late.use_count() == 1, "still queued");
+    late->SetState(false);
+  };
+  CheckTimers({}, body, 1);
+}
+
+// The thread start or an allocation fails. The next start starts the thread.
+TEST(TimerSchedules, FailingStart) {
+  Scenario scenario;
+  scenario.faults = 1;
+  const auto body = [] {
+    Firings firings;
+    const TimerPtr timer = MakeTimer(firings, false);
+    try {
+      const Faults faults;
+      timer->Start();
+    } catch (const std::exception&) {
+      const bool queued = timer.use_count() > 1;
+      if (!queued) timer->Start();
+    }
+    Firings others;
+    const TimerPtr next = MakeTimer(others, false);
+    next->Start();
+    while (others.count == 0 || firings.count == 0) SleepMs(kPassMs);
+    ShutDown();
+    Require(firings.count == 1, "a one-shot timer fires twice");
+  };
+  CheckTimers(scenario, body, 1);
+}
+
+}  // namespace
