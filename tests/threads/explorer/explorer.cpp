@@ -6,6 +6,7 @@
 #include <exception>
 #include <iostream>
 #include <map>
+#include <random>
 #include <sstream>
 #include <utility>
 
@@ -15,8 +16,9 @@ namespace tarsio_test {
 
 namespace {
 
+using testing::UnitTest;
+
 constexpr int64_t kMillisecond = 1000000;
-constexpr int64_t kMinute = 60;
 constexpr int kEnough = 1000;  // preemptions or faults of a schedule without limits
 
 struct CommandLine {
@@ -25,8 +27,8 @@ struct CommandLine {
   int64_t minutes = 0;
 } commandLine;
 
-// A list like "17=1 42=2": at step 17 the second possibility, at step 42 the third. At all other
-// steps the thread continues, or the first one that can.
+std::string program;
+
 std::string ToString(const std::vector<Choice>& path) {
   std::string list;
   for (const Choice& choice : path) {
@@ -50,10 +52,10 @@ std::map<uint64_t, size_t> FromString(const std::string& list) {
 bool Visit(const Scenario& scenario, int bound, Exploration& result) {
   Scheduler& scheduler = TheScheduler();
   const int64_t before = LiveAllocations();
-  bool passed = scheduler.Run(
-      scenario.body,
-      {bound, scenario.spurious, scenario.faults, scenario.allocationPoints, scenario.unlockPoints},
-      scenario.mayBlock);
+  bool passed = scheduler.Run(scenario.body,
+                              {bound, scenario.spurious, scenario.faults, scenario.allocationPoints,
+                               scenario.unlockPoints, scenario.mostSteps},
+                              scenario.mayBlock);
   ++result.schedules;
   result.blocked += scheduler.Blocked() ? 1 : 0;
   result.deepest = std::max(result.deepest, scheduler.Steps());
@@ -68,19 +70,15 @@ bool Visit(const Scenario& scenario, int bound, Exploration& result) {
   return passed;
 }
 
-// Runs the schedule with these choices and notes its steps.
-bool Replay(const Scenario& scenario, const std::string& choices, Exploration& result) {
-  TheScheduler().StartReplay(FromString(choices));
-  const bool passed = Visit(scenario, kEnough, result);
+// Creates objects that are created once per process. Returns false if the schedule fails, except
+// that memory is left.
+bool WarmUp(const Scenario& scenario, Exploration& result) {
+  TheScheduler().StartReplay({});
+  Visit(scenario, 0, result);
+  const bool passed = TheScheduler().Failure().empty();
+  if (passed) result = {};
   result.trace = TheScheduler().Trace();
   return passed;
-}
-
-// Objects that are created once per process.
-void WarmUp(const Scenario& scenario) {
-  Exploration ignored;
-  TheScheduler().StartDepthFirst();
-  Visit(scenario, 0, ignored);
 }
 
 bool DepthFirst(const Scenario& scenario, int bound, Exploration& result, int64_t end = kNever) {
@@ -93,8 +91,9 @@ bool DepthFirst(const Scenario& scenario, int bound, Exploration& result, int64_
 }
 
 bool Draw(const Scenario& scenario, int64_t end, Exploration& result) {
-  for (uint64_t seed = 1; std::time(nullptr) < end; ++seed) {
-    TheScheduler().StartRandom(seed);
+  std::random_device seed;
+  while (std::time(nullptr) < end) {
+    TheScheduler().StartRandom(seed());
     if (!Visit(scenario, kEnough, result)) return false;
   }
   return true;
@@ -105,60 +104,67 @@ void Report(const char* kind, const Exploration& result) {
             << " points, " << result.blocked << " blocked as documented\n";
 }
 
-// Fails the current test if a schedule failed.
+// Fails the current test if a schedule failed. Shows its steps by a new process, since the schedule
+// has left this one in the middle of its work.
 void Expect(const Exploration& result) {
-  const testing::TestInfo& test = *testing::UnitTest::GetInstance()->current_test_info();
-  EXPECT_EQ(result.failure, "") << "explorer --gtest_filter=" << test.test_suite_name() << '.'
-                                << test.name() << " --schedule=\"" << result.choices << "\"\n"
-                                << result.trace;
+  if (result.failure.empty()) return;
+  const testing::TestInfo& test = *UnitTest::GetInstance()->current_test_info();
+  const std::string options = std::string(" --gtest_filter=") + test.test_suite_name() + '.' +
+                              test.name() + " --schedule=\"" + result.choices + '"';
+  std::cout.flush();
+  const int status = std::system((program + options).c_str());
+  EXPECT_NE(status, 0) << "the schedule does not fail the second time";
+  ADD_FAILURE() << result.failure << "\nexplorer" << options;
 }
 
-// Visits schedules, and a failing one twice.
-bool Examine(const Scenario& scenario, const std::function<bool(Exploration&)>& visit,
-             Exploration& result) {
-  if (visit(result)) return true;
-  Exploration again;
-  Replay(scenario, result.choices, again);
-  EXPECT_EQ(again.failure, result.failure) << "the schedule fails differently the second time";
-  result.trace = again.trace;
-  return false;
+void RunOneSchedule(const Scenario& scenario, const std::string& choices) {
+  const Exploration result = Replay(scenario, choices);
+  std::cout << result.trace << (result.failure.empty() ? "passed" : result.failure) << '\n';
+  EXPECT_EQ(result.failure, "");
+}
+
+// One preemption more for half of the time, then schedules at random. All tests share the time.
+void GoOn(const Scenario& scenario) {
+  const int64_t half = commandLine.minutes * 30 / UnitTest::GetInstance()->test_to_run_count();
+  const int64_t start = std::time(nullptr);
+  Exploration result;
+  if (DepthFirst(scenario, scenario.bound + 1, result, start + half)) {
+    Draw(scenario, start + 2 * half, result);
+  }
+  Report("more", result);
+  Expect(result);
 }
 
 }  // namespace
 
 Exploration Explore(const Scenario& scenario) {
-  WarmUp(scenario);
   Exploration result;
+  if (!WarmUp(scenario, result)) return result;
   for (int bound = 0; bound <= scenario.bound; ++bound) {
-    const auto visit = [&](Exploration& all) { return DepthFirst(scenario, bound, all); };
-    if (!Examine(scenario, visit, result)) break;
+    if (!DepthFirst(scenario, bound, result)) break;
   }
   return result;
 }
 
-Exploration Check(const Scenario& scenario, uint64_t atLeast) {
+Exploration Replay(const Scenario& scenario, const std::string& choices) {
   Exploration result;
+  if (!WarmUp(scenario, result)) return result;
+  TheScheduler().StartReplay(FromString(choices));
+  Visit(scenario, kEnough, result);
+  result.trace = TheScheduler().Trace();
+  return result;
+}
+
+Exploration Check(const Scenario& scenario, uint64_t atLeast) {
   if (commandLine.hasSchedule) {
-    WarmUp(scenario);
-    const bool passed = Replay(scenario, commandLine.schedule, result);
-    std::cout << result.trace << (passed ? "passed" : result.failure) << '\n';
-    EXPECT_TRUE(passed);
-    return result;
+    RunOneSchedule(scenario, commandLine.schedule);
+    return {};
   }
-  result = Explore(scenario);
+  const Exploration result = Explore(scenario);
   Report("all", result);
   Expect(result);
   EXPECT_GE(result.schedules, atLeast);
-  if (commandLine.minutes > 0) {
-    const int64_t end = std::time(nullptr) + commandLine.minutes * kMinute;
-    Exploration more;
-    const auto visit = [&](Exploration& all) {
-      return DepthFirst(scenario, scenario.bound + 1, all, end) && Draw(scenario, end, all);
-    };
-    Examine(scenario, visit, more);
-    Report("more", more);
-    Expect(more);
-  }
+  if (commandLine.minutes > 0 && result.failure.empty()) GoOn(scenario);
   return result;
 }
 
@@ -174,6 +180,10 @@ int Choose(int count) {
 
 int64_t NowMs() { return TheScheduler().Now() / kMillisecond; }
 
+void PassTime(int64_t milliseconds) { TheScheduler().PassTime(milliseconds * kMillisecond); }
+
+int64_t MemoryInUse() { return LiveAllocations(); }
+
 void SleepMs(int64_t duration) {
   TheScheduler().SleepUntil(TheScheduler().Now() + duration * kMillisecond);
 }
@@ -184,6 +194,7 @@ Faults::~Faults() { TheScheduler().AllowFaults(false); }
 }  // namespace tarsio_test
 
 int main(int argc, char** argv) {
+  tarsio_test::program = argv[0];
   testing::InitGoogleTest(&argc, argv);
   std::set_terminate([] {
     if (tarsio_test::Scheduler::Active()) tarsio_test::Require(false, "std::terminate is called");

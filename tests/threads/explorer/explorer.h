@@ -36,6 +36,8 @@ struct Scenario {
   bool allocationPoints = false;
   // Whether the end of a lock is a point: if objects may end there.
   bool unlockPoints = false;
+  // A schedule with more points does not end, it is assumed.
+  uint64_t mostSteps = 50000;
   // Asked when threads are left that wait forever, but not for a lock: whether that is documented.
   std::function<bool()> mayBlock = nullptr;
   // Called after the last thread has ended. The schedule fails if the result is false.
@@ -48,15 +50,20 @@ struct Exploration {
   uint64_t deepest = 0;  // points of the longest schedule
   std::string failure;   // empty if no schedule failed
   std::string choices;   // of the failing schedule; for --schedule
-  std::string trace;     // its steps
+  std::string trace;     // its steps, after Replay()
 };
 
 // Visits all schedules with 0, 1, ... Scenario::bound preemptions, until one fails.
 Exploration Explore(const Scenario& scenario);
 
+// Runs one schedule and notes its steps. `choices` is a list like "17=1 42=2": at step 17 the
+// second possibility, at step 42 the third, otherwise the first one, which is to continue the
+// thread.
+Exploration Replay(const Scenario& scenario, const std::string& choices);
+
 // Does so and fails the current test if a schedule fails, or if fewer than `atLeast` are visited.
 // With the option --schedule=CHOICES runs that schedule only, and prints it. With --minutes=N adds
-// one preemption, then draws schedules at random for the rest of the time.
+// one preemption, then draws schedules at random; all tests share the time.
 Exploration Check(const Scenario& scenario, uint64_t atLeast);
 
 // In a scenario:
@@ -70,6 +77,10 @@ int Choose(int count);
 // The explorer's clock.
 int64_t NowMs();
 void SleepMs(int64_t duration);
+// Sets the clock forward, as when the machine was asleep.
+void PassTime(int64_t milliseconds);
+// Allocations of this schedule that have not been freed.
+int64_t MemoryInUse();
 
 // Thread starts and allocations of this thread, and of those that it starts meanwhile, may fail.
 class Faults {

@@ -15,6 +15,7 @@ namespace {
 using tarsio_test::Exploration;
 using tarsio_test::Explore;
 using tarsio_test::Point;
+using tarsio_test::Replay;
 using tarsio_test::Require;
 using tarsio_test::Scenario;
 
@@ -26,8 +27,10 @@ std::optional<int> FailsWith(const std::function<void()>& body, const std::strin
     const Exploration result = Explore(scenario);
     std::cout << result.schedules << " schedules with " << bound << " preemptions\n";
     if (result.failure.empty()) continue;
-    std::cout << result.failure << "\n--schedule=\"" << result.choices << "\"\n" << result.trace;
+    const Exploration again = Replay(scenario, result.choices);
+    std::cout << result.choices << '\n' << again.trace << result.failure << '\n';
     EXPECT_EQ(result.failure.substr(0, failure.size()), failure);
+    EXPECT_EQ(again.failure, result.failure);
     return bound;
   }
   return std::nullopt;

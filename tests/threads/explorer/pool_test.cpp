@@ -64,7 +64,9 @@ class PoolSchedules : public testing::Test {
     Log::GetInstance().DoLog(tarsio::LOG_LEVEL_FATAL, "", 0, "", "first");
   }
 
-  static Exploration CheckPool(Scenario scenario, std::function<void()> body, uint64_t atLeast) {
+  static Exploration CheckPool(int bound, uint64_t atLeast, std::function<void()> body,
+                               Scenario scenario = {}) {
+    scenario.bound = bound;
     scenario.body = [body = std::move(body)] {
       history = {};
       body();
@@ -116,7 +118,7 @@ TEST_F(PoolSchedules, Retirement) {
     Drain(*pool);
     Require(history.AllRan(), "a task has not run");
   };
-  CheckPool({}, body, 1);
+  CheckPool(3, 80000, body);
 }
 
 TEST_F(PoolSchedules, TwoWorkersRetire) {
@@ -129,7 +131,7 @@ TEST_F(PoolSchedules, TwoWorkersRetire) {
     Drain(*pool);
     Require(history.AllRan(), "a task has not run");
   };
-  CheckPool({}, body, 1);
+  CheckPool(1, 5600, body);
 }
 
 // Two threads submit to a pool whose queue is too short.
@@ -145,12 +147,10 @@ void TwoHosts(uint64_t limit) {
 }
 
 TEST_F(PoolSchedules, TwoHostsOneWorker) {
-  CheckPool(
-      {}, [] { TwoHosts(1); }, 1);
+  CheckPool(2, 16000, [] { TwoHosts(1); });
 }
 TEST_F(PoolSchedules, TwoHostsTwoWorkers) {
-  CheckPool(
-      {}, [] { TwoHosts(2); }, 1);
+  CheckPool(1, 22000, [] { TwoHosts(2); });
 }
 
 // At any moment of two tasks, and twice at the same time.
@@ -166,7 +166,7 @@ TEST_F(PoolSchedules, ShutdownNow) {
     history.closed = true;
     other.join();
   };
-  CheckPool(scenario, body, 1);
+  CheckPool(3, 32000, body, scenario);
 }
 
 void ShutdownWhile(ThreadPool::SHUTDOWN_METHOD method) {
@@ -181,13 +181,11 @@ void ShutdownWhile(ThreadPool::SHUTDOWN_METHOD method) {
 }
 
 TEST_F(PoolSchedules, ShutdownDrain) {
-  CheckPool(
-      {}, [] { ShutdownWhile(ThreadPool::SHUTDOWN_DRAIN); }, 1);
+  CheckPool(4, 6000, [] { ShutdownWhile(ThreadPool::SHUTDOWN_DRAIN); });
 }
 
 TEST_F(PoolSchedules, ShutdownUnnamed) {
-  CheckPool(
-      {}, [] { ShutdownWhile(static_cast<ThreadPool::SHUTDOWN_METHOD>(7)); }, 1);
+  CheckPool(3, 820, [] { ShutdownWhile(static_cast<ThreadPool::SHUTDOWN_METHOD>(7)); });
 }
 
 // Wait() may miss that the last task is dequeued. No schedule blocks for another reason.
@@ -195,7 +193,7 @@ TEST_F(PoolSchedules, ShutdownWait) {
   Scenario scenario;
   scenario.mayBlock = [] { return history.inWait && history.AllRan(); };
   const auto result = CheckPool(
-      scenario, [] { ShutdownWhile(ThreadPool::SHUTDOWN_WAIT); }, 1);
+      4, 36000, [] { ShutdownWhile(ThreadPool::SHUTDOWN_WAIT); }, scenario);
   EXPECT_GT(result.blocked, 0U) << "the documented miss is not found";
 }
 
@@ -217,15 +215,14 @@ TEST_F(PoolSchedules, DropOneWorker) {
   Scenario scenario;
   scenario.unlockPoints = true;
   CheckPool(
-      scenario, [] { DropWith(1); }, 1);
+      2, 13000, [] { DropWith(1); }, scenario);
 }
 
 TEST_F(PoolSchedules, DropTwoWorkers) {
   Scenario scenario;
-  scenario.bound = 1;
   scenario.unlockPoints = true;
   CheckPool(
-      scenario, [] { DropWith(2); }, 1);
+      1, 8500, [] { DropWith(2); }, scenario);
 }
 
 // A host drops the pool while the workers leave after a shutdown.
@@ -239,7 +236,7 @@ TEST_F(PoolSchedules, DropAfterShutdown) {
     Drain(*pool);
     pool.reset();
   };
-  CheckPool(scenario, body, 1);
+  CheckPool(2, 33000, body, scenario);
 }
 
 // The host may rename the pool as soon as it has submitted a task, whatever the workers do.
@@ -266,7 +263,7 @@ TEST_F(PoolSchedules, SetName) {
     Require(pool->GetName() == newName, "another name");
     Drain(*pool);
   };
-  CheckPool(scenario, body, 1);
+  CheckPool(3, 14000, body, scenario);
 }
 
 TEST_F(PoolSchedules, TaskSubmits) {
@@ -281,7 +278,7 @@ TEST_F(PoolSchedules, TaskSubmits) {
     pool->SubmitTask([] { RunTask(2, nullptr); });
     Drain(*pool);
   };
-  CheckPool({}, body, 1);
+  CheckPool(3, 12000, body);
 }
 
 TEST_F(PoolSchedules, TaskThrows) {
@@ -297,7 +294,7 @@ TEST_F(PoolSchedules, TaskThrows) {
     Drain(*pool);
     Require(history.logged == 2, "not one line for each failing task");
   };
-  CheckPool({}, body, 1);
+  CheckPool(2, 25000, body);
 }
 
 // Returns whether the task is queued.
@@ -329,7 +326,7 @@ TEST_F(PoolSchedules, FailingStart) {
     Drain(*pool);
     Require(history.AllRan(), "a task has not run");
   };
-  CheckPool(scenario, body, 1);
+  CheckPool(2, 7500, body, scenario);
 }
 
 }  // namespace

@@ -26,7 +26,6 @@ namespace tarsio_test {
 namespace {
 
 constexpr size_t kStackSize = size_t{1} << 18;
-constexpr uint64_t kMostSteps = 50000;
 constexpr int64_t kEpoch = 1700000000LL * 1000000000;  // nanoseconds
 constexpr uint64_t kRandomPreemption = 8;              // one in so many points
 
@@ -65,7 +64,7 @@ void Scheduler::StartReplay(std::map<uint64_t, size_t> choices) {
 size_t Scheduler::Pick(size_t count, size_t usual) {
   const Inside here;
   ++step;
-  if (step > kMostSteps) Fail("the schedule does not end");
+  if (step > limits.mostSteps) Fail("the schedule does not end");
   if (count == 1) return 0;
   size_t chosen = 0;
   switch (mode) {

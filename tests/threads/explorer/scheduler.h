@@ -36,6 +36,7 @@ struct Limits {
   int faults;
   bool allocationPoints;
   bool unlockPoints;
+  uint64_t mostSteps;
 };
 
 class Scheduler {
@@ -65,6 +66,7 @@ class Scheduler {
   static bool Active() { return current != nullptr && !inside; }
   [[noreturn]] void Fail(const std::string& message);
   int64_t Now() const { return now; }
+  void PassTime(int64_t nanoseconds) { now += nanoseconds; }
   void Point(const char* operation, const void* object);
   size_t Choose(size_t count);
   bool InjectFault();  // whether an operation that may fail does

@@ -6,15 +6,8 @@
 #include <thread>
 #include <utility>
 
-#include "support/private_member.h"
 #include "threads/explorer/explorer.h"
-
-namespace tarsio_test {
-
-EXPOSE_PRIVATE(ShutdownManager, &component::TimerManager::Shutdown);
-EXPOSE_PRIVATE(ManagerHasEnded, &component::TimerManager::ended);
-
-}  // namespace tarsio_test
+#include "threads/explorer/manager.h"
 
 namespace {
 
@@ -26,6 +19,7 @@ using tarsio_test::NowMs;
 using tarsio_test::Point;
 using tarsio_test::Require;
 using tarsio_test::Scenario;
+using tarsio_test::ShutDownManager;
 using tarsio_test::SleepMs;
 using TimerPtr = std::shared_ptr<TsTimer>;
 
@@ -57,16 +51,13 @@ TimerPtr MakeTimer(Firings& firings, bool repeating, unsigned long long timeoutM
   return timer;
 }
 
-void ShutDown() { (Manager().*Reach(tarsio_test::ShutdownManager()))(); }
-
 // Runs `body` with a manager that has just been created, and ends it like the process does.
-void CheckTimers(Scenario scenario, std::function<void()> body, uint64_t atLeast) {
+void CheckTimers(int bound, uint64_t atLeast, std::function<void()> body, Scenario scenario = {}) {
+  scenario.bound = bound;
   Manager();
   scenario.body = [body = std::move(body)] {
     body();
-    ShutDown();
-    Manager().*Reach(tarsio_test::ManagerHasEnded()) = false;
-    Manager().RemoveTimer(std::make_shared<TsTimer>(1, false));  // the order is right again
+    tarsio_test::EndManager();
   };
   Check(scenario, atLeast);
 }
@@ -76,12 +67,11 @@ TEST(TimerSchedules, OneShot) {
     Firings firings;
     const TimerPtr timer = MakeTimer(firings, false);
     timer->Start();
-    timer->Start();
     while (firings.count == 0) SleepMs(kPassMs);
-    ShutDown();
+    ShutDownManager();
     Require(firings.count == 1, "a one-shot timer fires twice");
   };
-  CheckTimers({}, body, 1);
+  CheckTimers(3, 4300, body);
 }
 
 // When Stop() has returned, a repeating timer does not fire any more.
@@ -97,7 +87,7 @@ TEST(TimerSchedules, StopRepeating) {
     SleepMs(kLongMs);
     Require(timer.use_count() == 1, "still queued");
   };
-  CheckTimers({}, body, 1);
+  CheckTimers(3, 20000, body);
 }
 
 // A one-shot timer may be in its action when Stop() returns, but does not start it then.
@@ -113,7 +103,7 @@ TEST(TimerSchedules, StopOneShot) {
     SleepMs(kLongMs);
     Require(timer.use_count() == 1, "still queued");
   };
-  CheckTimers({}, body, 1);
+  CheckTimers(3, 16000, body);
 }
 
 // Two threads start and stop a timer. Each start fires at most once, and it can be used afterwards.
@@ -138,12 +128,10 @@ void Shared(bool repeating) {
 }
 
 TEST(TimerSchedules, SharedOneShot) {
-  CheckTimers(
-      {}, [] { Shared(false); }, 1);
+  CheckTimers(2, 31000, [] { Shared(false); });
 }
 TEST(TimerSchedules, SharedRepeating) {
-  CheckTimers(
-      {}, [] { Shared(true); }, 1);
+  CheckTimers(2, 40000, [] { Shared(true); });
 }
 
 // A start that meets the firing of the same timer is not lost.
@@ -158,7 +146,7 @@ TEST(TimerSchedules, Rearm) {
     const int before = firings.count;
     while (firings.count == before) SleepMs(kPassMs);
   };
-  CheckTimers({}, body, 1);
+  CheckTimers(3, 64000, body);
 }
 
 TEST(TimerSchedules, Reset) {
@@ -178,8 +166,7 @@ TEST(TimerSchedules, Reset) {
     Require(first.count == 1, "a one-shot timer fires twice");
   };
   Scenario scenario;
-  scenario.bound = 1;
-  CheckTimers(scenario, body, 1);
+  CheckTimers(2, 39000, body, scenario);
 }
 
 // Actions start, stop and drop timers, also their own.
@@ -203,7 +190,7 @@ TEST(TimerSchedules, Actions) {
     while (firings.count < 2) SleepMs(kPassMs);
     Require(victim.use_count() == 1, "still queued");
   };
-  CheckTimers({}, body, 1);
+  CheckTimers(2, 11000, body);
 }
 
 // The last owner lets a queued timer go; it fires nevertheless and ends with its firing.
@@ -220,7 +207,7 @@ TEST(TimerSchedules, Drop) {
   };
   Scenario scenario;
   scenario.unlockPoints = true;
-  CheckTimers(scenario, body, 1);
+  CheckTimers(3, 12000, body, scenario);
 }
 
 // The manager ends at any moment of a start, a stop and a firing. No timer fires then, and the join
@@ -235,13 +222,13 @@ TEST(TimerSchedules, Shutdown) {
       late->Start();
       timer->Stop();
     });
-    ShutDown();
+    ShutDownManager();
     firings.forbidden = true;
     other.join();
     Require(timer.use_count() == 1 && late.use_count() == 1, "still queued");
     late->SetState(false);
   };
-  CheckTimers({}, body, 1);
+  CheckTimers(3, 13000, body);
 }
 
 // The thread start or an allocation fails. The next start starts the thread.
@@ -262,10 +249,10 @@ TEST(TimerSchedules, FailingStart) {
     const TimerPtr next = MakeTimer(others, false);
     next->Start();
     while (others.count == 0 || firings.count == 0) SleepMs(kPassMs);
-    ShutDown();
+    ShutDownManager();
     Require(firings.count == 1, "a one-shot timer fires twice");
   };
-  CheckTimers(scenario, body, 1);
+  CheckTimers(2, 7200, body, scenario);
 }
 
 }  // namespace
