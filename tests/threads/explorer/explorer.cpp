@@ -21,6 +21,7 @@ using testing::UnitTest;
 constexpr int64_t kMillisecond = 1000000;
 constexpr int kEnough = 1000;  // preemptions or faults of a schedule without limits
 
+// NOLINTBEGIN(*-non-const-global-variables): set by main()
 struct CommandLine {
   std::string schedule;
   bool hasSchedule = false;
@@ -28,6 +29,7 @@ struct CommandLine {
 } commandLine;
 
 std::string program;
+// NOLINTEND(*-non-const-global-variables)
 
 std::string ToString(const std::vector<Choice>& path) {
   std::string list;
@@ -112,6 +114,7 @@ void Expect(const Exploration& result) {
   const std::string options = std::string(" --gtest_filter=") + test.test_suite_name() + '.' +
                               test.name() + " --schedule=\"" + result.choices + '"';
   std::cout.flush();
+  // NOLINTNEXTLINE(cert-env33-c,concurrency-mt-unsafe): this program, and no other thread
   const int status = std::system((program + options).c_str());
   EXPECT_NE(status, 0) << "the schedule does not fail the second time";
   ADD_FAILURE() << result.failure << "\nexplorer" << options;
@@ -160,7 +163,7 @@ Exploration Check(const Scenario& scenario, uint64_t atLeast) {
     RunOneSchedule(scenario, commandLine.schedule);
     return {};
   }
-  const Exploration result = Explore(scenario);
+  Exploration result = Explore(scenario);
   Report("all", result);
   Expect(result);
   EXPECT_GE(result.schedules, atLeast);

@@ -50,7 +50,9 @@ struct alignas(std::max_align_t) Header {
   bool counted;  // allocated by a thread of a schedule
 };
 
-int64_t liveAllocations = 0;
+int64_t liveAllocations = 0;  // NOLINT(*-non-const-global-variables): a count
+
+// NOLINTBEGIN(*-owning-memory,*-no-malloc): they implement operator new
 
 void* Allocate(size_t size) {
   const bool active = Scheduler::Active();
@@ -76,6 +78,8 @@ void Free(void* memory) {
   std::free(header);
 }
 
+// NOLINTEND(*-owning-memory,*-no-malloc)
+
 }  // namespace
 
 namespace tarsio_test {
@@ -91,6 +95,8 @@ void AtomicPoint(const char* operation, const void* object) {
 void* operator new(size_t size) { return Allocate(size); }
 void operator delete(void* memory) noexcept { Free(memory); }
 void operator delete(void* memory, size_t /*size*/) noexcept { Free(memory); }
+
+// NOLINTBEGIN(*-inconsistent-declaration-parameter-name,*-reserved-identifier,*-naming)
 
 extern "C" {
 
@@ -170,3 +176,5 @@ pthread_t __wrap_pthread_self() noexcept {
 }
 
 }  // extern "C"
+
+// NOLINTEND(*-inconsistent-declaration-parameter-name,*-reserved-identifier,*-naming)

@@ -25,9 +25,9 @@ namespace {
 using tarsio::Log;
 using tarsio::ThreadPool;
 using tarsio_test::Check;
-using tarsio_test::Choose;
 using tarsio_test::Exploration;
 using tarsio_test::Faults;
+using tarsio_test::NowMs;
 using tarsio_test::Point;
 using tarsio_test::Require;
 using tarsio_test::Scenario;
@@ -45,6 +45,7 @@ struct History {
   bool closed = false;
   bool inWait = false;
   int logged = 0;
+  int64_t lastRun = 0;
 
   bool AllRan() const { return runs == accepted; }
 };
@@ -90,6 +91,7 @@ void RunTask(int number, ThreadPool* pool) {
     Require(workers > 0 && workers <= history.limit, "a wrong number of workers");
   }
   Point();
+  history.lastRun = NowMs();
   --history.active;
 }
 
@@ -105,6 +107,7 @@ void Drain(ThreadPool& pool, ThreadPool::SHUTDOWN_METHOD method = ThreadPool::SH
   Require(pool.GetRunningThreadNumber() == 0, "a worker is left");
   Require(pool.GetPendingTaskNumber() == 0, "a task is left");
   Require(history.active == 0, "a task still runs");
+  Require(NowMs() >= history.lastRun + kIdleMs, "a worker retires early");
 }
 
 // A task is submitted exactly when the worker retires.
@@ -156,7 +159,11 @@ TEST_F(PoolSchedules, TwoHostsTwoWorkers) {
 // At any moment of two tasks, and twice at the same time.
 TEST_F(PoolSchedules, ShutdownNow) {
   Scenario scenario;
-  scenario.after = [] { return history.closed; };  // tasks may have been discarded
+  int discards = 0;
+  scenario.after = [&discards] {
+    discards += history.AllRan() ? 0 : 1;
+    return true;
+  };
   const auto body = [] {
     const auto pool = MakePool(1);
     Submit(*pool, 0);
@@ -167,6 +174,7 @@ TEST_F(PoolSchedules, ShutdownNow) {
     other.join();
   };
   CheckPool(3, 32000, body, scenario);
+  EXPECT_GT(discards, 0);
 }
 
 void ShutdownWhile(ThreadPool::SHUTDOWN_METHOD method) {
@@ -192,8 +200,9 @@ TEST_F(PoolSchedules, ShutdownUnnamed) {
 TEST_F(PoolSchedules, ShutdownWait) {
   Scenario scenario;
   scenario.mayBlock = [] { return history.inWait && history.AllRan(); };
-  const auto result = CheckPool(
-      4, 36000, [] { ShutdownWhile(ThreadPool::SHUTDOWN_WAIT); }, scenario);
+  const auto wait = [] { ShutdownWhile(ThreadPool::SHUTDOWN_WAIT); };
+  EXPECT_EQ(CheckPool(0, 1, wait, scenario).blocked, 0U) << "missed without a preemption";
+  const auto result = CheckPool(4, 36000, wait, scenario);
   EXPECT_GT(result.blocked, 0U) << "the documented miss is not found";
 }
 

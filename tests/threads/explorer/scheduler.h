@@ -80,8 +80,8 @@ class Scheduler {
   pthread_t Start(void* (*routine)(void*), void* argument);
   void Join(pthread_t handle);
   void Detach(pthread_t handle);
-  pthread_t Self() const;
-  void AllowFaults(bool allowed);
+  static pthread_t Self();
+  static void AllowFaults(bool allowed);
   bool AllocationPoints() const { return limits.allocationPoints; }
 
  private:
@@ -142,7 +142,7 @@ class Scheduler {
   void Swap(Thread* next, bool leaves = false);
   void FinishFirstSwitch();
   void LeaveNobodyReady();
-  void Acquire(pthread_mutex_t* mutex);
+  static void Acquire(pthread_mutex_t* mutex);
   void Release(pthread_mutex_t* mutex);
   void CheckMutex(const pthread_mutex_t* mutex);
   Thread& Find(pthread_t handle);
