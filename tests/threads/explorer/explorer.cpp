@@ -167,7 +167,8 @@ Exploration Check(const Scenario& scenario, uint64_t atLeast) {
   Report("all", result);
   Expect(result);
   EXPECT_GE(result.schedules, atLeast);
-  if (commandLine.minutes > 0 && result.failure.empty()) GoOn(scenario);
+  const bool hasMore = scenario.bound > 0 && result.failure.empty();
+  if (commandLine.minutes > 0 && hasMore) GoOn(scenario);
   return result;
 }
 

@@ -31,6 +31,11 @@ TimerManager& Manager() { return *TimerManager::GetInstance(); }
 
 // Calls of an action. One is in progress between its two points.
 struct Firings {
+  Firings() = default;
+  Firings(const Firings&) = delete;
+  Firings& operator=(const Firings&) = delete;
+  ~Firings() { ShutDownManager(); }  // no action runs afterwards
+
   void Fire() {
     Require(!inProgress, "two actions at a time");
     inProgress = true;
@@ -132,6 +137,56 @@ TEST(TimerSchedules, SharedOneShot) {
 }
 TEST(TimerSchedules, SharedRepeating) {
   CheckTimers(2, 40000, [] { Shared(true); });
+}
+
+// Two threads start a timer at the same time: it is queued once.
+TEST(TimerSchedules, TwoStarts) {
+  const auto body = [] {
+    Firings firings;
+    const TimerPtr timer = MakeTimer(firings, false);
+    std::thread other([&timer] { timer->Start(); });
+    timer->Start();
+    other.join();
+    Require(firings.count > 0 || timer.use_count() == 2, "not queued once");
+    while (firings.count == 0) SleepMs(kPassMs);
+  };
+  CheckTimers(3, 48000, body);
+}
+
+// An action starts its timer while another thread stops it: the timer can be started afterwards.
+TEST(TimerSchedules, StopDuringStart) {
+  const auto body = [] {
+    Firings firings;
+    const auto timer = std::make_shared<TsTimer>(kTimeoutMs, true);
+    timer->Init([&firings, self = timer.get()] {
+      firings.Fire();
+      self->Start();
+    });
+    timer->Start();
+    SleepMs(static_cast<int64_t>(kTimeoutMs));
+    timer->Stop();
+    Require(timer.use_count() == 1, "still queued");
+    const int before = firings.count;
+    timer->Start();
+    while (firings.count == before) SleepMs(kPassMs);
+    timer->Stop();
+  };
+  CheckTimers(3, 190000, body);
+}
+
+// A repeating timer that stops itself continues to fire.
+TEST(TimerSchedules, StopsItself) {
+  const auto body = [] {
+    Firings firings;
+    const auto timer = std::make_shared<TsTimer>(kTimeoutMs, true);
+    timer->Init([&firings, self = timer.get()] {
+      firings.Fire();
+      self->Stop();
+    });
+    timer->Start();
+    while (firings.count < 2) SleepMs(kPassMs);
+  };
+  CheckTimers(3, 82000, body);
 }
 
 // A start that meets the firing of the same timer is not lost.
