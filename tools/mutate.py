@@ -44,6 +44,7 @@ TESTS = {
     "src/latch.cpp": ["latch_test", "lock_faults_test", "races_test"],
     "src/log.cpp": ["log_test", "log_platform_test", "memory_faults_test",
                     "allocation_counts_test"],
+    "src/message_format.cpp": ["log_test"],
     "src/misc.cpp": ["misc_test"],
     "src/path.cpp": ["path_test", "path_platform_test", "memory_faults_test",
                      "allocation_counts_test"],
