@@ -172,7 +172,7 @@ int nanosleep(const timespec* duration, timespec* left) {
 // call the function very early.
 pthread_t __real_pthread_self() noexcept;
 pthread_t __wrap_pthread_self() noexcept {
-  return Scheduler::Active() ? TheScheduler().Self() : __real_pthread_self();
+  return Scheduler::Active() ? Scheduler::Self() : __real_pthread_self();
 }
 
 }  // extern "C"
