@@ -8,22 +8,19 @@
 // within a block. Simd::Bytes is a vector type of GCC and Clang, whose operators apply to each
 // byte.
 //
-// The unnamed namespace gives each source its own copy: the linker must not pick one for all, since
-// the sources are compiled for different processors.
+// Simd must be in an unnamed namespace, so that each source has its own copy: the linker must not
+// pick one for all, since the sources are compiled for different processors.
 
 namespace tarsio {
 
-constexpr size_t kUtf8Lookback =
-    3;  // the validity of a byte depends on up to three bytes before it
-
-namespace {
-
-constexpr size_t kBlocksPerChunk = 4;  // one branch per chunk keeps up with the loads
+// The validity of a byte depends on up to three bytes before it.
+constexpr size_t kUtf8Lookback = 3;
 
 template <typename Simd>
 struct Loops {
   using Bytes = typename Simd::Bytes;
   static constexpr size_t kBlock = sizeof(Bytes);
+  static constexpr size_t kBlocksPerChunk = 4;  // one branch per chunk keeps up with the loads
   static constexpr size_t kChunk = kBlocksPerChunk * kBlock;
 
   static Bytes Load(const unsigned char* from) {
@@ -90,8 +87,6 @@ struct Loops {
     return !Simd::AnyHighBit(errors);
   }
 };
-
-}  // namespace
 
 // For processors with AVX2.
 namespace avx2 {

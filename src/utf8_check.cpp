@@ -20,10 +20,10 @@ struct Sse2 {
     return reinterpret_cast<Bytes>(_mm_subs_epu8(reinterpret_cast<__m128i>(bytes), subtrahends));
   }
 
-  // The bytes moved up by `count`, with zeros before them.
-  template <int count>
+  // The bytes moved up by `Count`, with zeros before them.
+  template <int Count>
   static Bytes MoveUp(Bytes bytes) {
-    return reinterpret_cast<Bytes>(_mm_slli_si128(reinterpret_cast<__m128i>(bytes), count));
+    return reinterpret_cast<Bytes>(_mm_slli_si128(reinterpret_cast<__m128i>(bytes), Count));
   }
 };
 
@@ -31,7 +31,8 @@ using Blocks = Loops<Sse2>;
 
 bool UseAvx2(size_t size, Simd simd) {
   constexpr size_t kMinSize = 128;  // shorter strings gain nothing
-  return size >= kMinSize && simd == Simd::kBest && __builtin_cpu_supports("avx2") != 0;
+  return size >= kMinSize && simd == Simd::kBest &&
+         static_cast<bool>(__builtin_cpu_supports("avx2"));
 }
 
 // The rules, one byte after another. The blocks give the same result.
