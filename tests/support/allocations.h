@@ -18,7 +18,7 @@ extern const bool kAllocationsOfTheLibraryAreSeen;
 // The number of live allocations; 0 if allocations cannot be counted.
 size_t LiveAllocations();
 
-// While it lives, allocations are counted, and after `allowed` allocations the next `refused` throw
+// In its scope, allocations are counted, and after `allowed` allocations the next `refused` throw
 // std::bad_alloc. Only one object may exist, and no other thread may allocate meanwhile.
 class AllocationWatch {
  public:

@@ -16,7 +16,7 @@ void SetVariable(const std::string& name, const std::string& value);
 void SetVariableWithBrokenCharacter(const std::string& name);
 void UnsetVariable(const std::string& name);
 
-// Sets or removes a variable while it lives.
+// Sets or removes a variable in its scope.
 class ScopedVariable {
  public:
   ScopedVariable(std::string variable, const std::optional<std::string>& value)

@@ -5,7 +5,7 @@
 
 namespace tarsio_test {
 
-// While it lives, the call fails for every path. Has no effect on systems on which the call accepts
+// In its scope, the call fails for every path. Has no effect on systems on which the call accepts
 // every path.
 class FailingStat {
  public:

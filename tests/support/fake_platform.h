@@ -18,7 +18,7 @@
 
 namespace tarsio_test {
 
-// Answers the library's calls while it lives. Only one may exist. All paths are ASCII.
+// Answers the calls of the library. At most one exists at a time. All paths are ASCII.
 class FakePlatform {
  public:
   FakePlatform();

@@ -9,7 +9,7 @@
 
 namespace tarsio_test {
 
-// While it lives, the process cannot open files; names and sizes can still be queried.
+// In its scope, the process cannot open files; names and sizes can still be queried.
 class NoFreeFileHandles {
  public:
   NoFreeFileHandles();
@@ -54,7 +54,7 @@ class FileSizeLimit {
   const std::unique_ptr<State> state;
 };
 
-// While it lives, the process cannot read the file `name` in the current directory, and can write
+// In its scope, the process cannot read the file `name` in the current directory, and can write
 // it only if `writable`.
 class ForbiddenFile {
  public:
@@ -68,7 +68,7 @@ class ForbiddenFile {
   const std::unique_ptr<State> state;
 };
 
-// While it lives, the process has no permission for the directory `name` in the current directory
+// In its scope, the process has no permission for the directory `name` in the current directory
 // and its content, except to read it if `readable`. Not every system enforces that.
 class ForbiddenDirectory {
  public:

@@ -11,7 +11,7 @@
 
 namespace tarsio_test {
 
-// While it lives, this thread's lock operation after `allowed` successful ones fails for lack of
+// In its scope, this thread's lock operation after `allowed` successful ones fails for lack of
 // resources. Only one object may exist, and no thread may start meanwhile.
 class LockFault {
  public:
@@ -21,7 +21,7 @@ class LockFault {
   ~LockFault();
 };
 
-// While it lives, records the deadlines on the system clock that this thread waits for. Only one
+// In its scope, records the deadlines on the system clock that this thread waits for. Only one
 // object may exist.
 class DeadlineWatch {
  public:
@@ -36,7 +36,7 @@ class DeadlineWatch {
   static std::chrono::system_clock::time_point FirstEntry();
 };
 
-// While it lives, records this thread's notifications. Only one object may exist.
+// In its scope, records this thread's notifications. Only one object may exist.
 class NotificationWatch {
  public:
   struct Notification {

@@ -15,7 +15,7 @@
 
 namespace tarsio_test {
 
-// While it lives, a thread turns a name in the current directory into a file, a directory, a FIFO,
+// In its scope, a thread turns a name in the current directory into a file, a directory, a FIFO,
 // a symbolic link or nothing, in turn. Skips what the system does not support.
 class SwappedName {
  public:

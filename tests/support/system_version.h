@@ -16,7 +16,7 @@ std::string SystemVersion();
 // The values that the system's version call may return on failure.
 std::vector<int32_t> SystemVersionFailures();
 
-// While it lives, that call fails in the whole process.
+// In its scope, that call fails in the whole process.
 class RefuseSystemVersion {
  public:
   explicit RefuseSystemVersion(int32_t status = SystemVersionFailures().front());
@@ -25,7 +25,7 @@ class RefuseSystemVersion {
   ~RefuseSystemVersion();
 };
 
-// While it lives, that call returns this version in the whole process.
+// In its scope, that call returns this version in the whole process.
 class PretendSystemVersion {
  public:
   PretendSystemVersion(uint32_t major, uint32_t minor);

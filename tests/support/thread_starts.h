@@ -5,7 +5,7 @@
 
 namespace tarsio_test {
 
-// While it lives, std::thread cannot start a thread in this process and throws std::system_error.
+// In its scope, std::thread cannot start a thread in this process and throws std::system_error.
 // Only one object may exist.
 class RefuseThreadStarts {
  public:

@@ -9,7 +9,7 @@
 
 namespace tarsio_test {
 
-// While it lives, a call transfers at most `most` bytes. Where calls can be interrupted, every
+// In its scope, a call transfers at most `most` bytes. Where calls can be interrupted, every
 // second one is, including open calls.
 class SmallTransfers {
  public:
@@ -19,7 +19,7 @@ class SmallTransfers {
   ~SmallTransfers();
 };
 
-// While it lives, a call reports a full transfer but does nothing.
+// In its scope, a call reports a full transfer but does nothing.
 class ClaimedTransfers {
  public:
   ClaimedTransfers();

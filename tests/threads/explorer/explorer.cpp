@@ -50,7 +50,7 @@ std::map<uint64_t, size_t> FromString(const std::string& list) {
   return choices;
 }
 
-// Runs one schedule. What it leaves behind counts as a failure.
+// Runs one schedule. Threads and memory that are left count as failures.
 bool Visit(const Scenario& scenario, int bound, Exploration& result) {
   Scheduler& scheduler = TheScheduler();
   const int64_t before = LiveAllocations();

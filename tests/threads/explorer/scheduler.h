@@ -123,7 +123,7 @@ class Scheduler {
     int cost;
   };
 
-  // While it lives, allocations are the scheduler's own. No switch meanwhile.
+  // In its scope, allocations are the scheduler's own, and no thread is switched.
   class Inside {
    public:
     Inside() { inside = true; }
