@@ -53,7 +53,7 @@ TEST(LongRuns, YearOfATimer) {
 }
 
 TEST(LongRuns, Retirements) {
-  constexpr int kTimes = 10000;
+  constexpr int kTimes = 100000;
   Scenario scenario = LongScenario();
   scenario.body = [] {
     const auto pool = std::make_shared<ThreadPool>("pool", 2U, 0U, 2U);
