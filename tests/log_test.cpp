@@ -808,6 +808,20 @@ TEST_F(LogLine, LengthModifiers) {
 }
 
 // The C libraries differ here.
+// A wide argument makes the library format each conversion by itself.
+TEST_F(LogLine, EachConversion) {
+  constexpr auto kWide = static_cast<std::wint_t>(L'w');
+  ExpectMessage("w|w|  w|w  ", "%C|%lc|%3lc|%-3lc", kWide, kWide, kWide, kWide);
+  ExpectMessage("wide|  wide|wide  |wi|(null)", "%S|%6ls|%-6ls|%.2ls|%ls", L"wide", L"wide",
+                L"wide", L"wide", static_cast<const wchar_t*>(nullptr));
+  ExpectMessage("-1|-2|-3|-4|-5|6|-7|w", "%hhd|%hd|%ld|%lld|%jd|%zu|%td|%lc", -1, -2, -3L, -4LL,
+                std::intmax_t{-5}, std::size_t{6}, std::ptrdiff_t{-7}, kWide);
+  ExpectMessage("2.5|2.5|c|s|w", "%.1f|%.1Lf|%c|%s|%lc", 2.5, 2.5L, 'c', "s", kWide);
+  ExpectMessage("", "ab%2046lc", kWide);
+  ExpectMessage("", "ab%-2046lc", kWide);
+  ExpectMessage("", "%ls", std::wstring(2048, L'w').c_str());
+}
+
 TEST_F(LogLine, UnsignedSign) { ExpectMessage("7|  7|7", "% u|%+3lu|% zu", 7U, 7UL, size_t{7}); }
 TEST_F(LogLine, OctalZero) { ExpectMessage("0|0|", "%#.0o|%#.0llo|%.0o", 0U, 0ULL, 0U); }
 TEST_F(LogLine, NullString) {
