@@ -127,7 +127,7 @@ class File {
       : descriptor(openDescriptor), writeSignal(signal) {}
 
   const int descriptor;
-  const int writeSignal;  // which a failing write may raise; 0 if none
+  [[maybe_unused]] const int writeSignal;  // which a failing write may raise; 0 if none
 };
 
 // ---- signals ----
