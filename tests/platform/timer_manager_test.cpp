@@ -789,11 +789,11 @@ TEST_F(ManagerTest, StopSortsTwice) {
 }
 
 TEST_F(ManagerTest, ResetTimer) {
-  const TestTimer a(10, kOnce, Noting("a"));
+  const TestTimer a(15, kOnce, Noting("a"));
   const TestTimer b(20, kOnce, Noting("b"));
   const TestTimer c(30, kOnce, Noting("c"));
   for (const TestTimer* timer : {&c, &b, &a}) (*timer)->Start();
-  SetClock(kStart + 15);
+  SetClock(kStart + 10);
   Manager().ResetTimer(a.Get());
   SetClock(kStart - 100);
   Manager().ResetTimer(c.Get());
