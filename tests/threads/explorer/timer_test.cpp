@@ -139,6 +139,16 @@ TEST(TimerSchedules, SharedRepeating) {
   CheckTimers(2, 40000, [] { Shared(true); });
 }
 
+// A repeating timer that calls `function` on itself when it fires.
+TimerPtr MakeCalling(Firings& firings, void (TsTimer::*function)()) {
+  auto timer = std::make_shared<TsTimer>(kTimeoutMs, true);
+  timer->Init([&firings, self = timer.get(), function] {
+    firings.Fire();
+    (self->*function)();
+  });
+  return timer;
+}
+
 // Two threads start a timer at the same time: it is queued once.
 TEST(TimerSchedules, TwoStarts) {
   const auto body = [] {
@@ -157,11 +167,7 @@ TEST(TimerSchedules, TwoStarts) {
 TEST(TimerSchedules, StopDuringStart) {
   const auto body = [] {
     Firings firings;
-    const auto timer = std::make_shared<TsTimer>(kTimeoutMs, true);
-    timer->Init([&firings, self = timer.get()] {
-      firings.Fire();
-      self->Start();
-    });
+    const TimerPtr timer = MakeCalling(firings, &TsTimer::Start);
     timer->Start();
     SleepMs(static_cast<int64_t>(kTimeoutMs));
     timer->Stop();
@@ -178,11 +184,7 @@ TEST(TimerSchedules, StopDuringStart) {
 TEST(TimerSchedules, StopsItself) {
   const auto body = [] {
     Firings firings;
-    const auto timer = std::make_shared<TsTimer>(kTimeoutMs, true);
-    timer->Init([&firings, self = timer.get()] {
-      firings.Fire();
-      self->Stop();
-    });
+    const TimerPtr timer = MakeCalling(firings, &TsTimer::Stop);
     timer->Start();
     while (firings.count < 2) SleepMs(kPassMs);
   };
