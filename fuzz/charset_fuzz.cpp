@@ -1,12 +1,12 @@
 // Compares the encoding checks and conversions with simple reference implementations. The user's
 // locale uses UTF-8.
 
-#include <cstdlib>
 #include <stdexcept>
 
 #include "common/charset_cvt.h"
 #include "reference/utf.h"
 #include "require.h"
+#include "support/environment.h"
 #include "support/recording_logger.h"
 
 namespace tarsio_fuzz {
@@ -25,9 +25,10 @@ std::string Logged(const LogRecords& records) {
   return logged;
 }
 
-// This C library also decodes characters above U+10FFFF, as older UTF-8 did. Returns the length of
-// such a character, or 0.
+// A C library whose wchar_t can hold them also decodes characters above U+10FFFF, as older UTF-8
+// did. Returns the length of such a character, or 0.
 size_t OldCharacterLength(const std::string& s, size_t index) {
+  if (sizeof(wchar_t) < sizeof(char32_t)) return 0;
   const unsigned char lead = reference::ByteAt(s, index);
   const size_t length = lead >= 0xFC ? 6 : lead >= 0xF8 ? 5 : 4;
   if (!reference::Within(lead, 0xF4, 0xFD) || index + length > s.size()) return 0;
@@ -101,13 +102,13 @@ template <typename Units>
 void BytesToUnits(const std::string& s, Units (*convert)(const std::string&), bool isSigned) {
   const auto records = LogRecords::Install(tarsio::LOG_LEVEL_INFO);
   const Units units = convert(s);
-  Require(Logged(*records) == (s.empty() ? "Parameter is empty!;" : ""), "empty input is logged");
-  Require(units.size() == s.size(), "one unit per byte");
+  RequireEqual(Logged(*records), s.empty() ? "Parameter is empty!;" : "", "empty input is logged");
+  RequireEqual(units.size(), s.size(), "one unit per byte");
   for (size_t i = 0; i < s.size(); ++i) {
     const int value =
         reference::ByteAt(s, i) - (isSigned && reference::ByteAt(s, i) > 0x7F ? 0x100 : 0);
-    Require(units[i] == static_cast<typename Units::value_type>(value),
-            "the unit has the byte's value");
+    RequireEqual(units[i], static_cast<typename Units::value_type>(value),
+                 "the unit has the byte's value");
   }
 }
 
@@ -120,28 +121,28 @@ void UnitsToBytes(FuzzedDataProvider& input, std::string (*convert)(const Units&
   for (auto left = input.ConsumeIntegralInRange<size_t>(0, 20); left > 0; --left) {
     const auto value =
         input.ConsumeBool() ? input.ConsumeIntegral<uint32_t>() : input.ConsumeIntegral<uint8_t>();
-    const auto unit = static_cast<typename Units::value_type>(value);
+    const auto unit = static_cast<typename Units::value_type>(portable ? value & 0xFFFF : value);
     units += unit;
     expected += static_cast<char>(static_cast<uint32_t>(unit) % 256);
     wide = wide || static_cast<uint32_t>(unit) > 0xFF;
   }
   try {
-    Require(convert(units) == expected, "the result is the low byte of each unit");
+    RequireEqual(convert(units), expected, "the result is the low byte of each unit");
     Require(!throws || !wide, "a wide unit is rejected");
   } catch (const std::range_error& error) {
     Require(throws && wide && std::string(error.what()) == "bad conversion", "the exception");
   }
-  Require(Logged(*records) == (units.empty() ? "Parameter is empty!;" : ""),
-          "empty input is logged");
+  RequireEqual(Logged(*records), units.empty() ? "Parameter is empty!;" : "",
+               "empty input is logged");
 }
 
 void Environment(const std::string& value) {
-  const std::string text = value.substr(0, value.find('\0'));
-  Require(::setenv("TARSIO_FUZZ", text.c_str(), 1) == 0, "setenv");
+  const std::string text = WellFormedForWine(value.substr(0, value.find('\0')));
+  tarsio_test::SetVariable("TARSIO_FUZZ", text);
   const std::wstring units = reference::Widen(text);
   const std::string utf8 = reference::Narrow(units);
   const bool fits = units.size() < 256 && utf8.size() <= 254;
-  Require(CharsetCvt::GetEnv(L"TARSIO_FUZZ", "unused") == (fits ? utf8 : ""), "GetEnv()");
+  RequireEqual(CharsetCvt::GetEnv(L"TARSIO_FUZZ", "unused"), fits ? utf8 : "", "GetEnv()");
   const std::wstring beginning = L"TARSIO_FUZZ=" + units.substr(0, units.find(L'='));
   Require(CharsetCvt::GetEnv(beginning, "unused").empty(), "a name with '=' is not found");
 }
@@ -149,7 +150,8 @@ void Environment(const std::string& value) {
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
-  return ::setenv("LC_ALL", "C.UTF-8", 1);
+  tarsio_test::SetVariable("LC_ALL", "C.UTF-8");
+  return 0;
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -159,12 +161,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   UnitsToBytes<std::u32string>(input, &CharsetCvt::U32ToU8, false);
 
   const std::string s = input.ConsumeRemainingBytesAsString();
-  Require(CharsetCvt::IsU8(s) == reference::IsU8(s), "IsU8()");
+  RequireEqual(CharsetCvt::IsU8(s), reference::IsU8(s), "IsU8()");
   bool ascii = true;
   for (const char c : s) ascii = ascii && c >= 0;
-  Require(CharsetCvt::IsASCII(s) == ascii, "IsASCII()");
-  Require(CharsetCvt::StartsWithBom(s) == (reference::IsU8(s) && s.rfind("\xEF\xBB\xBF", 0) == 0),
-          "StartsWithBom()");
+  RequireEqual(CharsetCvt::IsASCII(s), ascii, "IsASCII()");
+  RequireEqual(CharsetCvt::StartsWithBom(s), reference::IsU8(s) && s.rfind("\xEF\xBB\xBF", 0) == 0,
+               "StartsWithBom()");
   BytesToUnits<std::wstring>(s, &CharsetCvt::U8ToW, false);
   BytesToUnits<std::u16string>(s, &CharsetCvt::U8ToU16, true);
   BytesToUnits<std::u32string>(s, &CharsetCvt::U8ToU32, true);

@@ -4,6 +4,8 @@
 // results.
 
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <map>
 #include <optional>
 #include <string>
@@ -21,6 +23,13 @@ namespace tarsio_fuzz {
 namespace {
 
 using tarsio::FileUtils;
+
+// Returns the bytes of a text file with this content on this system.
+std::string TextForm(const std::string& content) {
+  std::ofstream("text form") << content;
+  std::ifstream file("text form", std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
 
 enum class Special { kFifo, kLinkToItself };
 
@@ -57,10 +66,11 @@ class Model {
     if (!Exists(name) && input && !append && !truncate) return 4;
     std::string& file = objects[name].emplace(Exists(name) ? objects[name].value_or("") : "");
     if (truncate || (!input && !atEnd && !append)) file.clear();
+    const std::string written = has(32) ? content : TextForm(content);
     if (atEnd || append) {
-      file += content;
+      file += written;
     } else {
-      file = content + (file.size() > content.size() ? file.substr(content.size()) : "");
+      file = written + (file.size() > written.size() ? file.substr(written.size()) : "");
     }
     return 0;
   }
@@ -103,20 +113,21 @@ class Model {
 void Write(FuzzedDataProvider& input, Model& model, const std::string& name,
            const std::string& text) {
   const std::string content = TakeText(input, 100);
-  const int mode = input.ConsumeIntegralInRange(0, 0x4F);
+  const int binary = portable ? 0x20 : 0;
+  const int mode = input.ConsumeIntegralInRange(0, 0x4F) | binary;
   const int expected = model.Write(name, content, mode);
-  Require(FileUtils::WriteFile(content, text, mode) == expected, "WriteFile()");
+  RequireEqual(FileUtils::WriteFile(content, text, mode), expected, "WriteFile()");
 }
 
 void Read(const Model& model, const std::string& name, const std::string& text) {
   std::string content = "as before";
   const int result = FileUtils::GetFileContent(text, content);
-  Require(result == model.Read(name), "GetFileContent()");
-  Require(content == (result == 0 ? model.Content(name) : "as before"), "the content");
+  RequireEqual(result, model.Read(name), "GetFileContent()");
+  RequireEqual(content, result == 0 ? model.Content(name) : "as before", "the content");
 }
 
 void MakeSpecial(FuzzedDataProvider& input, Model& model, const std::string& name) {
-  if (!model.IsFree(name)) return;
+  if (portable || !model.IsFree(name)) return;
   if (input.ConsumeBool()) {
     if (tarsio_test::MakeFifo(name)) model.Add(name, Special::kFifo);
     return;
@@ -167,15 +178,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         Write(input, model, name, text);
         break;
       case 2:
-        Require(FileUtils::RemoveFile(text) == model.RemoveFile(name), "RemoveFile()");
+        RequireEqual(FileUtils::RemoveFile(text), model.RemoveFile(name), "RemoveFile()");
         break;
       case 3:
-        Require(FileUtils::RemoveDir(text) == model.RemoveDirectory(name), "RemoveDir()");
+        RequireEqual(FileUtils::RemoveDir(text), model.RemoveDirectory(name), "RemoveDir()");
         break;
       case 4:
         // MakeDir() would take the long-path prefix for a directory, and create "missing".
         if (form > 1) break;
-        Require(FileUtils::MakeDir(text + '/') == model.MakeDirectories(name), "MakeDir()");
+        RequireEqual(FileUtils::MakeDir(text + '/'), model.MakeDirectories(name), "MakeDir()");
         break;
       case 5:
         MakeSpecial(input, model, name);
@@ -185,8 +196,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     }
     for (const std::string& each : names) {
       Read(model, each, directory.Text(each));
-      Require(FileUtils::CheckDirOrFileExists(directory.Text(each)) == model.Exists(each),
-              "CheckDirOrFileExists()");
+      RequireEqual(FileUtils::CheckDirOrFileExists(directory.Text(each)), model.Exists(each),
+                   "CheckDirOrFileExists()");
     }
   }
   return 0;

@@ -58,7 +58,7 @@ void CheckLine(const std::string& line, const Message& message, const std::strin
   file.Set(message.file, 0);
   const std::string expected = '[' + LevelName(message.level) + "][" + file.Filename() + ':' +
                                std::to_string(message.line) + "] " + text;
-  Require(line.substr(timeEnd) == expected, "the line after the time");
+  RequireEqual(line.substr(timeEnd), expected, "the line after the time");
 }
 
 // Checks that the message with `args` is logged as `text`, or as an empty string if that is too
@@ -82,7 +82,7 @@ void CheckMessage(const Message& message, std::string text, Args... args) {
     Require(logged.empty() && callbackLine.empty(), "messages above the threshold are dropped");
     return;
   }
-  Require(logged.size() == 1, "one line per message");
+  RequireEqual(logged.size(), size_t{1}, "one line per message");
   CheckLine(logged[0].text, message, text);
   CheckLine(callbackLine, message, text);
 }
@@ -205,11 +205,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
                       input.PickValueInArray({"llx", "llX", "llo", "llu"}),
                       input.ConsumeIntegral<unsigned long long>());
       break;
-    case 2:
-      CheckConversion(message, TakeField(input, "-+ 0#", true),
-                      std::string(1, input.PickValueInArray({'f', 'e', 'g', 'a', 'E', 'G'})),
-                      input.ConsumeFloatingPoint<double>());
+    case 2: {
+      const Field field = TakeField(input, "-+ 0#", true);
+      const char letter = input.PickValueInArray({'f', 'e', 'g', 'a', 'E', 'G'});
+      if (portable && letter == 'a') break;  // the C libraries print different digits
+      CheckConversion(message, field, std::string(1, letter), input.ConsumeFloatingPoint<double>());
       break;
+    }
     case 3: {
       const Field field = TakeField(input, "-", true);
       const std::string text = TakeText(input, 2100);
@@ -220,6 +222,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
       CheckConversion(message, TakeField(input, "-", false), "c", input.ConsumeIntegral<int>());
       break;
     default:
+      if (portable) break;  // the C libraries have different types and encodings
       CheckWideCharacter(message, TakeField(input, "-", false),
                          input.ConsumeIntegral<std::wint_t>());
       break;

@@ -30,11 +30,11 @@ void Map(const std::string& s) {
     if (s[i] >= 'a' && s[i] <= 'z') upper[i] = static_cast<char>(s[i] - 32);
     if (s[i] >= 'A' && s[i] <= 'Z') lower[i] = static_cast<char>(s[i] + 32);
   }
-  Require(StringUtils::ToUpper(s) == upper, "ToUpper()");
-  Require(StringUtils::ToLower(s) == lower, "ToLower()");
+  RequireEqual(StringUtils::ToUpper(s), upper, "ToUpper()");
+  RequireEqual(StringUtils::ToLower(s), lower, "ToLower()");
   std::string trimmed = s;
   StringUtils::Trim(trimmed);
-  Require(trimmed == ReferenceTrim(s), "Trim()");
+  RequireEqual(trimmed, ReferenceTrim(s), "Trim()");
 }
 
 void Digest(const std::string& s) {
@@ -44,7 +44,7 @@ void Digest(const std::string& s) {
     std::snprintf(text, sizeof text, "%2x", byte);
     expected += text;
   }
-  Require(StringUtils::GetHashText(s.data(), s.size()) == expected, "GetHashText()");
+  RequireEqual(StringUtils::GetHashText(s.data(), s.size()), expected, "GetHashText()");
 }
 
 }  // namespace
@@ -55,19 +55,19 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const char replacement = input.ConsumeIntegral<char>();
   const std::string s = input.ConsumeRemainingBytesAsString();
 
-  Require(StringUtils::SplitString(s, part) == reference::SplitString(s, part), "SplitString()");
-  Require(StringUtils::SplitAllByString(s, part) == reference::SplitAllByString(s, part),
-          "SplitAllByString()");
-  Require(StringUtils::SplitFristByString(s, part) == reference::SplitFirstByString(s, part),
-          "SplitFristByString()");
+  RequireEqual(StringUtils::SplitString(s, part), reference::SplitString(s, part), "SplitString()");
+  RequireEqual(StringUtils::SplitAllByString(s, part), reference::SplitAllByString(s, part),
+               "SplitAllByString()");
+  RequireEqual(StringUtils::SplitFristByString(s, part), reference::SplitFirstByString(s, part),
+               "SplitFristByString()");
 
   bool occurs = false;
   for (size_t i = 0; i <= s.size(); ++i) occurs = occurs || reference::OccursAt(s, part, i);
-  Require(StringUtils::Contains(s, part) == occurs, "Contains()");
-  Require(StringUtils::StartsWith(s, part) == reference::OccursAt(s, part, 0), "StartsWith()");
-  Require(StringUtils::EndsWith(s, part) ==
-              (s.size() >= part.size() && reference::OccursAt(s, part, s.size() - part.size())),
-          "EndsWith()");
+  RequireEqual(StringUtils::Contains(s, part), occurs, "Contains()");
+  RequireEqual(StringUtils::StartsWith(s, part), reference::OccursAt(s, part, 0), "StartsWith()");
+  RequireEqual(StringUtils::EndsWith(s, part),
+               s.size() >= part.size() && reference::OccursAt(s, part, s.size() - part.size()),
+               "EndsWith()");
 
   std::string replaced = s;
   for (const char one : part) {
@@ -76,7 +76,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
       if (s[i] == one) replaced[i] = replacement;
     }
   }
-  Require(StringUtils::SpaceToUnderscore(s, part, replacement) == replaced, "SpaceToUnderscore()");
+  RequireEqual(StringUtils::SpaceToUnderscore(s, part, replacement), replaced,
+               "SpaceToUnderscore()");
   Map(s);
   Digest(s);
   return 0;

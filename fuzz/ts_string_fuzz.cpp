@@ -29,12 +29,12 @@ void Compare(Strings& strings) {
   for (size_t i = 0; i < kCount; ++i) {
     const std::string& expected = strings.model[i];
     const TsString& text = strings.At(i);
-    Require(text.Cstr() == expected, "Cstr()");
-    Require(text.Length() == expected.size(), "Length()");
-    Require(text.IsEmpty() == expected.empty(), "IsEmpty()");
+    RequireEqual(std::string(text.Cstr()), expected, "Cstr()");
+    RequireEqual(text.Length(), expected.size(), "Length()");
+    RequireEqual(text.IsEmpty(), expected.empty(), "IsEmpty()");
     for (size_t j = 0; j < kCount; ++j) {
-      Require((text == strings.At(j)) == (expected == strings.model[j]), "==");
-      Require((text != strings.At(j)) == (expected != strings.model[j]), "!=");
+      RequireEqual(text == strings.At(j), expected == strings.model[j], "==");
+      RequireEqual(text != strings.At(j), expected != strings.model[j], "!=");
     }
   }
 }

@@ -1,11 +1,19 @@
 #!/bin/sh
-# tools/compare_results.sh FILE FILE: compares the tables that the tests wrote on the two systems.
+# tools/compare_results.sh FOLDER FOLDER: compares the results that the tests wrote on the two systems: the
+# table of calls and, for each input of a fuzz target, a hash.
 set -eu
-[ -s "$1" ] && [ -s "$2" ] || { echo "missing or empty: $1 or $2" >&2; exit 1; }
-if cmp -s "$1" "$2"; then
-  echo "$(wc -l < "$1") results are the same"
-  exit 0
+
+if [ ! -s "$1/parity.txt" ] || [ "$(ls "$1")" != "$(ls "$2")" ]; then
+  echo "missing results in $1 or $2" >&2
+  exit 1
 fi
-echo "$(diff -a "$1" "$2" | grep -ac '^[<>]') lines differ; the first:" >&2
-diff -a "$1" "$2" | grep -am 2 '^[<>]' >&2
-exit 1
+for one in "$1"/*; do
+  name=$(basename "$one" .txt)
+  other=$2/$name.txt
+  if ! cmp -s "$one" "$other"; then
+    echo "$name: $(diff -a "$one" "$other" | grep -ac '^[<>]') lines differ; the first:" >&2
+    diff -a "$one" "$other" | grep -am 2 '^[<>]' >&2
+    exit 1
+  fi
+  echo "$name: $(wc -l < "$one") results are the same"
+done
