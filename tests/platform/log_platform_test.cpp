@@ -4,16 +4,22 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <chrono>
 #include <cstdarg>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
+#include <locale>
 #include <memory>
+#include <sstream>
 #include <string>
+#include <thread>
+#include <utility>
 
 #include "common/log.h"
 #include "support/fake_platform.h"
+#include "support/gate.h"
 
 namespace {
 
@@ -23,6 +29,7 @@ using tarsio::LOG_LEVEL_ERROR;
 using tarsio::LOG_LEVEL_WARN;
 using tarsio::Logger;
 using testing::ElementsAre;
+using testing::ExitedWithCode;
 using testing::IsEmpty;
 
 std::tm Calendar(int year, int month, int day, int hour, int minute, int second) {
@@ -36,15 +43,17 @@ std::tm Calendar(int year, int month, int day, int hour, int minute, int second)
   return calendar;
 }
 
-std::string Line(const char* format, ...) {
-  std::string line;
+std::string Line(int line, const char* format, ...) {
+  std::string text;
   Logger logger;
   va_list args;
   va_start(args, format);
-  logger.VFormat(LOG_LEVEL_ERROR, line, "a.cpp", 1, "f", format, args);
+  logger.VFormat(LOG_LEVEL_ERROR, text, "a.cpp", line, "f", format, args);
   va_end(args);
-  return line;
+  return text;
 }
+
+void CallLog(LOG_LEVEL level) { Log::GetInstance().DoLog(level, "a.cpp", 1, "f", "text"); }
 
 void CallTsLog(LOG_LEVEL level) {
   const auto error = [] { return LOG_LEVEL_ERROR; };
@@ -81,10 +90,12 @@ TEST_F(LogOs, Time) {
   for (const auto& row : rows) {
     SCOPED_TRACE(row.ticks);
     platform.ticks = row.ticks;
-    EXPECT_EQ(Line("x"),
+    EXPECT_EQ(Line(1, "x"),
               std::string("[2024-03-05 14:07:09.") + row.milliseconds + "][ERROR][a.cpp:1] x");
     EXPECT_THAT(platform.Calls(), ElementsAre("WallClockTicks", row.conversion));
   }
+  platform.localTime.reset();  // the conversion fails
+  EXPECT_EQ(Line(1, "x"), "[.0][ERROR][a.cpp:1] x");
 }
 
 // The calendar is not cached between lines.
@@ -98,14 +109,23 @@ TEST_F(LogOs, Calendar) {
     std::array<char, 30> expected{};
     ASSERT_GT(std::strftime(expected.data(), expected.size(), "%Y-%m-%d %H:%M:%S", &row), 0u);
     platform.localTime = row;
-    EXPECT_EQ(Line("x"), std::string("[") + expected.data() + ".0][ERROR][a.cpp:1] x");
+    EXPECT_EQ(Line(1, "x"), std::string("[") + expected.data() + ".0][ERROR][a.cpp:1] x");
   }
 }
 
-TEST_F(LogOs, NoLocalTime) {
-  platform.localTime.reset();
-  platform.ticks = 17096476290380000;
-  EXPECT_EQ(Line("x"), "[.38][ERROR][a.cpp:1] x");
+TEST_F(LogOs, NoGrouping) {
+  struct GroupsDigits : std::numpunct<char> {
+    std::string do_grouping() const override { return "\1"; }
+  };
+  const std::locale before =
+      std::locale::global(std::locale(std::locale::classic(), new GroupsDigits));
+  std::ostringstream control;
+  control << 12;
+  ASSERT_EQ(control.str(), "1,2");
+  platform.ticks = 9999999;
+  EXPECT_EQ(Line(1234567, "%d", 7654321),
+            "[2024-03-05 14:07:09.999][ERROR][a.cpp:1234567] 7654321");
+  std::locale::global(before);
 }
 
 TEST_F(LogOs, OneClockRead) {
@@ -113,13 +133,12 @@ TEST_F(LogOs, OneClockRead) {
     void DoOutput(const char* /*line*/) override {}
   };
   Log::GetInstance().SetLogger(std::make_unique<Silent>());
-  Log::GetInstance().DoLog(LOG_LEVEL_WARN, "a.cpp", 1, "f", "filtered");
-  CallTsLog(LOG_LEVEL_WARN);
-  EXPECT_THAT(platform.Calls(), IsEmpty());
-  Log::GetInstance().DoLog(LOG_LEVEL_ERROR, "a.cpp", 1, "f", "passes");
-  EXPECT_THAT(platform.Calls(), ElementsAre("WallClockTicks", "LocalTime 0"));
-  CallTsLog(LOG_LEVEL_ERROR);
-  EXPECT_THAT(platform.Calls(), ElementsAre("WallClockTicks", "LocalTime 0"));
+  for (const auto call : {CallLog, CallTsLog}) {
+    call(LOG_LEVEL_WARN);
+    EXPECT_THAT(platform.Calls(), IsEmpty()) << "filtered";
+    call(LOG_LEVEL_ERROR);
+    EXPECT_THAT(platform.Calls(), ElementsAre("WallClockTicks", "LocalTime 0"));
+  }
 }
 
 // ---- process exit ----
@@ -145,8 +164,52 @@ void EndTheProcess() {
 }
 
 TEST_F(LogOs, StaticOrder) {
-  EXPECT_EXIT(EndTheProcess(), testing::ExitedWithCode(0),
+  EXPECT_EXIT(EndTheProcess(), ExitedWithCode(0),
               "the younger static.*\n.*the sink.*\n.*the older static");
+}
+
+// A sink whose second line never ends.
+class StuckSink : public Logger {
+ public:
+  StuckSink() = default;
+  StuckSink(const StuckSink&) = delete;
+  StuckSink& operator=(const StuckSink&) = delete;
+  ~StuckSink() override { std::_Exit(1); }
+  void DoOutput(const char* /*line*/) override {
+    if (++lines == 1) return;
+    stuck.Open();
+    tarsio_test::Gate().Wait();
+  }
+
+  tarsio_test::Gate stuck;
+
+ private:
+  int lines = 0;
+};
+
+void EndWhileTheSinkIsStuck() {
+  auto owned = std::make_unique<StuckSink>();
+  StuckSink& sink = *owned;
+  Log::GetInstance().SetLogger(std::move(owned));
+  CallLog(LOG_LEVEL_ERROR);
+  std::thread(CallLog, LOG_LEVEL_ERROR).detach();
+  sink.stuck.Wait();
+  std::exit(0);
+}
+
+// The log waits a while for the line, and does not destroy the sink.
+TEST_F(LogOs, StuckSink) {
+  const auto begin = std::chrono::steady_clock::now();
+  EXPECT_EXIT(EndWhileTheSinkIsStuck(), ExitedWithCode(0), "");
+  EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(250));
+}
+
+// The system has ended the other threads, so there is nothing to wait for.
+TEST_F(LogOs, EndingProcess) {
+  platform.processIsEnding = true;
+  platform.event = [] { std::_Exit(2); };
+  platform.eventAt = 5;  // after four calls for the lines: the log does not ask twice
+  EXPECT_EXIT(EndWhileTheSinkIsStuck(), ExitedWithCode(0), "");
 }
 
 }  // namespace

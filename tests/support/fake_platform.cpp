@@ -158,7 +158,11 @@ int StandardOutputSignal() { return 0; }
 ScopedSignalBlock::ScopedSignalBlock(int signal) : blocked(signal) {}
 void ScopedSignalBlock::DiscardAndUnblock() const {}
 
-bool ProcessIsEnding() { return false; }
+bool ProcessIsEnding() {
+  Fake().Record("ProcessIsEnding");
+  return Fake().processIsEnding;
+}
+
 int ForkCount() { return 0; }
 
 }  // namespace tarsio::platform

@@ -54,6 +54,7 @@ class FakePlatform {
 
   std::optional<tarsio::platform::Version> version;
   bool libcryptoIsUsable = true;
+  bool processIsEnding = false;
   int64_t ticks = 0;
   std::optional<std::tm> localTime;  // the conversion fails if it is not set
 
