@@ -8,7 +8,6 @@
 #include <string>
 #include <thread>
 #include <type_traits>
-#include <utility>
 #include <vector>
 
 #include "support/recording_logger.h"
@@ -19,12 +18,8 @@ namespace {
 using tarsio::ClientDeviceInfo;
 using tarsio::SysInfo;
 using tarsio_test::LogRecords;
-using tarsio_test::PretendSystemVersion;
-using tarsio_test::RefuseSystemVersion;
 using tarsio_test::SystemVersion;
-using testing::EndsWith;
 using testing::IsEmpty;
-using testing::SizeIs;
 
 using InfoPtr = std::shared_ptr<ClientDeviceInfo>;
 
@@ -77,15 +72,6 @@ TEST(SysInfo, Fields) {
   EXPECT_THAT(records->All(), IsEmpty());
 }
 
-TEST(SysInfo, Version) {
-  for (const auto& [major, minor] : {std::pair(10u, 12u), std::pair(6u, 3u)}) {
-    const PretendSystemVersion pretend(major, minor);
-    InfoPtr info = MakeInfo("");
-    EXPECT_TRUE(SysInfo::GetClientOsInfo(info));
-    EXPECT_EQ(info->osVersion, std::to_string(major) + '.' + std::to_string(minor));
-  }
-}
-
 TEST(SysInfo, Threads) {
   const Fields expected{"Windows", "r", SystemVersion(), "x64"};
   std::atomic<int> wrong{0};
@@ -100,29 +86,6 @@ TEST(SysInfo, Threads) {
   }
   for (std::thread& thread : threads) thread.join();
   EXPECT_EQ(wrong, 0);
-}
-
-TEST(SysInfo, Failure) {
-  for (const int32_t status : tarsio_test::SystemVersionFailures()) {
-    SCOPED_TRACE(status);
-    const auto records = LogRecords::Install(tarsio::LOG_LEVEL_ERROR);
-    InfoPtr info = MakeInfo("reserved");
-    {
-      const RefuseSystemVersion refuse(status);
-      EXPECT_FALSE(SysInfo::GetClientOsInfo(info));
-    }
-    EXPECT_EQ(FieldsOf(*info), (Fields{"Windows", "reserved", "version", std::string(1000, 'm')}));
-    EXPECT_TRUE(SysInfo::GetClientOsInfo(info));
-    EXPECT_EQ(info->osVersion, SystemVersion());
-
-    ASSERT_THAT(records->All(), SizeIs(1));
-    const tarsio_test::LogRecord line = records->All()[0];
-    EXPECT_EQ(line.level, tarsio::LOG_LEVEL_ERROR);
-    EXPECT_EQ(line.file, "src/sys_info.cpp");
-    EXPECT_EQ(line.line, 31);
-    EXPECT_EQ(line.function, "tarsio::SysInfo::GetClientOsInfo");
-    EXPECT_THAT(line.text, EndsWith("][ERROR][sys_info.cpp:31] GetOSVersion Failed"));
-  }
 }
 
 }  // namespace

@@ -9,6 +9,7 @@
 #include "common/sys_info.h"
 #include "support/fake_platform.h"
 #include "support/private_member.h"
+#include "support/recording_logger.h"
 
 namespace tarsio_test {
 
@@ -22,10 +23,14 @@ EXPOSE_PRIVATE(ModelGetter, &tarsio::SysInfo::GetOSManufacturingModel);
 
 namespace {
 
+using tarsio::ClientDeviceInfo;
+using tarsio::SysInfo;
 using tarsio_test::FakePlatform;
 using tarsio_test::Getter;
 using testing::ElementsAre;
+using testing::EndsWith;
 using testing::IsEmpty;
+using testing::SizeIs;
 
 TEST(SysInfoOs, Version) {
   FakePlatform platform;
@@ -40,14 +45,33 @@ TEST(SysInfoOs, Version) {
       {{2147483648, 2147483647}, "2147483648.2147483647"},
       {{4294967295, 4294967295}, "4294967295.4294967295"},
   };
-  const auto info = std::make_shared<tarsio::ClientDeviceInfo>();
+  auto info = std::make_shared<ClientDeviceInfo>();
   for (const auto& row : rows) {
     platform.version = row.version;
-    auto out = info;
-    EXPECT_TRUE(tarsio::SysInfo::GetClientOsInfo(out));
+    EXPECT_TRUE(SysInfo::GetClientOsInfo(info));
     EXPECT_EQ(info->osVersion, row.text);
     EXPECT_THAT(platform.Calls(), ElementsAre("RunningVersion")) << "not cached";
   }
+}
+
+TEST(SysInfoOs, Failure) {
+  const FakePlatform platform;
+  const auto records = tarsio_test::LogRecords::Install(tarsio::LOG_LEVEL_ERROR);
+  auto info =
+      std::make_shared<ClientDeviceInfo>(ClientDeviceInfo{"arch", "reserved", "version", "model"});
+  EXPECT_FALSE(SysInfo::GetClientOsInfo(info));
+  EXPECT_EQ(info->osArch, "Windows");
+  EXPECT_EQ(info->reserved, "reserved");
+  EXPECT_EQ(info->osVersion, "version");
+  EXPECT_EQ(info->osManufacturingModel, "model");
+
+  ASSERT_THAT(records->All(), SizeIs(1));
+  const tarsio_test::LogRecord line = records->All()[0];
+  EXPECT_EQ(line.level, tarsio::LOG_LEVEL_ERROR);
+  EXPECT_THAT(line.file, EndsWith("src/sys_info.cpp"));
+  EXPECT_EQ(line.line, 31);
+  EXPECT_EQ(line.function, "tarsio::SysInfo::GetClientOsInfo");
+  EXPECT_THAT(line.text, EndsWith("][ERROR][sys_info.cpp:31] GetOSVersion Failed"));
 }
 
 // The architecture getter returns the system's name, and the model getter the architecture (by

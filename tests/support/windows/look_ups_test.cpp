@@ -28,12 +28,13 @@ using tarsio_test::ScopedDirectory;
 
 std::atomic<int> lookUps{0};
 DWORD sizeField = 1;  // of the record of the last call of RtlGetVersion
+LONG status = 0;      // which that function returns
 
 LONG WINAPI Version(OSVERSIONINFOW* record) {
   sizeField = record->dwOSVersionInfoSize;
   record->dwMajorVersion = 6;
   record->dwMinorVersion = 1;
-  return 0;
+  return status;
 }
 
 }  // namespace
@@ -81,10 +82,17 @@ TEST(LookUps, AtLoadTime) {
   EXPECT_EQ(lookUps, 0);
 }
 
-TEST(LookUps, VersionSizeUnset) {
+TEST(LookUps, Version) {
   auto info = std::make_shared<tarsio::ClientDeviceInfo>();
   ASSERT_TRUE(tarsio::SysInfo::GetClientOsInfo(info));
-  EXPECT_EQ(sizeField, 0U);
+  EXPECT_EQ(info->osVersion, "6.1");
+  EXPECT_EQ(sizeField, 0U) << "the record's size is not set";
+  // Errors, warnings and information: all values but zero.
+  for (const DWORD failure : {0xC0000001U, 0x80000006U, 0x40000000U, 1U}) {
+    status = static_cast<LONG>(failure);
+    EXPECT_FALSE(tarsio::SysInfo::GetClientOsInfo(info)) << failure;
+  }
+  status = 0;
 }
 
 }  // namespace
