@@ -29,6 +29,9 @@
 
 namespace {
 
+using tarsio::FileUtils;
+using tarsio::Path;
+
 int checks = 0;
 int failures = 0;
 
@@ -39,50 +42,42 @@ void Check(bool right, const char* what) {
   std::printf("failed: %s\n", what);
 }
 
+std::string lastLine;
+
 // Called by the library, with memory that the library allocated.
 class LastLine : public tarsio::Logger {
  public:
-  explicit LastLine(std::string& place) : last(place) {}
-  void DoOutput(const char* line) override { last = line; }
-
- private:
-  std::string& last;
+  void DoOutput(const char* line) override { lastLine = line; }
 };
 
-std::string lastLine;
-
-void CheckLog() {
-  tarsio::Log::GetInstance().SetLogger(std::unique_ptr<tarsio::Logger>(new LastLine(lastLine)));
+void CheckValues() {
+  tarsio::Log::GetInstance().SetLogger(std::unique_ptr<tarsio::Logger>(new LastLine));
   TARSIO_LOG(tarsio::LOG_LEVEL_ERROR, "%d of %s", 1, "two");
   Check(tarsio::StringUtils::EndsWith(lastLine, "1 of two"), "the log");
-}
-
-void CheckTexts() {
   Check(tarsio::CharsetCvt::U8ToW("abc") == L"abc", "converting a string");
   Check(tarsio::StringUtils::GetHashText("abc", 3).size() == 64, "hashing a string");
   const tarsio::TsString text("abc");
   Check(text.Length() == 3 && text == tarsio::TsString("abc"), "boundary string");
+  auto info = std::make_shared<tarsio::ClientDeviceInfo>();
+  Check(tarsio::SysInfo::GetClientOsInfo(info) && !info->osVersion.empty(), "the system");
+  Check(tarsio::GetTimeNowMsSinceEpoch() >= 0, "the clock");
 }
 
 void CheckFiles() {
-  const tarsio::Path path = tarsio::Path::Getcwd() / tarsio::Path("host.txt");
+  const Path path = Path::Getcwd() / Path("host.txt");
   std::string content;
-  Check(tarsio::FileUtils::WriteFile("written", path.Str(), 0x10) == tarsio::FILE_OPT_SUCCESS,
-        "writing a file");
-  Check(tarsio::FileUtils::GetFileContent(path.Str(), content) == tarsio::FILE_OPT_SUCCESS &&
-            content == "written",
-        "reading a file");
-  Check(path.IsFile() && tarsio::FileUtils::RemoveFile(path.Str()), "removing a file");
+  Check(FileUtils::WriteFile("written", path.Str(), 0x10) == tarsio::FILE_OPT_SUCCESS, "writing");
+  const int got = FileUtils::GetFileContent(path.Str(), content);
+  Check(got == tarsio::FILE_OPT_SUCCESS && content == "written", "reading");
+  Check(path.IsFile() && FileUtils::RemoveFile(path.Str()), "removing");
 }
 
-void CheckQueue() {
+void CheckThreads() {
   tarsio::BlockingQueue<std::string> queue(1);
   std::string item;
   Check(queue.Push("item", 0) && !queue.Push("surplus", -1), "the queue's capacity");
   Check(queue.Pop(item, 0) && item == "item", "the queue");
-}
 
-void CheckPool() {
   std::atomic<int> done(0);
   const auto pool = std::make_shared<tarsio::ThreadPool>("pool", 2U, 0U, 8U);
   for (int i = 0; i < 8; ++i) {
@@ -90,9 +85,7 @@ void CheckPool() {
   }
   pool->Shutdown(tarsio::ThreadPool::SHUTDOWN_DRAIN);
   Check(done == 8, "the pool");
-}
 
-void CheckTimer() {
   tarsio::CountDownLatch fired(1);
   const auto timer = std::make_shared<component::TsTimer>(1U, false);
   timer->Init([&fired] { fired.CountDown(); });
@@ -101,22 +94,12 @@ void CheckTimer() {
   Check(fired.GetCount() == 0, "the timer");
 }
 
-void CheckSystem() {
-  auto info = std::make_shared<tarsio::ClientDeviceInfo>();
-  Check(tarsio::SysInfo::GetClientOsInfo(info) && !info->osVersion.empty(), "the system");
-  Check(tarsio::GetTimeNowMsSinceEpoch() >= 0, "the clock");
-}
-
 }  // namespace
 
 int main() {
-  CheckLog();
-  CheckTexts();
+  CheckValues();
   CheckFiles();
-  CheckQueue();
-  CheckPool();
-  CheckTimer();
-  CheckSystem();
+  CheckThreads();
   std::printf("%d checks, %d wrong\n", checks, failures);
   return failures == 0 && checks == 13 ? 0 : 1;
 }
