@@ -37,7 +37,6 @@ using tarsio_test::LogRecords;
 using tarsio_test::NativeName;
 using tarsio_test::RunsUnderWine;
 using tarsio_test::ScopedDirectory;
-using testing::ElementsAre;
 using testing::IsEmpty;
 
 constexpr auto kNoType = static_cast<Path::PathType>(7);
@@ -55,22 +54,6 @@ static_assert(std::is_same<decltype(Path().FileSize()), uint64_t>::value, "64 bi
 static_assert(std::is_nothrow_move_constructible<Path>::value &&
                   std::is_nothrow_move_assignable<Path>::value,
               "containers move paths instead of copying them");
-
-// Whether unrelated code can name a member of Path.
-template <template <typename> class Member, typename = void>
-struct AllReach : std::false_type {};
-template <template <typename> class Member>
-struct AllReach<Member, std::void_t<Member<Path>>> : std::true_type {};
-
-template <typename T>
-using Length = decltype(&T::Length);
-template <typename T>
-using Splitter = decltype(&T::Tokenize);
-template <typename T>
-using Limits = decltype(&T::MAX_PATH_WINDOWS, &T::MAX_PATH_WINDOWS_LEGACY, &T::WIN_SMB_PATH_OFFSET);
-
-static_assert(AllReach<Length>::value, "public; proves that the checks below can fail");
-static_assert(!AllReach<Splitter>::value && !AllReach<Limits>::value, "not public");
 
 Path Parsed(const std::string& text, Path::PathType type) {
   Path path;
@@ -114,6 +97,7 @@ std::string State(const Path& path) {
   if (HasType(path, Path::WINDOWS_PATH)) state += " Windows";
   if (HasType(path, Path::POSIX_PATH)) state += " POSIX";
   if (HasType(path, kNoType)) state += " 7";
+  if (HasType(path, kNegativeType)) state += " -1";
   return state;
 }
 
@@ -145,43 +129,25 @@ std::string Bytes(const char (&literal)[N]) {
 // ---- construction ----
 
 TEST(Path, Default) {
-  ExpectDefault(Path());
-  EXPECT_EQ(Path().Str(), "");
-  EXPECT_EQ(Path().Str(Path::POSIX_PATH), "");
-  EXPECT_EQ(Path().Wstr(), L"");
-}
-
-TEST(Path, Implicit) {
-  const Path narrow = R"(C:\a/b)";
-  const Path narrowString = std::string(R"(C:\a/b)");
-  const Path wide = LR"(C:\a/b)";
-  const Path wideString = std::wstring(LR"(C:\a/b)");
-  for (const Path& path : {narrow, narrowString, wide, wideString}) {
-    EXPECT_EQ(State(path), "[C:][a][b] absolute Windows");
+  const char* const narrow = nullptr;
+  const wchar_t* const wide = nullptr;
+  Path assigned(R"(C:\a)");
+  assigned = wide;
+  for (const Path& path : {Path(), Path(narrow), Path(wide), assigned}) {
+    ExpectDefault(path);
+    EXPECT_EQ(path.Str() + path.Str(Path::POSIX_PATH), "");
+    EXPECT_EQ(path.Wstr(), L"");
   }
 }
 
-TEST(Path, NullPointers) {
-  const char* const narrow = nullptr;
-  const wchar_t* const wide = nullptr;
-  ExpectDefault(narrow);
-  ExpectDefault(wide);
-  Path path(R"(C:\a)");
-  path = wide;
-  ExpectDefault(path);
-}
+// Strings convert implicitly, and pointers end at a NUL.
+TEST(Path, Strings) {
+  const Path constructed[] = {"C:\\a/b\0/c", std::string(R"(C:\a/b)"), L"C:\\a/b\0/c",
+                              std::wstring(LR"(C:\a/b)")};
+  for (const Path& path : constructed) EXPECT_EQ(State(path), "[C:][a][b] absolute Windows");
 
-TEST(Path, PointersEndAtNul) {
-  EXPECT_EQ(Path("a\0/b").Str(), "a");
-  EXPECT_EQ(Path(L"a\0/b").Str(), "a");
-  Path path;
-  path = L"a\0/b";
-  EXPECT_EQ(path.Str(), "a");
-}
-
-TEST(Path, StringAssignment) {
   Path path = Posix("/usr");
-  EXPECT_EQ(&(path = LR"(\\srv\share\f)"), &path);
+  EXPECT_EQ(&(path = L"\\\\srv\\share\\f\0/c"), &path);
   EXPECT_EQ(State(path), "[srv][share][f] absolute share Windows");
   EXPECT_EQ(&(path = R"(C:\a)"), &path);
   EXPECT_EQ(State(path), "[C:][a] absolute Windows");
@@ -219,17 +185,16 @@ TEST(Path, MovedFrom) {
   }
 }
 
-// ---- parsing ----
+// ---- parsing: Path.RandomStrings checks all rules; these are examples ----
 
-// Path.RandomStrings checks all rules; these are examples.
+struct ParseRow {
+  std::string text;
+  std::string state;
+};
+
 TEST(Path, WindowsParsing) {
-  struct Row {
-    std::string text;
-    std::string state;
-  };
-  const Row rows[] = {
-      {R"(a//b\\c/)", "[a][b][c] relative"},
-      {R"(.\..\ a . \b. )", "[.][..][ a . ][b. ] relative"},  // nothing is normalized
+  const ParseRow rows[] = {
+      {R"(.\..\ a . \b. //c/)", "[.][..][ a . ][b. ][c] relative"},  // nothing is normalized
       // a drive
       {R"(c:\A\b)", "[c:][A][b] absolute"},
       {"C:/D:/", "[C:][D:] absolute"},
@@ -250,8 +215,12 @@ TEST(Path, WindowsParsing) {
       {R"(\\?\UNC\srv\share\f)", "[srv][share][f] absolute share"},
       {R"(\\?\\\?\C:\x)", "[?][C:][x] absolute share"},  // is removed once
       {R"(\\?/C:/x)", "[?][C:][x] absolute share"},      // has only backslashes
+      // components end at the first NUL
+      {Bytes("x/abc\0def"), "[x][abc] relative"},
+      {Bytes("x/\0yz//"), "[x][] relative"},
+      {Bytes("\0abc"), "[] relative"},
   };
-  for (const Row& row : rows) {
+  for (const ParseRow& row : rows) {
     SCOPED_TRACE(row.text);
     const std::string state = row.state + " Windows";
     const std::wstring wide = reference::Widen(row.text);
@@ -267,35 +236,24 @@ TEST(Path, WindowsParsing) {
   }
 }
 
-struct PosixRow {
-  std::string text;
-  std::string state;
-};
-
-const PosixRow kPosixRows[] = {
-    {"/usr/lib", "[usr][lib] absolute"},      {"///", " absolute"},
-    {R"(a//b\\c/)", R"([a][b\\c] relative)"}, {R"(\\?\C:\x)", R"([\\?\C:\x] relative)"},
-    {R"(UNC\srv)", R"([UNC\srv] relative)"},  {"C:/./..", "[C:][.][..] relative"},
-};
-
-TEST(Path, PosixParsing) {
-  for (const PosixRow& row : kPosixRows) {
-    EXPECT_EQ(State(Posix(row.text)), row.state + " POSIX") << row.text;
-    Path wide;
-    wide.Set(reference::Widen(row.text), Path::POSIX_PATH);
-    EXPECT_EQ(State(wide), row.state + " POSIX") << row.text;
-  }
-}
-
-// The parser checks for the value 0, the printer for the value 1 (by design).
+// Any type but Windows parses as POSIX (by design).
 TEST(Path, UnknownType) {
-  for (const PosixRow& row : kPosixRows) {
-    EXPECT_EQ(State(Parsed(row.text, kNoType)), row.state + " 7") << row.text;
-    const Path negative = Parsed(row.text, kNegativeType);
-    EXPECT_EQ(State(negative), row.state) << row.text;
-    EXPECT_TRUE(HasType(negative, kNegativeType)) << row.text;
+  const ParseRow rows[] = {
+      {"/usr/lib", "[usr][lib] absolute"},      {"///", " absolute"},
+      {R"(a//b\\c/)", R"([a][b\\c] relative)"}, {R"(\\?\C:\x)", R"([\\?\C:\x] relative)"},
+      {R"(UNC\srv)", R"([UNC\srv] relative)"},  {"C:/./..", "[C:][.][..] relative"},
+      {Bytes("a\0b\0c"), "[a] relative"},
+  };
+  const std::pair<Path::PathType, std::string> types[] = {
+      {Path::POSIX_PATH, " POSIX"}, {kNoType, " 7"}, {kNegativeType, " -1"}};
+  for (const ParseRow& row : rows) {
+    for (const auto& [type, suffix] : types) {
+      EXPECT_EQ(State(Parsed(row.text, type)), row.state + suffix) << row.text;
+      Path wide;
+      wide.Set(reference::Widen(row.text), type);
+      EXPECT_EQ(State(wide), row.state + suffix) << row.text;
+    }
   }
-  EXPECT_EQ(Parsed("/usr/lib", kNoType).Str(), R"(usr\lib)");
 }
 
 // Only Windows parsing writes the flag (by design).
@@ -348,6 +306,19 @@ class Tokenizer : public Path {
   using Path::Tokenize;
 };
 
+template <typename T, typename = void>
+struct CanTokenize : std::false_type {};
+template <typename T>
+struct CanTokenize<T, std::void_t<decltype(&T::Tokenize)>> : std::true_type {};
+
+template <typename T, typename = void>
+struct HasLimit : std::false_type {};
+template <typename T>
+struct HasLimit<T, std::void_t<decltype(&T::MAX_PATH_WINDOWS)>> : std::true_type {};
+
+static_assert(CanTokenize<Tokenizer>::value && !CanTokenize<Path>::value, "protected");
+static_assert(!HasLimit<Tokenizer>::value, "private");
+
 TEST(PathTokenize, NoEmpty) {
   struct Row {
     std::string text;
@@ -368,18 +339,6 @@ TEST(PathTokenize, NoEmpty) {
   }
 }
 
-// Components are cut from a copy that ends at the first NUL.
-TEST(PathTokenize, Nul) {
-  EXPECT_EQ(State(Bytes("x/abc\0def")), "[x][abc] relative Windows");
-  EXPECT_EQ(State(std::wstring(L"x/a\0", 4)), "[x][a] relative Windows");
-  EXPECT_EQ(State(Posix(Bytes("a\0b\0c"))), "[a] relative POSIX");
-  EXPECT_EQ(State(Bytes("a\0///")), "[a] relative Windows");
-  EXPECT_EQ(State(Bytes("\0abc")), "[] relative Windows");
-  EXPECT_EQ(State(Bytes("x/\0yz//")), "[x][] relative Windows");
-  // An empty component is printed with its separators.
-  EXPECT_EQ((Path(Bytes("x/\0yz")) / "y").Str(), R"(x\\y)");
-  EXPECT_EQ(Path(Bytes("C:\\\0")).Str(), R"(C:\)");
-}
 void ExpectOutOfRange(const std::function<void()>& parse) {
   try {
     parse();
@@ -389,33 +348,25 @@ void ExpectOutOfRange(const std::function<void()>& parse) {
   }
 }
 
+// No component may start after a NUL.
 TEST(PathTokenize, AfterNul) {
-  const std::string texts[] = {Bytes("a\0/b"), Bytes("\0/b"), Bytes("x/a\0b/c/d"), Bytes("x/\0/b"),
-                               Bytes("a\0b/c\0d")};
-  for (const std::string& text : texts) {
+  for (const std::string& text : {Bytes("a\0/b"), Bytes("x/a\0b/c/d"), Bytes("x/\0/b")}) {
     SCOPED_TRACE(testing::PrintToString(text));
     const std::wstring wide(text.begin(), text.end());
-    Path path("before");
+    Path path("of/before");
     ExpectOutOfRange([&] { Tokenizer::Tokenize(text, "/"); });
     ExpectOutOfRange([&] { const Path built(text); });
     ExpectOutOfRange([&] { const Path built(wide); });
     ExpectOutOfRange([&] { path.Set(text, kNoType); });
+    EXPECT_EQ(State(path), "[of][before] relative 7");
     ExpectOutOfRange([&] { path = wide; });
+    EXPECT_TRUE(path.Empty());
+    path = R"(C:\a)";  // the path is still usable
+    EXPECT_EQ(path.Str(), R"(C:\a)");
   }
   ExpectOutOfRange([] { Tokenizer::Tokenize(Bytes("a\0b"), Bytes("\0")); });
   // The prefix and the drive are removed before the rest is split.
   ExpectOutOfRange([] { const Path built(Bytes("\\\\?\\C:\\a\0/b")); });
-}
-
-TEST(PathTokenize, SetThrows) {
-  const std::string refused = Bytes("a\0/b");
-  Path path("of/before");
-  ExpectOutOfRange([&] { path.Set(refused, Path::POSIX_PATH); });
-  EXPECT_EQ(State(path), "[of][before] relative POSIX");
-  ExpectOutOfRange([&] { path.Set(refused, Path::WINDOWS_PATH); });
-  EXPECT_TRUE(path.Empty());
-  path = R"(C:\a)";  // the path is still usable
-  EXPECT_EQ(path.Str(), R"(C:\a)");
 }
 
 // ---- printing ----
@@ -434,6 +385,7 @@ TEST(Path, PrefixAndSeparator) {
       {Posix("/"), "/", "/"},
       {Parsed("/usr/lib", kNoType), R"(usr\lib)", "usr/lib"},
       {ShareFlagged("/usr/lib", kNoType), R"(\\usr\lib)", R"(\\usr/lib)"},
+      {Path(Bytes("x/\0yz")) / "y", R"(x\\y)", "x//y"},  // an empty component
   };
   for (const Row& row : rows) {
     std::ostringstream out;
@@ -451,13 +403,11 @@ TEST(Path, PrefixAndSeparator) {
 TEST(Path, LongPrefix) {
   const std::pair<std::string, std::string> rows[] = {{R"(C:\)", "x"},
                                                       {R"(C:\x)", R"(\x)"},
-                                                      {R"(C:\)", "\xFF"},
-                                                      {R"(C:\)", "\xC3\xA9"},
+                                                      {R"(C:\)", "\xF0\x9F\x98\x80"},
                                                       {R"(\\s\)", "x"},
-                                                      {R"(\\s)", R"(\x)"},
-                                                      {R"(C:\)", "\xF0\x9F\x98\x80"}};
+                                                      {R"(\\s)", R"(\x)"}};
   for (const auto& [start, filler] : rows) {
-    for (const size_t length : {257u, 258u, 259u, 260u, 261u, 262u, 70000u}) {
+    for (const size_t length : {258u, 259u, 260u, 261u, 70000u}) {
       SCOPED_TRACE(start + filler + std::to_string(length));
       const size_t rest = length - start.size();
       const std::string text =
@@ -482,7 +432,7 @@ TEST(Path, NoLongPrefix) {
   EXPECT_EQ(ShareFlagged("/" + name, kNoType).Str(), kLongSharePrefix + name);
 }
 
-// ---- joining and splitting ----
+// ---- joining and splitting: see Path.RandomStrings, too ----
 
 TEST(Path, Join) {
   struct Row {
@@ -491,9 +441,6 @@ TEST(Path, Join) {
     std::string state;
   };
   const Row rows[] = {
-      {"a", R"(b/c\d)", "[a][b][c][d] relative Windows"},
-      {"", "a", "[a] relative Windows"},
-      {"a", "", "[a] relative Windows"},
       {R"(C:\a)", R"(C:b\..)", "[C:][a][C:b][..] absolute Windows"},
       {R"(\\srv\share)", "/f", "[srv][share][f] absolute share Windows"},
       {Path(R"(C:\)").ParentPath(), "b", "[b] absolute Windows"},
@@ -505,7 +452,6 @@ TEST(Path, Join) {
   for (const Row& row : rows) EXPECT_EQ(State(row.left / row.right), row.state);
   const Path self("a/b");
   EXPECT_EQ((self / self).Str(), R"(a\b\a\b)");
-  EXPECT_EQ(self.Str(), R"(a\b)");
   EXPECT_EQ((Path("a") / "b" / L"c" / std::string("d")).Str(), R"(a\b\c\d)");
 }
 
@@ -525,78 +471,48 @@ TEST(Path, JoinOfAbsolute) {
   }
   EXPECT_EQ(State(Posix("/a") / "b"), "[a] absolute POSIX");
   EXPECT_EQ(State(Posix("/a") / Posix("/b")), "[a] absolute POSIX");
-  EXPECT_EQ(State(Parsed("a", kNoType) / Posix("b")), "[a] relative 7");
   EXPECT_EQ(State(Parsed("a", kNoType) / Parsed("b", kNegativeType)), "[a] relative 7");
   EXPECT_THAT(records->All(), IsEmpty());
 }
 
 // The type is not copied (by design).
 TEST(Path, ParentIsWindows) {
-  struct Row {
-    Path path;
-    std::string parent;
-  };
-  const Row rows[] = {
+  const std::pair<Path, std::string> rows[] = {
       {R"(C:\a\b)", "[C:][a] absolute"},
-      {R"(C:\)", " absolute"},
       {Path(R"(C:\)").ParentPath(), " absolute"},
       {R"(\\srv\share)", "[srv] absolute share"},
-      {"a", " relative"},
       {"", "[..] relative"},
       {"..", " relative"},
       {Posix("/usr/lib"), "[usr] absolute"},
       {Posix(""), "[..] relative"},
       {Parsed("usr/lib", kNoType), "[usr] relative"},
   };
-  for (const Row& row : rows) {
-    EXPECT_EQ(State(row.path.ParentPath()), row.parent + " Windows") << row.path;
-  }
-  EXPECT_EQ((Posix("/usr/lib").ParentPath() / "x").Str(), R"(usr\x)");
-}
-
-TEST(Path, Filename) {
-  struct Row {
-    Path path;
-    std::string filename;
-    std::string extension;
-  };
-  const Row rows[] = {
-      {"", "", ""},
-      {Path(R"(C:\)").ParentPath(), "", ""},
-      {R"(C:\a\b.txt)", "b.txt", "txt"},
-      {"a.tar.gz", "a.tar.gz", "gz"},
-      {".bashrc", ".bashrc", "bashrc"},
-      {"name.", "name.", ""},
-      {"\xC3\xA9.\xC3\xA9", "\xC3\xA9.\xC3\xA9", "\xC3\xA9"},
-      {Posix(R"(/a.b\c)"), R"(a.b\c)", R"(b\c)"},
-  };
-  for (const Row& row : rows) {
-    SCOPED_TRACE(row.path);
-    EXPECT_EQ(row.path.Filename(), row.filename);
-    EXPECT_EQ(row.path.Extension(), row.extension);
+  for (const auto& [path, parent] : rows) {
+    EXPECT_EQ(State(path.ParentPath()), parent + " Windows") << path;
   }
 }
 
-TEST(Path, Length) {
-  EXPECT_EQ(Path(R"(C:\a\b)").Length(), 3u);
-  EXPECT_EQ(Path(Repeat("a/", 10000)).Length(), 10000u);
+TEST(Path, Extension) {
+  const std::pair<Path, std::string> rows[] = {{R"(C:\a\b.txt)", "txt"},
+                                               {"a.tar.gz", "gz"},
+                                               {".bashrc", "bashrc"},
+                                               {"name.", ""},
+                                               {"name", ""},
+                                               {Posix(R"(/a.b\c)"), R"(b\c)"}};
+  for (const auto& [path, extension] : rows) EXPECT_EQ(path.Extension(), extension) << path;
 }
 
 // Type and flags are not compared (by design).
 TEST(Path, Equality) {
-  const std::pair<Path, Path> equal[] = {{"a/b", R"(a\b)"},
-                                         {Posix("/a"), Parsed("a", kNoType)},
-                                         {R"(C:\)", "C:"},
-                                         {R"(\\srv\share)", "srv/share"}};
+  const std::pair<Path, Path> equal[] = {
+      {Posix("/a"), Parsed("a", kNoType)}, {R"(C:\)", "C:"}, {R"(\\srv\share)", "srv/share"}};
   for (const auto& [left, right] : equal) {
     EXPECT_TRUE(left == right && right == left) << left;
     EXPECT_FALSE(left != right) << left;
   }
   const std::pair<Path, Path> unequal[] = {{"a", "A"},
                                            {"a", ""},
-                                           {"a", "a/b"},
                                            {"a/b", "a/c"},
-                                           {"ab", "a/b"},
                                            {"\xC3\xA9", "e\xCC\x81"},
                                            {Posix(R"(a\b)"), R"(a\b)"},
                                            {Bytes("\0"), ""}};
@@ -606,26 +522,14 @@ TEST(Path, Equality) {
   }
 }
 
-// ---- UTF-8 and UTF-16 ----
+// ---- UTF-8 and UTF-16: Path.AllConversions checks all rules; these are examples ----
 
-// Path.AllConversions checks all rules; these are examples.
 TEST(Path, Utf8) {
-  EXPECT_EQ(Path("\xC3\xA9").Wstr(), L"\xE9");
-  EXPECT_EQ(Path(L"\x20AC").Str(), "\xE2\x82\xAC");
-  EXPECT_EQ(Posix("x/\xF0\x9F\x98\x80").Wstr(Path::POSIX_PATH), L"x/\xD83D\xDE00");
-  EXPECT_EQ(Path(L"\xDBFF\xDFFF").Str(), "\xF4\x8F\xBF\xBF");
   EXPECT_EQ(Path("\xEF\xBB\xBFx").Wstr(), L"\xFEFFx") << "a byte order mark is kept";
   EXPECT_EQ(Path("e\xCC\x81").Wstr(), L"e\x301") << "nothing is composed";
-}
-
-TEST(Path, InvalidUtf8) {
-  EXPECT_EQ(Path("\x80").Wstr(), L"\xFFFD");
-  EXPECT_EQ(Path("\xC0\x80").Wstr(), L"\xFFFD\xFFFD");
-  EXPECT_EQ(Path("\xE2\x82z").Wstr(), L"\xFFFDz");
   EXPECT_EQ(Path("\xED\xA0\x80").Wstr(), L"\xFFFD\xFFFD");
   EXPECT_EQ(Path("a\xFF\xED\xA0").Str(), "a\xFF\xED\xA0") << "components keep their bytes";
   EXPECT_EQ(Path(L"z\xD83D").Str(), "z\xEF\xBF\xBD");
-  EXPECT_EQ(Path(L"\xDE00\xD83D").Str(), "\xEF\xBF\xBD\xEF\xBF\xBD");
 }
 
 TEST(Path, WideUnits) {
@@ -666,8 +570,6 @@ TEST(Path, AllConversions) {
 
 class RandomTexts {
  public:
-  explicit RandomTexts(uint64_t seed) : random(seed) {}
-
   std::string Text() {
     static const std::vector<std::string> starts = {
         R"(\\?\)", R"(\\?\UNC\)", R"(\\)", R"(UNC\)", R"(C:\)", "C:/", "c:",  R"(\)", "/",  "//",
@@ -698,7 +600,7 @@ class RandomTexts {
  private:
   uint64_t Below(uint64_t limit) { return random() % limit; }
 
-  std::mt19937_64 random;
+  std::mt19937_64 random{3141592653};
 };
 
 void ExpectSame(const Path& path, const reference::Path& model, Path::PathType style) {
@@ -710,7 +612,7 @@ void ExpectSame(const Path& path, const reference::Path& model, Path::PathType s
 // All strings are parsed into the same path, so that state left by the previous parse would show.
 // The path is then printed, joined with an earlier one and split.
 TEST(Path, RandomStrings) {
-  RandomTexts random(3141592653);
+  RandomTexts random;
   Path path;
   reference::Path model;
   Path earlier;
@@ -753,7 +655,6 @@ TEST(Path, Getcwd) {
   const std::string euro = "e\xE2\x82\xAC";
   const Path current = Path::Getcwd();
   EXPECT_EQ(State(current), State(directory.Text()));
-  EXPECT_TRUE(current.IsDirectory());
   std::filesystem::create_directory(std::filesystem::u8path(euro));
   std::filesystem::current_path(std::filesystem::u8path(euro));
   EXPECT_EQ(Path::Getcwd(), current / euro);
@@ -772,8 +673,7 @@ TEST(Path, GetcwdFails) {
   if (unknown) {
     ExpectDefault(Path::Getcwd());
     ExpectDefault(Path("x").Absolute());
-    EXPECT_FALSE(MakeDir("x"));
-    EXPECT_FALSE(MakeDirs("x/y"));
+    EXPECT_FALSE(MakeDir("x") || MakeDirs("x/y"));
   } else {
     EXPECT_EQ(Path::Getcwd(), Path(native.u8string()));
   }
@@ -796,8 +696,7 @@ TEST(Path, GetcwdBackslash) {
         ExpectDefault(Path(text).Absolute());
       }
       EXPECT_EQ(Path(R"(C:\x)").Absolute().Str(), R"(C:\x)");
-      EXPECT_FALSE(MakeDir("x"));
-      EXPECT_FALSE(MakeDirs("y/z"));
+      EXPECT_FALSE(MakeDir("x") || MakeDirs("y/z"));
     }
     EXPECT_TRUE(Path("../d").IsDirectory());  // does not need the directory's name
     std::filesystem::current_path(directory.Native(""));
@@ -827,8 +726,7 @@ void ExpectFullPaths(const std::vector<AbsoluteRow>& rows) {
 
 // PathAbsolute.AllDots checks all rules; these are examples.
 TEST(PathAbsolute, Relative) {
-  ExpectFullPaths({{R"(a//b\\c/)", R"(=\a\b\c)"},
-                   {"/A", R"(=\A)"},  // relative by the Windows rules
+  ExpectFullPaths({{"/A", R"(=\A)"},  // relative by the Windows rules
                    {R"(\\srv)", R"(=\srv)"},
                    {"c:", "="},
                    {R"(C:\)", "="},  // printed as "C:"
@@ -841,20 +739,14 @@ TEST(PathAbsolute, Relative) {
 }
 
 TEST(PathAbsolute, Dots) {
-  ExpectFullPaths({{R"(a\..)", "="},
-                   {R"(C:\..\..\x)", R"(C:\x)"},
-                   {R"(Q:..\x)", R"(Q:\x)"},
-                   {R"(\\srv\share\..\..\x)", R"(\\srv\share\x)"},
-                   {Repeat(R"(..\)", 100) + R"(x\..\y)", R"(C:\y)"},
+  ExpectFullPaths({{Repeat(R"(..\)", 100) + R"(x\..\y)", R"(C:\y)"},
                    // inner components: only a single dot is dropped
-                   {R"(a.\b)", R"(=\a\b)"},
                    {R"(x\ .\y)", R"(=\x\ \y)"},
                    {R"(x\.. \y)", R"(=\x\.. \y)"},
                    // the last component: all dots and spaces
                    {" a..b. . ", R"(=\ a..b)"},
                    {"...", "="},
                    {R"(x\..\ )", "="},
-                   {R"(x\ \. )", R"(=\x\ )"},
                    {R"(a. \b\..)", R"(=\a)"}});  // known after ".." is resolved
 }
 
@@ -914,37 +806,21 @@ TEST(PathAbsolute, LongPaths) {
                    {name + R"(\..\b)", R"(=\b)"}});
 }
 
-TEST(PathAbsolute, OnlySpaces) {
-  for (const Path& path : {Path(), Path("   "), Path(R"(C:\)").ParentPath()}) {
-    ExpectDefault(path.Absolute());
-  }
-}
-
+// UTF-16 units count, not bytes. The prefix is passed to the system and returned with the result.
 TEST(PathAbsolute, Limit) {
   const ScopedDirectory directory;
   const size_t before = Path::Getcwd().Wstr().size() + 1;
-  const struct {
-    const char* name;
-    std::string component;
-    size_t bytesPerUnit;
-  } rows[] = {{"one long component", "x", 1},
-              {"many components", R"(y\x)", 1},
-              {"units count, not bytes", "\xC3\xA9", 2},
-              {"pairs count twice", "\xF0\x9F\x98\x80", 2}};
-  for (const auto& row : rows) {
+  const std::pair<std::string, size_t> componentsAndUnits[] = {
+      {"x", 1}, {R"(y\x)", 3}, {"\xC3\xA9", 1}, {"\xF0\x9F\x98\x80", 2}};
+  for (const auto& [component, perComponent] : componentsAndUnits) {
     for (const size_t units : {32765u, 32766u, 32767u, 32768u, 70000u}) {
-      SCOPED_TRACE(row.name + (" " + std::to_string(units)));
-      const size_t perComponent = row.component.size() / row.bytesPerUnit;
+      SCOPED_TRACE(component + " " + std::to_string(units));
       const std::string text = std::string((units - before) % perComponent, 'x') +
-                               Repeat(row.component, (units - before) / perComponent);
+                               Repeat(component, (units - before) / perComponent);
       const std::wstring full = Path(text).Absolute().Wstr();
       EXPECT_EQ(full.size(), units < 32767 ? units + kLongPrefix.size() : 0);
     }
   }
-}
-
-// The prefix is passed to the system and returned with the result.
-TEST(PathAbsolute, PrefixLimit) {
   for (const std::string& start : {kLongPrefix + R"(C:\)", kLongSharePrefix + R"(srv\share\)"}) {
     const Path longest(start + std::string(32766 - start.size(), 'x'));
     EXPECT_EQ(longest.Absolute().Str(), longest.Str());
@@ -965,13 +841,8 @@ std::string Found(const Path& path) {
   return "missing";
 }
 
-struct QueryRow {
-  Path path;
-  std::string found;
-};
-
-void ExpectFound(const std::vector<QueryRow>& rows) {
-  for (const QueryRow& row : rows) EXPECT_EQ(Found(row.path), row.found) << row.path;
+void ExpectFound(const std::vector<std::pair<Path, std::string>>& rows) {
+  for (const auto& [path, found] : rows) EXPECT_EQ(Found(path), found) << path;
 }
 
 // A directory with objects to query.
@@ -989,17 +860,24 @@ class PathQueries : public testing::Test {
 };
 
 TEST_F(PathQueries, Kind) {
-  // Trailing separators are dropped.
-  ExpectFound({{"f", "5"}, {"empty", "0"}, {R"(d\sub)", "directory"}, {"d//g//", "3"}});
-  ExpectFound({{".", "directory"}, {"..", "directory"}, {R"(d\sub\..\..\f)", "5"}});
-  // Relative by the Windows rules.
-  ExpectFound({{"/d", "directory"}, {R"(\\d)", "directory"}});
-  ExpectFound({{Posix(R"(d\g)"), "3"}, {Parsed("/d/g", kNoType), "3"}});
-  const Path withoutComponents = Path(R"(C:\)").ParentPath();
-  for (const Path& path : {Path("missing"), Path(R"(d\missing)"), Path(R"(f\x)"), Path(" "), Path(),
-                           Path(Repeat(R"(x\)", 5000)), withoutComponents}) {
-    EXPECT_EQ(Found(path), "missing") << path;
-  }
+  ExpectFound({{"f", "5"},
+               {"empty", "0"},
+               {R"(d\sub)", "directory"},
+               {"d//g//", "3"},  // trailing separators are dropped
+               {".", "directory"},
+               {"..", "directory"},
+               {R"(d\sub\..\..\f)", "5"},
+               // relative by the Windows rules
+               {"/d", "directory"},
+               {R"(\\d)", "directory"},
+               {Posix(R"(d\g)"), "3"},
+               {Parsed("/d/g", kNoType), "3"},
+               {R"(d\missing)", "missing"},
+               {R"(f\x)", "missing"},
+               {" ", "missing"},
+               {Path(), "missing"},
+               {Path(R"(C:\)").ParentPath(), "missing"},
+               {Repeat(R"(x\)", 5000), "missing"}});
 }
 
 // Dots are resolved before the system is called: the components they remove need not exist or be
@@ -1053,42 +931,37 @@ TEST_F(PathQueries, Drives) {
   }
 }
 
-// The parser reads it as a share (by design).
+// The parser reads "UNC\" as a share (by design). With the long prefix, the printed form of a share
+// begins with "UNC" as well.
 TEST_F(PathQueries, Unc) {
-  ExpectFound({{"UNC", "directory"}, {"UNC/sub", "directory"}, {R"(UNC\sub)", "missing"}});
-}
-
-// With the long prefix, the printed form of a share begins with "UNC" as well.
-TEST_F(PathQueries, LongShare) {
-  const std::string name(200, 'x');
-  const Path relative = Path("UNC/sub") / name / name;
-  EXPECT_TRUE(MakeDir(relative.ParentPath()));
+  const std::string name(254, 'x');
+  const Path relative = Path("UNC/sub") / name;
+  const Path share(R"(\\sub\)" + name);
+  ASSERT_EQ(share.Str(), kLongSharePrefix + R"(sub\)" + name);
   EXPECT_TRUE(MakeDir(relative));
-  const Path share(R"(\\sub\)" + name + "/" + name);
-  ASSERT_EQ(share.Str(), kLongSharePrefix + R"(sub\)" + name + R"(\)" + name);
-  ExpectFound({{relative.Absolute(), "directory"}, {share, "missing"}});
+  ExpectFound({{"UNC", "directory"},
+               {"UNC/sub", "directory"},
+               {R"(UNC\sub)", "missing"},
+               {relative.Absolute(), "directory"},
+               {share, "missing"}});
   EXPECT_FALSE(MakeDir(share / "x"));
-  EXPECT_EQ(Found(relative.Absolute() / "x"), "missing");
   // The standard library does not support such long paths on every system.
   EXPECT_TRUE(std::filesystem::remove(NativeName(relative.Absolute())));
-  EXPECT_TRUE(std::filesystem::remove(NativeName(relative.ParentPath().Absolute())));
 }
 
 TEST_F(PathQueries, Absolute) {
   const std::string absolute = directory.Text("d/g");
   const std::string windows = Path(absolute).Str();
+  // A path that begins with one separator is absolute, on the current drive.
+  const std::string withoutDrive = absolute.substr(2);
+  EXPECT_EQ(Posix(withoutDrive).Absolute().Str(), windows);
   ExpectFound({{absolute, "3"},
-               {windows, "3"},
                {"c" + windows.substr(1), "3"},
                {kLongPrefix + absolute, "3"},
                {reference::Widen(windows), "3"},
                {directory.Text("d"), "directory"},
-               {directory.Text("d/missing"), "missing"}});
-  // A path that begins with one separator is absolute, on the current drive.
-  const std::string withoutDrive = absolute.substr(2);
-  EXPECT_EQ(Posix(withoutDrive).Absolute().Str(), windows);
-  ExpectFound({{Posix(withoutDrive), "3"},
-               {Posix(directory.Text("d").substr(2)), "directory"},
+               {directory.Text("d/missing"), "missing"},
+               {Posix(withoutDrive), "3"},
                {Posix("/"), "directory"},
                {Posix(withoutDrive + "/missing"), "missing"},
                {withoutDrive, "missing"}});  // relative by the Windows rules
@@ -1103,29 +976,14 @@ TEST_F(PathQueries, NotCached) {
   std::filesystem::create_directory("x");
   EXPECT_EQ(Found(path), "directory");
   std::filesystem::current_path("d");
-  EXPECT_EQ(Found(path), "missing");
-  ExpectFound({{"C:g", "3"}, {"../f", "5"}});
+  ExpectFound({{path, "missing"}, {"C:g", "3"}, {"../f", "5"}});
   std::filesystem::current_path(directory.Native(""));
-}
-
-TEST_F(PathQueries, Unicode) {
-  for (const std::string name : {"\xC3\xA9", "\xE2\x82\xAC.txt", "\xF0\x9F\x98\x80", "a b"}) {
-    directory.Write(name, "1234");
-    ExpectFound({{name, "4"}, {reference::Widen(name), "4"}, {directory.Text(name), "4"}});
-  }
 }
 
 // There is no check for a regular file (by design).
 TEST_F(PathQueries, Devices) {
   const bool windows = std::filesystem::path::preferred_separator == '\\';
   ExpectFound({{"NUL", windows ? "0" : "missing"}, {"C:/dev/null", windows ? "missing" : "0"}});
-}
-
-TEST_F(PathQueries, Size) {
-  for (const uint64_t size : {0x7FFFFFFFull, 0x80000000ull, 0xFFFFFFFFull, 0x123456789ull}) {
-    std::filesystem::resize_file("f", size);
-    EXPECT_EQ(Found("f"), std::to_string(size));
-  }
 }
 
 // ---- creating directories ----
@@ -1146,49 +1004,41 @@ class PathMakeDir : public testing::Test {
   const ScopedDirectory directory;
 };
 
-TEST_F(PathMakeDir, LastOnly) {
+TEST_F(PathMakeDir, Parents) {
   EXPECT_FALSE(MakeDir(R"(a\b\c)"));
   EXPECT_EQ(Objects(), "");
   EXPECT_TRUE(MakeDir("a"));
-  EXPECT_FALSE(MakeDir(R"(a\b\c)"));
   EXPECT_TRUE(MakeDir(R"(a\b)"));
   EXPECT_TRUE(MakeDir("a/b/c/"));
-  EXPECT_EQ(Objects(), "a a/b a/b/c");
-}
-
-TEST_F(PathMakeDir, Parents) {
-  EXPECT_TRUE(MakeDirs(R"(a\b\c)"));
-  EXPECT_TRUE(MakeDirs("a/b/d/e/"));
-  EXPECT_TRUE(MakeDirs("x"));
-  EXPECT_EQ(Objects(), "a a/b a/b/c a/b/d a/b/d/e x");
+  EXPECT_TRUE(MakeDirs(R"(x\y\z)"));
+  EXPECT_TRUE(MakeDirs("x/y/d/e/"));
+  EXPECT_EQ(Objects(), "a a/b a/b/c x x/y x/y/d x/y/d/e x/y/z");
 }
 
 TEST_F(PathMakeDir, Refused) {
   directory.Write("f", "12345");
   EXPECT_TRUE(MakeDir("a"));
-  for (const std::string text : {"a",
-                                 "a/",
-                                 ".",
-                                 "..",
-                                 "C:",
-                                 R"(C:\..)",
-                                 R"(a\..)",
-                                 "f",
-                                 "f/x",
-                                 "f/x/y",
-                                 "",
-                                 " ",
-                                 "Q:",
-                                 "Q:x",
-                                 R"(Q:\x\y)",
-                                 "1:x",
-                                 "\xC3\xA9:\\x",
-                                 "\xE2\x82\xAC:x",
-                                 R"(\\tarsio.invalid\share)",
-                                 R"(UNC\tarsio.invalid\x\y)"}) {
-    EXPECT_FALSE(MakeDir(text)) << text;
-    EXPECT_FALSE(MakeDirs(text)) << text;
-  }
+  const std::vector<Path> paths = {"a",
+                                   "a/",
+                                   ".",
+                                   "..",
+                                   "C:",
+                                   R"(C:\..)",
+                                   R"(a\..)",
+                                   "f",
+                                   "f/x",
+                                   "f/x/y",
+                                   "",
+                                   " ",
+                                   "Q:",
+                                   "Q:x",
+                                   R"(Q:\x\y)",
+                                   "1:x",
+                                   "\xC3\xA9:\\x",
+                                   "\xE2\x82\xAC:x",
+                                   R"(\\tarsio.invalid\share)",
+                                   R"(UNC\tarsio.invalid\x\y)"};
+  for (const Path& path : paths) EXPECT_FALSE(MakeDir(path) || MakeDirs(path)) << path;
   EXPECT_FALSE(MakeDirs(Repeat(R"(x\)", 20000)));
   // A server alone is printed without its separators and is a directory name here.
   EXPECT_FALSE(MakeDirs(Posix(R"(\\server)")));
@@ -1200,8 +1050,7 @@ TEST_F(PathMakeDir, Refused) {
 TEST_F(PathMakeDir, Colon) {
   if (RunsUnderWine()) GTEST_SKIP() << "Wine treats the colon as part of the name";
   for (const std::string text : {"ab:", "ab:x", "./a:", "\xF0\x9F\x98\x80:"}) {
-    EXPECT_FALSE(MakeDir(text)) << text;
-    EXPECT_FALSE(MakeDirs(text + "/y")) << text;
+    EXPECT_FALSE(MakeDir(text) || MakeDirs(text + "/y")) << text;
     EXPECT_EQ(Found(text), "missing") << text;
   }
   EXPECT_EQ(Objects(), "");
@@ -1226,12 +1075,16 @@ TEST_F(PathMakeDir, FullPath) {
 TEST(Path, SilentFailures) {
   const ScopedDirectory directory;
   const auto records = LogRecords::Install(tarsio::LOG_LEVEL_DEBUG);
-  for (const Path& path : {Path(), Path(" "), Path("missing/x"), Path(R"(Q:\x)"),
-                           Path(R"(\\tarsio.invalid\share)"), Path(std::string(70000, 'x'))}) {
+  // Neither only spaces nor a path that is too long has a full path.
+  for (const Path& path :
+       {Path(), Path("   "), Path(R"(C:\)").ParentPath(), Path(std::string(70000, 'x'))}) {
+    ExpectDefault(path.Absolute());
+    EXPECT_EQ(Found(path), "missing");
+    EXPECT_FALSE(MakeDir(path) || MakeDirs(path));
+  }
+  for (const Path& path : {Path(R"(Q:\x)"), Path(R"(\\tarsio.invalid\share)")}) {
     EXPECT_EQ(Found(path), "missing");
     EXPECT_FALSE(MakeDir(path / "x" / "y"));
-    static_cast<void>(MakeDirs(path));
-    path.Absolute();
   }
   EXPECT_THROW(Path(Bytes("a\0/b")), std::out_of_range);
   EXPECT_THAT(records->All(), IsEmpty());
@@ -1242,15 +1095,13 @@ TEST(Path, ConstManyThreads) {
   directory.Write("f", "12345");
   const Path path(directory.Text("f"));
   const Path relative("a/b");
-  const std::string text = path.Str();
   std::vector<std::thread> threads;
   for (int i = 0; i < 4; ++i) {
     threads.emplace_back([&] {
       for (int round = 0; round < 200; ++round) {
-        EXPECT_EQ(Path(text), path);
         EXPECT_EQ(Path(path.Wstr()).Str(), path.Str());
         EXPECT_EQ((path / relative).ParentPath().ParentPath(), path);
-        EXPECT_EQ(path.Filename(), "f");
+        EXPECT_EQ(path.Filename() + path.Extension(), "f");
         EXPECT_EQ(path.Absolute(), path);
         EXPECT_EQ(path.ParentPath(), Path::Getcwd());
         EXPECT_EQ(Found(path), "5");
