@@ -1,4 +1,4 @@
-// A table with one line per call: function, inputs and result. Systems with the same results write
+// A table with one line per input: functions, inputs and results. Systems with the same results write
 // the same table.
 
 #ifndef TARSIO_COMMON_TESTS_PARITY_TABLE_H_
@@ -10,6 +10,7 @@
 #include <fstream>
 #include <random>
 #include <string>
+#include <tuple>
 #include <type_traits>
 #include <vector>
 
@@ -58,11 +59,10 @@ inline std::string Shown(const std::vector<std::string>& texts) {
   return shown + ']';
 }
 
-// A string that is already printable.
-struct Verbatim {
-  std::string text;
-};
-inline std::string Shown(const Verbatim& verbatim) { return verbatim.text; }
+template <typename... Values>
+std::string Shown(const std::tuple<Values...>& values) {
+  return std::apply([](const auto&... each) { return ((Shown(each) + ' ') + ...); }, values);
+}
 
 class Table {
  public:
@@ -114,6 +114,9 @@ class Random {
  private:
   std::mt19937_64 engine{20240305};
 };
+
+// The rows of the log.
+void AddLogLines(Table& table);
 
 }  // namespace tarsio_test
 
