@@ -7,16 +7,13 @@
 #include <clocale>
 #include <cstdlib>
 #include <cwchar>
-#include <filesystem>
 #include <fstream>
 #include <functional>
 #include <ios>
 #include <iterator>
 #include <limits>
 #include <locale>
-#include <memory>
 #include <ostream>
-#include <random>
 #include <set>
 #include <stdexcept>
 #include <string>
@@ -107,15 +104,8 @@ std::string TextThrownBy(const std::function<void()>& call) {
 
 // CharsetCvt.ThreeBytes and CharsetCvt.FourBytes check all rules; these are examples.
 TEST(CharsetCvt, IsU8) {
-  const std::string longText(1000, 'a');
-  for (const std::string& text : {std::string("abc"), Bytes("a\0\xC3\xA9\0z"),
-                                  std::string("\xE4\xB8\xAD\xF0\x9F\x98\x80"), longText}) {
-    EXPECT_TRUE(CharsetCvt::IsU8(text)) << testing::PrintToString(text);
-  }
-  for (const std::string& text :
-       {std::string(), std::string("\xE4\xB8"), Bytes("\xC3\0"), std::string("\xBF"),
-        std::string("\xC3\xA9\xA9"), std::string("\xF0\x9F\x98z"), std::string("\xFF"),
-        std::string("a\xED\xA0\x80z"), std::string("\xF8\x88\x80\x80\x80"), longText + '\x80'}) {
+  EXPECT_TRUE(CharsetCvt::IsU8(Bytes("a\0\xC3\xA9\0\xE4\xB8\xAD\xF0\x9F\x98\x80")));
+  for (const char* const text : {"", "\xE4\xB8", "\xBF", "\xF0\x9F\x98z", "\xF8\x88\x80\x80\x80"}) {
     EXPECT_FALSE(CharsetCvt::IsU8(text)) << testing::PrintToString(text);
   }
 }
@@ -129,34 +119,10 @@ TEST(CharsetCvt, IsU8Overlong) {
   }
 }
 
-TEST(CharsetCvt, IsASCII) {
-  EXPECT_TRUE(CharsetCvt::IsASCII(""));
-  EXPECT_TRUE(CharsetCvt::IsASCII(EveryByte().substr(0, 0x80)));
-  EXPECT_FALSE(CharsetCvt::IsASCII(Bytes("a\0\x80")));
-}
-
-TEST(CharsetCvt, HighByte) {
-  const std::string ascii = EveryByte().substr(0, 0x80);
-  const std::string text = ascii + ascii + ascii + ascii + ascii;
-  for (const size_t place : {0U, 1U, 127U, 254U, 255U, 256U, 511U, 512U, 513U, 638U, 639U}) {
-    for (int byte = 0x80; byte <= 0xFF; ++byte) {
-      std::string other = text;
-      other[place] = static_cast<char>(byte);
-      EXPECT_FALSE(CharsetCvt::IsASCII(other)) << byte << " at " << place;
-      EXPECT_FALSE(CharsetCvt::IsU8(other)) << byte << " at " << place;
-    }
-  }
-  EXPECT_TRUE(CharsetCvt::IsASCII(text));
-  EXPECT_TRUE(CharsetCvt::IsU8(text));
-}
-
 TEST(CharsetCvt, StartsWithBom) {
-  for (const std::string text : {"\xEF\xBB\xBF", "\xEF\xBB\xBFz", "\xEF\xBB\xBF\xEF\xBB\xBF"}) {
-    EXPECT_TRUE(CharsetCvt::StartsWithBom(text)) << testing::PrintToString(text);
-    EXPECT_FALSE(CharsetCvt::StartsWithBom(text + std::string(1000, 'a') + '\x80'));
-  }
-  for (const char* const text :
-       {"", "\xEF\xBB", "\xEF\xBB\xBE", "\xEF\xBB\xBF\xED\xA0\x80", "a\xEF\xBB\xBF", "\xFF\xFE"}) {
+  EXPECT_TRUE(CharsetCvt::StartsWithBom("\xEF\xBB\xBFz"));
+  EXPECT_FALSE(CharsetCvt::StartsWithBom("\xEF\xBB\xBF" + std::string(1000, 'a') + '\x80'));
+  for (const char* const text : {"\xEF\xBB\xBF\xED\xA0\x80", "a\xEF\xBB\xBF", "\xFF\xFE"}) {
     EXPECT_FALSE(CharsetCvt::StartsWithBom(text)) << testing::PrintToString(text);
   }
 }
@@ -169,27 +135,6 @@ TEST(CharsetCvt, FourBytes) {
       "\0A\x7F\x80\x8F\x90\x9F\xA0\xA9\xBB\xBF\xC0\xDF\xE0\xEC\xED\xEE\xEF\xF0\xF1\xF4\xF5\xF7\xF8"
       "\xFF");
   ForEachText(bytes, 4, ExpectRules);
-}
-
-TEST(CharsetCvt, LongInput) {
-  const std::string valid[] = {"a", Bytes("\0"), "\xC3\xA9", "\xED\x9F\xBF", "\xF7\xBF\xBF\xBF"};
-  const std::string invalid[] = {"\x80", "\xC3", "\xED\xA0\x80", "\xF0\x9F\x98", "\xF8\x88\x80"};
-  std::mt19937_64 random(20240305);
-  const auto below = [&random](size_t limit) { return static_cast<size_t>(random() % limit); };
-  int validTexts = 0;
-  for (int round = 0; round < 4000; ++round) {
-    std::string text = below(4) == 0 ? "\xEF\xBB\xBF" : "";
-    for (size_t pieces = below(400); pieces > 0; --pieces) text += valid[below(std::size(valid))];
-    if (below(2) == 0) {
-      const size_t at = below(text.size() + 1);
-      text.insert(at, invalid[below(std::size(invalid))]);
-    }
-    if (below(4) == 0 && !text.empty()) text[below(text.size())] = static_cast<char>(random());
-    ExpectRules(text);
-    if (reference::IsU8(text)) ++validTexts;
-  }
-  EXPECT_GT(validTexts, 500);
-  EXPECT_LT(validTexts, 3500);
 }
 
 // Indices of 32 bits would overflow.
@@ -222,26 +167,17 @@ void ExpectUnits(Text (*convert)(const std::string&), uint32_t addedFrom80) {
   }
 }
 
-TEST(CharsetCvt, U8ToW) { ExpectUnits<std::wstring>(&CharsetCvt::U8ToW, 0); }
+TEST(CharsetCvt, U8ToW) {
+  ExpectUnits<std::wstring>(&CharsetCvt::U8ToW, 0);
+  EXPECT_EQ(CharsetCvt::WToU8(CharsetCvt::U8ToW(EveryByte())), EveryByte());
+}
 
 // Bytes are signed.
 TEST(CharsetCvt, U8ToU16Sign) {
   EXPECT_EQ(CharsetCvt::U8ToU16("\xC3\xA9"), (std::u16string{0xFFC3, 0xFFA9}));
-  ExpectUnits<std::u16string>(&CharsetCvt::U8ToU16, 0xFF00);
-}
-
-TEST(CharsetCvt, U8ToU32Sign) {
   EXPECT_EQ(CharsetCvt::U8ToU32("\xC3\xA9"), (std::u32string{0xFFFFFFC3, 0xFFFFFFA9}));
+  ExpectUnits<std::u16string>(&CharsetCvt::U8ToU16, 0xFF00);
   ExpectUnits<std::u32string>(&CharsetCvt::U8ToU32, 0xFFFFFF00);
-}
-
-TEST(CharsetCvt, WToU8) {
-  EXPECT_EQ(CharsetCvt::WToU8(L"\x00E9"), "\xE9");
-  std::wstring units;
-  for (int value = 0; value <= 0xFF; ++value) {
-    units += static_cast<wchar_t>(value);
-    EXPECT_EQ(CharsetCvt::WToU8(units), EveryByte().substr(0, units.size()));
-  }
 }
 
 void ExpectBadConversion(const std::wstring& text) {
@@ -267,26 +203,17 @@ TEST(CharsetCvt, WToU8AboveFF) {
   EXPECT_TRUE(records->All().empty());
 }
 
-TEST(CharsetCvt, U16ToU8) {
+TEST(CharsetCvt, LowBytes) {
   std::u16string units;
+  std::u32string wideUnits = {0xFFFFFFFF, 0x80000041, 0x110000};
   std::string expected;
   for (uint32_t value = 0; value <= 0xFFFF; ++value) {
     units += static_cast<char16_t>(value);
+    wideUnits += static_cast<char32_t>(value * 0x10001);
     expected += static_cast<char>(static_cast<unsigned char>(value % 256));
-    ASSERT_EQ(CharsetCvt::U16ToU8(units.substr(value)), expected.substr(value)) << value;
   }
   EXPECT_EQ(CharsetCvt::U16ToU8(units), expected);
-}
-
-TEST(CharsetCvt, U32ToU8) {
-  EXPECT_EQ(CharsetCvt::U32ToU8({0x1F600, 0xE9}), Bytes("\0\xE9"));
-  EXPECT_EQ(CharsetCvt::U32ToU8({0xFFFFFFFF, 0x80000041, 0x110000}), Bytes("\xFF\x41\0"));
-  std::mt19937 random(1);
-  for (int i = 0; i < 100000; ++i) {
-    const auto unit = static_cast<uint32_t>(random());
-    ASSERT_EQ(CharsetCvt::U32ToU8(std::u32string(1, unit)),
-              std::string(1, static_cast<char>(static_cast<unsigned char>(unit % 256))));
-  }
+  EXPECT_EQ(CharsetCvt::U32ToU8(wideUnits), Bytes("\xFF\x41\0") + expected);
 }
 
 // ---- misuse ----
@@ -317,12 +244,7 @@ TEST(CharsetCvt, EmptyInput) {
   EXPECT_EQ(lines.size(), std::size(kEmptyRows)) << "each report has its own line";
   const auto records = LogRecords::Install(tarsio::LOG_LEVEL_WARN);
   for (const EmptyRow& row : kEmptyRows) EXPECT_TRUE(row.isEmptyFor());
-  EXPECT_TRUE(records->All().empty());
-}
-
-TEST(CharsetCvt, NoOtherReports) {
-  const auto records = LogRecords::Install(tarsio::LOG_LEVEL_DEBUG);
-  EXPECT_EQ(CharsetCvt::U16ToU8(CharsetCvt::U8ToU16(EveryByte())), EveryByte());
+  tarsio::Log::GetInstance().SetLevel(tarsio::LOG_LEVEL_DEBUG);
   EXPECT_FALSE(CharsetCvt::IsU8("") || CharsetCvt::StartsWithBom(""));
   EXPECT_TRUE(CharsetCvt::IsASCII(""));
   EXPECT_TRUE(records->All().empty());
@@ -365,9 +287,12 @@ TEST_F(CvtLocale, MbToU8Valid) {
   EXPECT_TRUE(records->All().empty());
 }
 
-TEST_F(CvtLocale, MbToU8Empty) {
+TEST_F(CvtLocale, Ascii) {
   const auto records = LogRecords::Install(tarsio::LOG_LEVEL_DEBUG);
   EXPECT_EQ(CharsetCvt::MbToU8(""), "");
+  EXPECT_FALSE(GlobalLocaleIsMarked());
+  MarkGlobalLocale();
+  EXPECT_EQ(CharsetCvt::U8ToMb(Bytes("abc ~\0b\0")), Bytes("abc ~\0b\0"));
   EXPECT_FALSE(GlobalLocaleIsMarked());
   EXPECT_TRUE(records->All().empty());
 }
@@ -381,13 +306,6 @@ TEST_F(CvtLocale, U8ToMbInvalid) {
                     "Parameter is Not a valid UTF-8 string!");
   }
   EXPECT_TRUE(GlobalLocaleIsMarked());
-}
-
-TEST_F(CvtLocale, U8ToMbAscii) {
-  const auto records = LogRecords::Install(tarsio::LOG_LEVEL_DEBUG);
-  EXPECT_EQ(CharsetCvt::U8ToMb(Bytes("abc ~\0b\0")), Bytes("abc ~\0b\0"));
-  EXPECT_FALSE(GlobalLocaleIsMarked());
-  EXPECT_TRUE(records->All().empty());
 }
 
 TEST_F(CvtLocale, OtherFunctions) {
@@ -599,12 +517,6 @@ TEST_P(CvtEncoding, U8ToMb) {
   ExpectConversions(GetParam().toMb, &CharsetCvt::U8ToMb, "tarsio::CharsetCvt::U8ToMb");
 }
 
-TEST_P(CvtEncoding, MbToU8Valid) {
-  EXPECT_EQ(CharsetCvt::MbToU8("\xE4\xB8\xAD\xC0\x80"), "\xE4\xB8\xAD\xC0\x80");
-  EXPECT_EQ(std::locale(), std::locale::classic());
-  EXPECT_STREQ(std::setlocale(LC_ALL, nullptr), "C");
-}
-
 // Valid until the next call.
 const WideFacet& GlobalFacet() {
   static std::locale global;
@@ -728,38 +640,33 @@ TEST_P(CvtEncoding, FileStreams) {
 }
 
 // A stream may detect an error only when it is closed, and may then throw.
-bool StreamWrites(const std::filesystem::path& file, const wchar_t* text) {
-  std::wofstream output(file, std::ios::binary);
-  try {
-    output << text;
-    output.close();
-  } catch (const std::ios_base::failure&) {
-    return false;
-  }
-  return output.good();
-}
-
 TEST_P(CvtEncoding, HalfPair) {
   const ScopedDirectory directory;
   CharsetCvt::U8ToMb("abc");
-  EXPECT_TRUE(StreamWrites(directory.Native("file"), L"abc"));
+  const auto writes = [&directory](const wchar_t* text) {
+    std::wofstream output(directory.Native("file"), std::ios::binary);
+    try {
+      output << text;
+      output.close();
+    } catch (const std::ios_base::failure&) {
+      return false;
+    }
+    return output.good();
+  };
+  EXPECT_TRUE(writes(L"abc"));
   for (const wchar_t* text : {L"a\xD83D", L"a\xD83D-", L"a\xD83D\xD83D", L"a\xDE00"}) {
-    EXPECT_FALSE(StreamWrites(directory.Native("file"), text)) << testing::PrintToString(text);
+    EXPECT_FALSE(writes(text)) << testing::PrintToString(text);
   }
 }
 
-TEST_P(CvtEncoding, LineNumbers) {
+// The log's numbers have no separators, and the other conversions do not change.
+TEST_P(CvtEncoding, OtherFunctions) {
   CharsetCvt::U8ToMb("abc");
   const auto records = LogRecords::Install(tarsio::LOG_LEVEL_DEBUG);
   tarsio::Log::GetInstance().DoLog(tarsio::LOG_LEVEL_INFO, "x.cpp", 1234567, "f", "%d", 7654321);
   EXPECT_THAT(records->All().at(0).text, EndsWith("][INFO][x.cpp:1234567] 7654321"));
-}
-
-TEST_P(CvtEncoding, ClassicCtype) {
-  CharsetCvt::U8ToMb("abc");
-  const std::string bytes = EveryByte();
-  EXPECT_EQ(CharsetCvt::WToU8(CharsetCvt::U8ToW(bytes)), bytes);
   EXPECT_EQ(CharsetCvt::U8ToW("\xC3\xA9"), L"\x00C3\x00A9");
+  EXPECT_EQ(CharsetCvt::WToU8(CharsetCvt::U8ToW(EveryByte())), EveryByte());
   EXPECT_EQ(TextThrownBy<std::range_error>([] { CharsetCvt::WToU8(L"\x20AC"); }), "bad conversion");
 }
 
@@ -886,25 +793,6 @@ TEST(DeletableFacet, Convert) {
   std::wstring_convert<tarsio::deletable_facet<WideFacet>> wide;
   EXPECT_EQ(wide.from_bytes("abc"), L"abc");
   EXPECT_EQ(wide.to_bytes(L"abc"), "abc");
-}
-
-class CountedFacet : public WideFacet {
- public:
-  explicit CountedFacet(int* counter) : destroyed(counter) {}
-
- protected:
-  ~CountedFacet() override { ++*destroyed; }
-
- private:
-  int* const destroyed;
-};
-
-TEST(DeletableFacet, Owner) {
-  int destroyed = 0;
-  auto facet = std::make_unique<tarsio::deletable_facet<CountedFacet>>(&destroyed);
-  EXPECT_EQ(destroyed, 0);
-  facet.reset();
-  EXPECT_EQ(destroyed, 1);
 }
 
 TEST(DeletableFacet, Arguments) {
