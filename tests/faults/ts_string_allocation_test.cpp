@@ -149,11 +149,6 @@ TEST(TsStringHeap, NoMemory) {
   EXPECT_STREQ(string.Cstr(), kText20 + 5);
 }
 
-TEST(TsStringHeap, Limit) {
-  const std::string text(16777214 + 100, 'a');
-  EXPECT_EQ(StepsOf([&] { const TsString string(text.c_str()); }), "+16777215 -16777215 ");
-}
-
 TEST(TsStringHeap, Destructor) {
   struct Derived : TsString {
     using TsString::TsString;
