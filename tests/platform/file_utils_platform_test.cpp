@@ -3,7 +3,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstddef>
 #include <set>
 #include <string>
@@ -156,16 +155,9 @@ TEST(FileUtilsOs, MakeDir) {
 
 // ---- long paths ----
 
-// Returns a path whose printed form has `length` bytes.
 std::string PathOfLength(size_t length, const std::string& root) {
   const std::string name = "\\file.bin";
-  std::string text = root;
-  while (text.size() + name.size() < length) {
-    const size_t left = length - name.size() - text.size();
-    const size_t component = left <= 61 ? left - 1 : std::min<size_t>(left - 3, 60);
-    text += '\\' + std::string(component, 'd');
-  }
-  return text + name;
+  return root + '\\' + std::string(length - root.size() - 1 - name.size(), 'd') + name;
 }
 
 std::string Printed(const std::string& text) {
@@ -179,7 +171,6 @@ TEST(FileUtilsOs, LongPrefix) {
     for (const size_t length : {100U, 259U, 260U, 261U, 268U, 269U, 1000U, 3900U, 32000U}) {
       SCOPED_TRACE(root + (' ' + std::to_string(length)));
       const std::string text = PathOfLength(length, root);
-      ASSERT_EQ(text.size(), length);
       const std::string path = Printed(text);
       FileSystem system;
       system.objects[path] = FileType::kOther;

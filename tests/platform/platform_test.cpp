@@ -18,7 +18,6 @@
 #include <vector>
 
 #include "support/environment.h"
-#include "support/failing_stat.h"
 #include "support/named_pipe.h"
 #include "support/scoped_directory.h"
 #include "support/transfers.h"
@@ -96,17 +95,6 @@ class PlatformObject : public testing::Test {
 
   const ScopedDirectory directory;
 };
-
-TEST_F(PlatformObject, Chain) {
-  EXPECT_TRUE(platform::CreateDirectories(Full("a/b/c")));
-  EXPECT_TRUE(std::filesystem::is_directory(directory.Native("a/b/c")));
-  EXPECT_TRUE(platform::CreateDirectories(Full("a/d")));
-  directory.Write("file", "content");
-  for (const char* name : {"a/b/c", "a", "file/a/b", "file"}) {
-    EXPECT_FALSE(platform::CreateDirectories(Full(name))) << name;
-  }
-  EXPECT_EQ(directory.Read("file"), "content");
-}
 
 TEST_F(PlatformObject, Threads) {
   for (int round = 0; round < 50; ++round) {
@@ -219,7 +207,7 @@ TEST_F(PlatformObject, PieceSize) {
     for (const uint64_t size : {uint64_t{10}, uint64_t{5000000000}}) {
       const ClaimedTransfers claimed;
       if (reads) {
-        EXPECT_EQ(input.Read(untouched.data(), size), size);
+        EXPECT_EQ(input.Read(untouched.data(), size, size), size);
       } else {
         output.Write(untouched.data(), size);
       }

@@ -9,78 +9,24 @@
 
 namespace tarsio_test {
 
-// In its scope, the process cannot open files; names and sizes can still be queried.
-class NoFreeFileHandles {
- public:
-  NoFreeFileHandles();
-  NoFreeFileHandles(const NoFreeFileHandles&) = delete;
-  NoFreeFileHandles& operator=(const NoFreeFileHandles&) = delete;
-  ~NoFreeFileHandles();
+// The condition ends when the object is destroyed.
+using Obstacle = std::shared_ptr<void>;
 
- private:
-  struct State;
-  const std::unique_ptr<State> state;
-};
+// The process cannot open files; names and sizes can still be queried.
+Obstacle NoFreeFileHandles();
 
-// A file that can be opened for writing but accepts no data.
-class FileThatTakesNothing {
- public:
-  FileThatTakesNothing();
-  FileThatTakesNothing(const FileThatTakesNothing&) = delete;
-  FileThatTakesNothing& operator=(const FileThatTakesNothing&) = delete;
-  ~FileThatTakesNothing();
+// Limits the size of the process's files to `bytes`, as if the disk were full. Has no effect where
+// kFileSizesCanBeLimited is false.
+Obstacle FileSizeLimit(uint64_t bytes);
+extern const bool kFileSizesCanBeLimited;
 
-  // Its path, for the library under test.
-  std::string Text() const;
+// The process cannot read the file `name` in the current directory, and can write it only if
+// `writable`.
+Obstacle ForbiddenFile(const std::string& name, bool writable);
 
- private:
-  struct State;
-  const std::unique_ptr<State> state;
-};
-
-// Limits the size of the process's files to `bytes` for its lifetime, as if the disk were full.
-class FileSizeLimit {
- public:
-  explicit FileSizeLimit(uint64_t bytes);
-  FileSizeLimit(const FileSizeLimit&) = delete;
-  FileSizeLimit& operator=(const FileSizeLimit&) = delete;
-  ~FileSizeLimit();
-
-  // The limit in effect: UINT64_MAX on systems without such a limit.
-  uint64_t Bytes() const;
-
- private:
-  struct State;
-  const std::unique_ptr<State> state;
-};
-
-// In its scope, the process cannot read the file `name` in the current directory, and can write
-// it only if `writable`.
-class ForbiddenFile {
- public:
-  ForbiddenFile(const std::string& name, bool writable);
-  ForbiddenFile(const ForbiddenFile&) = delete;
-  ForbiddenFile& operator=(const ForbiddenFile&) = delete;
-  ~ForbiddenFile();
-
- private:
-  struct State;
-  const std::unique_ptr<State> state;
-};
-
-// In its scope, the process has no permission for the directory `name` in the current directory
-// and its content, except to read it if `readable`. Not every system enforces that.
-class ForbiddenDirectory {
- public:
-  ForbiddenDirectory(const std::string& name, bool readable);
-  ForbiddenDirectory(const ForbiddenDirectory&) = delete;
-  ForbiddenDirectory& operator=(const ForbiddenDirectory&) = delete;
-  ~ForbiddenDirectory();
-
- private:
-  struct State;
-  const std::unique_ptr<State> state;
-};
+// The process has no permission for the directory `name` in the current directory and its content,
+// except to read it if `readable`. Not every system enforces that.
+Obstacle ForbiddenDirectory(const std::string& name, bool readable);
 
 // Cannot be undone.
 void CloseStandardInput();

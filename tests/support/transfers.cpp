@@ -11,6 +11,7 @@ thread_local bool claiming = false;
 thread_local size_t claims = 0;
 thread_local uint64_t claimedBytes = 0;
 thread_local size_t largestClaim = 0;
+thread_local bool statFails = false;
 
 }  // namespace
 
@@ -29,6 +30,10 @@ size_t ClaimedTransfers::Calls() const { return claims; }
 uint64_t ClaimedTransfers::Bytes() const { return claimedBytes; }
 size_t ClaimedTransfers::Largest() const { return largestClaim; }
 
+FailingStat::FailingStat() { statFails = true; }
+FailingStat::~FailingStat() { statFails = false; }
+
+bool StatFails() { return statFails; }
 size_t MostOfATransfer() { return mostOfATransfer; }
 
 bool ClaimTransfer(size_t size) {

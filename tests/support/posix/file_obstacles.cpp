@@ -16,6 +16,28 @@ void Check(int error) {
   if (error != 0) std::abort();
 }
 
+// Limits a resource, and ignores the signal of writes beyond a limit: they fail as on a full disk.
+class Limit {
+ public:
+  Limit(__rlimit_resource which, rlim_t most)
+      : resource(which), handler(std::signal(SIGXFSZ, SIG_IGN)) {
+    Check(::getrlimit(resource, &before));
+    const rlimit limit{most, before.rlim_max};
+    Check(::setrlimit(resource, &limit));
+  }
+  Limit(const Limit&) = delete;
+  Limit& operator=(const Limit&) = delete;
+  ~Limit() {
+    Check(::setrlimit(resource, &before));
+    std::signal(SIGXFSZ, handler);
+  }
+
+ private:
+  const __rlimit_resource resource;
+  void (*const handler)(int);
+  rlimit before{};
+};
+
 // Removes permissions from an object and, if necessary, the superuser's privileges from the
 // process.
 class Rights {
@@ -44,64 +66,18 @@ class Rights {
 
 }  // namespace
 
-struct NoFreeFileHandles::State {
-  rlimit before{};
-};
+const bool kFileSizesCanBeLimited = true;
 
-NoFreeFileHandles::NoFreeFileHandles() : state(std::make_unique<State>()) {
-  ::getrlimit(RLIMIT_NOFILE, &state->before);
-  const rlimit none{0, state->before.rlim_max};
-  ::setrlimit(RLIMIT_NOFILE, &none);
+Obstacle NoFreeFileHandles() { return std::make_shared<Limit>(RLIMIT_NOFILE, 0); }
+Obstacle FileSizeLimit(uint64_t bytes) { return std::make_shared<Limit>(RLIMIT_FSIZE, bytes); }
+
+Obstacle ForbiddenFile(const std::string& name, bool writable) {
+  return std::make_shared<Rights>(name, writable ? 0222 : 0);
 }
 
-NoFreeFileHandles::~NoFreeFileHandles() { ::setrlimit(RLIMIT_NOFILE, &state->before); }
-
-// A device that is always full.
-struct FileThatTakesNothing::State {};
-
-FileThatTakesNothing::FileThatTakesNothing() = default;
-FileThatTakesNothing::~FileThatTakesNothing() = default;
-std::string FileThatTakesNothing::Text() const { return R"(C:\dev\full)"; }
-
-// With the signal ignored, a write beyond the limit fails as on a full disk.
-struct FileSizeLimit::State {
-  rlimit before{};
-  void (*handler)(int) = nullptr;
-};
-
-FileSizeLimit::FileSizeLimit(uint64_t bytes) : state(std::make_unique<State>()) {
-  state->handler = std::signal(SIGXFSZ, SIG_IGN);
-  Check(::getrlimit(RLIMIT_FSIZE, &state->before));
-  const rlimit limit{bytes, state->before.rlim_max};
-  Check(::setrlimit(RLIMIT_FSIZE, &limit));
+Obstacle ForbiddenDirectory(const std::string& name, bool readable) {
+  return std::make_shared<Rights>(name, readable ? 0555 : 0);
 }
-
-FileSizeLimit::~FileSizeLimit() {
-  Check(::setrlimit(RLIMIT_FSIZE, &state->before));
-  std::signal(SIGXFSZ, state->handler);
-}
-
-uint64_t FileSizeLimit::Bytes() const {
-  rlimit limit{};
-  Check(::getrlimit(RLIMIT_FSIZE, &limit));
-  return limit.rlim_cur;
-}
-
-struct ForbiddenFile::State {
-  Rights rights;
-};
-
-ForbiddenFile::ForbiddenFile(const std::string& name, bool writable)
-    : state(new State{{name, static_cast<mode_t>(writable ? 0222 : 0)}}) {}
-ForbiddenFile::~ForbiddenFile() = default;
-
-struct ForbiddenDirectory::State {
-  Rights rights;
-};
-
-ForbiddenDirectory::ForbiddenDirectory(const std::string& name, bool readable)
-    : state(new State{{name, static_cast<mode_t>(readable ? 0555 : 0)}}) {}
-ForbiddenDirectory::~ForbiddenDirectory() = default;
 
 void CloseStandardInput() { Check(::close(STDIN_FILENO)); }
 void CloseStandardOutput() { Check(::close(STDOUT_FILENO)); }

@@ -5,80 +5,53 @@
 #include <aclapi.h>
 #include <io.h>
 
-#include <fstream>
+#include <utility>
 #include <vector>
 
 namespace tarsio_test {
 
-struct NoFreeFileHandles::State {
-  std::vector<int> copies;
-};
+namespace {
+
+// Runs `undo` when the result is destroyed.
+template <typename Undo>
+Obstacle Until(Undo undo) {
+  return Obstacle(nullptr, [undo = std::move(undo)](void*) mutable { undo(); });
+}
+
+void SetAccess(std::string name, ACL* list) {
+  ::SetNamedSecurityInfoA(name.data(), SE_FILE_OBJECT, DACL_SECURITY_INFORMATION, nullptr, nullptr,
+                          list, nullptr);
+}
+
+}  // namespace
 
 // Uses up the runtime's descriptors.
-NoFreeFileHandles::NoFreeFileHandles() : state(std::make_unique<State>()) {
-  for (int copy = ::_dup(1); copy >= 0; copy = ::_dup(1)) state->copies.push_back(copy);
+Obstacle NoFreeFileHandles() {
+  std::vector<int> copies;
+  for (int copy = ::_dup(1); copy >= 0; copy = ::_dup(1)) copies.push_back(copy);
+  return Until([copies = std::move(copies)] {
+    for (const int copy : copies) ::_close(copy);
+  });
 }
 
-NoFreeFileHandles::~NoFreeFileHandles() {
-  for (const int copy : state->copies) ::_close(copy);
-}
+const bool kFileSizesCanBeLimited = false;
 
-// A file in the current directory whose bytes are locked. Wine permits the write anyway.
-struct FileThatTakesNothing::State {
-  HANDLE file = INVALID_HANDLE_VALUE;
-};
-
-FileThatTakesNothing::FileThatTakesNothing() : state(std::make_unique<State>()) {
-  std::ofstream(Text()) << "locked";
-  state->file =
-      ::CreateFileA(Text().c_str(), GENERIC_READ | GENERIC_WRITE,
-                    FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING, 0, nullptr);
-  OVERLAPPED start{};
-  ::LockFileEx(state->file, LOCKFILE_EXCLUSIVE_LOCK, 0, MAXDWORD, 0, &start);
-}
-
-FileThatTakesNothing::~FileThatTakesNothing() { ::CloseHandle(state->file); }
-
-std::string FileThatTakesNothing::Text() const { return R"(.\locked.bin)"; }
-
-// Windows has no such limit.
-struct FileSizeLimit::State {};
-
-FileSizeLimit::FileSizeLimit(uint64_t /*bytes*/) {}
-FileSizeLimit::~FileSizeLimit() = default;
-uint64_t FileSizeLimit::Bytes() const { return UINT64_MAX; }
+Obstacle FileSizeLimit(uint64_t /*bytes*/) { return nullptr; }
 
 // Open without sharing, or shared with writers only.
-struct ForbiddenFile::State {
-  HANDLE file = INVALID_HANDLE_VALUE;
-};
-
-ForbiddenFile::ForbiddenFile(const std::string& name, bool writable)
-    : state(std::make_unique<State>()) {
-  state->file = ::CreateFileA(name.c_str(), GENERIC_READ, writable ? FILE_SHARE_WRITE : 0, nullptr,
-                              OPEN_EXISTING, 0, nullptr);
+Obstacle ForbiddenFile(const std::string& name, bool writable) {
+  const HANDLE file = ::CreateFileA(name.c_str(), GENERIC_READ, writable ? FILE_SHARE_WRITE : 0,
+                                    nullptr, OPEN_EXISTING, 0, nullptr);
+  return Until([file] { ::CloseHandle(file); });
 }
-
-ForbiddenFile::~ForbiddenFile() { ::CloseHandle(state->file); }
 
 // The denial is inherited by everything below. Wine leaves it to the permissions of its Unix user,
 // who may be root.
-struct ForbiddenDirectory::State {
-  void Set(ACL* list) {
-    ::SetNamedSecurityInfoA(name.data(), SE_FILE_OBJECT, DACL_SECURITY_INFORMATION, nullptr,
-                            nullptr, list, nullptr);
-  }
-
-  std::string name;
+Obstacle ForbiddenDirectory(const std::string& name, bool readable) {
   ACL* before = nullptr;  // points into the descriptor
   PSECURITY_DESCRIPTOR descriptor = nullptr;
-};
-
-ForbiddenDirectory::ForbiddenDirectory(const std::string& name, bool readable)
-    : state(std::make_unique<State>()) {
-  state->name = name;
   ::GetNamedSecurityInfoA(name.c_str(), SE_FILE_OBJECT, DACL_SECURITY_INFORMATION, nullptr, nullptr,
-                          &state->before, nullptr, &state->descriptor);
+                          &before, nullptr, &descriptor);
   std::string user = "CURRENT_USER";
   EXPLICIT_ACCESSA denied{};
   ::BuildExplicitAccessWithNameA(
@@ -86,14 +59,13 @@ ForbiddenDirectory::ForbiddenDirectory(const std::string& name, bool readable)
       readable ? FILE_WRITE_DATA | FILE_APPEND_DATA | FILE_DELETE_CHILD | DELETE : FILE_ALL_ACCESS,
       DENY_ACCESS, SUB_CONTAINERS_AND_OBJECTS_INHERIT);
   ACL* list = nullptr;
-  ::SetEntriesInAclA(1, &denied, state->before, &list);
-  state->Set(list);
+  ::SetEntriesInAclA(1, &denied, before, &list);
+  SetAccess(name, list);
   ::LocalFree(list);
-}
-
-ForbiddenDirectory::~ForbiddenDirectory() {
-  state->Set(state->before);
-  ::LocalFree(state->descriptor);
+  return Until([=] {
+    SetAccess(name, before);
+    ::LocalFree(descriptor);
+  });
 }
 
 void CloseStandardInput() { ::_close(0); }

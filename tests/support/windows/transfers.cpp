@@ -1,8 +1,10 @@
 #include "support/transfers.h"
 
 #include <io.h>
+#include <sys/stat.h>
 
 #include <algorithm>
+#include <cerrno>
 
 namespace {
 
@@ -31,5 +33,13 @@ static int WrappedWrite(int descriptor, const void* data, unsigned size) {
   return __real___imp__write(descriptor, data, Limited(size));
 }
 int (*__wrap___imp__write)(int descriptor, const void* data, unsigned size) = WrappedWrite;
+
+extern int (*__real___imp__wstat64)(const wchar_t* path, struct _stat64* status);
+static int WrappedStat(const wchar_t* path, struct _stat64* status) {
+  if (!tarsio_test::StatFails()) return __real___imp__wstat64(path, status);
+  errno = ENOENT;
+  return -1;
+}
+int (*__wrap___imp__wstat64)(const wchar_t* path, struct _stat64* status) = WrappedStat;
 
 }  // extern "C"
