@@ -56,6 +56,10 @@ TEST(SplitString, Table) {
       // Matches are found from left to right and do not overlap.
       {"aXXXb", "XX", {"a", "Xb"}, {"a", "Xb"}, {"a", "Xb"}},
       {"ababac", "aba", {"", "bac"}, {"", "bac"}, {"", "bac"}},
+      // SplitString() searches the input plus a delimiter, and cuts a match that ends there.
+      {"a--b-", "--", {"a", "b"}, {"a", "b-"}, {"a", "b-"}},
+      {"a---", "--", {"a", ""}, {"a", "-"}, {"a", "-"}},
+      {"xab", "abab", {"x"}, {"xab", "xab"}, {"xab"}},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(std::string(row.text) + " at " + row.delimiter);
@@ -63,15 +67,6 @@ TEST(SplitString, Table) {
     EXPECT_EQ(StringUtils::SplitAllByString(row.text, row.delimiter), row.all);
     EXPECT_EQ(StringUtils::SplitFristByString(row.text, row.delimiter), row.first);
   }
-}
-
-// The search runs over the input plus a delimiter; a match that ends in the added part is cut.
-TEST(SplitString, Partial) {
-  EXPECT_THAT(StringUtils::SplitString("a--b-", "--"), ElementsAre("a", "b"));
-  EXPECT_THAT(StringUtils::SplitString("a---", "--"), ElementsAre("a", ""));
-  EXPECT_THAT(StringUtils::SplitString("xab", "abab"), ElementsAre("x"));
-  EXPECT_THAT(StringUtils::SplitAllByString("a---", "--"), ElementsAre("a", "-"));
-  EXPECT_THAT(StringUtils::SplitFristByString("a-", "--"), ElementsAre("a-"));
 }
 
 // The input is a piece and the rest (by design).
@@ -88,21 +83,15 @@ TEST(SplitString, Random) {
     for (char& c : text) c = "ab,\0"[random() % 4];
     return text;
   };
-  for (int i = 0; i < 1000000 && !HasFailure(); ++i) {
-    const std::string delimiter = randomText(1, 3);
+  for (int i = 0; i < 500000; ++i) {
+    const std::string by = randomText(1, 3);
     const std::string text = randomText(0, 12);
-    const Pieces split = StringUtils::SplitString(text, delimiter);
-    const Pieces all = StringUtils::SplitAllByString(text, delimiter);
-    const Pieces first = StringUtils::SplitFristByString(text, delimiter);
-    if (split == reference::SplitString(text, delimiter) &&
-        all == reference::SplitAllByString(text, delimiter) &&
-        first == reference::SplitFirstByString(text, delimiter)) {
-      continue;
-    }
-    SCOPED_TRACE(testing::PrintToString(text) + " at " + testing::PrintToString(delimiter));
-    EXPECT_EQ(split, reference::SplitString(text, delimiter));
-    EXPECT_EQ(all, reference::SplitAllByString(text, delimiter));
-    EXPECT_EQ(first, reference::SplitFirstByString(text, delimiter));
+    const auto traced = [&] { return testing::PrintToString(text) + testing::PrintToString(by); };
+    ASSERT_EQ(StringUtils::SplitString(text, by), reference::SplitString(text, by)) << traced();
+    ASSERT_EQ(StringUtils::SplitAllByString(text, by), reference::SplitAllByString(text, by))
+        << traced();
+    ASSERT_EQ(StringUtils::SplitFristByString(text, by), reference::SplitFirstByString(text, by))
+        << traced();
   }
 }
 
@@ -113,90 +102,44 @@ std::string Trimmed(std::string text) {
   return text;
 }
 
+// StringUtils.Locale checks all bytes; these are examples.
 TEST(StringUtils, Trim) {
   EXPECT_EQ(Trimmed(""), "");
   EXPECT_EQ(Trimmed("\t \rx  y\t\nz\v\f "), "x  y\t\nz");  // inner white space stays
   EXPECT_EQ(Trimmed(std::string(1000, ' ')), "");
-  const std::string spaces = " \t\n\v\f\r";
-  for (int value = 0; value < 256; ++value) {
-    const std::string byte(1, static_cast<char>(value));
-    const bool isSpace = spaces.find(byte) != std::string::npos;
-    const std::string inside = 'x' + byte + 'x';
-    EXPECT_EQ(Trimmed(byte + inside + byte), isSpace ? inside : byte + inside + byte) << value;
-    EXPECT_EQ(Trimmed(byte), isSpace ? "" : byte) << value;
-  }
 }
 
-std::string AllBytes() {
-  std::string bytes(256, kNul);
-  for (size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<char>(i);
-  return bytes;
-}
-
-// Usually EOF itself, but one runtime maps the byte 0xFF by a previously used locale.
-std::string UpperOfEof() { return std::string(1, static_cast<char>(std::toupper(EOF))); }
-std::string LowerOfEof() { return std::string(1, static_cast<char>(std::tolower(EOF))); }
-
-TEST(StringUtils, CaseC) {
-  const std::string lower = "abcdefghijklmnopqrstuvwxyz";
-  const std::string upper = "ABCDEFGHIJKLMNOPQRSTUVWXYZ";
-  std::string raised = AllBytes();
-  std::string lowered = AllBytes();
-  for (size_t i = 0; i < lower.size(); ++i) {
-    raised[static_cast<unsigned char>(lower[i])] = upper[i];
-    lowered[static_cast<unsigned char>(upper[i])] = lower[i];
-  }
-  raised.replace(0xFF, 1, UpperOfEof());
-  lowered.replace(0xFF, 1, LowerOfEof());
-  EXPECT_EQ(StringUtils::ToUpper(AllBytes()), raised);
-  EXPECT_EQ(StringUtils::ToLower(AllBytes()), lowered);
-  EXPECT_EQ(StringUtils::ToUpper(""), "");
-  EXPECT_EQ(StringUtils::ToLower(""), "");
+TEST(StringUtils, Case) {
   EXPECT_EQ(StringUtils::ToUpper("Stra\xC3\x9F\x65 \xC3\xA9"), "STRA\xC3\x9F\x45 \xC3\xA9");
   EXPECT_EQ(StringUtils::ToLower("\xC3\x89T\xC3\x89"), "\xC3\x89t\xC3\x89");
+  EXPECT_EQ(StringUtils::ToUpper("") + StringUtils::ToLower(""), "");
 }
-
-class ScopedRuntimeLocale {
- public:
-  explicit ScopedRuntimeLocale(const char* name)
-      : before(std::setlocale(LC_CTYPE, nullptr)),
-        known(std::setlocale(LC_CTYPE, name) != nullptr) {}
-  ScopedRuntimeLocale(const ScopedRuntimeLocale&) = delete;
-  ScopedRuntimeLocale& operator=(const ScopedRuntimeLocale&) = delete;
-  ~ScopedRuntimeLocale() { std::setlocale(LC_CTYPE, before.c_str()); }
-
-  bool IsKnown() const { return known; }
-
- private:
-  const std::string before;
-  const bool known;
-};
 
 // In each of these locales that the system has: "C" everywhere, the others on some systems.
 // Sign-extended, the byte 0xFF is the runtime's EOF: it is never white space, even if it is a
-// letter or a space in the locale, and it is mapped like EOF.
+// letter or a space in the locale, and it is mapped like EOF. That is usually EOF itself, but one
+// runtime maps it by a previously used locale.
 TEST(StringUtils, Locale) {
   tarsio_test::FindTestLocales();
+  const std::string before = std::setlocale(LC_CTYPE, nullptr);
   int known = 0;
   for (const char* name :
        {"C", "", "C.UTF-8", "en_US.ISO-8859-1", "de_DE.ISO-8859-1", "English_United States.437",
-        "English_United States.1252", "Russian_Russia.1251"}) {
-    SCOPED_TRACE(name);
-    const ScopedRuntimeLocale locale(name);
-    if (!locale.IsKnown()) continue;
+        "English_United States.1252", "Russian_Russia.1251", "C"}) {
+    if (std::setlocale(LC_CTYPE, name) == nullptr) continue;
     ++known;
-    for (int value = 0; value < 0xFF; ++value) {
-      SCOPED_TRACE(value);
+    for (int value = 0; value <= 0xFF; ++value) {
+      SCOPED_TRACE(name + (" " + std::to_string(value)));
       const std::string byte(1, static_cast<char>(value));
-      EXPECT_EQ(Trimmed(byte + 'x' + byte), std::isspace(value) != 0 ? "x" : byte + 'x' + byte);
-      EXPECT_EQ(StringUtils::ToUpper(byte), std::string(1, static_cast<char>(std::toupper(value))));
-      EXPECT_EQ(StringUtils::ToLower(byte), std::string(1, static_cast<char>(std::tolower(value))));
+      const int given = value == 0xFF ? EOF : value;
+      EXPECT_EQ(Trimmed(byte + 'x' + byte), std::isspace(given) != 0 ? "x" : byte + 'x' + byte);
+      EXPECT_EQ(Trimmed(byte), std::isspace(given) != 0 ? "" : byte);
+      EXPECT_EQ(StringUtils::ToUpper(byte), std::string(1, static_cast<char>(std::toupper(given))));
+      EXPECT_EQ(StringUtils::ToLower(byte), std::string(1, static_cast<char>(std::tolower(given))));
     }
-    EXPECT_EQ(Trimmed("\xFFx\xFF"), "\xFFx\xFF");
-    EXPECT_EQ(StringUtils::ToUpper("\xFF"), UpperOfEof());
-    EXPECT_EQ(StringUtils::ToLower("\xFF"), LowerOfEof());
   }
-  EXPECT_GE(known, 2);
+  EXPECT_GE(known, 3);
+  std::setlocale(LC_CTYPE, before.c_str());
 }
 
 TEST(StringUtils, ThreadLocale) {
@@ -322,10 +265,8 @@ std::string HashOf(const std::string& data) {
 TEST(HashText, StandardDigest) {
   EXPECT_EQ(HashOf(""), "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855");
   EXPECT_EQ(HashOf("abc"), "ba7816bf8f 1cfea414140de5dae2223b0 361a396177a9cb410ff61f2 015ad");
-  EXPECT_EQ(HashOf("abcdbcdecdefdefgefghfghighijhijkijkljklmklmnlmnomnopnopq"),
-            "248d6a61d2 638b8e5c02693 c3e6039a33ce45964ff2167f6ecedd419db 6c1");
-  EXPECT_EQ(HashOf(std::string(1000000, 'a')),
-            "cdc76e5c9914fb9281a1c7e284d73e67f1809a48a49720 e 46d39ccc7112cd0");
+  EXPECT_EQ(StringUtils::SpaceToUnderscore(HashOf("abc"), " ", '0'),
+            "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
 }
 
 TEST(HashText, Null) {
@@ -370,11 +311,6 @@ TEST(HashText, AnyInput) {
     EXPECT_EQ(HashOf(data), ExpectedHash(data)) << length;
   }
   EXPECT_EQ(HashOf(std::string(1 << 20, '\xFF')), ExpectedHash(std::string(1 << 20, '\xFF')));
-}
-
-TEST(HashText, UsualForm) {
-  EXPECT_EQ(StringUtils::SpaceToUnderscore(HashOf("abc"), " ", '0'),
-            "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
 }
 
 // ---- reports ----
