@@ -1,7 +1,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -78,24 +77,6 @@ void ExpectSamePath(const Path& actual, const Path& expected) {
   EXPECT_EQ((actual / Posix("x")).Length(), (expected / Posix("x")).Length()) << "type";
 }
 
-// A directory with two search directories:
-//   first/    both.txt  only-first.txt  folder/
-//   second/   both.txt  only-second.txt  folder/deep/file.txt
-//   here.txt
-class ResolveTest : public testing::Test {
- protected:
-  ResolveTest() {
-    static_cast<void>(MakeDirs("first/folder"));
-    static_cast<void>(MakeDirs("second/folder/deep"));
-    for (const char* name : {"first/both.txt", "first/only-first.txt", "second/both.txt",
-                             "second/only-second.txt", "second/folder/deep/file.txt", "here.txt"}) {
-      directory.Write(name, name);
-    }
-  }
-
-  const ScopedDirectory directory;
-};
-
 // ---- the list ----
 
 TEST(PathResolver, CwdIsFixed) {
@@ -106,8 +87,7 @@ TEST(PathResolver, CwdIsFixed) {
   ExpectSamePath(before[0], outer.Text());
   {
     const ScopedDirectory inner;
-    const std::string current = Path::Getcwd().Str();
-    EXPECT_THAT(Entries(PathResolver()), ElementsAre(current));
+    ExpectSamePath(PathResolver()[0], inner.Text());
     ExpectSamePath(before.Resolve("file.txt"), outer.Text("file.txt"));
     ExpectSamePath(PathResolver(before).Resolve("file.txt"), outer.Text("file.txt"));
     ExpectSamePath(PathResolver().Resolve("file.txt"), "file.txt");
@@ -191,6 +171,21 @@ TEST(PathResolver, Copies) {
 
 // ---- the search ----
 
+// The system's answers are varied in path_resolver_platform_test.
+class ResolveTest : public testing::Test {
+ protected:
+  ResolveTest() {
+    static_cast<void>(MakeDirs("first/folder"));
+    static_cast<void>(MakeDirs("second/folder/deep"));
+    for (const char* name : {"first/both.txt", "second/both.txt", "second/only-second.txt",
+                             "second/folder/deep/file.txt", "here.txt"}) {
+      directory.Write(name, name);
+    }
+  }
+
+  const ScopedDirectory directory;
+};
+
 TEST_F(ResolveTest, FirstMatchWins) {
   struct Row {
     const char* value;
@@ -204,120 +199,36 @@ TEST_F(ResolveTest, FirstMatchWins) {
       {R"(folder\deep/file.txt)", R"(second\folder\deep\file.txt)",
        R"(second\folder\deep\file.txt)"},
       {"../here.txt", R"(first\..\here.txt)", R"(second\..\here.txt)"},
+      {"missing/../../here.txt", R"(first\missing\..\..\here.txt)",
+       R"(second\missing\..\..\here.txt)"},
       {"", "first", "second"},
+      {"nowhere.txt", "nowhere.txt", "nowhere.txt"},
   };
-  const PathResolver resolver = With({"first", "second"});
+  const auto records = LogRecords::Install(tarsio::LOG_LEVEL_DEBUG);
+  const PathResolver resolver = With({"here.txt/x", "first", "second"});
   const PathResolver turned = With({"second", "first"});
   for (const Row& row : rows) {
     SCOPED_TRACE(row.value);
     ExpectSamePath(resolver.Resolve(row.value), row.found);
     ExpectSamePath(turned.Resolve(row.value), row.turned);
   }
-}
-
-TEST_F(ResolveTest, Dots) {
-  const PathResolver resolver = With({"missing/../first", "here.txt/.."});
-  ExpectSamePath(resolver.Resolve("only-first.txt"), R"(missing\..\first\only-first.txt)");
-  ExpectSamePath(resolver.Resolve("missing/../here.txt"), R"(here.txt\..\missing\..\here.txt)");
-}
-
-TEST_F(ResolveTest, SearchOrder) {
-  directory.Write("both.txt", "");
-  PathResolver resolver;
-  resolver.Append("first");
-  ExpectSamePath(resolver.Resolve("both.txt"), directory.Text("both.txt"));
-  resolver.Prepend("second");
-  ExpectSamePath(resolver.Resolve("both.txt"), R"(second\both.txt)");
-  ExpectSamePath(resolver.Resolve("here.txt"), directory.Text("here.txt"));
-  ExpectSamePath(resolver.Resolve("only-first.txt"), R"(first\only-first.txt)");
-}
-
-TEST_F(ResolveTest, NotFound) {
-  const PathResolver missing = With({"missing", directory.Text("missing"), "here.txt/x"});
-  for (const Path& value : {Path("folder/../nowhere/./x"), Path("first/both.txt"), Path(""),
-                            Path(directory.Text("here.txt")), Posix("nowhere/a\\b"),
-                            Posix("/nowhere"), Parsed("nowhere", kNoType)}) {
-    ExpectSamePath(missing.Resolve(value), value);
-    ExpectSamePath(With({}).Resolve(value), value);
-  }
-  ExpectSamePath(With({"first", "second"}).Resolve("nowhere.txt"), "nowhere.txt");
-}
-
-// The join returns the directory unchanged, so the first existing directory is the result (by
-// design).
-TEST_F(ResolveTest, AbsoluteValue) {
-  const Path values[] = {
-      directory.Text("here.txt"),         // exists
-      directory.Text("second/both.txt"),  // exists below an entry
-      R"(\\srv\share\file.txt)",         Posix("/usr/lib"),
-      Path("C:/").ParentPath(),  // absolute, without components
-  };
-  for (const Path& value : values) {
-    SCOPED_TRACE(value.Str());
-    ExpectSamePath(With({"first", "second"}).Resolve(value), "first");
-    ExpectSamePath(With({"missing", "second", "first"}).Resolve(value), "second");
-    ExpectSamePath(With({"missing", "here.txt", "first"}).Resolve(value), "here.txt");
-    ExpectSamePath(PathResolver().Resolve(value), Path::Getcwd());
-  }
-}
-
-// For the same reason (by design).
-TEST_F(ResolveTest, OtherType) {
-  for (const Path& value : {Posix("both.txt"), Posix(""), Parsed("both.txt", kNoType)}) {
-    ExpectSamePath(With({"first", "second"}).Resolve(value), "first");
-    ExpectSamePath(With({"missing", "second"}).Resolve(value), "second");
-  }
-  for (const Path& value : {Path("both.txt"), Path("nowhere.txt"), Path("")}) {
-    ExpectSamePath(With({Posix("missing"), Posix("second")}).Resolve(value), Posix("second"));
-  }
-  const PathResolver mixed = With({Posix("missing"), "first", Posix("second")});
-  ExpectSamePath(mixed.Resolve("both.txt"), R"(first\both.txt)");
-  ExpectSamePath(mixed.Resolve("nowhere.txt"), Posix("second"));
-  ExpectSamePath(With({Posix("first"), Posix("second")}).Resolve(Posix("only-second.txt")),
-                 Posix("second/only-second.txt"));
-}
-
-TEST_F(ResolveTest, EmptyEntry) {
-  const PathResolver resolver = With({Path(), "first"});
-  ExpectSamePath(resolver.Resolve("here.txt"), "here.txt");
-  ExpectSamePath(resolver.Resolve("only-first.txt"), R"(first\only-first.txt)");
-  ExpectSamePath(resolver.Resolve(R"(C:\x)"), "first");  // an empty path does not exist
-}
-
-TEST_F(ResolveTest, IsNotCached) {
-  const PathResolver resolver = With({"first", "second"});
-  ExpectSamePath(resolver.Resolve("new.txt"), "new.txt");
-  directory.Write("second/new.txt", "");
-  ExpectSamePath(resolver.Resolve("new.txt"), R"(second\new.txt)");
-  directory.Write("first/new.txt", "");
-  ExpectSamePath(resolver.Resolve("new.txt"), R"(first\new.txt)");
-}
-
-TEST_F(ResolveTest, Const) {
-  const auto records = LogRecords::Install(tarsio::LOG_LEVEL_DEBUG);
-  const PathResolver resolver = With({"missing", "first"});
-  Path found = resolver.Resolve(R"(C:\x)");
-  found = L"changed";
-  static_cast<void>(resolver.Resolve("nowhere.txt"));
-  EXPECT_THAT(Entries(resolver), ElementsAre("missing", "first"));
+  EXPECT_THAT(Entries(turned), ElementsAre("second", "first"));
   EXPECT_THAT(records->All(), IsEmpty());
 }
 
 TEST_F(ResolveTest, ManyThreads) {
   const PathResolver resolver = With({"missing", "first", "second"});
-  std::atomic<int> wrong{0};
   std::vector<std::thread> threads;
   for (int i = 0; i < 4; ++i) {
     threads.emplace_back([&] {
       for (int round = 0; round < 100; ++round) {
-        if (resolver.Resolve("only-second.txt").Str() != R"(second\only-second.txt)") ++wrong;
-        if (resolver.Resolve("nowhere.txt").Str() != "nowhere.txt") ++wrong;
-        if (resolver.Resolve(R"(C:\x)").Str() != "first") ++wrong;
+        EXPECT_EQ(resolver.Resolve("only-second.txt").Str(), R"(second\only-second.txt)");
+        EXPECT_EQ(resolver.Resolve("nowhere.txt").Str(), "nowhere.txt");
+        EXPECT_EQ(resolver.Resolve(R"(C:\x)").Str(), "first");
       }
     });
   }
   for (std::thread& thread : threads) thread.join();
-  EXPECT_EQ(wrong, 0);
 }
 
 // ---- printing ----

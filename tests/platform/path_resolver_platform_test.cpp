@@ -1,9 +1,10 @@
-// The system calls of a resolver.
+// The search of a resolver, and its system calls.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <string>
+#include <vector>
 
 #include "common/path.h"
 #include "support/fake_platform.h"
@@ -16,12 +17,38 @@ using tarsio::platform::FileType;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
+constexpr auto kNoType = static_cast<Path::PathType>(7);
+
 class ResolverOs : public testing::Test {
  protected:
   ResolverOs() { platform.currentDirectory = R"(C:\home\u)"; }
 
   tarsio_test::FakePlatform platform;
 };
+
+Path Parsed(const std::string& text, Path::PathType type) {
+  Path path;
+  path.Set(text, type);
+  return path;
+}
+
+Path Posix(const std::string& text) { return Parsed(text, Path::POSIX_PATH); }
+
+// Returns a resolver of the current directory and these entries.
+PathResolver With(const std::vector<Path>& entries) {
+  PathResolver resolver;
+  for (const Path& entry : entries) resolver.Append(entry);
+  return resolver;
+}
+
+// operator== compares the components only.
+void ExpectSamePath(const Path& actual, const Path& expected) {
+  EXPECT_EQ(actual, expected);
+  EXPECT_EQ(actual.Str(), expected.Str());
+  EXPECT_EQ(actual.IsAbsolute(), expected.IsAbsolute());
+  EXPECT_EQ((actual / "x").Length(), (expected / "x").Length()) << "type";
+  EXPECT_EQ((actual / Posix("x")).Length(), (expected / Posix("x")).Length()) << "type";
+}
 
 TEST_F(ResolverOs, OneGetcwd) {
   PathResolver resolver;
@@ -39,21 +66,17 @@ TEST_F(ResolverOs, GetcwdFails) {
   platform.currentDirectory.clear();
   const PathResolver resolver;
   ASSERT_EQ(resolver.Size(), 1u);
-  EXPECT_TRUE(resolver[0].Empty());
-  EXPECT_FALSE(resolver[0].IsAbsolute());
+  ExpectSamePath(resolver[0], Path());
   platform.Calls();
   EXPECT_EQ(resolver.Resolve("a").Str(), "a");
   EXPECT_EQ(resolver.Resolve("C:/a").Str(), R"(C:\a)");
   EXPECT_THAT(platform.Calls(), ElementsAre("TypeOf a", "TypeOf "));
 }
 
-// The first entry with an object of that name, of any type.
+// The first entry with an object of that name, of any type. Nothing is cached.
 TEST_F(ResolverOs, Order) {
-  PathResolver resolver;
+  PathResolver resolver = With({R"(\\srv\share)", "rel", "rel", "never"});
   resolver.Prepend("x");
-  for (const char* directory : {R"(\\srv\share)", "rel", "rel", "never"}) {
-    resolver.Append(directory);
-  }
   for (const FileType type : {FileType::kDirectory, FileType::kOther}) {
     platform.objects[R"(rel\a\b)"] = type;
     platform.Calls();
@@ -61,34 +84,50 @@ TEST_F(ResolverOs, Order) {
     EXPECT_THAT(platform.Calls(), ElementsAre(R"(TypeOf x\a\b)", R"(TypeOf C:\home\u\a\b)",
                                               R"(TypeOf \\srv\share\a\b)", R"(TypeOf rel\a\b)"));
   }
+  platform.objects[R"(C:\home\u\a\b)"] = FileType::kOther;
+  EXPECT_EQ(resolver.Resolve("a/b").Str(), R"(C:\home\u\a\b)");
 }
 
 // The value itself is not looked up.
 TEST_F(ResolverOs, NotFound) {
-  PathResolver resolver;
-  platform.Calls();
   platform.objects["a"] = FileType::kOther;
+  PathResolver resolver;
   EXPECT_EQ(resolver.Resolve("a").Str(), "a");
-  EXPECT_THAT(platform.Calls(), ElementsAre(R"(TypeOf C:\home\u\a)"));
+  EXPECT_THAT(platform.Calls(), ElementsAre("CurrentDirectory 32767", R"(TypeOf C:\home\u\a)"));
+  const PathResolver missing = With({"missing"});
   resolver.Erase(resolver.begin());
-  EXPECT_EQ(resolver.Resolve("a").Str(), "a");
-  EXPECT_THAT(platform.Calls(), IsEmpty());
+  platform.Calls();
+  for (const Path& value : {Path("a/.././x"), Path(), Path("C:/a"), Path(R"(\\srv\share)"),
+                            Posix("a/b\\c"), Posix("/a"), Parsed("a", kNoType)}) {
+    ExpectSamePath(resolver.Resolve(value), value);
+    EXPECT_THAT(platform.Calls(), IsEmpty());
+    ExpectSamePath(missing.Resolve(value), value);
+    platform.Calls();
+  }
 }
 
 // Joining such a value returns the directory unchanged (by design).
 TEST_F(ResolverOs, Absolute) {
-  Path posix;
-  posix.Set("a", Path::POSIX_PATH);
-  PathResolver resolver;
-  resolver.Append("dir");
-  resolver.Append("never");
-  for (const Path& value : {Path(R"(C:\a)"), Path(R"(\\srv\share\a)"), posix}) {
+  const PathResolver resolver = With({"dir", "never"});
+  for (const Path& value : {Path(R"(C:\a)"), Path(R"(\\srv\share\a)"), Path("C:/").ParentPath(),
+                            Posix("/a"), Posix("a"), Posix(""), Parsed("a", kNoType)}) {
     SCOPED_TRACE(value.Str());
     platform.objects = {{value.Str(), FileType::kOther}, {"dir", FileType::kDirectory}};
     platform.Calls();
-    EXPECT_EQ(resolver.Resolve(value).Str(), "dir");
+    ExpectSamePath(resolver.Resolve(value), "dir");
     EXPECT_THAT(platform.Calls(), ElementsAre(R"(TypeOf C:\home\u)", "TypeOf dir"));
   }
+}
+
+// For the same reason (by design).
+TEST_F(ResolverOs, OtherType) {
+  const PathResolver mixed = With({Posix("missing"), "first", Posix("second")});
+  platform.objects = {{R"(first\a)", FileType::kOther},
+                      {R"(second\b)", FileType::kOther},
+                      {"second", FileType::kDirectory}};
+  ExpectSamePath(mixed.Resolve("a"), R"(first\a)");
+  ExpectSamePath(mixed.Resolve("b"), Posix("second"));
+  ExpectSamePath(With({Posix("first"), Posix("second")}).Resolve(Posix("b")), Posix("second/b"));
 }
 
 TEST_F(ResolverOs, LongPrefix) {
