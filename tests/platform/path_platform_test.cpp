@@ -99,37 +99,6 @@ TEST_F(PathOs, ObjectKinds) {
   }
 }
 
-// ---- full path and current directory ----
-
-bool IsShare(Path path) {
-  path.Set("/", Path::POSIX_PATH);  // keeps the share flag
-  return path.ParentPath().Str() == R"(\\)";
-}
-
-TEST_F(PathOs, FullPath) {
-  const struct {
-    std::string answer;
-    std::string text;
-    bool absolute;
-    bool share;
-    uint64_t length;
-  } rows[] = {{R"(\\?\C:\a/b\)", R"(C:\a\b)", true, false, 3},
-              {R"(\\?\UNC\srv\share\f)", R"(\\srv\share\f)", true, true, 3},
-              {R"(C:\)" + kName300, R"(\\?\C:\)" + kName300, true, false, 2},
-              {"", "", false, false, 0}};
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.answer);
-    platform.fullPath = platform.currentDirectory = row.answer;
-    for (const Path& path : {Parsed("/x", Path::POSIX_PATH).Absolute(), Path::Getcwd()}) {
-      EXPECT_EQ(path.Str(), row.text);
-      EXPECT_EQ(path.IsAbsolute(), row.absolute);
-      EXPECT_EQ(IsShare(path), row.share);
-      EXPECT_EQ((path / "x").Length(), row.length + 1) << "Windows type";
-    }
-    EXPECT_THAT(platform.Calls(), ElementsAre("FullPath /x 32767", "CurrentDirectory 32767"));
-  }
-}
-
 // ---- creating directories ----
 
 TEST_F(PathOs, MakeDir) {
@@ -142,8 +111,6 @@ TEST_F(PathOs, MakeDir) {
       {R"(c:\a/b\)", R"(c:\a\b)"},
       {R"(\\?\C:\a)", R"(C:\a)"},
       {R"(\\srv\share\a)", R"(\\srv\share\a)"},
-      {R"(C:\)" + std::string(256, 'x'), R"(C:\)" + std::string(256, 'x')},
-      {R"(C:\)" + std::string(257, 'x'), R"(\\?\C:\)" + std::string(257, 'x')},
       {R"(\\?\C:\a\)" + kName300, R"(\\?\C:\a\)" + kName300},
       {R"(\\srv\share\)" + kName300, R"(\\?\UNC\srv\share\)" + kName300},
       {"", ""},  // the empty name, which every system refuses
@@ -167,15 +134,6 @@ TEST_F(PathOs, Constants) {
   EXPECT_EQ(*Reach(tarsio_test::MaxPath()), 32767u);
   EXPECT_EQ(*Reach(tarsio_test::MaxPathLegacy()), 260u);
   EXPECT_EQ(*Reach(tarsio_test::SmbOffset()), 2u);
-}
-
-TEST_F(PathOs, WideStrings) {
-  EXPECT_EQ(Path(std::wstring(L"a/b\0c", 5)).Str(), R"(a\b)");
-  EXPECT_EQ(Path(L"a/b\0c").Str(), R"(a\b)");
-  EXPECT_EQ(Path("a/b").Wstr(), LR"(a\b)");
-  EXPECT_EQ(Path("a/b").Wstr(Path::POSIX_PATH), L"a/b");
-  EXPECT_THAT(platform.Conversions(),
-              ElementsAre(std::string("a/b\0c", 5), "a/b", R"(a\b)", "a/b"));
 }
 
 TEST_F(PathOs, NarrowStrings) {

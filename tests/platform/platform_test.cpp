@@ -145,7 +145,7 @@ TEST_F(PlatformObject, Pipe) {
     WriteMode mode{};
     mode.mustExist = true;
     mode.atEnd = atEnd;
-    File output = File::OpenForWriting(pipe.Text(), mode);
+    File output = File::OpenForWriting(NamedPipe::Text(), mode);
     EXPECT_EQ(output.IsOpen(), !atEnd);
     if (output.IsOpen()) output.Write("abc", 3);
     EXPECT_EQ(pipe.Received(), atEnd ? "" : "abc");

@@ -3,7 +3,7 @@
 #ifndef TARSIO_COMMON_TESTS_SUPPORT_NAMED_PIPE_H_
 #define TARSIO_COMMON_TESTS_SUPPORT_NAMED_PIPE_H_
 
-#include <memory>
+#include <cstdint>
 #include <string>
 
 namespace tarsio_test {
@@ -17,14 +17,13 @@ class NamedPipe {
   ~NamedPipe();
 
   // Its path, for the library under test.
-  std::wstring Text() const;
+  static std::wstring Text();
   // Returns what has been written so far, up to 100 bytes, without blocking.
   std::string Received() const;
   bool HasWriter() const;
 
  private:
-  struct State;
-  const std::unique_ptr<State> state;
+  intptr_t reader;
 };
 
 }  // namespace tarsio_test
