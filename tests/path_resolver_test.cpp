@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "common/path.h"
+#include "support/paths.h"
 #include "support/recording_logger.h"
 #include "support/scoped_directory.h"
 
@@ -21,12 +22,14 @@ namespace {
 using tarsio::MakeDirs;
 using tarsio::Path;
 using tarsio::PathResolver;
+using tarsio_test::ExpectSamePath;
+using tarsio_test::kNoType;
 using tarsio_test::LogRecords;
+using tarsio_test::Parsed;
+using tarsio_test::Posix;
 using tarsio_test::ScopedDirectory;
 using testing::ElementsAre;
 using testing::IsEmpty;
-
-constexpr auto kNoType = static_cast<Path::PathType>(7);
 
 // ---- declarations ----
 
@@ -46,14 +49,6 @@ static_assert(
 
 // ---- helpers ----
 
-Path Parsed(const std::string& text, Path::PathType type) {
-  Path path;
-  path.Set(text, type);
-  return path;
-}
-
-Path Posix(const std::string& text) { return Parsed(text, Path::POSIX_PATH); }
-
 // Returns a resolver with exactly these entries.
 PathResolver With(const std::vector<Path>& entries) {
   PathResolver resolver;
@@ -66,15 +61,6 @@ std::vector<std::string> Entries(const PathResolver& resolver) {
   std::vector<std::string> texts;
   for (const Path& entry : resolver) texts.push_back(entry.Str());
   return texts;
-}
-
-// operator== compares the components only.
-void ExpectSamePath(const Path& actual, const Path& expected) {
-  EXPECT_EQ(actual, expected);
-  EXPECT_EQ(actual.Str(), expected.Str());
-  EXPECT_EQ(actual.IsAbsolute(), expected.IsAbsolute());
-  EXPECT_EQ((actual / "x").Length(), (expected / "x").Length()) << "type";
-  EXPECT_EQ((actual / Posix("x")).Length(), (expected / Posix("x")).Length()) << "type";
 }
 
 // ---- the list ----

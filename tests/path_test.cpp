@@ -22,6 +22,7 @@
 #include "reference/utf.h"
 #include "support/all_texts.h"
 #include "support/native_name.h"
+#include "support/paths.h"
 #include "support/recording_logger.h"
 #include "support/scoped_directory.h"
 #include "support/thread_locale.h"
@@ -33,13 +34,15 @@ using tarsio::MakeDir;
 using tarsio::MakeDirs;
 using tarsio::Path;
 using tarsio_test::ForEachText;
+using tarsio_test::kNoType;
 using tarsio_test::LogRecords;
 using tarsio_test::NativeName;
+using tarsio_test::Parsed;
+using tarsio_test::Posix;
 using tarsio_test::RunsUnderWine;
 using tarsio_test::ScopedDirectory;
 using testing::IsEmpty;
 
-constexpr auto kNoType = static_cast<Path::PathType>(7);
 constexpr auto kNegativeType = static_cast<Path::PathType>(-1);
 
 const std::string kLongPrefix = R"(\\?\)";
@@ -54,14 +57,6 @@ static_assert(std::is_same<decltype(Path().FileSize()), uint64_t>::value, "64 bi
 static_assert(std::is_nothrow_move_constructible<Path>::value &&
                   std::is_nothrow_move_assignable<Path>::value,
               "containers move paths instead of copying them");
-
-Path Parsed(const std::string& text, Path::PathType type) {
-  Path path;
-  path.Set(text, type);
-  return path;
-}
-
-Path Posix(const std::string& text) { return Parsed(text, Path::POSIX_PATH); }
 
 // Parsed as `type`, with the flag of the share that the object held before.
 Path ShareFlagged(const std::string& text, Path::PathType type) {

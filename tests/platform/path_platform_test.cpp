@@ -9,6 +9,7 @@
 
 #include "common/path.h"
 #include "support/fake_platform.h"
+#include "support/paths.h"
 #include "support/private_member.h"
 
 namespace tarsio_test {
@@ -25,21 +26,15 @@ using tarsio::MakeDir;
 using tarsio::MakeDirs;
 using tarsio::Path;
 using tarsio::platform::FileType;
+using tarsio_test::kNoType;
+using tarsio_test::Parsed;
 using testing::ElementsAre;
 using testing::IsEmpty;
-
-constexpr auto kNoType = static_cast<Path::PathType>(7);
 
 class PathOs : public testing::Test {
  protected:
   tarsio_test::FakePlatform platform;
 };
-
-Path Parsed(const std::string& text, Path::PathType type) {
-  Path path;
-  path.Set(text, type);
-  return path;
-}
 
 const std::string kName300(300, 'x');
 

@@ -8,16 +8,19 @@
 
 #include "common/path.h"
 #include "support/fake_platform.h"
+#include "support/paths.h"
 
 namespace {
 
 using tarsio::Path;
 using tarsio::PathResolver;
 using tarsio::platform::FileType;
+using tarsio_test::ExpectSamePath;
+using tarsio_test::kNoType;
+using tarsio_test::Parsed;
+using tarsio_test::Posix;
 using testing::ElementsAre;
 using testing::IsEmpty;
-
-constexpr auto kNoType = static_cast<Path::PathType>(7);
 
 class ResolverOs : public testing::Test {
  protected:
@@ -26,28 +29,11 @@ class ResolverOs : public testing::Test {
   tarsio_test::FakePlatform platform;
 };
 
-Path Parsed(const std::string& text, Path::PathType type) {
-  Path path;
-  path.Set(text, type);
-  return path;
-}
-
-Path Posix(const std::string& text) { return Parsed(text, Path::POSIX_PATH); }
-
 // Returns a resolver of the current directory and these entries.
 PathResolver With(const std::vector<Path>& entries) {
   PathResolver resolver;
   for (const Path& entry : entries) resolver.Append(entry);
   return resolver;
-}
-
-// operator== compares the components only.
-void ExpectSamePath(const Path& actual, const Path& expected) {
-  EXPECT_EQ(actual, expected);
-  EXPECT_EQ(actual.Str(), expected.Str());
-  EXPECT_EQ(actual.IsAbsolute(), expected.IsAbsolute());
-  EXPECT_EQ((actual / "x").Length(), (expected / "x").Length()) << "type";
-  EXPECT_EQ((actual / Posix("x")).Length(), (expected / Posix("x")).Length()) << "type";
 }
 
 TEST_F(ResolverOs, OneGetcwd) {
