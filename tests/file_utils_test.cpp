@@ -63,16 +63,6 @@ static_assert(FILE_OPT_SUCCESS == 0 && FILE_OPT_NOT_FILE == 1 &&
 // Each test runs in a new, empty directory.
 class FileUtilsTest : public testing::Test {
  protected:
-  // Returns everything below the directory in order: "a", "a/b".
-  static std::vector<std::string> Tree() {
-    std::vector<std::string> names;
-    for (const auto& entry : std::filesystem::recursive_directory_iterator(".")) {
-      names.push_back(entry.path().generic_u8string().substr(2));
-    }
-    std::sort(names.begin(), names.end());
-    return names;
-  }
-
   void CreateDirectories(const std::string& name) const {
     std::filesystem::create_directories(directory.Native(name));
   }
@@ -158,7 +148,7 @@ TEST_F(FileUtilsTest, PathForms) {
     EXPECT_TRUE(FileUtils::CheckDirOrFileExists(given));
     EXPECT_TRUE(std::filesystem::remove(directory.Native(stored)));
   }
-  EXPECT_THAT(Tree(), ElementsAre("d", "d/\xC3\xA9"));
+  EXPECT_THAT(directory.Tree(), ElementsAre("d", "d/\xC3\xA9"));
 }
 
 TEST_F(FileUtilsTest, AfterNul) {
@@ -169,7 +159,7 @@ TEST_F(FileUtilsTest, AfterNul) {
   ExpectOutOfRange([&] { static_cast<void>(FileUtils::CheckDirOrFileExists(path)); });
   ExpectOutOfRange([&] { static_cast<void>(FileUtils::WriteFile("x", path, 0)); });
   ExpectOutOfRange([&] { static_cast<void>(FileUtils::MakeDir(path + '/')); });  // second prefix
-  EXPECT_THAT(Tree(), ElementsAre("a"));
+  EXPECT_THAT(directory.Tree(), ElementsAre("a"));
 }
 
 // ---- reading ----
@@ -204,7 +194,7 @@ TEST_F(GetFileContent, Aliasing) {
 TEST_F(WriteFile, ArgumentOrder) {
   EXPECT_EQ(FileUtils::WriteFile("./content", "./path", kBinary), FILE_OPT_SUCCESS);
   EXPECT_EQ(directory.Read("path"), "./content");
-  EXPECT_THAT(Tree(), ElementsAre("path"));
+  EXPECT_THAT(directory.Tree(), ElementsAre("path"));
 }
 
 TEST_F(WriteFile, TextMode) {
@@ -295,7 +285,7 @@ TEST_F(WriteFile, OtherModeBits) {
     EXPECT_EQ(FileUtils::WriteFile("x", "./new", mode), FILE_OPT_WRITE_OPEN_FAILED) << mode;
   }
   EXPECT_EQ(directory.Read("f"), "content");
-  EXPECT_THAT(Tree(), ElementsAre("f"));
+  EXPECT_THAT(directory.Tree(), ElementsAre("f"));
 }
 
 TEST_F(WriteFile, Refused) {
@@ -316,7 +306,7 @@ TEST_F(WriteFile, Refused) {
     }
   }
   EXPECT_EQ(directory.Read("f"), "content");
-  EXPECT_THAT(Tree(), ElementsAre("d", "d/e", "f"));
+  EXPECT_THAT(directory.Tree(), ElementsAre("d", "d/e", "f"));
 }
 
 TEST_F(FileUtilsTest, CannotOpen) {
@@ -364,7 +354,7 @@ TEST_F(FileUtilsTest, Narrow) {
   EXPECT_FALSE(FileUtils::RemoveDir("d\xC3\xA9"));
   EXPECT_TRUE(FileUtils::RemoveFile("d\xC3\xA9/f\xC3\xA9"));
   EXPECT_TRUE(FileUtils::RemoveDir("d\xC3\xA9"));
-  EXPECT_THAT(Tree(), ElementsAre());
+  EXPECT_THAT(directory.Tree(), ElementsAre());
 }
 
 // Also invalid UTF-8, with ".." before or after it.
@@ -372,7 +362,7 @@ TEST_F(FileUtilsTest, RawBytes) {
   EXPECT_TRUE(FileUtils::MakeDir("d\xFF/"));
   EXPECT_FALSE(FileUtils::CheckDirOrFileExists("d\xEF\xBF\xBD"));
   EXPECT_TRUE(FileUtils::RemoveDir("\xE9\\../.\\d\xFF"));
-  EXPECT_THAT(Tree(), ElementsAre());
+  EXPECT_THAT(directory.Tree(), ElementsAre());
 }
 
 TEST_F(MakeDir, Colon) {
@@ -381,7 +371,7 @@ TEST_F(MakeDir, Colon) {
   EXPECT_FALSE(FileUtils::MakeDir("ab:/x/"));
   EXPECT_FALSE(FileUtils::MakeDir("\xC3\xA9:/x/"));
   EXPECT_FALSE(FileUtils::MakeDir("a/b:/"));
-  EXPECT_THAT(Tree(), ElementsAre("a"));
+  EXPECT_THAT(directory.Tree(), ElementsAre("a"));
 }
 
 TEST_F(FileUtilsTest, NarrowNul) {
@@ -390,9 +380,9 @@ TEST_F(FileUtilsTest, NarrowNul) {
   EXPECT_TRUE(FileUtils::CheckDirOrFileExists(std::string("f\0x", 3)));
   EXPECT_TRUE(FileUtils::RemoveFile(std::string("f\0x", 3)));
   EXPECT_TRUE(FileUtils::RemoveDir(std::string("d\0x", 3)));
-  EXPECT_THAT(Tree(), ElementsAre());
+  EXPECT_THAT(directory.Tree(), ElementsAre());
   EXPECT_TRUE(FileUtils::MakeDir(std::string("a\0b/", 4)));
-  EXPECT_THAT(Tree(), ElementsAre("a"));
+  EXPECT_THAT(directory.Tree(), ElementsAre("a"));
   EXPECT_TRUE(FileUtils::MakeDir(std::string("a\0b/", 4)));  // existing directories are skipped
 }
 
@@ -422,7 +412,7 @@ TEST_F(MakeDir, Prefixes) {
     SCOPED_TRACE(row.text);
     for (int call = 1; call <= 2; ++call) {  // existing directories are skipped
       EXPECT_EQ(FileUtils::MakeDir(row.text), row.result);
-      EXPECT_EQ(Tree(), row.created);
+      EXPECT_EQ(directory.Tree(), row.created);
     }
     for (const std::string& name : row.created) std::filesystem::remove_all(name);
   }
@@ -431,9 +421,9 @@ TEST_F(MakeDir, Prefixes) {
 TEST_F(MakeDir, SkipsDrive) {
   const std::string text = directory.Text("x/y");
   EXPECT_TRUE(FileUtils::MakeDir(text));
-  EXPECT_THAT(Tree(), ElementsAre("x"));
+  EXPECT_THAT(directory.Tree(), ElementsAre("x"));
   EXPECT_TRUE(FileUtils::MakeDir(WithBackslashes(text + '/')));
-  EXPECT_THAT(Tree(), ElementsAre("x", "x/y"));
+  EXPECT_THAT(directory.Tree(), ElementsAre("x", "x/y"));
 }
 
 TEST_F(MakeDir, SkipsFile) {
@@ -442,14 +432,14 @@ TEST_F(MakeDir, SkipsFile) {
   EXPECT_TRUE(FileUtils::MakeDir("f/x"));
   EXPECT_FALSE(FileUtils::MakeDir("f/x/"));  // but nothing can be created below it
   EXPECT_EQ(directory.Read("f"), "content");
-  EXPECT_THAT(Tree(), ElementsAre("f"));
+  EXPECT_THAT(directory.Tree(), ElementsAre("f"));
   EXPECT_TRUE(FileUtils::MakeDir("f/../b/"));  // ".." is resolved without looking at "f"
-  EXPECT_THAT(Tree(), ElementsAre("b", "f"));
+  EXPECT_THAT(directory.Tree(), ElementsAre("b", "f"));
 }
 
 TEST_F(MakeDir, KeepsParents) {
   EXPECT_FALSE(FileUtils::MakeDir("a/b/" + std::string(300, 'n') + "/c/"));
-  EXPECT_THAT(Tree(), ElementsAre("a", "a/b"));
+  EXPECT_THAT(directory.Tree(), ElementsAre("a", "a/b"));
 }
 
 TEST_F(RemoveDir, EmptyOnly) {
@@ -458,11 +448,11 @@ TEST_F(RemoveDir, EmptyOnly) {
   for (const char* text : {"a", "a/f", "missing", "a/missing", "a/f/x", ""}) {
     EXPECT_FALSE(FileUtils::RemoveDir(text)) << text;
   }
-  EXPECT_THAT(Tree(), ElementsAre("a", "a/b", "a/f"));
+  EXPECT_THAT(directory.Tree(), ElementsAre("a", "a/b", "a/f"));
   for (const std::string& text : {std::string("a\\b"), directory.Text("a/b"), std::string("a/b/."),
                                   std::string("missing/../a/b"), std::string("a\\f\\..\\b\\")}) {
     EXPECT_TRUE(FileUtils::RemoveDir(text)) << text;
-    EXPECT_THAT(Tree(), ElementsAre("a", "a/f"));
+    EXPECT_THAT(directory.Tree(), ElementsAre("a", "a/f"));
     CreateDirectories("a/b");
   }
 }
@@ -473,13 +463,13 @@ TEST_F(RemoveFile, Directory) {
   for (const char* text : {"d", "d/e", ".", "missing", "d/missing", "d/f/x", ""}) {
     EXPECT_FALSE(FileUtils::RemoveFile(text)) << text;
   }
-  EXPECT_THAT(Tree(), ElementsAre("d", "d/e", "d/f"));
+  EXPECT_THAT(directory.Tree(), ElementsAre("d", "d/e", "d/f"));
   const std::string full = directory.Text("d/f");
   for (const std::string& text :
        {std::string("d\\f"), full, std::string("d/f/."), std::string("missing\\.\\..\\d\\f"),
         directory.Text("missing/../d/f"), "\\\\?\\" + WithBackslashes(full)}) {
     EXPECT_TRUE(FileUtils::RemoveFile(text)) << text;
-    EXPECT_THAT(Tree(), ElementsAre("d", "d/e"));
+    EXPECT_THAT(directory.Tree(), ElementsAre("d", "d/e"));
     directory.Write("d/f", "content");
   }
 }
@@ -536,7 +526,7 @@ TEST_F(CheckDirOrFileExists, Unc) {
 // As a result, a directory below it is created once and is not recognized afterwards.
 TEST_F(MakeDir, Unc) {
   EXPECT_TRUE(FileUtils::MakeDir("UNC/x/"));
-  EXPECT_THAT(Tree(), ElementsAre("UNC", "UNC/x"));
+  EXPECT_THAT(directory.Tree(), ElementsAre("UNC", "UNC/x"));
   EXPECT_FALSE(FileUtils::MakeDir("UNC/x/"));
 }
 

@@ -9,7 +9,6 @@
 #include <functional>
 #include <iterator>
 #include <random>
-#include <set>
 #include <sstream>
 #include <stdexcept>
 #include <string>
@@ -41,6 +40,7 @@ using tarsio_test::Parsed;
 using tarsio_test::Posix;
 using tarsio_test::RunsUnderWine;
 using tarsio_test::ScopedDirectory;
+using testing::ElementsAre;
 using testing::IsEmpty;
 
 constexpr auto kNegativeType = static_cast<Path::PathType>(-1);
@@ -951,29 +951,19 @@ TEST_F(PathQueries, Devices) {
 
 class PathMakeDir : public testing::Test {
  protected:
-  // All objects, sorted: "a a/b".
-  static std::string Objects() {
-    std::set<std::string> names;
-    for (const auto& entry : std::filesystem::recursive_directory_iterator(".")) {
-      names.insert(entry.path().generic_u8string().substr(2));
-    }
-    std::string text;
-    for (const std::string& name : names) text += (text.empty() ? "" : " ") + name;
-    return text;
-  }
-
   const ScopedDirectory directory;
 };
 
 TEST_F(PathMakeDir, Parents) {
   EXPECT_FALSE(MakeDir(R"(a\b\c)"));
-  EXPECT_EQ(Objects(), "");
+  EXPECT_THAT(directory.Tree(), IsEmpty());
   EXPECT_TRUE(MakeDir("a"));
   EXPECT_TRUE(MakeDir(R"(a\b)"));
   EXPECT_TRUE(MakeDir("a/b/c/"));
   EXPECT_TRUE(MakeDirs(R"(x\y\z)"));
   EXPECT_TRUE(MakeDirs("x/y/d/e/"));
-  EXPECT_EQ(Objects(), "a a/b a/b/c x x/y x/y/d x/y/d/e x/y/z");
+  EXPECT_THAT(directory.Tree(),
+              ElementsAre("a", "a/b", "a/b/c", "x", "x/y", "x/y/d", "x/y/d/e", "x/y/z"));
 }
 
 TEST_F(PathMakeDir, Refused) {
@@ -987,7 +977,7 @@ TEST_F(PathMakeDir, Refused) {
   EXPECT_FALSE(MakeDirs(Repeat(R"(x\)", 20000)));
   // A server alone is printed without its separators and is a directory name here.
   EXPECT_FALSE(MakeDirs(Posix(R"(\\server)")));
-  EXPECT_EQ(Objects(), "a f");
+  EXPECT_THAT(directory.Tree(), ElementsAre("a", "f"));
   EXPECT_EQ(directory.Read("f"), "12345");
 }
 
@@ -998,7 +988,7 @@ TEST_F(PathMakeDir, Colon) {
     EXPECT_FALSE(MakeDir(text) || MakeDirs(text + "/y")) << text;
     EXPECT_EQ(Found(text), "missing") << text;
   }
-  EXPECT_EQ(Objects(), "");
+  EXPECT_THAT(directory.Tree(), IsEmpty());
 }
 
 TEST_F(PathMakeDir, FullPath) {
@@ -1011,8 +1001,9 @@ TEST_F(PathMakeDir, FullPath) {
   EXPECT_TRUE(MakeDirs(kLongPrefix + Path(directory.Text("k/l")).Str()));
   EXPECT_TRUE(MakeDirs(Posix(directory.Text("m/n").substr(2))));
   EXPECT_TRUE(MakeDirs("\xE2\x82\xAC/\xF0\x9F\x98\x80"));
-  EXPECT_EQ(Objects(),
-            "b b/c d e g g/h i i/j k k/l m m/n \xE2\x82\xAC \xE2\x82\xAC/\xF0\x9F\x98\x80");
+  EXPECT_THAT(directory.Tree(),
+              ElementsAre("b", "b/c", "d", "e", "g", "g/h", "i", "i/j", "k", "k/l", "m", "m/n",
+                          "\xE2\x82\xAC", "\xE2\x82\xAC/\xF0\x9F\x98\x80"));
 }
 
 // ---- logging and threads ----

@@ -29,7 +29,6 @@ Obstacle ForbiddenFile(const std::string& name, bool writable);
 Obstacle ForbiddenDirectory(const std::string& name, bool readable);
 
 // Cannot be undone.
-void CloseStandardInput();
 void CloseStandardOutput();
 
 }  // namespace tarsio_test

@@ -3,10 +3,12 @@
 #ifndef TARSIO_COMMON_TESTS_SUPPORT_SCOPED_DIRECTORY_H_
 #define TARSIO_COMMON_TESTS_SUPPORT_SCOPED_DIRECTORY_H_
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <random>
 #include <string>
+#include <vector>
 
 namespace tarsio_test {
 
@@ -39,6 +41,16 @@ class ScopedDirectory {
   std::string Text() const {
     const std::string text = root.generic_u8string();
     return text.front() == '/' ? "C:" + text : text;
+  }
+
+  // Everything below the directory, sorted: "a", "a/b".
+  std::vector<std::string> Tree() const {
+    std::vector<std::string> names;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(root)) {
+      names.push_back(entry.path().lexically_relative(root).generic_u8string());
+    }
+    std::sort(names.begin(), names.end());
+    return names;
   }
 
   // Write and read a file without the library.

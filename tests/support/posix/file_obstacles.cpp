@@ -79,7 +79,6 @@ Obstacle ForbiddenDirectory(const std::string& name, bool readable) {
   return std::make_shared<Rights>(name, readable ? 0555 : 0);
 }
 
-void CloseStandardInput() { Check(::close(STDIN_FILENO)); }
 void CloseStandardOutput() { Check(::close(STDOUT_FILENO)); }
 
 }  // namespace tarsio_test

@@ -68,7 +68,6 @@ Obstacle ForbiddenDirectory(const std::string& name, bool readable) {
   });
 }
 
-void CloseStandardInput() { ::_close(0); }
 void CloseStandardOutput() { ::_close(1); }
 
 }  // namespace tarsio_test
