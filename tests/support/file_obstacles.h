@@ -10,7 +10,7 @@
 namespace tarsio_test {
 
 // The condition ends when the object is destroyed.
-using Obstacle = std::shared_ptr<void>;
+using Obstacle = std::unique_ptr<void, void (*)(void*)>;
 
 // The process cannot open files; names and sizes can still be queried.
 Obstacle NoFreeFileHandles();

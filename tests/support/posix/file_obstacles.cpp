@@ -64,19 +64,25 @@ class Rights {
   mode_t before = 0;
 };
 
+// `Object` ends the condition when it is destroyed.
+template <typename Object, typename... Args>
+Obstacle Make(const Args&... args) {
+  return {new Object(args...), [](void* object) { delete static_cast<Object*>(object); }};
+}
+
 }  // namespace
 
 const bool kFileSizesCanBeLimited = true;
 
-Obstacle NoFreeFileHandles() { return std::make_shared<Limit>(RLIMIT_NOFILE, 0); }
-Obstacle FileSizeLimit(uint64_t bytes) { return std::make_shared<Limit>(RLIMIT_FSIZE, bytes); }
+Obstacle NoFreeFileHandles() { return Make<Limit>(RLIMIT_NOFILE, 0); }
+Obstacle FileSizeLimit(uint64_t bytes) { return Make<Limit>(RLIMIT_FSIZE, bytes); }
 
 Obstacle ForbiddenFile(const std::string& name, bool writable) {
-  return std::make_shared<Rights>(name, writable ? 0222 : 0);
+  return Make<Rights>(name, writable ? 0222U : 0U);
 }
 
 Obstacle ForbiddenDirectory(const std::string& name, bool readable) {
-  return std::make_shared<Rights>(name, readable ? 0555 : 0);
+  return Make<Rights>(name, readable ? 0555U : 0U);
 }
 
 void CloseStandardOutput() { Check(::close(STDOUT_FILENO)); }

@@ -15,7 +15,10 @@ namespace {
 // Runs `undo` when the result is destroyed.
 template <typename Undo>
 Obstacle Until(Undo undo) {
-  return Obstacle(nullptr, [undo = std::move(undo)](void*) mutable { undo(); });
+  return {new Undo(std::move(undo)), [](void* object) {
+            const std::unique_ptr<Undo> owned(static_cast<Undo*>(object));
+            (*owned)();
+          }};
 }
 
 void SetAccess(std::string name, ACL* list) {
@@ -36,7 +39,9 @@ Obstacle NoFreeFileHandles() {
 
 const bool kFileSizesCanBeLimited = false;
 
-Obstacle FileSizeLimit(uint64_t /*bytes*/) { return nullptr; }
+Obstacle FileSizeLimit(uint64_t /*bytes*/) {
+  return Until([] {});
+}
 
 // Open without sharing, or shared with writers only.
 Obstacle ForbiddenFile(const std::string& name, bool writable) {
