@@ -1,5 +1,5 @@
-// A table with one line per input: functions, inputs and results. Systems with the same results write
-// the same table.
+// A table with one line per input: functions, inputs and results. Systems with the same results
+// write the same table.
 
 #ifndef TARSIO_COMMON_TESTS_PARITY_TABLE_H_
 #define TARSIO_COMMON_TESTS_PARITY_TABLE_H_
