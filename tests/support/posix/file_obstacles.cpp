@@ -29,7 +29,7 @@ class Limit {
   Limit& operator=(const Limit&) = delete;
   ~Limit() {
     Check(::setrlimit(resource, &before));
-    std::signal(SIGXFSZ, handler);
+    static_cast<void>(std::signal(SIGXFSZ, handler));
   }
 
  private:
@@ -67,14 +67,15 @@ class Rights {
 // `Object` ends the condition when it is destroyed.
 template <typename Object, typename... Args>
 Obstacle Make(const Args&... args) {
-  return {new Object(args...), [](void* object) { delete static_cast<Object*>(object); }};
+  return {std::make_unique<Object>(args...).release(),
+          [](void* object) { std::default_delete<Object>()(static_cast<Object*>(object)); }};
 }
 
 }  // namespace
 
 const bool kFileSizesCanBeLimited = true;
 
-Obstacle NoFreeFileHandles() { return Make<Limit>(RLIMIT_NOFILE, 0); }
+Obstacle NoFreeFileHandles() { return Make<Limit>(RLIMIT_NOFILE, rlim_t{0}); }
 Obstacle FileSizeLimit(uint64_t bytes) { return Make<Limit>(RLIMIT_FSIZE, bytes); }
 
 Obstacle ForbiddenFile(const std::string& name, bool writable) {
