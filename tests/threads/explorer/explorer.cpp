@@ -50,26 +50,33 @@ std::map<uint64_t, size_t> FromString(const std::string& list) {
   return choices;
 }
 
+// Returns why a schedule whose last thread has ended failed, or an empty string.
+std::string CheckEnd(const Scenario& scenario, int64_t allocationsBefore) {
+  if (scenario.after && !scenario.after()) return "wrong result of all threads";
+  const int64_t left = LiveAllocations() - allocationsBefore;
+  return left == 0 ? "" : std::to_string(left) + " allocations are not freed";
+}
+
 // Runs one schedule. Threads and memory that are left count as failures.
 bool Visit(const Scenario& scenario, int bound, Exploration& result) {
+  using Result = Scheduler::Result;
   Scheduler& scheduler = TheScheduler();
   const int64_t before = LiveAllocations();
-  bool passed = scheduler.Run(scenario.body,
-                              {bound, scenario.spurious, scenario.faults, scenario.allocationPoints,
-                               scenario.unlockPoints, scenario.mostSteps},
-                              scenario.mayBlock);
+  StartCountingAllocations();
+  const Result end =
+      scheduler.Run(scenario.body,
+                    {bound, scenario.spurious, scenario.faults, scenario.allocationPoints,
+                     scenario.unlockPoints, scenario.mostSteps},
+                    scenario.mayBlock);
   ++result.schedules;
-  result.blocked += scheduler.Blocked() ? 1 : 0;
+  result.blocked += end == Result::kBlocked ? 1 : 0;
   result.deepest = std::max(result.deepest, scheduler.Steps());
-  result.failure = scheduler.Failure();
-  if (passed && !scheduler.Blocked()) {
-    const int64_t left = LiveAllocations() - before;
-    if (left != 0) result.failure = std::to_string(left) + " allocations are not freed";
-    if (scenario.after && !scenario.after()) result.failure = "wrong result of all threads";
-    passed = result.failure.empty();
-  }
-  if (!passed) result.choices = ToString(scheduler.Choices());
-  return passed;
+  result.failure = end == Result::kDone ? CheckEnd(scenario, before) : scheduler.Failure();
+  if (end == Result::kBlocked || end == Result::kProcessEnded) FreeAllocations();
+  if (scenario.reset) scenario.reset();
+  if (result.failure.empty()) return true;
+  result.choices = ToString(scheduler.Choices());
+  return false;
 }
 
 // Creates objects that are created once per process. Returns false if the schedule fails, except

@@ -42,6 +42,8 @@ struct Scenario {
   std::function<bool()> mayBlock = nullptr;
   // Called after the last thread has ended. The schedule fails if the result is false.
   std::function<bool()> after = nullptr;
+  // Called after each schedule, also one that ends in the middle of its work, to put back statics.
+  std::function<void()> reset = nullptr;
 };
 
 struct Exploration {

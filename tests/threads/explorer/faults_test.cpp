@@ -8,22 +8,27 @@
 #include <string>
 #include <thread>
 
+#include "platform/platform.h"
 #include "threads/explorer/explorer.h"
+#include "threads/explorer/process_end.h"
 
 namespace {
 
+using tarsio_test::EndProcess;
 using tarsio_test::Exploration;
 using tarsio_test::Explore;
 using tarsio_test::Point;
 using tarsio_test::Replay;
 using tarsio_test::Require;
 using tarsio_test::Scenario;
+using tarsio_test::System;
 
 // The smallest number of preemptions with which the protocol fails; its schedule is printed.
 std::optional<int> FailsWith(const std::function<void()>& body, const std::string& failure) {
   for (int bound = 0; bound <= 2; ++bound) {
     Scenario scenario{body, bound};
     scenario.spurious = 1;
+    scenario.reset = tarsio_test::ResetProcess;
     const Exploration result = Explore(scenario);
     std::cout << result.schedules << " schedules with " << bound << " preemptions\n";
     if (result.failure.empty()) continue;
@@ -161,6 +166,26 @@ void Retirement() {
 TEST(ExplorerFaults, LostRearm) {
   EXPECT_EQ(FailsWith(Retirement<true>, ""), std::nullopt);
   EXPECT_EQ(FailsWith(Retirement<false>, "a lost task"), 2);
+}
+
+// A static locks at the end of a process on Windows, where other threads have been killed.
+template <bool kAsks>
+void LockAtEnd() {
+  std::mutex mutex;
+  std::atomic<int> count{0};
+  const std::thread other([&] {
+    const std::lock_guard<std::mutex> lock(mutex);
+    ++count;
+  });
+  EndProcess(System::kWindows, [&] {
+    if (kAsks && tarsio::platform::ProcessIsEnding()) return;
+    const std::lock_guard<std::mutex> lock(mutex);
+  });
+}
+
+TEST(ExplorerFaults, LockAtProcessEnd) {
+  EXPECT_EQ(FailsWith(LockAtEnd<true>, ""), std::nullopt);
+  EXPECT_EQ(FailsWith(LockAtEnd<false>, "no thread can continue"), 2);
 }
 
 }  // namespace

@@ -12,6 +12,7 @@
 #include <cstring>
 #include <ctime>
 #include <new>
+#include <utility>
 
 #include "threads/explorer/atomic_points.h"
 #include "threads/explorer/scheduler.h"
@@ -46,11 +47,31 @@ int Notify(pthread_cond_t* condition, bool all) {
 // ---- allocations ----
 
 struct alignas(std::max_align_t) Header {
-  size_t size;
-  bool counted;  // allocated by a thread of a schedule
+  size_t size = 0;
+  uint64_t schedule = 0;  // 0: not allocated by a thread of a schedule
+  Header* next = nullptr;
+  Header* previous = nullptr;
 };
 
-int64_t liveAllocations = 0;  // NOLINT(*-non-const-global-variables): a count
+// NOLINTBEGIN(*-non-const-global-variables)
+Header newest;  // of the list of allocations by threads of schedules
+int64_t liveAllocations = 0;
+uint64_t schedules = 0;
+// NOLINTEND(*-non-const-global-variables)
+
+void Link(Header* header) {
+  header->schedule = schedules;
+  header->next = std::exchange(newest.next, header);
+  header->previous = &newest;
+  if (header->next != nullptr) header->next->previous = header;
+  ++liveAllocations;
+}
+
+void Unlink(Header* header) {
+  header->previous->next = header->next;
+  if (header->next != nullptr) header->next->previous = header->previous;
+  --liveAllocations;
+}
 
 // NOLINTBEGIN(*-owning-memory,*-no-malloc): they implement operator new
 
@@ -61,18 +82,17 @@ void* Allocate(size_t size) {
     if (scheduler.AllocationPoints()) scheduler.Point("allocate", nullptr);
     if (scheduler.InjectFault()) throw std::bad_alloc();
   }
-  auto* const header = static_cast<Header*>(std::malloc(sizeof(Header) + size));
-  if (header == nullptr) throw std::bad_alloc();
-  header->size = size;
-  header->counted = active;
-  if (header->counted) ++liveAllocations;
+  void* const memory = std::malloc(sizeof(Header) + size);
+  if (memory == nullptr) throw std::bad_alloc();
+  auto* const header = new (memory) Header{size};
+  if (active) Link(header);
   return header + 1;
 }
 
 void Free(void* memory) {
   if (memory == nullptr) return;
   auto* const header = static_cast<Header*>(memory) - 1;
-  if (header->counted) --liveAllocations;
+  if (header->schedule != 0) Unlink(header);
   // Whatever is still used is noticed without a sanitizer as well.
   std::memset(memory, 0xDD, header->size);
   std::free(header);
@@ -85,6 +105,12 @@ void Free(void* memory) {
 namespace tarsio_test {
 
 int64_t LiveAllocations() { return liveAllocations; }
+
+void StartCountingAllocations() { ++schedules; }
+
+void FreeAllocations() {
+  while (newest.next != nullptr && newest.next->schedule == schedules) Free(newest.next + 1);
+}
 
 void AtomicPoint(const char* operation, const void* object) {
   if (Scheduler::Active()) TheScheduler().Point(operation, object);
@@ -142,7 +168,9 @@ int pthread_create(pthread_t* thread, const pthread_attr_t* /*attributes*/, void
 }
 
 int pthread_join(pthread_t thread, void** /*result*/) {
-  if (Scheduler::Active()) TheScheduler().Join(thread);
+  if (!Scheduler::Active()) return 0;
+  if (thread == TheScheduler().Self()) return EDEADLK;
+  TheScheduler().Join(thread);
   return 0;
 }
 
@@ -172,7 +200,7 @@ int nanosleep(const timespec* duration, timespec* left) {
 // call the function very early.
 pthread_t __real_pthread_self() noexcept;
 pthread_t __wrap_pthread_self() noexcept {
-  return Scheduler::Active() ? Scheduler::Self() : __real_pthread_self();
+  return Scheduler::Active() ? TheScheduler().Self() : __real_pthread_self();
 }
 
 }  // extern "C"

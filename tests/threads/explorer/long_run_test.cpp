@@ -5,11 +5,10 @@
 #include "common/thread_pool.h"
 #include "common/timer.h"
 #include "threads/explorer/explorer.h"
-#include "threads/explorer/manager.h"
+#include "threads/explorer/process_end.h"
 
 namespace {
 
-using component::TimerManager;
 using component::TsTimer;
 using tarsio::ThreadPool;
 using tarsio_test::Check;
@@ -31,8 +30,9 @@ Scenario LongScenario() {
 
 // A timer that fires every hour. Between two firings the machine is asleep.
 TEST(LongRuns, YearOfATimer) {
-  TimerManager::GetInstance();
+  tarsio_test::Manager();
   Scenario scenario = LongScenario();
+  scenario.reset = tarsio_test::ResetProcess;
   scenario.body = [] {
     int fired = 0;
     const auto timer = std::make_shared<TsTimer>(kHourMs, true);
@@ -47,7 +47,7 @@ TEST(LongRuns, YearOfATimer) {
     }
     Require(MemoryInUse() == memory, "memory grows");
     timer->Stop();
-    tarsio_test::EndManager();
+    tarsio_test::ShutDownManager();
   };
   Check(scenario, 1);
 }

@@ -12,6 +12,7 @@
 #include "common/thread_pool.h"
 #include "support/private_member.h"
 #include "threads/explorer/explorer.h"
+#include "threads/explorer/process_end.h"
 #include "worker.h"
 
 namespace tarsio_test {
@@ -25,6 +26,7 @@ namespace {
 using tarsio::Log;
 using tarsio::ThreadPool;
 using tarsio_test::Check;
+using tarsio_test::EndProcess;
 using tarsio_test::Exploration;
 using tarsio_test::Faults;
 using tarsio_test::NowMs;
@@ -32,6 +34,7 @@ using tarsio_test::Point;
 using tarsio_test::Require;
 using tarsio_test::Scenario;
 using tarsio_test::SleepMs;
+using tarsio_test::System;
 
 constexpr int kTasks = 3;
 constexpr int64_t kIdleMs = 1000;
@@ -68,6 +71,7 @@ class PoolSchedules : public testing::Test {
   static Exploration CheckPool(int bound, uint64_t atLeast, std::function<void()> body,
                                Scenario scenario = {}) {
     scenario.bound = bound;
+    scenario.reset = tarsio_test::ResetProcess;
     scenario.body = [body = std::move(body)] {
       history = {};
       body();
@@ -336,6 +340,38 @@ TEST_F(PoolSchedules, FailingStart) {
     Require(history.AllRan(), "a task has not run");
   };
   CheckPool(2, 7500, body, scenario);
+}
+
+// The process ends in the middle of submissions, tasks and retirements. Statics that own pools do
+// not wait forever.
+void EndWithPool(System system) {
+  auto pool = MakePool(1);
+  auto idle = MakePool(1);
+  Submit(*pool, 0);
+  const std::thread host([copy = pool, &idle, system] {
+    Submit(*copy, 1);
+    if (system != System::kLinux) idle->GetPendingTaskNumber();
+  });
+  SleepMs(kIdleMs);
+  EndProcess(system, [&] {
+    if (system == System::kWindows) {
+      Require(!pool->SubmitTask([] { RunTask(2, nullptr); }), "a task is accepted");
+      pool->Wait();
+      pool->Shutdown(ThreadPool::SHUTDOWN_WAIT);
+    }
+    pool.reset();
+    idle.reset();
+  });
+}
+
+TEST_F(PoolSchedules, EndOnLinux) {
+  CheckPool(2, 2700, [] { EndWithPool(System::kLinux); });
+}
+TEST_F(PoolSchedules, EndOnWindows) {
+  CheckPool(2, 1700, [] { EndWithPool(System::kWindows); });
+}
+TEST_F(PoolSchedules, EndOfForkedChild) {
+  CheckPool(2, 1700, [] { EndWithPool(System::kForkedChild); });
 }
 
 }  // namespace

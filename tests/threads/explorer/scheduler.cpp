@@ -119,6 +119,7 @@ bool Scheduler::CanRun(const Thread& thread) const {
       // NOLINTNEXTLINE(clang-analyzer-core.NullDereference): the object is a thread
       return static_cast<const Thread*>(thread.object)->state == Thread::State::kDone;
     case Thread::State::kDone:
+    case Thread::State::kKilled:
       return false;
   }
   return false;
@@ -177,25 +178,38 @@ void Scheduler::LeaveNobodyReady() {
     }
   } else {
     const auto locks = [](const Thread* t) { return t->state == Thread::State::kLocking; };
-    blocked =
-        blockIsDocumented && std::none_of(live.begin(), live.end(), locks) && blockIsDocumented();
-    if (!blocked) {
-      std::string message = "no thread can continue:";
-      for (const Thread* thread : live) {
-        message += " thread " + std::to_string(thread->number) + " in " + thread->operation + ";";
-      }
-      Fail(message);
+    if (blockIsDocumented && std::none_of(live.begin(), live.end(), locks) && blockIsDocumented()) {
+      Leave(Result::kBlocked);
     }
+    std::string message = "no thread can continue:";
+    for (const Thread* thread : live) {
+      message += " thread " + std::to_string(thread->number) + " in " + thread->operation + ";";
+    }
+    Fail(message);
   }
-  Swap(nullptr, true);
-  std::abort();
+  Leave(Result::kDone);
 }
 
 void Scheduler::Fail(const std::string& message) {
   inside = true;
   failure = message;
+  Leave(Result::kFailed);
+}
+
+void Scheduler::Leave(Result reason) {
+  inside = true;
+  result = reason;
   Swap(nullptr, true);
   std::abort();
+}
+
+void Scheduler::KillOthers() {
+  for (Thread* thread : live) {
+    if (thread == current) continue;
+    thread->state = Thread::State::kKilled;
+    thread->operation = "killed";
+    thread->deadline = kNever;
+  }
 }
 
 // Continues `next`, or the explorer if null. Returns when the caller is continued.
@@ -266,18 +280,18 @@ char* Scheduler::NewStack() {
   return stack;
 }
 
-bool Scheduler::Run(const std::function<void()>& body, const Limits& scheduleLimits,
-                    const std::function<bool()>& mayBlock) {
+Scheduler::Result Scheduler::Run(const std::function<void()>& body, const Limits& scheduleLimits,
+                                 const std::function<bool()>& mayBlock) {
   limits = scheduleLimits;
   blockIsDocumented = mayBlock;
   for (const Thread* thread : live) freeStacks.push_back(thread->stack);
   live.clear();
+  firstHandle += threads.size();
   threads.clear();
   names.clear();
   inside = false;
   trace.clear();
   failure.clear();
-  blocked = false;
   step = 0;
   now = kEpoch;
   explorer.started = true;
@@ -291,7 +305,10 @@ bool Scheduler::Run(const std::function<void()>& body, const Limits& scheduleLim
   threads.front().reaped = true;
   Swap(&threads.front());
   inside = false;
-  return failure.empty();
+  // The locks of threads that did not end: statics may contain them.
+  for (pthread_mutex_t* const mutex : locked) mutex->__data.__owner = mutex->__data.__count = 0;
+  locked.clear();
+  return result;
 }
 
 // ---- operations ----
@@ -322,8 +339,10 @@ void Scheduler::CheckMutex(const pthread_mutex_t* mutex) {
 
 void Scheduler::Acquire(pthread_mutex_t* mutex) {
   mutex->__data.__owner = static_cast<int>(current->number);
-  ++mutex->__data.__count;
   ++current->locksHeld;
+  if (++mutex->__data.__count > 1) return;
+  const Inside here;
+  locked.push_back(mutex);
 }
 
 void Scheduler::Release(pthread_mutex_t* mutex) {
@@ -331,8 +350,10 @@ void Scheduler::Release(pthread_mutex_t* mutex) {
   if (mutex->__data.__owner != static_cast<int>(current->number)) {
     Fail("a thread unlocks a lock that it does not hold");
   }
-  if (--mutex->__data.__count == 0) mutex->__data.__owner = 0;
   --current->locksHeld;
+  if (--mutex->__data.__count > 0) return;
+  mutex->__data.__owner = 0;
+  locked.erase(std::find(locked.begin(), locked.end(), mutex));
 }
 
 void Scheduler::Lock(pthread_mutex_t* mutex) {
@@ -421,7 +442,6 @@ void Scheduler::SleepUntil(int64_t deadline) {
   current->state = Thread::State::kReady;
 }
 
-// A thread is known by its number, from 1.
 pthread_t Scheduler::Start(void* (*routine)(void*), void* argument) {
   if (live.size() == kMostThreads / 2) Fail("too many threads");
   inside = true;
@@ -438,13 +458,14 @@ pthread_t Scheduler::Start(void* (*routine)(void*), void* argument) {
   live.push_back(&thread);
   inside = false;
   if (current != nullptr) Point("started a thread", nullptr);
-  return thread.number;
+  return firstHandle + thread.number;
 }
 
 Scheduler::Thread& Scheduler::Find(pthread_t handle) {
-  if (handle == 0 || handle > threads.size()) Fail("a thread is not known");
-  if (threads[handle - 1].reaped) Fail("a thread is joined or detached twice");
-  return threads[handle - 1];
+  const size_t index = handle - firstHandle - 1;
+  if (index >= threads.size()) Fail("a thread is not known");
+  if (threads[index].reaped) Fail("a thread is joined or detached twice");
+  return threads[index];
 }
 
 void Scheduler::Join(pthread_t handle) {
@@ -461,8 +482,6 @@ void Scheduler::Detach(pthread_t handle) {
   Point("detach", nullptr);
   Find(handle).reaped = true;
 }
-
-pthread_t Scheduler::Self() { return current->number; }
 
 void Scheduler::AllowFaults(bool allowed) { current->mayFail = allowed; }
 

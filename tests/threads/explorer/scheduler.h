@@ -44,11 +44,14 @@ class Scheduler {
   // How to choose: in depth-first order, at random, or as given by Replay().
   enum class Mode { kDepthFirst, kRandom, kReplay };
 
+  // How a schedule ends: with its last thread, blocked as documented, with the process, or failed.
+  enum class Result { kDone, kBlocked, kProcessEnded, kFailed };
+
   // ---- for the explorer ----
 
-  // Runs one schedule. Returns false if it failed.
-  bool Run(const std::function<void()>& body, const Limits& scheduleLimits,
-           const std::function<bool()>& mayBlock);
+  // Runs one schedule.
+  Result Run(const std::function<void()>& body, const Limits& scheduleLimits,
+             const std::function<bool()>& mayBlock);
   void StartDepthFirst();
   bool NextDepthFirst();  // false if all schedules have been visited
   void StartRandom(uint64_t seed);
@@ -58,7 +61,6 @@ class Scheduler {
   const std::string& Trace() const { return trace; }
   const std::vector<Choice>& Choices() const { return path; }
   uint64_t Steps() const { return step; }
-  bool Blocked() const { return blocked; }
 
   // ---- for the threads of a schedule ----
 
@@ -70,6 +72,10 @@ class Scheduler {
   void Point(const char* operation, const void* object);
   size_t Choose(size_t count);
   bool InjectFault();  // whether an operation that may fail does
+  // Ends all other threads wherever they are. Their locks stay locked, and a join never returns.
+  void KillOthers();
+  // Ends the schedule, whatever the other threads are doing.
+  [[noreturn]] void EndProcess() { Leave(Result::kProcessEnded); }
 
   void Lock(pthread_mutex_t* mutex);
   bool TryLock(pthread_mutex_t* mutex);
@@ -80,7 +86,7 @@ class Scheduler {
   pthread_t Start(void* (*routine)(void*), void* argument);
   void Join(pthread_t handle);
   void Detach(pthread_t handle);
-  static pthread_t Self();
+  pthread_t Self() const { return firstHandle + current->number; }
   static void AllowFaults(bool allowed);
   bool AllocationPoints() const { return limits.allocationPoints; }
 
@@ -100,7 +106,7 @@ class Scheduler {
   };
 
   struct Thread {
-    enum class State { kReady, kLocking, kWaiting, kSleeping, kJoining, kDone };
+    enum class State { kReady, kLocking, kWaiting, kSleeping, kJoining, kDone, kKilled };
 
     State state = State::kReady;
     const void* object = nullptr;  // what the next operation is about
@@ -141,8 +147,9 @@ class Scheduler {
   void Reschedule(bool freeSwitch = false);
   void Swap(Thread* next, bool leaves = false);
   void FinishFirstSwitch();
+  [[noreturn]] void Leave(Result reason);
   void LeaveNobodyReady();
-  static void Acquire(pthread_mutex_t* mutex);
+  void Acquire(pthread_mutex_t* mutex);
   void Release(pthread_mutex_t* mutex);
   void CheckMutex(const pthread_mutex_t* mutex);
   Thread& Find(pthread_t handle);
@@ -161,6 +168,8 @@ class Scheduler {
   std::mt19937_64 random;
 
   std::deque<Thread> threads;
+  pthread_t firstHandle = 0;  // no two schedules use the same handles: a static may keep one
+  std::vector<pthread_mutex_t*> locked;
   std::vector<Thread*> live;
   std::vector<char*> freeStacks;
   Context explorer;
@@ -170,7 +179,7 @@ class Scheduler {
   int64_t now = 0;
   uint64_t step = 0;
   std::function<bool()> blockIsDocumented;
-  bool blocked = false;
+  Result result = Result::kDone;
   std::string failure;
   std::string trace;
   std::map<const void*, size_t> names;
@@ -180,6 +189,10 @@ Scheduler& TheScheduler();
 
 // Allocations of the threads of schedules that have not been freed.
 int64_t LiveAllocations();
+// To call before each schedule.
+void StartCountingAllocations();
+// Frees what the threads of this schedule have left.
+void FreeAllocations();
 
 }  // namespace tarsio_test
 

@@ -2,32 +2,33 @@
 
 #include <functional>
 #include <memory>
+#include <ostream>
 #include <stdexcept>
 #include <thread>
 #include <utility>
 
 #include "threads/explorer/explorer.h"
-#include "threads/explorer/manager.h"
+#include "threads/explorer/process_end.h"
 
 namespace {
 
-using component::TimerManager;
 using component::TsTimer;
 using tarsio_test::Check;
+using tarsio_test::EndProcess;
 using tarsio_test::Faults;
+using tarsio_test::Manager;
 using tarsio_test::NowMs;
 using tarsio_test::Point;
 using tarsio_test::Require;
 using tarsio_test::Scenario;
 using tarsio_test::ShutDownManager;
 using tarsio_test::SleepMs;
+using tarsio_test::System;
 using TimerPtr = std::shared_ptr<TsTimer>;
 
 constexpr int64_t kPassMs = 5;
 constexpr unsigned long long kTimeoutMs = 5;
 constexpr int64_t kLongMs = 20;
-
-TimerManager& Manager() { return *TimerManager::GetInstance(); }
 
 // Calls of an action. One is in progress between its two points.
 struct Firings {
@@ -60,9 +61,10 @@ TimerPtr MakeTimer(Firings& firings, bool repeating, unsigned long long timeoutM
 void CheckTimers(int bound, uint64_t atLeast, std::function<void()> body, Scenario scenario = {}) {
   scenario.bound = bound;
   Manager();
+  scenario.reset = tarsio_test::ResetProcess;
   scenario.body = [body = std::move(body)] {
     body();
-    tarsio_test::EndManager();
+    ShutDownManager();
   };
   Check(scenario, atLeast);
 }
@@ -311,5 +313,62 @@ TEST(TimerSchedules, FailingStart) {
   };
   CheckTimers(2, 7200, body, scenario);
 }
+
+struct Ending {
+  const char* name;
+  System system;
+  bool inAction;  // instead of on the first thread
+  int bound;
+  uint64_t atLeast;
+};
+
+std::ostream& operator<<(std::ostream& out, const Ending& ending) { return out << ending.name; }
+
+class TimersAtProcessEnd : public testing::TestWithParam<Ending> {};
+
+// The process ends in the middle of a start, a stop and a firing. The end does not wait forever, no
+// timer fires afterwards, and statics may still use timers.
+void EndWithTimers(const Ending& row) {
+  Firings firings;
+  const TimerPtr shared = MakeTimer(firings, true);
+  TimerPtr queued = MakeTimer(firings, true, kTimeoutMs + 1);
+  const auto end = [&] {
+    TimerPtr late = MakeTimer(firings, false);
+    EndProcess(row.system, [&] {
+      const bool otherThreadsRun = row.system == System::kLinux;
+      Require(!firings.inProgress || !otherThreadsRun, "the process ends during an action");
+      firings.forbidden = true;
+      queued.reset();
+      late->Start();
+      if (otherThreadsRun) late->Stop();
+      late.reset();
+      SleepMs(kLongMs);
+      shared->Stop();
+    });
+  };
+  const auto exiting = std::make_shared<TsTimer>(kTimeoutMs, false);
+  exiting->Init(end);
+  (row.inAction ? exiting : queued)->Start();
+  const std::thread other([&shared] {
+    shared->Start();
+    shared->Stop();
+    shared->Start();
+  });
+  SleepMs(row.inAction ? kLongMs : static_cast<int64_t>(kTimeoutMs));
+  end();
+}
+
+TEST_P(TimersAtProcessEnd, Ends) {
+  CheckTimers(GetParam().bound, GetParam().atLeast, [row = GetParam()] { EndWithTimers(row); });
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Explorer, TimersAtProcessEnd,
+    testing::Values(Ending{"Linux", System::kLinux, false, 2, 14000},
+                    Ending{"Windows", System::kWindows, false, 3, 90000},
+                    Ending{"WindowsAction", System::kWindows, true, 3, 34000},
+                    Ending{"ForkedChild", System::kForkedChild, false, 3, 90000},
+                    Ending{"ForkInAction", System::kForkedChild, true, 3, 34000}),
+    testing::PrintToStringParamName());
 
 }  // namespace
