@@ -9,6 +9,7 @@
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -18,7 +19,15 @@
 
 namespace tarsio_test {
 
-void AtomicPoint(const char* operation, const void* object);
+// What has happened to an object in a schedule.
+struct Version {
+  uint64_t hash = 0;
+  uint64_t schedule = 0;
+};
+
+// Notes an access of the calling thread to an object that threads share.
+void Access(Version& version, bool writes);
+void AtomicPoint(const char* operation, const void* object, Version& version, bool writes);
 
 }  // namespace tarsio_test
 
@@ -36,7 +45,7 @@ class AtomicWithPoints {
   AtomicWithPoints& operator=(const AtomicWithPoints&) = delete;
 
   T load(memory_order /*order*/ = memory_order_seq_cst) const {
-    tarsio_test::AtomicPoint("load", this);
+    tarsio_test::AtomicPoint("load", this, version, false);
     return value;
   }
   void store(T desired, memory_order /*order*/ = memory_order_seq_cst) { Change("store", desired); }
@@ -44,17 +53,17 @@ class AtomicWithPoints {
     return Change("exchange", desired);
   }
   bool compare_exchange_strong(T& expected, T desired) {
-    tarsio_test::AtomicPoint("compare_exchange", this);
+    tarsio_test::AtomicPoint("compare_exchange", this, version, true);
     const bool equal = value == expected;
     (equal ? value : expected) = equal ? desired : value;
     return equal;
   }
   T fetch_add(T operand, memory_order /*order*/ = memory_order_seq_cst) {
-    tarsio_test::AtomicPoint("fetch_add", this);
+    tarsio_test::AtomicPoint("fetch_add", this, version, true);
     return std::exchange(value, value + operand);
   }
   T fetch_sub(T operand, memory_order /*order*/ = memory_order_seq_cst) {
-    tarsio_test::AtomicPoint("fetch_sub", this);
+    tarsio_test::AtomicPoint("fetch_sub", this, version, true);
     return std::exchange(value, value - operand);
   }
   // NOLINTNEXTLINE(google-explicit-constructor): as std::atomic
@@ -67,11 +76,12 @@ class AtomicWithPoints {
 
  private:
   T Change(const char* operation, T desired) {
-    tarsio_test::AtomicPoint(operation, this);
+    tarsio_test::AtomicPoint(operation, this, version, true);
     return std::exchange(value, desired);
   }
 
   T value{};
+  mutable tarsio_test::Version version;
 };
 
 }  // namespace std

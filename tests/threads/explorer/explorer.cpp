@@ -62,7 +62,6 @@ bool Visit(const Scenario& scenario, int bound, Exploration& result) {
   using Result = Scheduler::Result;
   Scheduler& scheduler = TheScheduler();
   const int64_t before = LiveAllocations();
-  StartCountingAllocations();
   const Result end =
       scheduler.Run(scenario.body,
                     {bound, scenario.spurious, scenario.faults, scenario.allocationPoints,
@@ -70,9 +69,10 @@ bool Visit(const Scenario& scenario, int bound, Exploration& result) {
                     scenario.mayBlock);
   ++result.schedules;
   result.blocked += end == Result::kBlocked ? 1 : 0;
+  result.known += end == Result::kKnown ? 1 : 0;
   result.deepest = std::max(result.deepest, scheduler.Steps());
   result.failure = end == Result::kDone ? CheckEnd(scenario, before) : scheduler.Failure();
-  if (end == Result::kBlocked || end == Result::kProcessEnded) FreeAllocations();
+  if (end != Result::kDone && end != Result::kFailed) FreeAllocations();
   if (scenario.reset) scenario.reset();
   if (result.failure.empty()) return true;
   result.choices = ToString(scheduler.Choices());
@@ -92,7 +92,7 @@ bool WarmUp(const Scenario& scenario, Exploration& result) {
 
 bool DepthFirst(const Scenario& scenario, int bound, Exploration& result, int64_t end = kNever) {
   result = {};
-  TheScheduler().StartDepthFirst();
+  TheScheduler().StartDepthFirst(!scenario.everyOrder);
   do {
     if (!Visit(scenario, bound, result)) return false;
   } while (TheScheduler().NextDepthFirst() && (end == kNever || std::time(nullptr) < end));
@@ -109,8 +109,9 @@ bool Draw(const Scenario& scenario, int64_t end, Exploration& result) {
 }
 
 void Report(const char* kind, const Exploration& result) {
-  std::cout << kind << ": " << result.schedules << " schedules, at most " << result.deepest
-            << " points, " << result.blocked << " blocked as documented\n";
+  std::cout << kind << ": " << result.schedules << " schedules, " << result.known
+            << " left out, at most " << result.deepest << " points, " << result.blocked
+            << " blocked as documented\n";
 }
 
 // Fails the current test if a schedule failed. Shows its steps by a new process, since the schedule

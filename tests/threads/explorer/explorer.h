@@ -36,6 +36,9 @@ struct Scenario {
   bool allocationPoints = false;
   // Whether the end of a lock is a point: if objects may end there.
   bool unlockPoints = false;
+  // Whether schedules are visited that differ only in the order of steps that do not concern each
+  // other. Needed if threads share data that is not guarded by locks, atomic or Shared.
+  bool everyOrder = false;
   // A schedule with more points does not end, it is assumed.
   uint64_t mostSteps = 50000;
   // Asked when threads are left that wait forever, but not for a lock: whether that is documented.
@@ -48,6 +51,7 @@ struct Scenario {
 
 struct Exploration {
   uint64_t schedules = 0;
+  uint64_t known = 0;    // of these, those that ended in a state that had been visited before
   uint64_t blocked = 0;  // schedules that ended as documented by Scenario::mayBlock
   uint64_t deepest = 0;  // points of the longest schedule
   std::string failure;   // empty if no schedule failed
@@ -69,6 +73,30 @@ Exploration Replay(const Scenario& scenario, const std::string& choices);
 Exploration Check(const Scenario& scenario, uint64_t atLeast);
 
 // In a scenario:
+
+// A variable that threads share without a lock.
+template <typename T>
+class Shared {
+ public:
+  // NOLINTNEXTLINE(google-explicit-constructor): as the variable
+  Shared(T initial = {}) : value(initial) {}
+
+  // NOLINTNEXTLINE(google-explicit-constructor): as the variable
+  operator T() const {
+    Access(version, false);
+    return value;
+  }
+  T operator=(T newValue) {  // NOLINT(*-unconventional-assign-operator): as std::atomic
+    Access(version, true);
+    return value = newValue;
+  }
+  T operator++() { return *this = value + 1; }
+  T operator--() { return *this = value - 1; }
+
+ private:
+  T value;
+  mutable Version version;
+};
 
 // Ends the schedule as failed if the condition is false.
 void Require(bool condition, const char* message);

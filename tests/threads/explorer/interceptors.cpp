@@ -56,11 +56,10 @@ struct alignas(std::max_align_t) Header {
 // NOLINTBEGIN(*-non-const-global-variables)
 Header newest;  // of the list of allocations by threads of schedules
 int64_t liveAllocations = 0;
-uint64_t schedules = 0;
 // NOLINTEND(*-non-const-global-variables)
 
 void Link(Header* header) {
-  header->schedule = schedules;
+  header->schedule = TheScheduler().Schedule();
   header->next = std::exchange(newest.next, header);
   header->previous = &newest;
   if (header->next != nullptr) header->next->previous = header;
@@ -106,14 +105,19 @@ namespace tarsio_test {
 
 int64_t LiveAllocations() { return liveAllocations; }
 
-void StartCountingAllocations() { ++schedules; }
-
 void FreeAllocations() {
-  while (newest.next != nullptr && newest.next->schedule == schedules) Free(newest.next + 1);
+  const uint64_t schedule = TheScheduler().Schedule();
+  while (newest.next != nullptr && newest.next->schedule == schedule) Free(newest.next + 1);
 }
 
-void AtomicPoint(const char* operation, const void* object) {
-  if (Scheduler::Active()) TheScheduler().Point(operation, object);
+void Access(Version& version, bool writes) {
+  if (Scheduler::Active()) TheScheduler().Access(version, writes);
+}
+
+void AtomicPoint(const char* operation, const void* object, Version& version, bool writes) {
+  if (!Scheduler::Active()) return;
+  TheScheduler().Point(operation, object);
+  TheScheduler().Access(version, writes);
 }
 
 }  // namespace tarsio_test

@@ -13,6 +13,7 @@ using tarsio_test::Check;
 using tarsio_test::NowMs;
 using tarsio_test::Require;
 using tarsio_test::Scenario;
+using tarsio_test::Shared;
 
 struct Row {
   const char* name;
@@ -88,7 +89,7 @@ struct QueueRun {
   BlockingQueue<Element> queue;
   std::vector<Element> pushed;
   std::vector<Element> popped;
-  bool closed = false;
+  Shared<bool> closed;
   int unlimitedCalls = 0;
   int otherCalls = 0;
 };
@@ -129,16 +130,16 @@ TEST_P(QueueSchedules, All) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Explorer, QueueSchedules,
-                         testing::Values(Row{"One", 1, 0, 0, 1, false, 1, 2, 30000},
-                                         Row{"OneTwice", 1, 0, 0, 2, false, 0, 1, 61000},
-                                         Row{"TwoTwice", 2, 0, 0, 2, false, 1, 2, 100000},
-                                         Row{"Deadlines", 1, 5, 5, 1, false, 1, 2, 35000},
-                                         Row{"PushDeadlines", 1, 5, 10, 2, false, 0, 1, 68000},
-                                         Row{"NoWait", 1, -1, -1, 2, false, 0, 3, 10000},
-                                         Row{"NoWaitPop", 2, 5, -1, 1, false, 1, 3, 2100},
-                                         Row{"Close", 1, 0, 0, 1, true, 1, 2, 21000},
-                                         Row{"CloseDeadlines", 1, 5, 5, 1, true, 0, 2, 29000},
-                                         Row{"CloseNoWait", 2, -1, -1, 1, true, 0, 4, 5300}),
+                         testing::Values(Row{"One", 1, 0, 0, 1, false, 1, 4, 5300},
+                                         Row{"OneTwice", 1, 0, 0, 2, false, 0, 2, 120000},
+                                         Row{"TwoTwice", 2, 0, 0, 2, false, 1, 3, 220000},
+                                         Row{"Deadlines", 1, 5, 5, 1, false, 1, 4, 43000},
+                                         Row{"PushDeadlines", 1, 5, 10, 2, false, 0, 2, 240000},
+                                         Row{"NoWait", 1, -1, -1, 2, false, 0, 5, 12000},
+                                         Row{"NoWaitPop", 2, 5, -1, 1, false, 1, 6, 560},
+                                         Row{"Close", 1, 0, 0, 1, true, 1, 4, 7900},
+                                         Row{"CloseDeadlines", 1, 5, 5, 1, true, 0, 4, 44000},
+                                         Row{"CloseNoWait", 2, -1, -1, 1, true, 0, 6, 840}),
                          testing::PrintToStringParamName());
 
 }  // namespace

@@ -32,6 +32,25 @@ namespace {
 constexpr size_t kStackSize = size_t{1} << 18;
 constexpr int64_t kEpoch = 1700000000LL * 1000000000;  // nanoseconds
 constexpr uint64_t kRandomPreemption = 8;              // one in so many points
+constexpr size_t kMostKnown = size_t{1} << 24;
+
+// Events in the histories of threads.
+enum : uint64_t { kStarted = 1, kNotified, kKilled, kEnded };
+
+// A hash of two numbers; their order counts.
+uint64_t Mix(uint64_t first, uint64_t second) {
+  uint64_t hash = (first ^ (second * 0x9E3779B97F4A7C15U)) * 0xBF58476D1CE4E5B9U;
+  hash ^= hash >> 32U;
+  hash *= 0x94D049BB133111EBU;
+  return hash ^ (hash >> 29U);
+}
+
+// In a field that nothing else uses, since the functions that do are replaced.
+Version& VersionOf(pthread_mutex_t* mutex) {
+  static_assert(sizeof(Version) == sizeof mutex->__data.__list);
+  void* const unused = &mutex->__data.__list;
+  return *static_cast<Version*>(unused);
+}
 
 }  // namespace
 
@@ -42,8 +61,10 @@ Scheduler& TheScheduler() {
 
 // ---- choices ----
 
-void Scheduler::StartDepthFirst() {
+void Scheduler::StartDepthFirst(bool leavesOutEqual) {
   mode = Mode::kDepthFirst;
+  leavesOutKnown = leavesOutEqual;
+  known.clear();
   path.clear();
 }
 
@@ -91,10 +112,17 @@ size_t Scheduler::Pick(size_t count, size_t usual) {
   return chosen;
 }
 
-size_t Scheduler::Choose(size_t count) { return Pick(count, count); }
+// A choice that the current thread notices.
+size_t Scheduler::Decide(size_t count, size_t usual) {
+  const size_t chosen = Pick(count, usual);
+  Observe(chosen);
+  return chosen;
+}
+
+size_t Scheduler::Choose(size_t count) { return Decide(count, count); }
 
 bool Scheduler::InjectFault() {
-  if (!current->mayFail || limits.faults == 0 || Pick(2, 1) == 0) return false;
+  if (!current->mayFail || limits.faults == 0 || Decide(2, 1) == 0) return false;
   --limits.faults;
   const Inside here;
   if (mode == Mode::kReplay) trace += "      which fails\n";
@@ -152,12 +180,53 @@ size_t Scheduler::Options(bool freeSwitch) {
   return count;
 }
 
+// ---- equal states ----
+
+// Two schedules have reached the same state if each thread has made the same observations. An
+// object's version is the history of the thread that changed it last. So the order of two steps
+// counts only if both concern the same object, and one of them changes it.
+//
+// This requires that each access to shared data is noted, or follows from the order of the others:
+// memory that a lock guards, and reference counts.
+
+// What the current thread does next may depend on `value`.
+void Scheduler::Observe(uint64_t value) { current->history = Mix(current->history, value); }
+
+void Scheduler::Access(Version& version, bool writes) {
+  Observe(version.schedule == schedule ? version.hash : 0);
+  if (writes) version = {current->history, schedule};
+}
+
+int64_t Scheduler::Now() {
+  Observe(static_cast<uint64_t>(now));
+  return now;
+}
+
+uint64_t Scheduler::State() const {
+  uint64_t state = ended + static_cast<uint64_t>(now);
+  for (const Thread* thread : live) state += Mix(thread->history, 0);
+  // Which thread is current counts only if a switch is a preemption.
+  return CanRun(*current) ? Mix(state, current->history) : state;
+}
+
+// Ends the schedule if another one has continued from this state, with as many preemptions left.
+void Scheduler::LeaveIfKnown() {
+  if (!leavesOutKnown || mode != Mode::kDepthFirst || position < path.size()) return;
+  const Inside here;
+  if (known.size() == kMostKnown) return;
+  const auto [entry, isNew] = known.emplace(State(), limits.preemptions);
+  if (!isNew && entry->second >= limits.preemptions) Leave(Result::kKnown);
+  entry->second = limits.preemptions;
+}
+
 // ---- switching ----
 
 // Lets one of the threads that can run continue, perhaps the caller.
 void Scheduler::Reschedule(bool freeSwitch) {
+  Observe(reinterpret_cast<uintptr_t>(current->operation));
   const size_t count = Options(freeSwitch);
   if (count == 0) LeaveNobodyReady();
+  if (count > 1) LeaveIfKnown();
   size_t usual = 0;
   while (usual < count && options[usual].cost == 0) ++usual;
   const Option option = options[Pick(count, usual)];
@@ -208,6 +277,7 @@ void Scheduler::KillOthers() {
     if (thread == current) continue;
     thread->state = Thread::State::kKilled;
     thread->operation = "killed";
+    thread->history = Mix(thread->history, kKilled);
     thread->deadline = kNever;
   }
 }
@@ -247,6 +317,7 @@ void Scheduler::Main() {
   Thread* const self = current;
   inside = true;
   self->state = Thread::State::kDone;
+  scheduler.ended += Mix(self->history, kEnded);
   scheduler.live.erase(std::find(scheduler.live.begin(), scheduler.live.end(), self));
   scheduler.freeStacks.push_back(self->stack);
   inside = false;
@@ -286,6 +357,8 @@ Scheduler::Result Scheduler::Run(const std::function<void()>& body, const Limits
   blockIsDocumented = mayBlock;
   for (const Thread* thread : live) freeStacks.push_back(thread->stack);
   live.clear();
+  ++schedule;
+  ended = 0;
   firstHandle += threads.size();
   threads.clear();
   names.clear();
@@ -338,6 +411,7 @@ void Scheduler::CheckMutex(const pthread_mutex_t* mutex) {
 }
 
 void Scheduler::Acquire(pthread_mutex_t* mutex) {
+  Access(VersionOf(mutex), false);
   mutex->__data.__owner = static_cast<int>(current->number);
   ++current->locksHeld;
   if (++mutex->__data.__count > 1) return;
@@ -352,6 +426,7 @@ void Scheduler::Release(pthread_mutex_t* mutex) {
   }
   --current->locksHeld;
   if (--mutex->__data.__count > 0) return;
+  VersionOf(mutex) = {current->history, schedule};
   mutex->__data.__owner = 0;
   locked.erase(std::find(locked.begin(), locked.end(), mutex));
 }
@@ -386,7 +461,7 @@ void Scheduler::Unlock(pthread_mutex_t* mutex) {
 bool Scheduler::Wait(const pthread_cond_t* condition, pthread_mutex_t* mutex, int64_t deadline) {
   Point("wait", condition);
   Release(mutex);
-  const bool wakesUp = limits.spurious > 0 && Pick(2, 1) == 1;
+  const bool wakesUp = limits.spurious > 0 && Decide(2, 1) == 1;
   if (wakesUp) {
     --limits.spurious;
     current->state = Thread::State::kLocking;
@@ -421,7 +496,7 @@ void Scheduler::Notify(const pthread_cond_t* condition, bool all) {
     if (waits) waiting[count++] = thread;
   }
   if (count == 0) return;
-  const size_t first = all ? 0 : Pick(count, count);
+  const size_t first = all ? 0 : Decide(count, count);
   const size_t end = all ? count : first + 1;
   for (size_t i = first; i < end; ++i) {
     Thread& thread = *waiting[i];
@@ -430,6 +505,7 @@ void Scheduler::Notify(const pthread_cond_t* condition, bool all) {
     thread.object = thread.mutex;
     thread.deadline = kNever;
     thread.notified = true;
+    thread.history = Mix(thread.history, kNotified);
   }
 }
 
@@ -449,6 +525,7 @@ pthread_t Scheduler::Start(void* (*routine)(void*), void* argument) {
   thread.number = threads.size();
   thread.routine = routine;
   thread.argument = argument;
+  thread.history = current == nullptr ? 0 : Mix(current->history, kStarted);
   thread.mayFail = current != nullptr && current->mayFail;
   thread.stack = NewStack();
   ::getcontext(&thread.context.start);

@@ -16,7 +16,10 @@
 #include <map>
 #include <random>
 #include <string>
+#include <unordered_map>
 #include <vector>
+
+#include "threads/explorer/atomic_points.h"
 
 namespace tarsio_test {
 
@@ -44,15 +47,16 @@ class Scheduler {
   // How to choose: in depth-first order, at random, or as given by Replay().
   enum class Mode { kDepthFirst, kRandom, kReplay };
 
-  // How a schedule ends: with its last thread, blocked as documented, with the process, or failed.
-  enum class Result { kDone, kBlocked, kProcessEnded, kFailed };
+  // How a schedule ends: with its last thread, blocked as documented, with the process, in a state
+  // that another schedule has reached as well, or failed.
+  enum class Result { kDone, kBlocked, kProcessEnded, kKnown, kFailed };
 
   // ---- for the explorer ----
 
   // Runs one schedule.
   Result Run(const std::function<void()>& body, const Limits& scheduleLimits,
              const std::function<bool()>& mayBlock);
-  void StartDepthFirst();
+  void StartDepthFirst(bool leavesOutEqual);
   bool NextDepthFirst();  // false if all schedules have been visited
   void StartRandom(uint64_t seed);
   void StartReplay(std::map<uint64_t, size_t> choices);
@@ -61,13 +65,15 @@ class Scheduler {
   const std::string& Trace() const { return trace; }
   const std::vector<Choice>& Choices() const { return path; }
   uint64_t Steps() const { return step; }
+  uint64_t Schedule() const { return schedule; }  // counts
 
   // ---- for the threads of a schedule ----
 
   // Whether the caller is such a thread, and not in the scheduler's own code.
   static bool Active() { return current != nullptr && !inside; }
   [[noreturn]] void Fail(const std::string& message);
-  int64_t Now() const { return now; }
+  int64_t Now();
+  void Access(Version& version, bool writes);
   void PassTime(int64_t nanoseconds) { now += nanoseconds; }
   void Point(const char* operation, const void* object);
   size_t Choose(size_t count);
@@ -113,6 +119,7 @@ class Scheduler {
     const char* operation = "start";
     int64_t deadline = kNever;
     pthread_mutex_t* mutex = nullptr;  // of a wait
+    uint64_t history = 0;              // a hash of all that it depends on
     bool notified = false;
     bool reaped = false;  // joined or detached
     bool mayFail = false;
@@ -141,6 +148,10 @@ class Scheduler {
   static constexpr size_t kMostThreads = 32;
 
   size_t Pick(size_t count, size_t usual);
+  size_t Decide(size_t count, size_t usual);
+  void Observe(uint64_t value);
+  uint64_t State() const;
+  void LeaveIfKnown();
   static void Main();
   bool CanRun(const Thread& thread) const;
   size_t Options(bool freeSwitch);
@@ -164,10 +175,14 @@ class Scheduler {
   Limits limits{};
   std::vector<Choice> path;
   size_t position = 0;  // in `path`
+  bool leavesOutKnown = false;
+  std::unordered_map<uint64_t, int> known;  // the preemptions left at each state
   std::map<uint64_t, size_t> replayed;
   std::mt19937_64 random;
 
   std::deque<Thread> threads;
+  uint64_t schedule = 0;
+  uint64_t ended = 0;         // the histories of threads that have ended
   pthread_t firstHandle = 0;  // no two schedules use the same handles: a static may keep one
   std::vector<pthread_mutex_t*> locked;
   std::vector<Thread*> live;
@@ -189,8 +204,6 @@ Scheduler& TheScheduler();
 
 // Allocations of the threads of schedules that have not been freed.
 int64_t LiveAllocations();
-// To call before each schedule.
-void StartCountingAllocations();
 // Frees what the threads of this schedule have left.
 void FreeAllocations();
 

@@ -21,6 +21,7 @@ using tarsio_test::NowMs;
 using tarsio_test::Point;
 using tarsio_test::Require;
 using tarsio_test::Scenario;
+using tarsio_test::Shared;
 using tarsio_test::ShutDownManager;
 using tarsio_test::SleepMs;
 using tarsio_test::System;
@@ -46,9 +47,9 @@ struct Firings {
     inProgress = false;
   }
 
-  int count = 0;
-  bool inProgress = false;
-  bool forbidden = false;
+  Shared<int> count;
+  Shared<bool> inProgress;
+  Shared<bool> forbidden;
 };
 
 TimerPtr MakeTimer(Firings& firings, bool repeating, unsigned long long timeoutMs = kTimeoutMs) {
@@ -78,7 +79,7 @@ TEST(TimerSchedules, OneShot) {
     ShutDownManager();
     Require(firings.count == 1, "a one-shot timer fires twice");
   };
-  CheckTimers(3, 4300, body);
+  CheckTimers(5, 2200, body);
 }
 
 // When Stop() has returned, a repeating timer does not fire any more.
@@ -94,7 +95,7 @@ TEST(TimerSchedules, StopRepeating) {
     SleepMs(kLongMs);
     Require(timer.use_count() == 1, "still queued");
   };
-  CheckTimers(3, 20000, body);
+  CheckTimers(5, 6000, body);
 }
 
 // A one-shot timer may be in its action when Stop() returns, but does not start it then.
@@ -110,11 +111,11 @@ TEST(TimerSchedules, StopOneShot) {
     SleepMs(kLongMs);
     Require(timer.use_count() == 1, "still queued");
   };
-  CheckTimers(3, 16000, body);
+  CheckTimers(5, 9700, body);
 }
 
 // Two threads start and stop a timer. Each start fires at most once, and it can be used afterwards.
-void Shared(bool repeating) {
+void ByTwoThreads(bool repeating) {
   Firings firings;
   const TimerPtr timer = MakeTimer(firings, repeating);
   std::thread other([&] {
@@ -135,10 +136,10 @@ void Shared(bool repeating) {
 }
 
 TEST(TimerSchedules, SharedOneShot) {
-  CheckTimers(2, 31000, [] { Shared(false); });
+  CheckTimers(3, 28000, [] { ByTwoThreads(false); });
 }
 TEST(TimerSchedules, SharedRepeating) {
-  CheckTimers(2, 40000, [] { Shared(true); });
+  CheckTimers(3, 46000, [] { ByTwoThreads(true); });
 }
 
 // A repeating timer that calls `function` on itself when it fires.
@@ -162,7 +163,7 @@ TEST(TimerSchedules, TwoStarts) {
     Require(firings.count > 0 || timer.use_count() == 2, "not queued once");
     while (firings.count == 0) SleepMs(kPassMs);
   };
-  CheckTimers(3, 48000, body);
+  CheckTimers(5, 6800, body);
 }
 
 // An action starts its timer while another thread stops it: the timer can be started afterwards.
@@ -179,7 +180,7 @@ TEST(TimerSchedules, StopDuringStart) {
     while (firings.count == before) SleepMs(kPassMs);
     timer->Stop();
   };
-  CheckTimers(3, 190000, body);
+  CheckTimers(4, 75000, body);
 }
 
 // A repeating timer that stops itself continues to fire.
@@ -190,7 +191,7 @@ TEST(TimerSchedules, StopsItself) {
     timer->Start();
     while (firings.count < 2) SleepMs(kPassMs);
   };
-  CheckTimers(3, 82000, body);
+  CheckTimers(5, 36000, body);
 }
 
 // A start that meets the firing of the same timer is not lost.
@@ -205,7 +206,7 @@ TEST(TimerSchedules, Rearm) {
     const int before = firings.count;
     while (firings.count == before) SleepMs(kPassMs);
   };
-  CheckTimers(3, 64000, body);
+  CheckTimers(5, 28000, body);
 }
 
 TEST(TimerSchedules, Reset) {
@@ -225,7 +226,7 @@ TEST(TimerSchedules, Reset) {
     Require(first.count == 1, "a one-shot timer fires twice");
   };
   Scenario scenario;
-  CheckTimers(2, 39000, body, scenario);
+  CheckTimers(3, 24000, body, scenario);
 }
 
 // Actions start, stop and drop timers, also their own.
@@ -249,7 +250,7 @@ TEST(TimerSchedules, Actions) {
     while (firings.count < 2) SleepMs(kPassMs);
     Require(victim.use_count() == 1, "still queued");
   };
-  CheckTimers(2, 11000, body);
+  CheckTimers(4, 17000, body);
 }
 
 // The last owner lets a queued timer go; it fires nevertheless and ends with its firing.
@@ -266,7 +267,7 @@ TEST(TimerSchedules, Drop) {
   };
   Scenario scenario;
   scenario.unlockPoints = true;
-  CheckTimers(3, 12000, body, scenario);
+  CheckTimers(5, 4600, body, scenario);
 }
 
 // The manager ends at any moment of a start, a stop and a firing. No timer fires then, and the join
@@ -287,7 +288,7 @@ TEST(TimerSchedules, Shutdown) {
     Require(timer.use_count() == 1 && late.use_count() == 1, "still queued");
     late->SetState(false);
   };
-  CheckTimers(3, 13000, body);
+  CheckTimers(5, 14000, body);
 }
 
 // The thread start or an allocation fails. The next start starts the thread.
@@ -311,7 +312,7 @@ TEST(TimerSchedules, FailingStart) {
     ShutDownManager();
     Require(firings.count == 1, "a one-shot timer fires twice");
   };
-  CheckTimers(2, 7200, body, scenario);
+  CheckTimers(4, 9000, body, scenario);
 }
 
 struct Ending {
@@ -364,11 +365,11 @@ TEST_P(TimersAtProcessEnd, Ends) {
 
 INSTANTIATE_TEST_SUITE_P(
     Explorer, TimersAtProcessEnd,
-    testing::Values(Ending{"Linux", System::kLinux, false, 2, 14000},
-                    Ending{"Windows", System::kWindows, false, 3, 90000},
-                    Ending{"WindowsAction", System::kWindows, true, 3, 34000},
-                    Ending{"ForkedChild", System::kForkedChild, false, 3, 90000},
-                    Ending{"ForkInAction", System::kForkedChild, true, 3, 34000}),
+    testing::Values(Ending{"Linux", System::kLinux, false, 3, 33000},
+                    Ending{"Windows", System::kWindows, false, 5, 45000},
+                    Ending{"WindowsAction", System::kWindows, true, 5, 8500},
+                    Ending{"ForkedChild", System::kForkedChild, false, 5, 45000},
+                    Ending{"ForkInAction", System::kForkedChild, true, 5, 8500}),
     testing::PrintToStringParamName());
 
 }  // namespace
