@@ -378,9 +378,6 @@ Scheduler::Result Scheduler::Run(const std::function<void()>& body, const Limits
   threads.front().reaped = true;
   Swap(&threads.front());
   inside = false;
-  // The locks of threads that did not end: statics may contain them.
-  for (pthread_mutex_t* const mutex : locked) mutex->__data.__owner = mutex->__data.__count = 0;
-  locked.clear();
   return result;
 }
 
@@ -405,18 +402,21 @@ void Scheduler::Point(const char* operation, const void* object) {
   Reschedule();
 }
 
-void Scheduler::CheckMutex(const pthread_mutex_t* mutex) {
-  const auto owner = static_cast<size_t>(mutex->__data.__owner);
-  if (owner > threads.size()) Fail("a lock is used after its end");
+void Scheduler::CheckMutex(pthread_mutex_t* mutex) {
+  Version& version = VersionOf(mutex);
+  if (version.schedule > schedule) Fail("a lock is used after its end");
+  if (version.schedule == schedule) return;
+  // A static lock. A thread of an earlier schedule may have held it when the schedule was left.
+  version = {0, schedule};
+  mutex->__data.__owner = 0;
+  mutex->__data.__count = 0;
 }
 
 void Scheduler::Acquire(pthread_mutex_t* mutex) {
   Access(VersionOf(mutex), false);
   mutex->__data.__owner = static_cast<int>(current->number);
   ++current->locksHeld;
-  if (++mutex->__data.__count > 1) return;
-  const Inside here;
-  locked.push_back(mutex);
+  ++mutex->__data.__count;
 }
 
 void Scheduler::Release(pthread_mutex_t* mutex) {
@@ -428,7 +428,6 @@ void Scheduler::Release(pthread_mutex_t* mutex) {
   if (--mutex->__data.__count > 0) return;
   VersionOf(mutex) = {current->history, schedule};
   mutex->__data.__owner = 0;
-  locked.erase(std::find(locked.begin(), locked.end(), mutex));
 }
 
 void Scheduler::Lock(pthread_mutex_t* mutex) {

@@ -162,7 +162,7 @@ class Scheduler {
   void LeaveNobodyReady();
   void Acquire(pthread_mutex_t* mutex);
   void Release(pthread_mutex_t* mutex);
-  void CheckMutex(const pthread_mutex_t* mutex);
+  void CheckMutex(pthread_mutex_t* mutex);
   Thread& Find(pthread_t handle);
   void Note(const Thread& thread);
   char* NewStack();
@@ -184,7 +184,6 @@ class Scheduler {
   uint64_t schedule = 0;
   uint64_t ended = 0;         // the histories of threads that have ended
   pthread_t firstHandle = 0;  // no two schedules use the same handles: a static may keep one
-  std::vector<pthread_mutex_t*> locked;
   std::vector<Thread*> live;
   std::vector<char*> freeStacks;
   Context explorer;
