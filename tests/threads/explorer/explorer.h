@@ -79,7 +79,7 @@ template <typename T>
 class Shared {
  public:
   // NOLINTNEXTLINE(google-explicit-constructor): as the variable
-  Shared(T initial = {}) : value(initial) {}
+  Shared(T initial = {}) noexcept : value(initial) {}
 
   // NOLINTNEXTLINE(google-explicit-constructor): as the variable
   operator T() const {

@@ -41,6 +41,7 @@ void EndProcess(System system, const std::function<void()>& statics) {
 }
 
 TimerManager& Manager() {
+  // NOLINTNEXTLINE(*-non-const-global-variables): the instance
   static TimerManager& manager = []() -> TimerManager& {
     TimerManager* const created = TimerManager::GetInstance();
     managersHandler = lastHandler;
