@@ -149,7 +149,7 @@ class Scheduler {
 
   size_t Pick(size_t count, size_t usual);
   size_t Decide(size_t count, size_t usual);
-  void Observe(uint64_t value);
+  static void Observe(uint64_t value);
   uint64_t State() const;
   void LeaveIfKnown();
   static void Main();

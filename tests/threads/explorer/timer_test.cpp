@@ -17,7 +17,6 @@ using tarsio_test::Check;
 using tarsio_test::EndProcess;
 using tarsio_test::Faults;
 using tarsio_test::Manager;
-using tarsio_test::NowMs;
 using tarsio_test::Point;
 using tarsio_test::Require;
 using tarsio_test::Scenario;
