@@ -2,16 +2,17 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
 
 #include <algorithm>
 #include <array>
-#include <cstdio>
 #include <cstdlib>
 #include <exception>
 #include <new>
 #include <stdexcept>
 #include <system_error>
 #include <thread>
+#include <tuple>
 #include <type_traits>
 
 #include "support/background_call.h"
@@ -20,8 +21,6 @@
 #include "support/private_member.h"
 #include "support/recording_logger.h"
 #include "support/thread_starts.h"
-#include "support/thread_traits.h"
-#include "support/virtual_slot.h"
 
 namespace tarsio_test {
 
@@ -40,10 +39,8 @@ using tarsio::ThreadPool;
 using tarsio_test::BackgroundCall;
 using tarsio_test::Events;
 using tarsio_test::Gate;
-using tarsio_test::IsVirtual;
 using tarsio_test::kBlockedCheck;
 using tarsio_test::kTestTimeout;
-using tarsio_test::LogRecord;
 using tarsio_test::LogRecords;
 using tarsio_test::RefuseThreadStarts;
 using testing::ElementsAre;
@@ -67,13 +64,18 @@ static_assert(ThreadPool::SHUTDOWN_NOW == 0 && ThreadPool::SHUTDOWN_WAIT == 1 &&
               ThreadPool::SHUTDOWN_DRAIN == 2);
 static_assert(std::is_same_v<decltype(std::declval<const ThreadPool>().GetName()), std::string>);
 
-constexpr auto addWorker = [](auto& pool) -> decltype(pool.AddWorker()) { return {}; };
-constexpr auto removeWorker = [](auto& pool) -> decltype(pool.RemoveWorker({})) { return {}; };
-constexpr auto runTask = [](auto& pool) -> decltype(pool.RunTask({})) {};
-static_assert(!std::is_invocable_v<decltype(addWorker), ThreadPool&> &&
-                  !std::is_invocable_v<decltype(removeWorker), ThreadPool&> &&
-                  !std::is_invocable_v<decltype(runTask), ThreadPool&>,
-              "private");
+// Members of the same names in a derived class do not override them: with other return types this
+// would not compile.
+struct NoOverrides : ThreadPool {
+  int GetName() const;
+  int SetName(const std::string&);
+  int GetPendingTaskNumber();
+  int GetRunningThreadNumber();
+  int SubmitTask(Task&);
+  int SubmitTask(Task&&);
+  int Shutdown(SHUTDOWN_METHOD);
+  int Wait();
+};
 
 constexpr auto kMethodWithoutName = static_cast<Method>(7);
 
@@ -194,18 +196,6 @@ TEST(ThreadPool, SetName) {
   ASSERT_TRUE(RunOne(pool)) << "a worker with the old name still runs tasks";
 }
 
-// Members of the same names in a derived class do not override them.
-TEST(ThreadPool, Virtual) {
-  EXPECT_FALSE(IsVirtual(&ThreadPool::GetName));
-  EXPECT_FALSE(IsVirtual(&ThreadPool::SetName));
-  EXPECT_FALSE(IsVirtual(&ThreadPool::GetPendingTaskNumber));
-  EXPECT_FALSE(IsVirtual(&ThreadPool::GetRunningThreadNumber));
-  EXPECT_FALSE(IsVirtual<bool (ThreadPool::*)(Task&)>(&ThreadPool::SubmitTask));
-  EXPECT_FALSE(IsVirtual<bool (ThreadPool::*)(Task &&)>(&ThreadPool::SubmitTask));
-  EXPECT_FALSE(IsVirtual(&ThreadPool::Shutdown));
-  EXPECT_FALSE(IsVirtual(&ThreadPool::Wait));
-}
-
 // ---- submitting ----
 
 TEST(ThreadPool, TaskForms) {
@@ -228,22 +218,16 @@ TEST(ThreadPool, TaskForms) {
 
 TEST(ThreadPool, DestroysTask) {
   const PoolPtr pool = MakePool(1);
-  const HeldTask held;
-  ASSERT_TRUE(held.StartIn(pool));
   const auto gone = std::make_shared<Gate>();
-  const auto goneBefore = std::make_shared<std::atomic<bool>>(false);
   pool->SubmitTask([token = MakeToken(gone)] {});
-  held.Release();
-  ASSERT_TRUE(RunOne(pool, [=] { *goneBefore = gone->IsOpen(); }));
-  EXPECT_TRUE(*goneBefore) << "before the next task";
+  ASSERT_TRUE(RunOne(pool, [=] { EXPECT_TRUE(gone->IsOpen()) << "before the next task"; }));
 }
 
 TEST(ThreadPool, Nested) {
   const PoolPtr pool = MakePool(2);
   const auto done = std::make_shared<Gate>();
-  const std::weak_ptr<ThreadPool> weak = pool;
-  pool->SubmitTask(
-      [=] { weak.lock()->SubmitTask([=] { weak.lock()->SubmitTask([=] { done->Open(); }); }); });
+  ThreadPool& self = *pool;
+  self.SubmitTask([&self, done] { self.SubmitTask([done] { done->Open(); }); });
   EXPECT_TRUE(done->WaitFor());
 }
 
@@ -251,7 +235,7 @@ TEST(ThreadPool, Nested) {
 
 // Whatever the number of reserved workers, which has no effect.
 TEST(ThreadPool, Limit) {
-  for (const uint64_t reserved : {uint64_t{0}, uint64_t{1}, uint64_t{5}, UINT64_MAX}) {
+  for (const uint64_t reserved : {uint64_t{0}, uint64_t{5}, UINT64_MAX}) {
     SCOPED_TRACE(reserved);
     const PoolPtr pool = MakePool(2, 10, reserved);
     EXPECT_EQ(pool->GetRunningThreadNumber(), 0U);
@@ -335,13 +319,20 @@ TEST(ThreadPool, ZeroLimit) {
 
 // Workers have no thread name, not even the pool's, and the default priority.
 TEST(ThreadPool, Threads) {
-  tarsio_test::ThreadTraits any;
-  std::thread([&any] { any = tarsio_test::TraitsOfThisThread(); }).join();
-  const auto worker = std::make_shared<tarsio_test::ThreadTraits>();
-  worker->name = "not asked";
-  ASSERT_TRUE(RunOne(MakePool(1), [worker] { *worker = tarsio_test::TraitsOfThisThread(); }));
-  EXPECT_EQ(worker->name, any.name);
-  EXPECT_TRUE(*worker == any);
+  using Traits = std::tuple<std::string, int, int>;
+  const auto traits = [] {
+    std::array<char, 64> name{};
+    int policy = 0;
+    sched_param parameters{};
+    pthread_getname_np(pthread_self(), name.data(), name.size());
+    pthread_getschedparam(pthread_self(), &policy, &parameters);
+    return Traits(name.data(), policy, parameters.sched_priority);
+  };
+  Traits any;
+  std::thread([&] { any = traits(); }).join();
+  const auto worker = std::make_shared<Traits>("not asked", 0, 0);
+  ASSERT_TRUE(RunOne(MakePool(1), [=] { *worker = traits(); }));
+  EXPECT_EQ(*worker, any);
 }
 
 // Workers are listed in the order of their start. Each retires a second after its own task.
@@ -389,8 +380,6 @@ TEST(ThreadPool, ThrowingTask) {
     Task task;
     std::string text;
   } rows[] = {
-      {"runtime error", [] { throw std::runtime_error("boom"); }, "boom"},
-      {"logic error", [] { throw std::out_of_range("too far"); }, "too far"},
       {"a derived class", [] { throw HostError(); }, "a host's own error"},
       {"memory", [] { throw std::bad_alloc(); }, std::bad_alloc().what()},
       {"format characters", [] { throw std::runtime_error("100 %s of %d%n"); }, "100 %s of %d%n"},
@@ -398,14 +387,12 @@ TEST(ThreadPool, ThrowingTask) {
       {"empty task", nullptr, std::bad_function_call().what()},
   };
   const PoolPtr pool = MakePool(1);
-  size_t reports = 0;
   for (const auto& row : rows) {
     SCOPED_TRACE(row.name);
     EXPECT_TRUE(OutlivesTask(pool, row.task));
     EXPECT_EQ(pool->GetRunningThreadNumber(), 1U);
-    ++reports;
-    ASSERT_EQ(records->All().size(), reports);
-    const LogRecord record = records->All().back();
+    ASSERT_EQ(records->All().size(), static_cast<size_t>(&row - rows) + 1);
+    const tarsio_test::LogRecord record = records->All().back();
     EXPECT_EQ(record.level, tarsio::LOG_LEVEL_FATAL);
     EXPECT_EQ(record.file, "src/thread_pool.cpp");
     EXPECT_EQ(record.line, 196);
@@ -438,26 +425,21 @@ TEST(ThreadPool, LostReport) {
 }
 
 void RunInADyingProcess(const Task& task) {
-  std::set_terminate([] {
-    std::fputs("the terminate handler\n", stderr);
-    std::_Exit(9);
-  });
+  std::set_terminate([] { std::_Exit(9); });
   const PoolPtr pool = MakePool(1);
   pool->SubmitTask(task);
   Gate().WaitFor();
-  std::_Exit(0);
 }
 
 TEST(PoolDeathTest, Exception) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
-  struct Unrelated {};
-  const Task tasks[] = {[] { throw 42; }, [] { throw "text"; }, [] { throw Unrelated(); },
+  const Task tasks[] = {[] { throw 42; },
                         [] {
                           LogTo([] { throw 42; });
                           throw std::runtime_error("the task");
                         }};
   for (const Task& task : tasks) {
-    EXPECT_EXIT(RunInADyingProcess(task), testing::ExitedWithCode(9), "the terminate");
+    EXPECT_EXIT(RunInADyingProcess(task), testing::ExitedWithCode(9), "");
   }
 }
 
@@ -536,9 +518,9 @@ TEST(ThreadPool, WaitInTask) {
   const auto waited = std::make_shared<Gate>();
   const auto goOn = std::make_shared<Gate>();
   const tarsio_test::OpenOnExit guard{goOn};
-  pool->SubmitTask([=, weak = std::weak_ptr<ThreadPool>(pool)] {
+  pool->SubmitTask([=, &self = *pool] {
     goOn->Wait();
-    weak.lock()->Wait();
+    self.Wait();
     waited->Open();
   });
   tasks[1].SubmitTo(pool);
@@ -549,31 +531,27 @@ TEST(ThreadPool, WaitInTask) {
   EXPECT_TRUE(waited->IsOpen());
 }
 
-// The pools of these two tests are never destroyed: a worker hangs.
-TEST(ThreadPool, WaitForever) {
-  static const PoolPtr& pool = *new PoolPtr(MakePool(1));
-  const auto goOn = std::make_shared<Gate>();
-  const auto waited = std::make_shared<Gate>();
-  pool->SubmitTask([=] {
-    goOn->Wait();
-    pool->Wait();
-    waited->Open();
-  });
-  pool->SubmitTask([] {});
-  goOn->Open();
-  while (pool->GetPendingTaskNumber() != 1) std::this_thread::yield();
-  EXPECT_FALSE(waited->WaitFor(kBlockedCheck));
-}
-
-TEST(ThreadPool, SelfShutdown) {
-  static const PoolPtr& pool = *new PoolPtr(MakePool(1));
-  const auto returned = std::make_shared<Gate>();
-  pool->SubmitTask([=] {
-    pool->Shutdown(kMethodWithoutName);
-    returned->Open();
-  });
-  EXPECT_FALSE(returned->WaitFor(milliseconds(1500)));
-  EXPECT_EQ(pool->GetRunningThreadNumber(), 1U);
+// In its own task, either waits for itself. The pools are never destroyed.
+TEST(ThreadPool, SelfWait) {
+  void (*const calls[])(ThreadPool&) = {
+      [](ThreadPool& pool) { pool.Wait(); },  // for the second task
+      [](ThreadPool& pool) { pool.Shutdown(kMethodWithoutName); },
+  };
+  for (const auto call : calls) {
+    const PoolPtr& pool = *new PoolPtr(MakePool(1));
+    const auto goOn = std::make_shared<Gate>();
+    const auto returned = std::make_shared<Gate>();
+    pool->SubmitTask([=, &pool] {
+      goOn->Wait();
+      call(*pool);
+      returned->Open();
+    });
+    pool->SubmitTask([] {});
+    goOn->Open();
+    EXPECT_FALSE(returned->WaitFor(milliseconds(1500)));
+    EXPECT_EQ(pool->GetPendingTaskNumber(), 1U);
+    EXPECT_EQ(pool->GetRunningThreadNumber(), 1U);
+  }
 }
 
 // ---- Shutdown ----
@@ -627,10 +605,11 @@ TEST(ThreadPool, AfterClose) {
 
 // All methods but SHUTDOWN_NOW run every pending task, including later ones, and leave the pool
 // open.
-void ExpectShutdownRunsEverything(Method method) {
+TEST(ThreadPool, Shutdown) {
   const PoolPtr pool = MakePool(2);
-  for (int round = 0; round < 2; ++round) {
-    SCOPED_TRACE(round);
+  for (const Method method :
+       {ThreadPool::SHUTDOWN_WAIT, ThreadPool::SHUTDOWN_DRAIN, kMethodWithoutName}) {
+    SCOPED_TRACE(method);
     const std::array<HeldTask, 3> tasks;
     ASSERT_TRUE(tasks[0].StartIn(pool));
     ASSERT_TRUE(tasks[1].StartIn(pool));
@@ -651,26 +630,6 @@ void ExpectShutdownRunsEverything(Method method) {
     EXPECT_EQ(pool->GetPendingTaskNumber(), 0U);
     EXPECT_EQ(pool->GetRunningThreadNumber(), 0U);
   }
-}
-
-TEST(ThreadPool, ShutdownWait) { ExpectShutdownRunsEverything(ThreadPool::SHUTDOWN_WAIT); }
-
-TEST(ThreadPool, ShutdownDrain) { ExpectShutdownRunsEverything(ThreadPool::SHUTDOWN_DRAIN); }
-
-TEST(ThreadPool, Unknown) { ExpectShutdownRunsEverything(kMethodWithoutName); }
-
-TEST(ThreadPool, ManyShutdowns) {
-  const PoolPtr pool = MakePool(2);
-  const HeldTask held;
-  ASSERT_TRUE(held.StartIn(pool));
-  std::vector<BackgroundCall> calls;
-  for (int i = 0; i < 6; ++i) {
-    calls.emplace_back([=] { pool->Shutdown(static_cast<Method>(i % 3)); });
-  }
-  for (BackgroundCall& call : calls) EXPECT_TRUE(call.StaysBlocked(milliseconds(20)));
-  held.Release();
-  for (BackgroundCall& call : calls) EXPECT_TRUE(call.ReturnsWithin());
-  EXPECT_EQ(pool->GetRunningThreadNumber(), 0U);
 }
 
 // ---- ownership ----
@@ -765,26 +724,15 @@ TEST(ThreadPool, FailedStart) {
   BackgroundCall shutdown([pool] { pool->Shutdown(kMethodWithoutName); });
   EXPECT_TRUE(shutdown.ReturnsWithin()) << "no worker is listed";
   EXPECT_THAT(*order, IsEmpty());
-  ASSERT_TRUE(RunOne(pool)) << "one more worker runs all tasks";
-  EXPECT_EQ(pool->GetRunningThreadNumber(), 1U);
-  EXPECT_THAT(*order, ElementsAre(0, 1, 2));
-}
-
-TEST(ThreadPool, FailedRuns) {
-  const PoolPtr pool = MakePool(3);
   const HeldTask held;
-  ASSERT_TRUE(held.StartIn(pool));
+  ASSERT_TRUE(held.StartIn(pool)) << "one more worker runs all tasks";
+  EXPECT_THAT(*order, ElementsAre(0, 1, 2));
+  const RefuseThreadStarts refuse;
   const auto ran = std::make_shared<Gate>();
-  {
-    const RefuseThreadStarts refuse;
-    EXPECT_THROW(pool->SubmitTask([ran] { ran->Open(); }), std::system_error);
-    EXPECT_EQ(pool->GetRunningThreadNumber(), 1U);
-    EXPECT_EQ(pool->GetPendingTaskNumber(), 1U);
-    held.Release();
-    EXPECT_TRUE(ran->WaitFor()) << "by the worker that runs already";
-  }
-  pool->Shutdown(kMethodWithoutName);
-  EXPECT_EQ(pool->GetRunningThreadNumber(), 0U);
+  EXPECT_THROW(pool->SubmitTask([ran] { ran->Open(); }), std::system_error);
+  held.Release();
+  EXPECT_TRUE(ran->WaitFor()) << "by the worker that runs already";
+  EXPECT_EQ(pool->GetRunningThreadNumber(), 1U);
 }
 
 // Otherwise the second submission would block on a full queue that has no worker.
@@ -835,11 +783,12 @@ TEST(ThreadPool, Load) {
       for (; !stop; ++submitted) pool->SubmitTask([runs] { ++*runs; });
     });
   }
-  BackgroundCall calls[] = {
-      BackgroundCall([pool] { pool->Wait(); }),
-      BackgroundCall([pool] { pool->Shutdown(ThreadPool::SHUTDOWN_WAIT); }),
-      BackgroundCall([pool] { pool->Shutdown(kMethodWithoutName); }),
-  };
+  std::vector<BackgroundCall> calls;
+  for (int i = 0; i < 3; ++i) {
+    calls.emplace_back([pool] { pool->Wait(); });
+    calls.emplace_back([pool] { pool->Shutdown(ThreadPool::SHUTDOWN_WAIT); });
+    calls.emplace_back([pool] { pool->Shutdown(kMethodWithoutName); });
+  }
   for (const auto end = system_clock::now() + milliseconds(500); system_clock::now() < end;) {
     EXPECT_LE(pool->GetPendingTaskNumber(), 20U);
     EXPECT_LE(pool->GetRunningThreadNumber(), 3U);
