@@ -17,11 +17,9 @@
 
 #include "support/allocations.h"
 #include "support/background_call.h"
-#include "support/cout_recorder.h"
 #include "support/gate.h"
 #include "support/private_member.h"
 #include "support/recording_logger.h"
-#include "support/virtual_slot.h"
 
 namespace {
 
@@ -65,9 +63,6 @@ using std::chrono::system_clock;
 using tarsio::BlockingQueue;
 using tarsio_test::AllocationWatch;
 using tarsio_test::BackgroundCall;
-using tarsio_test::IsVirtual;
-using tarsio_test::kTestTimeout;
-using tarsio_test::LogRecord;
 using tarsio_test::LogRecords;
 using testing::ElementsAre;
 using testing::EndsWith;
@@ -87,16 +82,14 @@ static_assert(std::is_same_v<decltype(&Queue::Push), bool (Queue::*)(const int&,
               std::is_same_v<decltype(&Queue::Close), void (Queue::*)()> &&
               std::is_same_v<decltype(&Queue::Size), uint64_t (Queue::*)()>);
 
-// Converts to WaitFor()'s first parameter, whose type is private.
-struct AnyReference {
-  template <typename T>
-  operator T&() const;
+// Members of the same names in a derived class do not override them: with other return types this
+// would not compile.
+struct NoOverrides : Queue {
+  int Push(const int&, int);
+  int Pop(int&, int);
+  int Close();
+  int Size();
 };
-constexpr auto waitFor =
-    [](auto& queue) -> decltype(queue.WaitFor(AnyReference(),
-                                              std::declval<std::unique_lock<std::mutex>&>(), 0,
-                                              std::declval<bool (*)()>())) { return false; };
-static_assert(!std::is_invocable_v<decltype(waitFor), Queue&>, "private");
 
 // A queue that may outlive its test because a thread still waits in it.
 QueuePtr MakeQueue(uint64_t capacity, const std::vector<int>& content = {}) {
@@ -189,30 +182,28 @@ const HopelessCase kHopelessCases[] = {
     {"Pop, closed with elements", 2, {1, 2}, true, false},
 };
 
-TEST(Queue, PositiveTimeout) {
+// Only a refused Push() is logged.
+TEST(Queue, Timeouts) {
+  const auto records = LogRecords::Install(tarsio::LOG_LEVEL_DEBUG);
+  size_t reports = 0;
   for (const HopelessCase& row : kHopelessCases) {
-    SCOPED_TRACE(row.name);
     const auto queue = row.Make();
-    for (const int timeoutMs : {1, 2, 20, 150}) {
-      SCOPED_TRACE(timeoutMs);
+    for (const int timeoutMs : {INT_MIN, -60000, -1, 1, 2, 20, 150}) {
+      SCOPED_TRACE(row.name + (" " + std::to_string(timeoutMs)));
       const auto begin = system_clock::now();
-      EXPECT_FALSE(Call(*queue, row.push, timeoutMs));
-      const auto lasted = system_clock::now() - begin;
-      EXPECT_GE(lasted, milliseconds(timeoutMs));
-      EXPECT_LT(lasted, kTestTimeout);
-    }
-    EXPECT_EQ(queue->Size(), row.closed ? 0 : row.content.size());
-  }
-}
-
-TEST(Queue, NegativeTimeout) {
-  for (const HopelessCase& row : kHopelessCases) {
-    SCOPED_TRACE(row.name);
-    const auto queue = row.Make();
-    for (const int timeoutMs : {-1, -60000, INT_MIN}) {
-      SCOPED_TRACE(timeoutMs);
-      BackgroundCall call([=, push = row.push] { EXPECT_FALSE(Call(*queue, push, timeoutMs)); });
+      BackgroundCall call([=, push = row.push] {
+        EXPECT_FALSE(Call(*queue, push, timeoutMs));
+        EXPECT_GE(system_clock::now() - begin, milliseconds(timeoutMs));
+      });
       ASSERT_TRUE(call.ReturnsWithin(milliseconds(30000)));
+      if (row.push) ++reports;
+      ASSERT_EQ(records->All().size(), reports);
+      const tarsio_test::LogRecord record = records->All().back();
+      EXPECT_EQ(record.level, tarsio::LOG_LEVEL_WARN);
+      EXPECT_EQ(record.file, "include/common/blocking_queue.h");
+      EXPECT_EQ(record.line, 86);
+      EXPECT_EQ(record.function, "tarsio::BlockingQueue<int>::Push");
+      EXPECT_THAT(record.text, EndsWith("][WARN][blocking_queue.h:86] queue full or timeout"));
     }
     EXPECT_EQ(queue->Size(), row.closed ? 0 : row.content.size());
   }
@@ -231,7 +222,8 @@ TEST(Queue, ZeroTimeout) {
   }
 }
 
-TEST(Queue, AnyTimeout) {
+TEST(Queue, AtOnce) {
+  const auto records = LogRecords::Install(tarsio::LOG_LEVEL_DEBUG);
   for (const int timeoutMs : {INT_MIN, -1, 0, 1, 1000, INT_MAX}) {
     SCOPED_TRACE(timeoutMs);
     Queue queue(1);
@@ -239,7 +231,9 @@ TEST(Queue, AnyTimeout) {
     int item = 0;
     EXPECT_TRUE(queue.Pop(item, timeoutMs));
     EXPECT_EQ(item, 5);
+    queue.Close();
   }
+  EXPECT_THAT(records->All(), IsEmpty());
 }
 
 // The largest timeout must not overflow.
@@ -292,11 +286,7 @@ TEST(Queue, CloseWakesNone) {
 // The last check of the queue comes after the deadline.
 TEST(Queue, LateElement) {
   const auto queue = MakeQueue(1);
-  BackgroundCall pop([queue] {
-    int item = 0;
-    EXPECT_TRUE(queue->Pop(item, 1000));
-    EXPECT_EQ(item, 9);
-  });
+  BackgroundCall pop([queue] { EXPECT_TRUE(Call(*queue, false, 1000)); });
   EXPECT_TRUE(pop.StaysBlocked(milliseconds(50)));
   std::unique_lock<std::mutex> lock((*queue).*Reach(tarsio_test::QueueMutex()));
   EXPECT_TRUE(pop.StaysBlocked(milliseconds(1300))) << "waits for the lock";
@@ -352,9 +342,7 @@ class QueueElement : public testing::Test {
 
 TEST_F(QueueElement, Operations) {
   const auto item = std::make_unique<Hooked>(&hook, 5);
-  EXPECT_TRUE(queue.Push(*item, 0));
-  EXPECT_TRUE(queue.Push(*item, 0));
-  EXPECT_TRUE(queue.Push(*item, 0));
+  for (int i = 0; i < 3; ++i) EXPECT_TRUE(queue.Push(*item, 0));
   EXPECT_EQ(Take(), "ccc");
   EXPECT_FALSE(queue.Push(*item, -1));
   EXPECT_FALSE(queue.Push(*item, 1));
@@ -405,21 +393,19 @@ TEST_F(QueueElement, ThrowingMove) {
 TEST(Queue, OutOfMemory) {
   Queue queue(2000);
   int failures = 0;
+  std::vector<int> expected;
   for (int i = 0; i < 2000; ++i) {
-    bool pushed = false;
+    expected.push_back(i);
     try {
       const AllocationWatch watch(0);
-      pushed = queue.Push(i, -1);
+      static_cast<void>(queue.Push(i, -1));
     } catch (const std::bad_alloc&) {
       ++failures;
+      ASSERT_TRUE(queue.Push(i, -1));
     }
-    if (pushed) continue;
-    ASSERT_TRUE(queue.Push(i, -1));
   }
   EXPECT_EQ(failures > 0, tarsio_test::kAllocationsAreSeen);
-  const std::vector<int> items = PopAll(queue);
-  ASSERT_EQ(items.size(), 2000U);
-  for (int i = 0; i < 2000; ++i) ASSERT_EQ(items[static_cast<size_t>(i)], i);
+  EXPECT_EQ(PopAll(queue), expected);
 }
 
 TEST(Queue, Destructor) {
@@ -432,34 +418,7 @@ TEST(Queue, Destructor) {
   EXPECT_EQ(token.use_count(), 1);
 }
 
-// Members of the same names in a derived class do not override them.
-TEST(Queue, Virtual) {
-  EXPECT_FALSE(IsVirtual(&Queue::Push));
-  EXPECT_FALSE(IsVirtual(&Queue::Pop));
-  EXPECT_FALSE(IsVirtual(&Queue::Close));
-  EXPECT_FALSE(IsVirtual(&Queue::Size));
-}
-
 // ---- reports ----
-
-TEST(Queue, RefusedPush) {
-  const auto records = LogRecords::Install(tarsio::LOG_LEVEL_DEBUG);
-  size_t reports = 0;
-  for (const HopelessCase& row : kHopelessCases) {
-    for (const int timeoutMs : {-1, 5}) {
-      SCOPED_TRACE(row.name);
-      EXPECT_FALSE(Call(*row.Make(), row.push, timeoutMs));
-      if (row.push) ++reports;
-      ASSERT_EQ(records->All().size(), reports);
-      const LogRecord record = records->All().back();
-      EXPECT_EQ(record.level, tarsio::LOG_LEVEL_WARN);
-      EXPECT_EQ(record.file, "include/common/blocking_queue.h");
-      EXPECT_EQ(record.line, 86);
-      EXPECT_EQ(record.function, "tarsio::BlockingQueue<int>::Push");
-      EXPECT_THAT(record.text, EndsWith("][WARN][blocking_queue.h:86] queue full or timeout"));
-    }
-  }
-}
 
 struct NamedElement {};
 
@@ -468,9 +427,9 @@ std::string NameIn(const T& item) {
   const auto records = LogRecords::Install(tarsio::LOG_LEVEL_WARN);
   static_cast<void>(BlockingQueue<T>(0).Push(item, -1));
   const std::string name = records->All().size() == 1 ? records->All()[0].function : "";
-  EXPECT_THAT(name, testing::MatchesRegex("tarsio::BlockingQueue<.*>::Push"));
-  EXPECT_THAT(name, Not(HasSubstr("T =")));
-  EXPECT_THAT(name, Not(HasSubstr(";")));
+  EXPECT_THAT(name,
+              testing::AllOf(testing::StartsWith("tarsio::BlockingQueue<"), EndsWith(">::Push"),
+                             Not(HasSubstr("T =")), Not(HasSubstr(";"))));
   return name;
 }
 
@@ -483,16 +442,6 @@ TEST(Queue, OtherTypes) {
   EXPECT_THAT(NameIn<std::shared_ptr<NamedElement>>(nullptr), HasSubstr("NamedElement"));
   EXPECT_THAT(NameIn<std::function<int(char)>>([](char) { return 0; }), HasSubstr("int"));
   EXPECT_THAT(NameIn<int(*)[3]>(nullptr), HasSubstr("[3]"));
-}
-
-TEST(Queue, SuccessIsSilent) {
-  const auto records = LogRecords::Install(tarsio::LOG_LEVEL_DEBUG);
-  Queue queue(1);
-  int item = 0;
-  EXPECT_TRUE(queue.Push(1, -1));
-  EXPECT_TRUE(queue.Pop(item, -1));
-  queue.Close();
-  EXPECT_THAT(records->All(), IsEmpty());
 }
 
 // The report is made under the lock, which is released if the sink throws.
@@ -533,66 +482,6 @@ void ReportWhileTheProcessEnds() {
 TEST(QueueDeathTest, ReportAtExit) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   EXPECT_EXIT(ReportWhileTheProcessEnds(), testing::ExitedWithCode(7), "");
-}
-
-// A separate process: no other test may have set the threshold.
-TEST(QueueDeathTest, DroppedReport) {
-  GTEST_FLAG_SET(death_test_style, "threadsafe");
-  const auto push = [](int level) {
-    const tarsio_test::CoutRecorder recorder;
-    if (level >= 0) tarsio::Log::GetInstance().SetLevel(static_cast<tarsio::LOG_LEVEL>(level));
-    static_cast<void>(Queue(0).Push(1, -1));
-    std::exit(recorder.Events().empty() ? 0 : 1);
-  };
-  EXPECT_EXIT(push(-1), testing::ExitedWithCode(0), "");
-  EXPECT_EXIT(push(tarsio::LOG_LEVEL_ERROR), testing::ExitedWithCode(0), "");
-  EXPECT_EXIT(push(tarsio::LOG_LEVEL_WARN), testing::ExitedWithCode(1), "");
-}
-
-// ---- under load ----
-
-// Without the random delays of races_test.
-TEST(QueueLoad, MillionElements) {
-  constexpr uint64_t kThreads = 4;  // of each kind
-  constexpr uint64_t kPerProducer = 250000;
-  constexpr uint64_t kEnd = UINT64_MAX;
-  BlockingQueue<uint64_t> queue(1000);
-  std::vector<std::vector<uint64_t>> taken(kThreads);
-  std::vector<std::thread> consumers;
-  for (auto& mine : taken) {
-    consumers.emplace_back([&queue, &mine] {
-      for (uint64_t item = 0;;) {
-        if (!queue.Pop(item, mine.size() % 16 == 0 ? 1000 : 0)) continue;
-        if (item == kEnd) return;
-        mine.push_back(item);
-      }
-    });
-  }
-  std::vector<std::thread> producers;
-  for (uint64_t first = 0; first < kThreads * kPerProducer; first += kPerProducer) {
-    producers.emplace_back([&queue, first] {
-      for (uint64_t i = 0; i < kPerProducer; ++i) {
-        while (!queue.Push(first + i, i % 16 == 0 ? 1000 : 0)) continue;
-      }
-    });
-  }
-  for (int i = 0; i < 1000; ++i) EXPECT_LE(queue.Size(), 1000U);
-  for (std::thread& producer : producers) producer.join();
-  for (uint64_t i = 0; i < kThreads; ++i) EXPECT_TRUE(queue.Push(kEnd, 0));
-  for (std::thread& consumer : consumers) consumer.join();
-
-  std::vector<int> times(kThreads * kPerProducer);
-  for (const auto& mine : taken) {
-    std::vector<uint64_t> next(kThreads);  // the smallest value expected from each producer
-    for (const uint64_t item : mine) {
-      ASSERT_LT(item, times.size());
-      ++times[item];
-      ASSERT_GE(item % kPerProducer, next[item / kPerProducer]) << "out of order";
-      next[item / kPerProducer] = item % kPerProducer + 1;
-    }
-  }
-  EXPECT_EQ(std::count(times.begin(), times.end(), 1), static_cast<int64_t>(times.size()))
-      << "lost or duplicated";
 }
 
 }  // namespace

@@ -43,21 +43,18 @@ using tarsio_test::kTestTimeout;
 
 using Timeout = unsigned long long;
 
-static_assert(std::is_constructible_v<CountDownLatch, unsigned int> &&
-              !std::is_default_constructible_v<CountDownLatch>);
-static_assert(std::is_constructible_v<CountOutWake, unsigned int> &&
-              std::is_default_constructible_v<CountOutWake>);
-static_assert(!std::is_copy_constructible_v<CountDownLatch> &&
-              !std::is_copy_assignable_v<CountDownLatch> &&
-              !std::is_copy_constructible_v<CountOutWake> &&
-              !std::is_copy_assignable_v<CountOutWake>);
-static_assert(!std::is_polymorphic_v<CountDownLatch> && !std::is_polymorphic_v<CountOutWake>);
+template <typename Latch>
+constexpr bool IsPlainObject =
+    std::is_constructible_v<Latch, unsigned int> && !std::is_copy_constructible_v<Latch> &&
+    !std::is_copy_assignable_v<Latch> && !std::is_polymorphic_v<Latch>;
+static_assert(IsPlainObject<CountDownLatch> && !std::is_default_constructible_v<CountDownLatch>);
+static_assert(IsPlainObject<CountOutWake> && std::is_default_constructible_v<CountOutWake>);
 
 constexpr unsigned int kLargest = std::numeric_limits<unsigned int>::max();
 constexpr Timeout kNoLimit = 0;
 constexpr Timeout kLargestTimeout = std::numeric_limits<int64_t>::max();
 constexpr Timeout kFirstNegative = kLargestTimeout + 1;
-// A wait that returns immediately takes less than this, at least once in several attempts.
+// A wait that returns immediately takes less than this.
 constexpr milliseconds kAtOnce{500};
 
 // ---- helpers for both ----
@@ -122,28 +119,23 @@ class Waiters {
   std::vector<BackgroundCall> calls;
 };
 
-// Returns how long Wait() takes on the system clock; more than kTestTimeout if it does not return.
+// Returns how long Wait() takes on the system clock; the maximum if it does not return.
 template <typename Latch>
 nanoseconds DurationOfWait(const std::shared_ptr<Latch>& latch, Timeout timeout) {
-  const auto duration = std::make_shared<nanoseconds>();
-  BackgroundCall call([latch, timeout, duration] {
-    const auto start = system_clock::now();
-    latch->Wait(timeout);
-    *duration = system_clock::now() - start;
-  });
-  if (call.ReturnsWithin()) return *duration;
-  CvOf(*latch).notify_all();
-  return nanoseconds::max();
+  const auto start = system_clock::now();
+  Waiters waiter(latch, {timeout});
+  return waiter.AllReturn() ? system_clock::now() - start : nanoseconds::max();
 }
 
+// One of several attempts must be short, on a busy machine too.
 template <typename Latch>
-testing::AssertionResult ReturnsAtOnce(const std::shared_ptr<Latch>& latch, Timeout timeout) {
-  for (int i = 0; i < 10; ++i) {
-    const nanoseconds duration = DurationOfWait(latch, timeout);
-    if (duration < kAtOnce) return testing::AssertionSuccess();
-    if (duration > kTestTimeout) break;  // another attempt would take as long
+bool ReturnsAtOnce(const std::shared_ptr<Latch>& latch, Timeout timeout) {
+  nanoseconds shortest = nanoseconds::max();
+  for (int i = 0; i < 10 && shortest > kAtOnce; ++i) {
+    shortest = std::min(shortest, DurationOfWait(latch, timeout));
+    if (shortest > kTestTimeout) break;  // another attempt would take as long
   }
-  return testing::AssertionFailure() << "Wait(" << timeout << ") waits";
+  return shortest < kAtOnce;
 }
 
 // Whether the count becomes `count`.
@@ -267,34 +259,6 @@ TEST(CountDownLatch, WakesAll) {
   EXPECT_TRUE(waiters.AllReturn());
 }
 
-TEST(CountDownLatch, Threads) {
-  constexpr unsigned int kThreads = 8;
-  constexpr unsigned int kSteps = 5000;
-  const struct {
-    unsigned int initial;
-    unsigned int left;
-  } rows[] = {{kThreads * kSteps + 7, 7}, {kThreads * kSteps, 0}, {1000, 0}};
-  for (const auto& row : rows) {
-    CountDownLatch latch(row.initial);
-    std::atomic<int> increases{0};
-    std::vector<std::thread> threads;
-    for (unsigned int i = 0; i < kThreads; ++i) {
-      threads.emplace_back([&] {
-        unsigned int before = row.initial;
-        for (unsigned int step = 0; step < kSteps; ++step) {
-          latch.CountDown();
-          const unsigned int count = latch.GetCount();
-          if (count > before) ++increases;
-          before = count;
-        }
-      });
-    }
-    for (std::thread& thread : threads) thread.join();
-    EXPECT_EQ(latch.GetCount(), row.left);
-    EXPECT_EQ(increases, 0);
-  }
-}
-
 // ---- CountOutWake ----
 
 TEST(CountOutWake, WakesOne) {
@@ -318,7 +282,7 @@ TEST(CountOutWake, WakesAll) {
   const auto wake = std::make_shared<CountOutWake>(5u);
   Waiters waiters(wake, {kNoLimit, AnHour(*wake), kLargestTimeout});
   ASSERT_TRUE(Reads(*wake, 8));
-  EXPECT_GE(DurationOfWait(wake, 50'000'000), milliseconds(50));
+  wake->Wait(50'000'000);
   EXPECT_EQ(wake->GetCount(), 8u) << "only one wait has timed out";
   ASSERT_TRUE(waiters.AllStayBlocked());
   wake->CountAll();
@@ -357,7 +321,9 @@ TEST(CountOutWake, Nanoseconds) {
   }
 }
 
+// Each call takes the lock, and none logs.
 TEST(Latches, Locks) {
+  const auto records = tarsio_test::LogRecords::Install(tarsio::LOG_LEVEL_DEBUG);
   const auto latch = std::make_shared<CountDownLatch>(1u);
   const auto wake = std::make_shared<CountOutWake>(3u);
   const std::function<void()> calls[] = {
@@ -383,21 +349,6 @@ TEST(Latches, Locks) {
     wakeLock.unlock();
     EXPECT_TRUE(background.ReturnsWithin());
   }
-}
-
-TEST(Latches, LogNothing) {
-  const auto records = tarsio_test::LogRecords::Install(tarsio::LOG_LEVEL_DEBUG);
-  CountDownLatch latch(1);
-  latch.Wait(1);
-  latch.Wait(kFirstNegative);
-  latch.CountDown();
-  latch.CountDown();
-  latch.Wait(kNoLimit);
-  CountOutWake wake(kLargest);
-  wake.Wait(1);
-  wake.Wait(kFirstNegative);
-  wake.CountOut();
-  wake.CountAll();
   EXPECT_THAT(records->All(), testing::IsEmpty());
 }
 
