@@ -3,19 +3,23 @@
 // deadlines are on the system clock and that notifications are sent under the lock. The library and
 // wrappers of the lock functions are compiled into this program.
 
-#include "support/lock_faults.h"
-
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
 
 #include <algorithm>
+#include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <cstddef>
+#include <cstdint>
+#include <ctime>
 #include <functional>
 #include <memory>
 #include <optional>
 #include <system_error>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "common/blocking_queue.h"
@@ -25,6 +29,7 @@
 #include "support/background_call.h"
 #include "support/events.h"
 #include "support/gate.h"
+#include "worker.h"
 
 namespace {
 
@@ -36,17 +41,124 @@ using tarsio::CountDownLatch;
 using tarsio::CountOutWake;
 using tarsio::ThreadPool;
 using tarsio_test::BackgroundCall;
-using tarsio_test::DeadlineWatch;
 using tarsio_test::Events;
 using tarsio_test::Gate;
-using tarsio_test::LockFault;
-using tarsio_test::NotificationWatch;
 
 constexpr auto kMethodWithoutName = static_cast<ThreadPool::SHUTDOWN_METHOD>(7);
 
 std::shared_ptr<ThreadPool> MakePool(uint64_t limit) {
   return std::make_shared<ThreadPool>("lock faults", limit, 0U, 10U);
 }
+
+// ---- the wrappers ----
+
+std::atomic<const void*> watched{nullptr};  // the thread that is watched, if any
+std::atomic<size_t> locksLeft{SIZE_MAX};    // successful locks before the one that fails
+std::atomic<system_clock::time_point> lastDeadline{};
+std::atomic<system_clock::time_point> firstEntry{};
+std::atomic<size_t> waitsBegun{0};  // without a deadline; counted before the lock is released
+
+struct Notification {
+  const void* condition;
+  bool ofAll;   // false: of one thread
+  bool locked;  // under a lock that was taken after the watch began
+};
+
+// Used by the watched thread only.
+int locksHeld = 0;
+std::vector<Notification> notifications;
+std::function<void()> beforeNextWait;
+
+// The current thread, by the address of its errno. Thread-local variables and thread ids may need a
+// lock, in a thread that ends even existing ones.
+const void* ThisThread() { return &errno; }
+bool IsWatched() { return ThisThread() == watched; }
+
+// In its scope, records this thread's deadlines and notifications. Only one object may exist.
+class Watch {
+ public:
+  Watch() {
+    lastDeadline = firstEntry = system_clock::time_point();
+    locksHeld = 0;
+    notifications.clear();
+    watched = ThisThread();
+  }
+  Watch(const Watch&) = delete;
+  Watch& operator=(const Watch&) = delete;
+  ~Watch() { watched = nullptr; }
+};
+
+// In its scope, this thread's lock operation after `allowed` successful ones fails for lack of
+// resources. No thread may start meanwhile.
+class LockFault {
+ public:
+  explicit LockFault(size_t allowed) { locksLeft = allowed; }
+  LockFault(const LockFault&) = delete;
+  LockFault& operator=(const LockFault&) = delete;
+  ~LockFault() { locksLeft = SIZE_MAX; }
+
+ private:
+  const Watch watch;
+};
+
+void Note(const void* condition, bool ofAll) {
+  if (IsWatched()) notifications.push_back({condition, ofAll, locksHeld > 0});
+}
+
+}  // namespace
+
+// The linker's --wrap option redirects calls of NAME to __wrap_NAME; __real_NAME is the original.
+// The thread libraries of both systems have these functions.
+extern "C" {
+
+int __real_pthread_mutex_lock(pthread_mutex_t* mutex);
+int __wrap_pthread_mutex_lock(pthread_mutex_t* mutex) {
+  if (!IsWatched()) return __real_pthread_mutex_lock(mutex);
+  if (locksLeft-- == 0) return EAGAIN;
+  ++locksHeld;
+  return __real_pthread_mutex_lock(mutex);
+}
+
+int __real_pthread_mutex_unlock(pthread_mutex_t* mutex);
+int __wrap_pthread_mutex_unlock(pthread_mutex_t* mutex) {
+  if (IsWatched()) --locksHeld;
+  return __real_pthread_mutex_unlock(mutex);
+}
+
+int __real_pthread_cond_wait(pthread_cond_t* condition, pthread_mutex_t* mutex);
+int __wrap_pthread_cond_wait(pthread_cond_t* condition, pthread_mutex_t* mutex) {
+  if (IsWatched() && beforeNextWait) std::exchange(beforeNextWait, nullptr)();
+  ++waitsBegun;
+  return __real_pthread_cond_wait(condition, mutex);
+}
+
+int __real_pthread_cond_timedwait(pthread_cond_t* condition, pthread_mutex_t* mutex,
+                                  const timespec* deadline);
+int __wrap_pthread_cond_timedwait(pthread_cond_t* condition, pthread_mutex_t* mutex,
+                                  const timespec* deadline) {
+  if (IsWatched()) {
+    if (firstEntry.load() == system_clock::time_point()) firstEntry = system_clock::now();
+    lastDeadline = system_clock::time_point(std::chrono::duration_cast<system_clock::duration>(
+        std::chrono::seconds(deadline->tv_sec) + std::chrono::nanoseconds(deadline->tv_nsec)));
+  }
+  return __real_pthread_cond_timedwait(condition, mutex, deadline);
+}
+
+int __real_pthread_cond_signal(pthread_cond_t* condition);
+int __wrap_pthread_cond_signal(pthread_cond_t* condition) {
+  Note(condition, false);
+  return __real_pthread_cond_signal(condition);
+}
+
+int __real_pthread_cond_broadcast(pthread_cond_t* condition);
+int __wrap_pthread_cond_broadcast(pthread_cond_t* condition) {
+  Note(condition, true);
+  return __real_pthread_cond_broadcast(condition);
+}
+
+}  // extern "C"
+
+namespace {
 
 // ---- deadlines ----
 
@@ -68,12 +180,12 @@ TEST(Deadlines, SystemClock) {
   for (const auto& row : rows) {
     SCOPED_TRACE(row.name);
     const auto timeout = std::chrono::duration_cast<system_clock::duration>(row.timeout);
-    const DeadlineWatch watch;
+    const Watch watch;
     const auto before = system_clock::now();
     row.wait();
     // No tolerance needed: the clock was read between the call and the wait.
-    EXPECT_GE(DeadlineWatch::Last(), before + timeout);
-    EXPECT_LE(DeadlineWatch::Last(), DeadlineWatch::FirstEntry() + timeout);
+    EXPECT_GE(lastDeadline.load(), before + timeout);
+    EXPECT_LE(lastDeadline.load(), firstEntry.load() + timeout);
   }
 }
 
@@ -81,7 +193,7 @@ TEST(Deadlines, SystemClock) {
 TEST(Deadlines, IdleWorker) {
   constexpr std::chrono::seconds kIdleLimit{1};
   struct Shared {
-    std::optional<DeadlineWatch> watch;
+    std::optional<Watch> watch;
     system_clock::time_point end;
     Gate ran;
   };
@@ -95,13 +207,11 @@ TEST(Deadlines, IdleWorker) {
       shared->ran.Open();
     });
     ASSERT_TRUE(shared->ran.WaitFor());
-    while (DeadlineWatch::FirstEntry() < shared->end) {
-      std::this_thread::sleep_for(milliseconds(1));
-    }
+    while (firstEntry.load() < shared->end) std::this_thread::sleep_for(milliseconds(1));
     pool->Shutdown(method);  // waits until the worker has retired
     shared->watch.reset();
-    EXPECT_GE(DeadlineWatch::Last(), shared->end + kIdleLimit);
-    EXPECT_LE(DeadlineWatch::Last(), DeadlineWatch::FirstEntry() + kIdleLimit);
+    EXPECT_GE(lastDeadline.load(), shared->end + kIdleLimit);
+    EXPECT_LE(lastDeadline.load(), firstEntry.load() + kIdleLimit);
   }
 }
 
@@ -118,9 +228,9 @@ void Pop(const std::shared_ptr<BlockingQueue<int>>& queue) {
 
 // Starts a call on another thread and returns when it waits.
 BackgroundCall StartWait(const std::function<void()>& call) {
-  const size_t before = tarsio_test::WaitsBegun();
+  const size_t before = waitsBegun;
   BackgroundCall waiting(call);
-  while (tarsio_test::WaitsBegun() == before) std::this_thread::sleep_for(milliseconds(1));
+  while (waitsBegun == before) std::this_thread::sleep_for(milliseconds(1));
   return waiting;
 }
 
@@ -156,10 +266,10 @@ TEST(Notifications, Locked) {
   for (const auto& row : rows) {
     SCOPED_TRACE(row.name);
     for (const auto& wait : row.waits) StartWait(wait);
-    const NotificationWatch watch;
+    const Watch watch;
     row.call();
     std::vector<const void*> conditions;
-    for (const auto& notification : NotificationWatch::All()) {
+    for (const Notification& notification : notifications) {
       EXPECT_EQ(notification.ofAll, row.ofAll);
       EXPECT_TRUE(notification.locked);
       conditions.push_back(notification.condition);
@@ -176,10 +286,10 @@ TEST(Notifications, Close) {
   using Element = std::shared_ptr<void>;
   const auto queue = std::make_shared<BlockingQueue<Element>>(1);
   size_t notified = 0;
-  const auto record = [&](void*) { notified = NotificationWatch::All().size(); };
+  const auto record = [&](void*) { notified = notifications.size(); };
   ASSERT_TRUE(queue->Push(Element(nullptr, record), -1));
   StartWait([queue] { static_cast<void>(queue->Push(nullptr, 0)); });
-  const NotificationWatch watch;
+  const Watch watch;
   queue->Close();
   EXPECT_EQ(notified, 1U);
 }
@@ -188,10 +298,10 @@ TEST(Notifications, Close) {
 TEST(Notifications, NoWaiter) {
   const auto queue = std::make_shared<BlockingQueue<int>>(1);
   const auto pushAndPop = [&] {
-    const NotificationWatch watch;
+    const Watch watch;
     Push(queue);
     Pop(queue);
-    return NotificationWatch::All().size();
+    return notifications.size();
   };
   EXPECT_EQ(pushAndPop(), 0U);
   BackgroundCall pop = StartWait([queue] { Pop(queue); });
@@ -219,11 +329,14 @@ TEST(Notifications, Missed) {
   shared->pool->SubmitTask([shared] { shared->first.Wait(); });
   shared->pool->SubmitTask([shared] { shared->second.Open(); });
   BackgroundCall wait([shared] {
-    tarsio_test::BeforeNextWait([shared] {
+    const Watch watch;
+    // After the last check of the queue, with the lock still held.
+    beforeNextWait = [shared] {
+      watched = nullptr;
       shared->first.Open();
       shared->secondRan = shared->second.WaitFor();
       shared->slept.Open();
-    });
+    };
     shared->pool->Wait();
   });
   ASSERT_TRUE(shared->slept.WaitFor());
@@ -329,6 +442,13 @@ TEST(LockFaults, DropPool) {
     }
     EXPECT_EQ(owned.use_count(), 1);
   }
+}
+
+// A worker that was not started has no thread to wait for.
+TEST(LockFaults, DropWorker) {
+  auto worker = std::make_shared<tarsio::Worker>("worker", std::weak_ptr<ThreadPool>());
+  const LockFault fault(0);
+  worker.reset();
 }
 
 TEST(LockFaults, QueuedTask) {
