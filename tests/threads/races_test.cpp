@@ -3,6 +3,7 @@
 // functions are compiled into this program.
 
 #include <gtest/gtest.h>
+#include <pthread.h>
 
 #include <algorithm>
 #include <array>
@@ -10,6 +11,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
+#include <ctime>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -24,7 +26,6 @@
 #include "common/thread_pool.h"
 #include "common/timer.h"
 #include "support/events.h"
-#include "support/schedule_stress.h"
 
 namespace {
 
@@ -39,7 +40,87 @@ using tarsio::ThreadPool;
 using tarsio_test::Events;
 
 constexpr int kRounds = 1000;
-constexpr auto kMethodWithoutName = static_cast<ThreadPool::SHUTDOWN_METHOD>(7);
+
+// ---- the wrappers ----
+
+// One sequence for all threads, since thread-local variables may need a lock. Relaxed, so that it
+// does not order threads that the code under test leaves unordered.
+std::atomic<uint64_t> sequence{20240305};
+std::atomic<uint64_t> disturbances{0};
+
+// SplitMix64.
+uint64_t Random() {
+  uint64_t x = sequence.fetch_add(0x9E3779B97F4A7C15, std::memory_order_relaxed);
+  x = (x ^ (x >> 30)) * 0xBF58476D1CE4E5B9;
+  x = (x ^ (x >> 27)) * 0x94D049BB133111EB;
+  return x ^ (x >> 31);
+}
+
+void Disturb() {
+  const uint64_t random = Random();
+  if (random % 8 != 0) return;
+  disturbances.fetch_add(1, std::memory_order_relaxed);
+  if (random % 256 == 0) {
+    std::this_thread::sleep_for(std::chrono::microseconds(random / 256 % 100));
+  } else {
+    std::this_thread::yield();
+  }
+}
+
+template <typename... Arguments>
+int Disturbed(int (*operation)(Arguments...), Arguments... arguments) {
+  Disturb();
+  const int result = operation(arguments...);
+  Disturb();
+  return result;
+}
+
+}  // namespace
+
+// The linker's --wrap option redirects calls of NAME to __wrap_NAME; __real_NAME is the original.
+// The thread libraries of both systems have these functions.
+extern "C" {
+
+int __real_pthread_mutex_lock(pthread_mutex_t* mutex);
+int __wrap_pthread_mutex_lock(pthread_mutex_t* mutex) {
+  return Disturbed(__real_pthread_mutex_lock, mutex);
+}
+
+int __real_pthread_mutex_trylock(pthread_mutex_t* mutex);
+int __wrap_pthread_mutex_trylock(pthread_mutex_t* mutex) {
+  return Disturbed(__real_pthread_mutex_trylock, mutex);
+}
+
+int __real_pthread_mutex_unlock(pthread_mutex_t* mutex);
+int __wrap_pthread_mutex_unlock(pthread_mutex_t* mutex) {
+  return Disturbed(__real_pthread_mutex_unlock, mutex);
+}
+
+int __real_pthread_cond_wait(pthread_cond_t* condition, pthread_mutex_t* mutex);
+int __wrap_pthread_cond_wait(pthread_cond_t* condition, pthread_mutex_t* mutex) {
+  return Disturbed(__real_pthread_cond_wait, condition, mutex);
+}
+
+int __real_pthread_cond_timedwait(pthread_cond_t* condition, pthread_mutex_t* mutex,
+                                  const timespec* deadline);
+int __wrap_pthread_cond_timedwait(pthread_cond_t* condition, pthread_mutex_t* mutex,
+                                  const timespec* deadline) {
+  return Disturbed(__real_pthread_cond_timedwait, condition, mutex, deadline);
+}
+
+int __real_pthread_cond_signal(pthread_cond_t* condition);
+int __wrap_pthread_cond_signal(pthread_cond_t* condition) {
+  return Disturbed(__real_pthread_cond_signal, condition);
+}
+
+int __real_pthread_cond_broadcast(pthread_cond_t* condition);
+int __wrap_pthread_cond_broadcast(pthread_cond_t* condition) {
+  return Disturbed(__real_pthread_cond_broadcast, condition);
+}
+
+}  // extern "C"
+
+namespace {
 
 // Threads that run one function at a time concurrently.
 class Crew {
@@ -65,21 +146,17 @@ class Crew {
   }
 
  private:
+  // `job` changes only when all threads have returned from it.
   void Work(size_t index) {
+    std::unique_lock<std::mutex> lock(mutex);
     for (int seen = 0;;) {
-      std::function<void(size_t)> mine;
-      {
-        std::unique_lock<std::mutex> lock(mutex);
-        changed.wait(lock, [&] { return round != seen; });
-        seen = round;
-        mine = job;
-      }
-      if (mine) mine(index);
-      {
-        const std::lock_guard<std::mutex> lock(mutex);
-        if (--left == 0) changed.notify_all();
-      }
-      if (!mine) return;
+      changed.wait(lock, [&] { return round != seen; });
+      seen = round;
+      lock.unlock();
+      if (job) job(index);
+      lock.lock();
+      if (--left == 0) changed.notify_all();
+      if (!job) return;
     }
   }
 
@@ -93,7 +170,7 @@ class Crew {
 
 class Races : public testing::Test {
  protected:
-  ~Races() override { EXPECT_GT(tarsio_test::ScheduleDisturbances(), 1000U); }
+  ~Races() override { EXPECT_GT(disturbances, 1000U); }
 };
 
 // ---- queue ----
@@ -256,21 +333,6 @@ TEST_F(Races, PoolRetire) {
   }
 }
 
-TEST_F(Races, PoolDrop) {
-  constexpr int kPools = 200;
-  constexpr int kTasks = 5;
-  const auto done = std::make_shared<Events>();
-  for (int i = 0; i < kPools; ++i) {
-    const auto pool = std::make_shared<ThreadPool>("dropped", 2U, 0U, 10U);
-    for (int task = 0; task < kTasks; ++task) pool->SubmitTask([done] { done->Add(); });
-  }
-  ASSERT_TRUE(done->Await(kPools * kTasks));
-  const auto last = std::make_shared<ThreadPool>("last", 1U, 0U, 1U);
-  last->SubmitTask([] {});
-  last->Shutdown(kMethodWithoutName);  // by then the other pools' workers have timed out, too
-  EXPECT_EQ(done->Count(), kPools * kTasks);
-}
-
 // ---- latches ----
 
 TEST_F(Races, CountDownLatch) {
@@ -332,105 +394,103 @@ struct CountedTimer {
       : timer(std::make_shared<TsTimer>(timeoutMs, repeating)) {
     timer->Init([fired = fired] { fired->Add(); });
   }
+  // Afterwards the timer does not fire. Stop() waits only for the action of a repeating timer.
+  void Stop() {
+    timer->Stop();
+    if (!timer->GetLoop()) WaitForThePassInProgress();
+    finalCount = fired->Count();
+  }
+  static void WaitForThePassInProgress() { TimerManager::GetInstance()->RemoveTimer(nullptr); }
 
   std::shared_ptr<Events> fired = std::make_shared<Events>();
   std::shared_ptr<TsTimer> timer;
   int finalCount = -1;  // of a timer that was stopped
 };
 
-void WaitForThePassInProgress() { TimerManager::GetInstance()->RemoveTimer(nullptr); }
-
-TEST_F(Races, OneShotTimers) {
+// Each thread starts timers and stops every second one before, while or after it fires. A one-shot
+// timer that is not stopped fires once.
+TEST_F(Races, Timers) {
   constexpr size_t kThreads = 4;
   constexpr size_t kTimers = 6;
-  std::array<std::vector<CountedTimer>, kThreads> timers;
-  Crew crew(kThreads);
-  crew.Run([&](size_t index) {
-    std::mt19937 random(static_cast<unsigned>(index));
-    for (int round = 0; round < kRounds / static_cast<int>(kThreads); ++round) {
-      for (size_t i = 0; i < kTimers; ++i) {
-        timers[index].emplace_back(1 + random() % 3, false);
-        timers[index].back().timer->Start();
-      }
-      if (round % 4 == 0) std::this_thread::sleep_for(milliseconds(random() % 4));
-      // Stops every second timer before, while or after it fires.
-      for (size_t i = timers[index].size() - kTimers; i < timers[index].size(); i += 2) {
-        timers[index][i].timer->Stop();
-        WaitForThePassInProgress();
-        timers[index][i].finalCount = timers[index][i].fired->Count();
-      }
-    }
-  });
-  int stopped = 0;
-  size_t total = 0;
-  for (const auto& list : timers) {
-    total += list.size();
-    for (const CountedTimer& counted : list) {
-      const bool wasStopped = counted.finalCount >= 0;
-      if (!wasStopped) {
-        ASSERT_TRUE(counted.fired->Await());
-      }
-      WaitForThePassInProgress();
-      ASSERT_LE(counted.fired->Count(), 1);
-      if (!wasStopped) continue;
-      ASSERT_EQ(counted.fired->Count(), counted.finalCount);
-      stopped += 1 - counted.finalCount;
-    }
-  }
-  EXPECT_EQ(total, kRounds * kTimers);
-  EXPECT_GT(stopped, 0);
-}
-
-TEST_F(Races, RepeatingTimers) {
-  constexpr size_t kThreads = 4;
-  std::array<std::vector<CountedTimer>, kThreads> timers;
-  std::atomic<int> firings{0};
-  Crew crew(kThreads);
-  crew.Run([&](size_t index) {
-    for (int round = 0; round < kRounds / static_cast<int>(kThreads); ++round) {
-      timers[index].emplace_back(1, true);
-      CountedTimer& counted = timers[index].back();
-      counted.timer->Start();
-      if (round % 4 == 0) {
-        ASSERT_TRUE(counted.fired->Await());
-      }
-      counted.timer->Stop();
-      counted.finalCount = counted.fired->Count();
-      firings += counted.finalCount;
-    }
-  });
-  std::this_thread::sleep_for(milliseconds(50));
-  WaitForThePassInProgress();
-  for (const auto& list : timers) {
-    for (const CountedTimer& counted : list) {
-      ASSERT_EQ(counted.fired->Count(), counted.finalCount);
-      ASSERT_EQ(counted.timer.use_count(), 1) << "still queued";
-    }
-  }
-  EXPECT_GE(firings, kRounds / 4);
-}
-
-// A start that races with a stop may leave the timer queued, but each start fires at most once.
-TEST_F(Races, SharedTimer) {
-  constexpr size_t kThreads = 4;
-  const CountedTimer counted(1, false);
-  std::atomic<int> starts{0};
-  Crew crew(kThreads);
-  for (int round = 0; round < kRounds; ++round) {
+  for (const bool repeating : {false, true}) {
+    std::array<std::vector<CountedTimer>, kThreads> timers;
+    std::atomic<int> firings{0};
+    Crew crew(kThreads);
     crew.Run([&](size_t index) {
-      starts += index % 2 == 0 ? 1 : 0;
-      index % 2 == 0 ? counted.timer->Start() : counted.timer->Stop();
+      std::mt19937 random(static_cast<unsigned>(index));
+      for (int round = 0; round < kRounds / static_cast<int>(kThreads); ++round) {
+        std::vector<CountedTimer>& mine = timers[index];
+        for (size_t i = 0; i < kTimers; ++i) {
+          mine.emplace_back(1 + random() % 3, repeating);
+          mine.back().timer->Start();
+        }
+        if (round % 4 == 0) std::this_thread::sleep_for(milliseconds(random() % 4));
+        for (size_t i = mine.size() - kTimers; i < mine.size(); ++i) {
+          if (i % 2 != 0 && round % 4 == 0) {
+            EXPECT_TRUE(mine[i].fired->Await());
+          }
+          if (i % 2 == 0 || repeating) mine[i].Stop();
+        }
+      }
+    });
+    std::this_thread::sleep_for(milliseconds(50));
+    int stopped = 0;
+    for (const auto& list : timers) {
+      for (const CountedTimer& counted : list) {
+        const bool wasStopped = counted.finalCount >= 0;
+        if (!wasStopped) {
+          ASSERT_TRUE(counted.fired->Await());
+        }
+        CountedTimer::WaitForThePassInProgress();
+        ASSERT_EQ(counted.fired->Count(), wasStopped ? counted.finalCount : 1);
+        ASSERT_TRUE(repeating || counted.finalCount <= 1);
+        ASSERT_EQ(counted.timer.use_count(), 1) << "still queued";
+        stopped += counted.finalCount == 0 ? 1 : 0;
+      }
+    }
+    EXPECT_GT(stopped, 0);
+  }
+}
+
+// Threads and actions start and stop the same timers. A start that races with a stop may leave a
+// timer queued, but each start fires at most once, and all timers can be used afterwards.
+TEST_F(Races, SharedTimers) {
+  constexpr size_t kThreads = 4;
+  std::array<CountedTimer, 2> timers = {CountedTimer(1, false), CountedTimer(1, false)};
+  std::array<std::atomic<int>, 2> starts{};
+  std::atomic<bool> end{false};
+  const auto use = [&](size_t i, bool starting) {
+    if (starting) ++starts[i];
+    starting ? timers[i].timer->Start() : timers[i].timer->Stop();
+  };
+  for (const size_t i : {0, 1}) {
+    timers[i].timer->Init([&, i, fired = timers[i].fired] {
+      fired->Add();
+      if (!end) use(1 - i, fired->Count() % 2 == 0);
     });
   }
+  Crew crew(kThreads);
+  for (size_t round = 0; round < kRounds; ++round) {
+    crew.Run([&](size_t index) {
+      use(round % 2, index % 2 == 0);
+      TsTimer& timer = *timers[round % 2].timer;
+      timer.SetExpire(timer.GetExpire());
+    });
+  }
+  end = true;
   std::this_thread::sleep_for(milliseconds(50));
-  counted.timer->Stop();
-  WaitForThePassInProgress();
-  const int before = counted.fired->Count();
-  EXPECT_LE(before, starts);
-  counted.timer->Start();
-  EXPECT_TRUE(counted.fired->Await(before + 1));
-  std::this_thread::sleep_for(milliseconds(20));
-  EXPECT_EQ(counted.fired->Count(), before + 1);
+  CountedTimer::WaitForThePassInProgress();
+  for (const size_t i : {0, 1}) {
+    CountedTimer& counted = timers[i];
+    counted.timer->SetState(true);
+    counted.Stop();
+    EXPECT_EQ(counted.timer.use_count(), 1);
+    EXPECT_LE(counted.finalCount, starts[i]);
+    counted.timer->Start();
+    EXPECT_TRUE(counted.fired->Await(counted.finalCount + 1));
+    std::this_thread::sleep_for(milliseconds(20));
+    EXPECT_EQ(counted.fired->Count(), counted.finalCount + 1);
+  }
 }
 
 }  // namespace
