@@ -9,14 +9,13 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "statics.h"
 #include "support/shared_library.h"
 
 int main(int argc, char** argv) {
   if (argc != 4) return 2;
   const tarsio_test::SharedLibrary plugin(argv[1]);
   if (!plugin.IsLoaded()) return 2;
-  const auto begin = plugin.Function<tarsio_test::Begin>("Begin");
+  const auto begin = plugin.Function<void(const char* mode, unsigned long long seed)>("Begin");
   if (begin == nullptr) return 2;
   begin(argv[2], std::strtoull(argv[3], nullptr, 10));
   std::printf("%s: leaving\n", argv[2]);

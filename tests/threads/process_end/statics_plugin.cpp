@@ -11,7 +11,6 @@
 #include "common/log.h"
 #include "common/thread_pool.h"
 #include "common/timer.h"
-#include "statics.h"
 #include "support/gate.h"
 
 namespace {
@@ -148,7 +147,8 @@ Statics statics;
 
 }  // namespace
 
-// Exported, since the plugin has no export list.
+// Starts the library's threads; the static's destructor goes on using them. Exported, since the
+// plugin has no export list.
 extern "C" void Begin(const char* mode, unsigned long long seed) {
   for (const Mode& known : kModes) {
     if (mode == std::string(known.name)) statics.Begin(known, seed);
