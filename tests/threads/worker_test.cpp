@@ -70,14 +70,21 @@ TEST_F(WorkerTest, OneThread) {
   EXPECT_EQ(worker.use_count(), owners) << "each thread owns its worker";
 }
 
+// A worker that is stopped finishes its task. It can be started again.
 TEST_F(WorkerTest, Stop) {
+  ((*worker).*Reach(StopWorker()))();  // not started
   StartWithATask();
   Stop();
   EXPECT_EQ(worker.use_count(), 1);
   EXPECT_EQ(pool.use_count(), 1);
+  StartWithATask();
+  const std::weak_ptr<Worker> watch = worker;
+  worker.reset();
+  while (!watch.expired()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
 }
 
-TEST_F(WorkerTest, NextTask) {
+// Another thread runs the task that is still pending.
+TEST_F(WorkerTest, Successor) {
   Gate ran;
   std::thread::id first;
   std::thread::id next;
@@ -90,20 +97,6 @@ TEST_F(WorkerTest, NextTask) {
   Stop();
   ASSERT_TRUE(ran.WaitFor());
   EXPECT_NE(next, first);
-}
-
-TEST_F(WorkerTest, Restart) {
-  StartWithATask();
-  Stop();
-  StartWithATask();
-  const std::weak_ptr<Worker> watch = worker;
-  worker.reset();
-  while (!watch.expired()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
-}
-
-TEST_F(WorkerTest, NotStarted) {
-  ((*worker).*Reach(StopWorker()))();
-  EXPECT_EQ(worker.use_count(), 1);
 }
 
 // The pool may be renamed while a successor is started, so its name must not be read then.

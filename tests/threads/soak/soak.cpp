@@ -2,13 +2,14 @@
 // processor. Checks all counts and that memory use does not grow. Exits with status 1 at the first
 // failure.
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <functional>
 #include <memory>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
@@ -23,19 +24,19 @@
 #include "common/thread_pool.h"
 #include "common/timer.h"
 #include "common/ts_string.h"
+#include "support/events.h"
 #include "support/memory.h"
 #include "support/scoped_directory.h"
 
 namespace {
 
 using component::TsTimer;
-using std::chrono::duration_cast;
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 using std::chrono::steady_clock;
 using tarsio::FileUtils;
 using tarsio::Path;
-using tarsio::ThreadPool;
+using tarsio_test::Events;
 using tarsio_test::ScopedDirectory;
 
 constexpr uint64_t kMostGrowth = uint64_t{1} << 20;
@@ -48,42 +49,20 @@ void Require(bool condition, const char* what) {
 
 #define REQUIRE(condition) Require((condition), #condition)
 
-// Waits for `done`; fails after a minute.
-void Await(const std::function<bool()>& done, const char* what) {
-  const auto end = steady_clock::now() + seconds(60);
-  while (!done()) {
-    Require(steady_clock::now() < end, what);
-    std::this_thread::sleep_for(milliseconds(1));
-  }
-}
+std::atomic<uint64_t> lines{0};
 
-// A sink that counts its lines.
 class CountingLogger : public tarsio::Logger {
  public:
-  explicit CountingLogger(std::shared_ptr<std::atomic<uint64_t>> counter)
-      : lines(std::move(counter)) {}
-  void DoOutput(const char* /*line*/) override { ++*lines; }
-
- private:
-  const std::shared_ptr<std::atomic<uint64_t>> lines;
+  void DoOutput(const char* /*line*/) override { ++lines; }
 };
 
-struct Totals {
-  std::shared_ptr<std::atomic<uint64_t>> lines = std::make_shared<std::atomic<uint64_t>>(0);
-  uint64_t expectedLines = 0;
-  uint64_t elements = 0;
-  uint64_t tasks = 0;
-  uint64_t timers = 0;
-  uint64_t files = 0;
-};
-
-void PassElements(Totals& totals) {
-  constexpr uint64_t kElements = 300;
+void PassElements() {
+  constexpr int kElements = 300;
   tarsio::BlockingQueue<std::string> queue(8);
   std::thread producer([&queue] {
-    for (uint64_t i = 0; i < kElements; ++i) REQUIRE(queue.Push(std::to_string(i), 0));
+    for (int i = 0; i < kElements; ++i) REQUIRE(queue.Push(std::to_string(i), 0));
   });
-  for (uint64_t i = 0; i < kElements; ++i) {
+  for (int i = 0; i < kElements; ++i) {
     std::string item;
     REQUIRE(queue.Pop(item, 0));
     REQUIRE(item == std::to_string(i));
@@ -92,15 +71,16 @@ void PassElements(Totals& totals) {
   REQUIRE(queue.Push("left", -1));
   queue.Close();
   REQUIRE(queue.Size() == 0);
-  totals.elements += kElements;
 }
 
+constexpr uint64_t kLinesOfTasks = 41;
+
 // Drops the pool while its workers run. Each task logs a line, and one of them throws.
-void RunTasks(Totals& totals) {
-  constexpr unsigned kTasks = 40;
+void RunTasks() {
+  constexpr unsigned kTasks = kLinesOfTasks - 1;
   const auto latch = std::make_shared<tarsio::CountDownLatch>(kTasks);
   {
-    const auto pool = std::make_shared<ThreadPool>("soak", 3U, 0U, 16U);
+    const auto pool = std::make_shared<tarsio::ThreadPool>("soak", 3U, 0U, 16U);
     for (unsigned i = 0; i < kTasks; ++i) {
       pool->SubmitTask([latch, i] {
         TARSIO_LOG(tarsio::LOG_LEVEL_INFO, "task %u", i);
@@ -110,32 +90,30 @@ void RunTasks(Totals& totals) {
     }
   }
   while (latch->GetCount() != 0) latch->Wait(1000);
-  totals.tasks += kTasks;
-  totals.expectedLines += kTasks + 1;
 }
 
-void FireTimers(Totals& totals) {
-  constexpr int kTimers = 20;
-  std::vector<std::shared_ptr<std::atomic<int>>> fired;
-  std::vector<std::shared_ptr<TsTimer>> timers;
-  for (int i = 0; i < kTimers; ++i) {
-    fired.push_back(std::make_shared<std::atomic<int>>(0));
-    timers.push_back(std::make_shared<TsTimer>(1U + static_cast<unsigned>(i) % 7, i == 0));
-    timers.back()->Init([counter = fired.back()] { ++*counter; });
-    timers.back()->Start();
-  }
+void FireTimers() {
+  constexpr unsigned kTimers = 20;
+  const auto fired = std::make_shared<Events>();
+  const auto repeated = std::make_shared<Events>();
+  const auto repeating = std::make_shared<TsTimer>(1U, true);
   const auto far = std::make_shared<TsTimer>(3600000U, false);
+  repeating->Init([repeated] { repeated->Add(); });
+  repeating->Start();
   far->Start();
-  for (size_t i = 0; i < kTimers; ++i) {
-    Await([&] { return *fired[i] > 0; }, "a timer does not fire");
-    if (i > 0) REQUIRE(*fired[i] == 1);
+  for (unsigned i = 0; i < kTimers; ++i) {
+    const auto once = std::make_shared<TsTimer>(1U + i % 7, false);
+    once->Init([fired] { fired->Add(); });
+    once->Start();
   }
-  timers.front()->Stop();
+  REQUIRE(repeated->Await(2));
+  REQUIRE(fired->Await(kTimers));
+  repeating->Stop();
   far->Stop();
-  const int repeated = *fired.front();
+  const int count = repeated->Count();
   std::this_thread::sleep_for(milliseconds(12));
-  REQUIRE(*fired.front() == repeated);
-  totals.timers += kTimers;
+  REQUIRE(fired->Count() == kTimers);
+  REQUIRE(repeated->Count() == count);
 }
 
 void MeetAtAWakeUp() {
@@ -153,7 +131,7 @@ void MeetAtAWakeUp() {
   REQUIRE(wake.GetCount() == 2);
 }
 
-void UseFiles(const ScopedDirectory& directory, uint64_t round, Totals& totals) {
+void UseFiles(const ScopedDirectory& directory, uint64_t round) {
   constexpr int kBinary = 0x20;
   constexpr int kAppend = 0x08;
   const std::string folder = directory.Text("a/b");
@@ -171,7 +149,6 @@ void UseFiles(const ScopedDirectory& directory, uint64_t round, Totals& totals) 
   REQUIRE(FileUtils::GetFileContent(name, read) == tarsio::FILE_OPT_NOT_FILE);
   REQUIRE(FileUtils::RemoveDir(folder));
   REQUIRE(FileUtils::RemoveDir(directory.Text("a")));
-  ++totals.files;
 }
 
 void UseTexts(uint64_t round) {
@@ -195,53 +172,44 @@ uint64_t MemoryAtRest() {
 }
 
 int Soak(seconds duration) {
-  Totals totals;
-  tarsio::Log::GetInstance().SetLogger(std::make_unique<CountingLogger>(totals.lines));
+  tarsio::Log::GetInstance().SetLogger(std::make_unique<CountingLogger>());
   tarsio::Log::GetInstance().SetLevel(tarsio::LOG_LEVEL_INFO);
   const ScopedDirectory directory;
 
   const auto start = steady_clock::now();
-  const auto warm = start + std::min<steady_clock::duration>(duration / 2, seconds(60));
-  auto nextReport = warm;
-  uint64_t before = 0;  // after the warm-up
+  auto nextReport = start + std::min<steady_clock::duration>(duration / 2, seconds(60));
+  uint64_t before = 0;  // memory use after the warm-up
   uint64_t after = 0;
   uint64_t rounds = 0;
+  const auto report = [&] {
+    after = MemoryAtRest();
+    if (before == 0) before = after;
+    std::printf("%5lld s  %llu rounds  %llu KiB\n",
+                static_cast<long long>((steady_clock::now() - start) / seconds(1)),
+                static_cast<unsigned long long>(rounds),
+                static_cast<unsigned long long>(after / 1024));
+    std::fflush(stdout);
+  };
   while (steady_clock::now() < start + duration) {
     const auto begin = steady_clock::now();
-    PassElements(totals);
-    RunTasks(totals);
-    FireTimers(totals);
+    PassElements();
+    RunTasks();
+    FireTimers();
     MeetAtAWakeUp();
-    UseFiles(directory, rounds, totals);
+    UseFiles(directory, rounds);
     UseTexts(rounds);
     ++rounds;
     const auto now = steady_clock::now();
     if (now >= nextReport) {
-      after = MemoryAtRest();
-      if (before == 0) before = after;
-      std::printf("%5lld s  %llu rounds  %llu KiB\n",
-                  static_cast<long long>(duration_cast<seconds>(now - start).count()),
-                  static_cast<unsigned long long>(rounds),
-                  static_cast<unsigned long long>(after / 1024));
-      std::fflush(stdout);
+      report();
       nextReport = now + std::min<steady_clock::duration>(duration / 10, seconds(60));
     }
     std::this_thread::sleep_for((now - begin) * 2);
   }
-
-  Await([&] { return *totals.lines >= totals.expectedLines; }, "lines are missing");
-  REQUIRE(*totals.lines == totals.expectedLines);
-  after = MemoryAtRest();
-  std::printf(
-      "%llu rounds, %llu elements, %llu tasks, %llu timers, %llu files, %llu lines\n",
-      static_cast<unsigned long long>(rounds), static_cast<unsigned long long>(totals.elements),
-      static_cast<unsigned long long>(totals.tasks), static_cast<unsigned long long>(totals.timers),
-      static_cast<unsigned long long>(totals.files),
-      static_cast<unsigned long long>(totals.expectedLines));
-  std::printf("memory: %llu KiB once warm, %llu KiB at the end\n",
-              static_cast<unsigned long long>(before / 1024),
-              static_cast<unsigned long long>(after / 1024));
   REQUIRE(before > 0);
+  while (lines < rounds * kLinesOfTasks) std::this_thread::sleep_for(milliseconds(1));
+  report();
+  REQUIRE(lines == rounds * kLinesOfTasks);
   Require(after <= before + kMostGrowth, "memory grows");
   return 0;
 }
