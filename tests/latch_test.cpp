@@ -191,14 +191,15 @@ TEST(Latches, Negative) {
   });
 }
 
-// These do not overflow or wrap to a short timeout in any unit.
+// These do not overflow or wrap to a short timeout in any unit. A spurious wake-up ends any wait:
+// it does not check the count again (by design).
 TEST(Latches, LongTimeouts) {
   ForBoth([](const auto& latch) {
     const auto clockEnd = system_clock::duration::max() - system_clock::now().time_since_epoch();
     const auto last = static_cast<Timeout>(clockEnd / UnitOf(*latch));
-    std::vector<Timeout> timeouts = {last - AnHour(*latch), last + AnHour(*latch),
-                                     (1ull << 36) + 1,      1ull << 62,
-                                     kLargestTimeout - 1,   kLargestTimeout};
+    std::vector<Timeout> timeouts = {
+        kNoLimit,   last - AnHour(*latch), (1ull << 36) + 1, last + AnHour(*latch),
+        1ull << 62, kLargestTimeout - 1,   kLargestTimeout};
     if (UnitOf(*latch) == milliseconds(1)) {
       for (const int bits : {31, 32, 33}) timeouts.push_back((1ull << bits) + 1);
       timeouts.push_back(9223372036855);      // more than 2^63 nanoseconds
@@ -209,15 +210,6 @@ TEST(Latches, LongTimeouts) {
     Waiters waiters(latch, timeouts);
     EXPECT_TRUE(waiters.AllStayBlocked());
     EXPECT_TRUE(waiters.WakeUntilReturned());
-  });
-}
-
-// Wait() does not check the count again (by design).
-TEST(Latches, Spurious) {
-  ForBoth([](const auto& latch) {
-    Waiters waiters(latch, {kNoLimit, AnHour(*latch), kLargestTimeout});
-    ASSERT_TRUE(waiters.AllStayBlocked());
-    EXPECT_TRUE(waiters.WakeUntilReturned());
     EXPECT_EQ(latch->GetCount(), 1u);
   });
 }
@@ -226,13 +218,10 @@ TEST(Latches, Spurious) {
 
 TEST(CountDownLatch, CountDown) {
   CountDownLatch latch(3);
-  for (const unsigned int left : {2u, 1u, 0u, 0u, 0u}) {
+  for (const unsigned int left : {2u, 1u, 0u, 0u}) {
     latch.CountDown();
     EXPECT_EQ(latch.GetCount(), left);
   }
-  CountDownLatch largest(kLargest);
-  largest.CountDown();
-  EXPECT_EQ(largest.GetCount(), kLargest - 1);
 }
 
 TEST(CountDownLatch, StaysOpen) {
@@ -291,26 +280,15 @@ TEST(CountOutWake, WakesAll) {
 }
 
 TEST(CountOutWake, LostWake) {
-  const auto wake = std::make_shared<CountOutWake>(3u);
-  for (int i = 0; i < 3; ++i) {
-    wake->CountOut();
-    wake->CountAll();
-    EXPECT_EQ(wake->GetCount(), 3u) << "wake-ups do not change the count";
-  }
-  Waiters waiters(wake, {kNoLimit});
-  ASSERT_TRUE(Reads(*wake, 4));
-  EXPECT_TRUE(waiters.AllStayBlocked());
-}
-
-TEST(CountOutWake, CountWraps) {
   const auto wake = std::make_shared<CountOutWake>(kLargest);
+  wake->CountOut();
+  wake->CountAll();
+  EXPECT_EQ(wake->GetCount(), kLargest) << "wake-ups do not change the count";
   Waiters waiters(wake, {kNoLimit, kNoLimit});
-  ASSERT_TRUE(Reads(*wake, 1));
-  wake->CountOut();
-  ASSERT_TRUE(Reads(*wake, 0));
-  wake->CountOut();
-  EXPECT_TRUE(waiters.AllReturn());
-  EXPECT_EQ(wake->GetCount(), kLargest);
+  ASSERT_TRUE(Reads(*wake, 1)) << "the count wraps";
+  EXPECT_TRUE(waiters.AllStayBlocked());
+  wake->CountAll();
+  ASSERT_TRUE(Reads(*wake, kLargest));
 }
 
 // Unlike CountDownLatch (by design), even a timeout of 1500 is short.

@@ -61,22 +61,12 @@ std::shared_ptr<TsTimer> Started(unsigned long long timeoutMs, bool repeating,
   return timer;
 }
 
-// Runs on threads that are not the library's and that may also be killed while they hold a lock.
-void KeepStartingAndStopping(std::shared_ptr<TsTimer> timer) {
-  std::thread([timer = std::move(timer)] {
-    for (;;) {
-      timer->Start();
-      timer->Stop();
-    }
-  }).detach();
-}
-
-void KeepSubmitting(std::shared_ptr<ThreadPool> pool) {
-  std::thread([pool = std::move(pool)] {
-    for (;;) {
-      for (int i = 0; i < 20; ++i) pool->SubmitTask([] {});
-      std::this_thread::sleep_for(std::chrono::microseconds(200));
-    }
+// Repeats `call` on a thread that is not the library's and may also be killed while it holds a
+// lock.
+template <typename Call>
+void Repeat(Call call) {
+  std::thread([call = std::move(call)] {
+    for (;;) call();
   }).detach();
 }
 
@@ -107,11 +97,17 @@ void Statics::Begin(const Mode& chosen, unsigned long long seed) {
       });
     }
     Fired().Wait();
-    KeepStartingAndStopping(Started(kHour, false, [] {}));
+    Repeat([timer = Started(kHour, false, [] {})] {
+      timer->Start();
+      timer->Stop();
+    });
   }
   if (chosen.tasks) {
     pool = std::make_shared<ThreadPool>("statics", 2, 0, 4);
-    KeepSubmitting(pool);
+    Repeat([owned = pool] {
+      for (int i = 0; i < 20; ++i) owned->SubmitTask([] {});
+      std::this_thread::sleep_for(std::chrono::microseconds(200));
+    });
   }
   std::this_thread::sleep_for(std::chrono::microseconds(random() % 20000));
 }
