@@ -635,38 +635,35 @@ TEST(ThreadPool, Shutdown) {
 // ---- ownership ----
 
 TEST(ThreadPool, WorkersOwnPool) {
-  struct Shared {
-    std::atomic<int> ran{0};
-    system_clock::time_point end;
-    std::thread::id thread;
+  struct Destruction {
+    system_clock::time_point time = system_clock::now();
+    std::thread::id thread = std::this_thread::get_id();
     uint64_t workers = UINT64_MAX;
-    Gate begun;
-    Gate finished;
   };
-  const auto shared = std::make_shared<Shared>();
-  const auto destroy = [shared](ThreadPool* pool) {
-    shared->end = system_clock::now();
-    shared->thread = std::this_thread::get_id();
-    shared->workers = pool->GetRunningThreadNumber();
-    shared->begun.Open();
+  const auto ran = std::make_shared<std::atomic<int>>(0);
+  const auto destroyed = std::make_shared<Gate>();
+  const auto destruction = std::make_shared<Destruction>();
+  const auto destroy = [=](ThreadPool* pool) {
+    *destruction = Destruction();
+    destruction->workers = pool->GetRunningThreadNumber();
     delete pool;
-    shared->finished.Open();
+    destroyed->Open();
   };
   const std::array<HeldTask, 3> tasks;
   {
     const PoolPtr pool(new ThreadPool("dropped", 2, 0, 1000), destroy);
     ASSERT_TRUE(tasks[0].StartIn(pool));
     ASSERT_TRUE(tasks[1].StartIn(pool));
-    for (int i = 0; i < 50; ++i) pool->SubmitTask([shared] { ++shared->ran; });
+    for (int i = 0; i < 50; ++i) pool->SubmitTask([ran] { ++*ran; });
     tasks[2].SubmitTo(pool);
   }
-  EXPECT_FALSE(shared->begun.WaitFor(kBlockedCheck)) << "the workers still own it";
+  EXPECT_FALSE(destroyed->WaitFor(kBlockedCheck)) << "the workers still own it";
   for (const HeldTask& task : tasks) ASSERT_TRUE(task.Finish());
-  ASSERT_TRUE(shared->finished.WaitFor());
-  EXPECT_EQ(shared->ran, 50);
-  EXPECT_GE(shared->end - tasks[2].End(), kIdleLimit);
-  EXPECT_EQ(shared->workers, 0U);
-  EXPECT_THAT(shared->thread, testing::AnyOf(tasks[0].Thread(), tasks[1].Thread()));
+  ASSERT_TRUE(destroyed->WaitFor());
+  EXPECT_EQ(*ran, 50);
+  EXPECT_GE(destruction->time - tasks[2].End(), kIdleLimit);
+  EXPECT_EQ(destruction->workers, 0U);
+  EXPECT_THAT(destruction->thread, testing::AnyOf(tasks[0].Thread(), tasks[1].Thread()));
 }
 
 TEST(ThreadPool, DropWithoutWorkers) {
@@ -685,23 +682,6 @@ TEST(ThreadPool, DropWithoutWorkers) {
   const std::weak_ptr<ThreadPool> watch = retired;
   retired.reset();
   EXPECT_TRUE(watch.expired()) << "destroyed by this thread";
-}
-
-// The pool is destroyed while its workers are idle, blocked in a task or working.
-void EndTheProcess(int blocked, int tasks) {
-  static const PoolPtr pool = MakePool(2);
-  static const HeldTask held;
-  RunOne(pool);
-  if (blocked > 0) held.StartIn(pool);
-  for (int i = 0; i < tasks; ++i) pool->SubmitTask([] {});
-  std::exit(0);
-}
-
-TEST(PoolDeathTest, Exit) {
-  GTEST_FLAG_SET(death_test_style, "threadsafe");
-  EXPECT_EXIT(EndTheProcess(0, 0), testing::ExitedWithCode(0), "");
-  EXPECT_EXIT(EndTheProcess(1, 0), testing::ExitedWithCode(0), "");
-  EXPECT_EXIT(EndTheProcess(0, 900), testing::ExitedWithCode(0), "");
 }
 
 // ---- a thread that cannot be started ----

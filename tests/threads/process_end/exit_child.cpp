@@ -170,7 +170,8 @@ void KeepLogging(Random& random, void (*call)()) {
 
 void TasksThrow(Random& random) {
   using Pool = std::shared_ptr<tarsio::ThreadPool>;
-  Lasting<Pool>() = std::make_shared<tarsio::ThreadPool>("p", 2, 0, 8);
+  static const auto pool = std::make_shared<tarsio::ThreadPool>("p", 2, 0, 8);
+  Lasting<Pool>() = pool;
   KeepLogging(random, [] {
     Lasting<Pool>()->SubmitTask(
         [] { throw std::runtime_error("a message that needs an allocation"); });
