@@ -9,13 +9,11 @@
 #include <cstdlib>
 #include <deque>
 #include <memory>
-#include <new>
 #include <random>
 #include <stdexcept>
 #include <thread>
 #include <type_traits>
 
-#include "support/allocations.h"
 #include "support/background_call.h"
 #include "support/gate.h"
 #include "support/private_member.h"
@@ -61,7 +59,6 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::system_clock;
 using tarsio::BlockingQueue;
-using tarsio_test::AllocationWatch;
 using tarsio_test::BackgroundCall;
 using tarsio_test::LogRecords;
 using testing::ElementsAre;
@@ -388,24 +385,6 @@ TEST_F(QueueElement, ThrowingMove) {
   EXPECT_EQ(queue.Size(), 1U);
   EXPECT_TRUE(queue.Pop(item, -1));
   EXPECT_EQ(item.Value(), 5);
-}
-
-TEST(Queue, OutOfMemory) {
-  Queue queue(2000);
-  int failures = 0;
-  std::vector<int> expected;
-  for (int i = 0; i < 2000; ++i) {
-    expected.push_back(i);
-    try {
-      const AllocationWatch watch(0);
-      static_cast<void>(queue.Push(i, -1));
-    } catch (const std::bad_alloc&) {
-      ++failures;
-      ASSERT_TRUE(queue.Push(i, -1));
-    }
-  }
-  EXPECT_EQ(failures > 0, tarsio_test::kAllocationsAreSeen);
-  EXPECT_EQ(PopAll(queue), expected);
 }
 
 TEST(Queue, Destructor) {

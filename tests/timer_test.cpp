@@ -116,7 +116,7 @@ TEST(Timer, FiresOnce) {
     const Milliseconds timeout = 1 + random() % 40;
     timers.push_back(std::make_unique<TestTimer>(timeout, kOnce));
     TestTimer& timer = *timers.back();
-    timer->Init([&, timeout, earliest = Now() + timeout] {
+    timer->Init([&, earliest = Now() + timeout] {
       const Milliseconds now = Now();
       EXPECT_GE(timer->GetExpire(), earliest);
       EXPECT_GE(now, timer->GetExpire());

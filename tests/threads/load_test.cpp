@@ -10,31 +10,31 @@
 #include "common/blocking_queue.h"
 #include "common/thread_pool.h"
 #include "common/timer.h"
+#include "support/events.h"
 #include "support/gate.h"
 
 namespace {
 
-using component::TsTimer;
+using tarsio_test::Events;
 using tarsio_test::Gate;
 
 // The first 1,000 workers cannot go on before the last of them has started.
 TEST(Load, PoolOf1000) {
   constexpr int kWorkers = 1000;
   const auto pool = std::make_shared<tarsio::ThreadPool>("load", kWorkers, 0, kWorkers);
-  std::atomic<int> started{0};
-  Gate all;
+  Events started;
   Gate go;
   for (int i = 0; i < kWorkers; ++i) {
     ASSERT_TRUE(pool->SubmitTask([&] {
-      if (++started == kWorkers) all.Open();
+      started.Add();
       go.Wait();
     }));
   }
-  EXPECT_TRUE(all.WaitFor());
+  EXPECT_TRUE(started.Await(kWorkers));
   EXPECT_EQ(pool->GetRunningThreadNumber(), static_cast<uint64_t>(kWorkers));
   go.Open();
   pool->Shutdown(tarsio::ThreadPool::SHUTDOWN_DRAIN);
-  EXPECT_EQ(started, kWorkers);
+  EXPECT_EQ(started.Count(), kWorkers);
 }
 
 TEST(Load, QueueOf1000) {
@@ -66,20 +66,15 @@ TEST(Load, QueueOf1000) {
 }
 
 TEST(Load, Timers10000) {
-  constexpr int kTimers = 10000;
-  std::atomic<int> fired{0};
-  Gate all;
-  std::vector<std::shared_ptr<TsTimer>> timers;
-  for (int i = 0; i < kTimers; ++i) {
-    timers.push_back(std::make_shared<TsTimer>(static_cast<unsigned long long>(1 + i % 50), false));
-    timers.back()->Init([&] {
-      if (++fired == kTimers) all.Open();
-    });
+  constexpr unsigned kTimers = 10000;
+  const auto fired = std::make_shared<Events>();
+  for (unsigned i = 0; i < kTimers; ++i) {
+    const auto timer = std::make_shared<component::TsTimer>(1 + i % 50, false);
+    timer->Init([fired] { fired->Add(); });
+    timer->Start();
   }
-  for (const auto& timer : timers) timer->Start();
-  EXPECT_TRUE(all.WaitFor());
-  for (const auto& timer : timers) timer->Stop();
-  EXPECT_EQ(fired, kTimers);
+  EXPECT_TRUE(fired->Await(kTimers));
+  EXPECT_EQ(fired->Count(), static_cast<int>(kTimers));
 }
 
 }  // namespace

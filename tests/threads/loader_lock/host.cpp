@@ -11,25 +11,13 @@
 #include "meeting.h"
 #include "support/shared_library.h"
 
-namespace {
-
-using tarsio_test::Gate;
-using tarsio_test::Meeting;
-
-int Fail(const char* what) {
-  std::printf("%s\n", what);
-  return 1;
-}
-
-}  // namespace
-
 int main(int argc, char** argv) {
   if (argc != 4) return 2;
-  Meeting& meeting = tarsio_test::TheMeeting();
+  tarsio_test::Meeting& meeting = tarsio_test::TheMeeting();
   meeting.mode = argv[2];
   meeting.pool = std::make_shared<tarsio::ThreadPool>("loader lock", 4, 0, 4);
 
-  Gate running;
+  tarsio_test::Gate running;
   std::thread other([&] {
     running.Open();
     meeting.initialising.Wait();
@@ -39,9 +27,9 @@ int main(int argc, char** argv) {
   });
   running.Wait();  // no thread can start while a module is loading
   const tarsio_test::SharedLibrary plugin(argv[1]);
-  if (!plugin.IsLoaded()) return Fail("the plugin cannot be loaded");
+  if (!plugin.IsLoaded()) return 2;
   other.join();
-  if (!meeting.used.Await(2)) return Fail("not all calls have run");
+  if (!meeting.used.Await(2)) return 1;
   std::printf("%s: leaving\n", argv[2]);
   std::fflush(stdout);
   return 0;

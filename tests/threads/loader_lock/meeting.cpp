@@ -21,9 +21,8 @@ void Use(const char* who) {
   };
   say("begins");
   if (meeting.mode == "timer") {
-    // Never released: the timer fires until the process ends.
-    auto& timer =
-        *new std::shared_ptr<component::TsTimer>(std::make_shared<component::TsTimer>(1, true));
+    // The manager owns it; it fires until the process ends.
+    const auto timer = std::make_shared<component::TsTimer>(1, true);
     timer->Init([&meeting] { meeting.used.Add(); });
     timer->Start();
   } else if (meeting.mode == "log") {
