@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
 
-#include <algorithm>
 #include <array>
 #include <cstdlib>
 #include <exception>
@@ -664,24 +663,6 @@ TEST(ThreadPool, WorkersOwnPool) {
   EXPECT_GE(destruction->time - tasks[2].End(), kIdleLimit);
   EXPECT_EQ(destruction->workers, 0U);
   EXPECT_THAT(destruction->thread, testing::AnyOf(tasks[0].Thread(), tasks[1].Thread()));
-}
-
-TEST(ThreadPool, DropWithoutWorkers) {
-  const auto discarded = std::make_shared<Gate>();
-  PoolPtr unused = MakePool(0);
-  unused->SubmitTask([token = MakeToken(discarded)] { FAIL(); });
-  unused.reset();
-  EXPECT_TRUE(discarded->IsOpen());
-
-  PoolPtr retired = MakePool(2);
-  ASSERT_TRUE(RunOne(retired));
-  ASSERT_TRUE(RunOne(retired));
-  retired->Shutdown(kMethodWithoutName);
-  // A worker releases the pool shortly after it has left the list.
-  while (retired.use_count() > 1) std::this_thread::sleep_for(milliseconds(1));
-  const std::weak_ptr<ThreadPool> watch = retired;
-  retired.reset();
-  EXPECT_TRUE(watch.expired()) << "destroyed by this thread";
 }
 
 // ---- a thread that cannot be started ----
