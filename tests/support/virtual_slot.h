@@ -9,22 +9,13 @@
 
 namespace tarsio_test {
 
-// Both rely on the C++ ABI of GCC and Clang, in which a pointer to a virtual member function starts
-// with the slot's offset in bytes plus 1, and others with an even address.
-
-// Counted from 0; a virtual destructor takes two slots.
+// Counted from 0; a virtual destructor takes two slots. Relies on the C++ ABI of GCC and Clang, in
+// which a pointer to a virtual member function starts with the slot's offset in bytes plus 1.
 template <typename Member>
 ptrdiff_t VirtualSlot(Member member) {
   ptrdiff_t offset = 0;
   std::memcpy(&offset, &member, sizeof offset);
   return (offset - 1) / static_cast<ptrdiff_t>(sizeof(void*));
-}
-
-template <typename Member>
-bool IsVirtual(Member member) {
-  ptrdiff_t start = 0;
-  std::memcpy(&start, &member, sizeof start);
-  return start % 2 != 0;
 }
 
 }  // namespace tarsio_test
