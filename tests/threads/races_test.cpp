@@ -414,7 +414,6 @@ TEST_F(Races, Timers) {
   constexpr size_t kTimers = 6;
   for (const bool repeating : {false, true}) {
     std::array<std::vector<CountedTimer>, kThreads> timers;
-    std::atomic<int> firings{0};
     Crew crew(kThreads);
     crew.Run([&](size_t index) {
       std::mt19937 random(static_cast<unsigned>(index));
@@ -463,7 +462,7 @@ TEST_F(Races, SharedTimers) {
     if (starting) ++starts[i];
     starting ? timers[i].timer->Start() : timers[i].timer->Stop();
   };
-  for (const size_t i : {0, 1}) {
+  for (size_t i = 0; i < timers.size(); ++i) {
     timers[i].timer->Init([&, i, fired = timers[i].fired] {
       fired->Add();
       if (!end) use(1 - i, fired->Count() % 2 == 0);
@@ -480,7 +479,7 @@ TEST_F(Races, SharedTimers) {
   end = true;
   std::this_thread::sleep_for(milliseconds(50));
   CountedTimer::WaitForThePassInProgress();
-  for (const size_t i : {0, 1}) {
+  for (size_t i = 0; i < timers.size(); ++i) {
     CountedTimer& counted = timers[i];
     counted.timer->SetState(true);
     counted.Stop();
