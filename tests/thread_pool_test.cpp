@@ -631,6 +631,20 @@ TEST(ThreadPool, Shutdown) {
   }
 }
 
+TEST(ThreadPool, ManyShutdowns) {
+  const PoolPtr pool = MakePool(2);
+  const HeldTask held;
+  ASSERT_TRUE(held.StartIn(pool));
+  std::vector<BackgroundCall> calls;
+  for (int i = 0; i < 6; ++i) {
+    calls.emplace_back([=] { pool->Shutdown(static_cast<Method>(i % 3)); });
+  }
+  for (BackgroundCall& call : calls) EXPECT_TRUE(call.StaysBlocked(milliseconds(20)));
+  held.Release();
+  for (BackgroundCall& call : calls) EXPECT_TRUE(call.ReturnsWithin());
+  EXPECT_EQ(pool->GetRunningThreadNumber(), 0U);
+}
+
 // ---- ownership ----
 
 TEST(ThreadPool, WorkersOwnPool) {

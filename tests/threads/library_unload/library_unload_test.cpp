@@ -63,6 +63,22 @@ TEST_F(LibraryUnload, LiveWorker) {
   EXPECT_EQ(pool.use_count(), 1);
 }
 
+TEST_F(LibraryUnload, RunningTask) {
+  const auto begun = std::make_shared<Gate>();
+  const auto end = std::make_shared<Gate>();
+  const auto ended = std::make_shared<Gate>();
+  const std::shared_ptr<void>& pool = Run("SubmitToNewPool", [=] {
+    tarsio_test::WhenThisThreadEnds([ended] { ended->Open(); });
+    begun->Open();
+    end->Wait();
+  });
+  ASSERT_TRUE(begun->WaitFor());
+  Unload();
+  end->Open();
+  ASSERT_TRUE(ended->WaitFor());
+  EXPECT_EQ(pool.use_count(), 1);
+}
+
 // The timer fires until the process has ended.
 TEST_F(LibraryUnload, LiveTimer) {
   Events& fired = *new Events;
