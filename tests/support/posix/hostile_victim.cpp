@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sys/resource.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -124,6 +125,7 @@ void StartWithoutDescriptors() {
     Expect(::fcntl(closed, F_GETFD) == -1, "closed at start");
   }
   const ScopedDirectory directory;
+  Expect(Write("c", "./f") && directory.Read("f") == "c", "written while all three are free");
   // Takes descriptor 0, so that the next one would be standard output.
   ::open("/dev/null", O_RDONLY);
   std::atomic<bool> done{false};
@@ -161,15 +163,24 @@ void OpenWithOnlyTheStandardDescriptorsFree() {
 
 // After the reader has left, the remaining lines are lost; a file that later gets the same
 // descriptor receives none.
-void LogToALeftPipe() {
+void LogAfterTheReaderLeft(int writingEnd) {
   std::signal(SIGPIPE, SIG_DFL);
-  MakeStandardOutput(LeftPipe());
+  MakeStandardOutput(writingEnd);
   LogLines(100);
   ExpectUntouched(SIGPIPE);
   const ScopedDirectory directory;
   MakeStandardOutput(::open("later", O_WRONLY | O_CREAT, 0600));
   LogLines(1);
   Expect(directory.Read("later").empty(), "later lines are dropped");
+}
+
+void LogToALeftPipe() { LogAfterTheReaderLeft(LeftPipe()); }
+
+void LogToALeftSocket() {
+  std::array<int, 2> ends{};
+  Check(::socketpair(AF_UNIX, SOCK_STREAM, 0, ends.data()) == 0, "socketpair");
+  ::close(ends[0]);
+  LogAfterTheReaderLeft(ends[1]);
 }
 
 void LimitFileSize(rlim_t bytes) {
@@ -373,6 +384,7 @@ constexpr tarsio_test::Scenario kScenarios[] = {
     {"closed_at_start", StartWithoutDescriptors},
     {"only_standard_descriptors", OpenWithOnlyTheStandardDescriptorsFree},
     {"log_to_left_pipe", LogToALeftPipe},
+    {"log_to_left_socket", LogToALeftSocket},
     {"log_to_full_file", LogToAFileAtItsLimit},
     {"write_beyond_limit", WriteBeyondTheLimit},
     {"write_to_left_fifo", WriteToALeftFifo},
