@@ -96,17 +96,17 @@ struct Path {
 
   void Split(const std::string& text, const std::string& separators) {
     std::optional<std::string> current;
-    bool behindNul = false;
+    bool afterNul = false;
     for (const char c : text) {
       if (separators.find(c) != std::string::npos) {
         if (current) components.push_back(*current);
         current.reset();
         continue;
       }
-      if (!current && behindNul) throw std::out_of_range("invalid string position");
+      if (!current && afterNul) throw std::out_of_range("invalid string position");
       if (!current) current = "";
-      if (c == '\0') behindNul = true;
-      if (!behindNul) *current += c;
+      if (c == '\0') afterNul = true;
+      if (!afterNul) *current += c;
     }
     if (current) components.push_back(*current);
   }
