@@ -216,6 +216,16 @@ TEST_F(WriteFile, TextMode) {
   EXPECT_TRUE(directory.Read("f") == TextForm(content));
 }
 
+TEST_F(WriteFile, EmptyContent) {
+  EXPECT_EQ(FileUtils::WriteFile("", "./new", kBinary), FILE_OPT_SUCCESS);
+  directory.Write("old", "content");
+  EXPECT_EQ(FileUtils::WriteFile("", "./old", kBinary | kAppend), FILE_OPT_SUCCESS);
+  EXPECT_EQ(directory.Read("old"), "content");
+  EXPECT_EQ(FileUtils::WriteFile("", "./old", kBinary), FILE_OPT_SUCCESS);
+  EXPECT_EQ(directory.Read("old"), "");
+  EXPECT_THAT(directory.Tree(), ElementsAre("new", "old"));
+}
+
 // The output bit (0x02) is always set; the binary bit (0x20) only affects line ends. The other four
 // bits decide whether a missing file is created, and where an existing file is written.
 enum class Missing { kCreated, kRefused };

@@ -236,6 +236,13 @@ TEST(CountDownLatch, StaysOpen) {
   }
 }
 
+TEST(CountDownLatch, Unsigned) {
+  const auto latch = std::make_shared<CountDownLatch>(kLargest);
+  latch->CountDown();
+  EXPECT_EQ(latch->GetCount(), kLargest - 1);
+  EXPECT_GE(DurationOfWait(latch, 20), milliseconds(20));
+}
+
 TEST(CountDownLatch, WakesAll) {
   const auto latch = std::make_shared<CountDownLatch>(2u);
   Waiters waiters(latch, {kNoLimit, kNoLimit, AnHour(*latch), kLargestTimeout});

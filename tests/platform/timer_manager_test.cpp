@@ -869,6 +869,7 @@ TEST_F(ManagerTest, AfterEnd) {
           const bool released = queued.use_count() == 1;
           timer->Stop();
           timer.reset();
+          queued->Start();
           queued->Stop();
           queued.reset();
           if (idle && released) Print("nothing left");

@@ -186,9 +186,17 @@ void QueueRefuses(Random& random) {
   KeepLogging(random, [] { static_cast<void>(Lasting<Full>().queue.Push(1, -1)); });
 }
 
+// TsLog() does not need the log.
 void LineAfterTheEnd(Random& /*random*/) {
+  static bool printed = false;
   static const struct LogsWhenDestroyed {
-    ~LogsWhenDestroyed() { TARSIO_LOG(tarsio::LOG_LEVEL_FATAL, "dropped"); }
+    ~LogsWhenDestroyed() {
+      TARSIO_LOG(tarsio::LOG_LEVEL_FATAL, "dropped");
+      tarsio::TsLog(
+          tarsio::LOG_LEVEL_FATAL, [](const char* /*line*/) { printed = true; },
+          [] { return tarsio::LOG_LEVEL_FATAL; }, "", 0, "", "printed");
+      if (!printed) std::_Exit(1);
+    }
   } olderThanTheLog;
   Log::GetInstance().SetLogger(std::make_unique<Sink>());
 }
