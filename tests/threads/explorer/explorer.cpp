@@ -50,6 +50,11 @@ std::map<uint64_t, size_t> FromString(const std::string& list) {
   return choices;
 }
 
+bool IsNumber(const std::string& text) {
+  return !text.empty() && text.size() < 7 &&
+         text.find_first_not_of("0123456789") == std::string::npos;
+}
+
 // Returns why a schedule whose last thread has ended failed, or an empty string.
 std::string CheckEnd(const Scenario& scenario, int64_t allocationsBefore) {
   if (scenario.after && !scenario.after()) return "wrong result of all threads";
@@ -123,7 +128,7 @@ void Expect(const Exploration& result) {
                               test.name() + " --schedule=\"" + result.choices + '"';
   std::cout.flush();
   // NOLINTNEXTLINE(cert-env33-c,concurrency-mt-unsafe): this program, and no other thread
-  const int status = std::system((program + options).c_str());
+  const int status = std::system(('"' + program + '"' + options).c_str());
   EXPECT_NE(status, 0) << "the schedule does not fail the second time";
   ADD_FAILURE() << result.failure << "\nexplorer" << options;
 }
@@ -137,11 +142,15 @@ void Expect(const Exploration& result) {
 
 // One preemption more for half of the time, then schedules at random. All tests share the time.
 void GoOn(const Scenario& scenario) {
-  const int64_t half = commandLine.minutes * 30 / UnitTest::GetInstance()->test_to_run_count();
+  static const int64_t programStart = std::time(nullptr);
+  static int64_t tests = 0;
   const int64_t start = std::time(nullptr);
+  const int64_t end =
+      std::max(start, programStart + commandLine.minutes * 60 * ++tests /
+                                         UnitTest::GetInstance()->test_to_run_count());
   Exploration result;
-  if (DepthFirst(scenario, scenario.bound + 1, result, start + half)) {
-    Draw(scenario, start + 2 * half, result);
+  if (DepthFirst(scenario, scenario.bound + 1, result, start + (end - start) / 2)) {
+    Draw(scenario, end, result);
   }
   Report("more", result);
   Expect(result);
@@ -164,6 +173,9 @@ Exploration Replay(const Scenario& scenario, const std::string& choices) {
   TheScheduler().StartReplay(FromString(choices));
   Visit(scenario, kEnough, result);
   result.trace = TheScheduler().Trace();
+  if (ToString(TheScheduler().Choices()) != choices) {
+    result.failure += "\nthis is not the schedule \"" + choices + '"';
+  }
   return result;
 }
 
@@ -216,10 +228,10 @@ int main(int argc, char** argv) {
     if (option.rfind("--schedule=", 0) == 0) {
       tarsio_test::commandLine.schedule = value;
       tarsio_test::commandLine.hasSchedule = true;
-    } else if (option.rfind("--minutes=", 0) == 0) {
+    } else if (option.rfind("--minutes=", 0) == 0 && tarsio_test::IsNumber(value)) {
       tarsio_test::commandLine.minutes = std::stoll(value);
     } else {
-      std::cerr << "unknown option: " << option << '\n';
+      std::cerr << "invalid option: " << option << '\n';
       return 2;
     }
   }

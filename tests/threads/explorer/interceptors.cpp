@@ -1,6 +1,6 @@
 // Replaces the functions that std::thread, the locks, the condition variables, sleeps and clocks
-// call, in this program and in the C++ runtime's shared library, and operator new. Outside a
-// schedule there is only one thread, so locks need not do anything.
+// call, also in the C++ runtime, which is linked statically, and operator new. Outside a schedule
+// there is only one thread, so locks need not do anything.
 
 #include <pthread.h>
 #include <sys/syscall.h>

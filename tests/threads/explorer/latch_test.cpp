@@ -72,6 +72,19 @@ INSTANTIATE_TEST_SUITE_P(Explorer, LatchSchedules,
                                          Row{"TwoDeadlines", 2, 2, 5, 0, 5, 21000}),
                          testing::PrintToStringParamName());
 
+TEST(LatchSchedules, TooManySteps) {
+  Scenario scenario;
+  scenario.bound = 6;
+  scenario.body = [] {
+    CountDownLatch latch(1);
+    std::thread other([&] { latch.CountDown(); });
+    latch.CountDown();
+    other.join();
+    Require(latch.GetCount() == 0, "a step below zero");
+  };
+  Check(scenario, 1);
+}
+
 // The threads of one schedule that wait, and those that must be woken.
 struct Wakes {
   int waiting = 0;

@@ -213,6 +213,20 @@ TEST_F(PoolSchedules, ShutdownWait) {
   EXPECT_GT(result.blocked, 0U) << "the documented miss is not found";
 }
 
+// Both threads wait, the only worker is in the first task: the last one wakes both.
+TEST_F(PoolSchedules, TwoInWait) {
+  const auto body = [] {
+    const auto pool = MakePool(1);
+    pool->SubmitTask([] { SleepMs(1); });
+    Submit(*pool, 0);
+    std::thread other([&] { pool->Wait(); });
+    pool->Wait();
+    other.join();
+    Drain(*pool);
+  };
+  CheckPool(0, 1, body);
+}
+
 // The hosts drop the pool at any moment; the last owner may be a worker.
 void DropWith(uint64_t limit) {
   auto pool = MakePool(limit);

@@ -449,6 +449,7 @@ bool Scheduler::TryLock(pthread_mutex_t* mutex) {
 // A thread that is suspended here could as well be suspended before its next operation, unless what
 // it does until then concerns others, for example the end of an object.
 void Scheduler::Unlock(pthread_mutex_t* mutex) {
+  Point("unlock", mutex);  // a thread may be suspended, or killed, while it holds the lock
   Release(mutex);
   if (!limits.unlockPoints) return;
   current->operation = "unlocked";
@@ -486,8 +487,7 @@ bool Scheduler::Wait(const pthread_cond_t* condition, pthread_mutex_t* mutex, in
 }
 
 void Scheduler::Notify(const pthread_cond_t* condition, bool all) {
-  // With a lock, the waiters are those of the last point: others cannot come.
-  if (current->locksHeld == 0) Point(all ? "notify_all" : "notify_one", condition);
+  Point(all ? "notify_all" : "notify_one", condition);
   std::array<Thread*, kMostThreads> waiting{};
   size_t count = 0;
   for (Thread* thread : live) {
