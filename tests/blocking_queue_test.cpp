@@ -112,9 +112,11 @@ bool Call(Queue& queue, bool push, int timeoutMs) {
 // ---- capacity and order ----
 
 TEST(Queue, MaxCapacity) {
-  Queue queue(UINT64_MAX);
-  for (int i = 0; i < 10000; ++i) ASSERT_TRUE(queue.Push(i, -1));
-  EXPECT_EQ(queue.Size(), 10000U);
+  for (const uint64_t capacity : {UINT64_MAX, uint64_t{1} << 32}) {
+    Queue queue(capacity);
+    for (int i = 0; i < 10000; ++i) ASSERT_TRUE(queue.Push(i, -1));
+    EXPECT_EQ(queue.Size(), 10000U);
+  }
 }
 
 TEST(Queue, RandomModel) {

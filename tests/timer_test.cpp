@@ -15,6 +15,7 @@
 #include <random>
 #include <stdexcept>
 #include <string>
+#include <system_error>
 #include <thread>
 #include <type_traits>
 #include <utility>
@@ -167,15 +168,29 @@ TEST(TsTimer, InitReplaces) {
   EXPECT_TRUE(fired.Await());
 }
 
+TEST(TsTimer, KeepsState) {
+  TsTimer timer(1, kOnce);
+  int seen = 0;
+  timer.Init([&seen, calls = 0]() mutable { seen = ++calls; });
+  timer.OnTimeout();
+  timer.OnTimeout();
+  EXPECT_EQ(seen, 2);
+}
+
 // ---- exceptions ----
 
 TEST(TsTimer, Exceptions) {
   const auto log = tarsio_test::LogRecords::Install(tarsio::LOG_LEVEL_DEBUG);
   class HostError : public std::exception {};
   EXPECT_NO_THROW(TsTimer(1, kOnce).OnTimeout());  // without Init()
-  const std::function<void()> swallowed[] = {nullptr, [] { throw std::runtime_error("text"); },
-                                             [] { throw std::bad_alloc(); },
-                                             [] { throw HostError(); }};
+  const std::function<void()> swallowed[] = {
+      nullptr,
+      [] { throw std::runtime_error("text"); },
+      [] { throw std::bad_alloc(); },
+      [] { throw std::bad_weak_ptr(); },
+      [] { throw std::exception(); },
+      [] { throw std::system_error(std::make_error_code(std::errc::io_error)); },
+      [] { throw HostError(); }};
   for (const auto& action : swallowed) {
     // The timer goes on, and so do the timers after it.
     const TestTimer timer(1, kRepeating, action);

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
@@ -547,6 +548,9 @@ TEST_F(ManagerTest, NeverExpires) {
 TEST_F(ManagerTest, SetState) {
   const TestTimer others[] = {{20, kOnce}, {5, kOnce}, {30, kOnce}};
   const TestTimer timer(10, kOnce, Noting("fired"));
+  Manager().AddTimer(timer.Get());
+  EXPECT_FALSE(timer.IsMarkedStarted());
+  Manager().RemoveTimer(timer.Get());
   timer->SetState(true);
   timer->Start();
   EXPECT_EQ(timer.Entries(), 0);
@@ -648,10 +652,67 @@ TEST_F(ManagerTest, SelfStop) {
   EXPECT_EQ(timer.Entries(), 1);
   timer->Start();  // adds a second entry
   EXPECT_EQ(timer.Entries(), 2);
+  SetClock(kStart + 35);
+  Manager().ResetTimer(timer.Get());
+  EXPECT_EQ(timer->GetExpire(), kStart + 45);
   timer->Stop();  // removes both entries
   EXPECT_EQ(timer.Entries(), 0);
   PassAt(kStart + kHour);
   EXPECT_THAT(Fired(), IsEmpty());
+}
+
+// A repeating timer is queued again even if its action has queued it (by design).
+TEST_F(ManagerTest, SelfRestart) {
+  const TestTimer timer(10, kRepeating, [&] {
+    timer->Stop();
+    timer->Start();
+  });
+  timer->Start();
+  PassAt(kStart + 10);
+  EXPECT_EQ(timer.Entries(), 2);
+}
+
+// The next expiry is set before the action, which may change it.
+TEST_F(ManagerTest, SelfSetExpire) {
+  const TestTimer timer(10, kRepeating, [&] { timer->SetExpire(timer->GetExpire() + 30); });
+  timer->Start();
+  PassAt(kStart + 10);
+  EXPECT_EQ(timer->GetExpire(), kStart + 50);
+}
+
+// All due timers fire in one pass.
+TEST_F(ManagerTest, AllDue) {
+  std::set<int> passes;
+  std::vector<Milliseconds> order;
+  std::vector<std::unique_ptr<TestTimer>> timers;
+  for (Milliseconds i = 0; i < 200; ++i) {
+    const Milliseconds timeout = 1 + i * 77 % 200;
+    timers.push_back(std::make_unique<TestTimer>(timeout, kOnce, [&, timeout] {
+      passes.insert(Platform().passes);
+      order.push_back(timeout);
+    }));
+    (*timers.back())->Start();
+  }
+  PassAt(kStart + 200);
+  EXPECT_EQ(passes.size(), 1U);
+  EXPECT_EQ(order.size(), 200U);
+  EXPECT_TRUE(std::is_sorted(order.begin(), order.end()));
+}
+
+// Counted from the current time, not from the beginning of the pass.
+TEST_F(ManagerTest, ClockInAction) {
+  const TestTimer started(100, kOnce);
+  const TestTimer reset(100, kOnce);
+  const TestTimer timer(10, kOnce, [&] {
+    SetClock(kStart + 15);
+    started->Start();
+    Manager().ResetTimer(reset.Get());
+  });
+  reset->Start();
+  timer->Start();
+  PassAt(kStart + 10);
+  EXPECT_EQ(started->GetExpire(), kStart + 115);
+  EXPECT_EQ(reset->GetExpire(), kStart + 115);
 }
 
 // A timer that is due as well has taken the place of its first entry.
