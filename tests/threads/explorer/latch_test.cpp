@@ -62,14 +62,14 @@ TEST_P(LatchSchedules, CountDown) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Explorer, LatchSchedules,
-                         testing::Values(Row{"OneForOne", 1, 1, 0, 1, 6, 17},
-                                         Row{"OneForThree", 1, 3, 0, 1, 3, 71000},
-                                         Row{"TwoForTwo", 2, 2, 0, 1, 4, 9500},
-                                         Row{"ThreeForOne", 3, 1, 0, 1, 6, 1700},
-                                         Row{"ThreeForTwo", 3, 2, 0, 0, 5, 7500},
-                                         Row{"ThreeForThree", 3, 3, 0, 0, 2, 80000},
-                                         Row{"OneDeadline", 1, 1, 5, 0, 6, 15},
-                                         Row{"TwoDeadlines", 2, 2, 5, 0, 5, 21000}),
+                         testing::Values(Row{"OneForOne", 1, 1, 0, 1, 6, 20},
+                                         Row{"OneForThree", 1, 3, 0, 1, 3, 91000},
+                                         Row{"TwoForTwo", 2, 2, 0, 1, 4, 12000},
+                                         Row{"ThreeForOne", 3, 1, 0, 1, 6, 2200},
+                                         Row{"ThreeForTwo", 3, 2, 0, 0, 5, 10000},
+                                         Row{"ThreeForThree", 3, 3, 0, 0, 2, 100000},
+                                         Row{"OneDeadline", 1, 1, 5, 0, 6, 20},
+                                         Row{"TwoDeadlines", 2, 2, 5, 0, 5, 36000}),
                          testing::PrintToStringParamName());
 
 TEST(LatchSchedules, TooManySteps) {
@@ -82,7 +82,7 @@ TEST(LatchSchedules, TooManySteps) {
     other.join();
     Require(latch.GetCount() == 0, "a step below zero");
   };
-  Check(scenario, 1);
+  Check(scenario, 10);
 }
 
 // The threads of one schedule that wait, and those that must be woken.
@@ -137,18 +137,18 @@ Scenario WakeScenario(int waiters, const std::function<void(CountOutWake&)>& hos
 
 TEST(WakeSchedules, CountAll) {
   const auto result =
-      Check(WakeScenario(3, [](CountOutWake& wake) { WakeSeen(wake, true); }), 3500);
+      Check(WakeScenario(3, [](CountOutWake& wake) { WakeSeen(wake, true); }), 4800);
   EXPECT_GT(result.blocked, 0U);
   EXPECT_LT(result.blocked + result.known, result.schedules);
 }
 
 TEST(WakeSchedules, CountOutOne) {
-  Check(WakeScenario(1, [](CountOutWake& wake) { WakeSeen(wake, false); }), 15);
+  Check(WakeScenario(1, [](CountOutWake& wake) { WakeSeen(wake, false); }), 17);
 }
 
 TEST(WakeSchedules, CountOutOfTwo) {
   const auto result =
-      Check(WakeScenario(2, [](CountOutWake& wake) { WakeSeen(wake, false); }), 210);
+      Check(WakeScenario(2, [](CountOutWake& wake) { WakeSeen(wake, false); }), 240);
   EXPECT_EQ(result.blocked + result.known, result.schedules) << "one of two must go on waiting";
 }
 
@@ -157,7 +157,7 @@ TEST(WakeSchedules, CountOutTwice) {
     WakeSeen(wake, false);
     WakeSeen(wake, false);
   };
-  EXPECT_GT(Check(WakeScenario(2, twice), 590).blocked, 0U);
+  EXPECT_GT(Check(WakeScenario(2, twice), 780).blocked, 0U);
 }
 
 TEST(WakeSchedules, Deadline) {
@@ -175,7 +175,7 @@ TEST(WakeSchedules, Deadline) {
     wake.CountOut();
     Require(wake.GetCount() == kInitial, "a wrong count at the end");
   };
-  Check(scenario, 38);
+  Check(scenario, 48);
 }
 
 }  // namespace

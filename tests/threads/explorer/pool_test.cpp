@@ -126,7 +126,7 @@ TEST_F(PoolSchedules, Retirement) {
     Drain(*pool);
     Require(history.AllRan(), "a task has not run");
   };
-  CheckPool(4, 62000, body);
+  CheckPool(4, 150000, body);
 }
 
 TEST_F(PoolSchedules, TwoWorkersRetire) {
@@ -139,7 +139,7 @@ TEST_F(PoolSchedules, TwoWorkersRetire) {
     Drain(*pool);
     Require(history.AllRan(), "a task has not run");
   };
-  CheckPool(2, 98000, body);
+  CheckPool(2, 150000, body);
 }
 
 // Two threads submit to a pool whose queue is too short.
@@ -157,10 +157,10 @@ void TwoHosts(uint64_t limit, int tasks) {
 }
 
 TEST_F(PoolSchedules, TwoHostsOneWorker) {
-  CheckPool(3, 74000, [] { TwoHosts(1, 3); });
+  CheckPool(3, 130000, [] { TwoHosts(1, 3); });
 }
 TEST_F(PoolSchedules, TwoHostsTwoWorkers) {
-  CheckPool(2, 40000, [] { TwoHosts(2, 2); });
+  CheckPool(2, 69000, [] { TwoHosts(2, 2); });
 }
 
 // At any moment of two tasks, and twice at the same time.
@@ -180,7 +180,7 @@ TEST_F(PoolSchedules, ShutdownNow) {
     history.closed = true;
     other.join();
   };
-  CheckPool(4, 23000, body, scenario);
+  CheckPool(4, 51000, body, scenario);
   EXPECT_GT(discards, 0);
 }
 
@@ -196,11 +196,11 @@ void ShutdownWhile(ThreadPool::SHUTDOWN_METHOD method) {
 }
 
 TEST_F(PoolSchedules, ShutdownDrain) {
-  CheckPool(5, 3700, [] { ShutdownWhile(ThreadPool::SHUTDOWN_DRAIN); });
+  CheckPool(5, 8300, [] { ShutdownWhile(ThreadPool::SHUTDOWN_DRAIN); });
 }
 
 TEST_F(PoolSchedules, ShutdownUnnamed) {
-  CheckPool(4, 1100, [] { ShutdownWhile(static_cast<ThreadPool::SHUTDOWN_METHOD>(7)); });
+  CheckPool(4, 2300, [] { ShutdownWhile(static_cast<ThreadPool::SHUTDOWN_METHOD>(7)); });
 }
 
 // Wait() may miss that the last task is dequeued. No schedule blocks for another reason.
@@ -209,7 +209,7 @@ TEST_F(PoolSchedules, ShutdownWait) {
   scenario.mayBlock = [] { return history.inWait && history.AllRan(); };
   const auto wait = [] { ShutdownWhile(ThreadPool::SHUTDOWN_WAIT); };
   EXPECT_EQ(CheckPool(0, 1, wait, scenario).blocked, 0U) << "missed without a preemption";
-  const auto result = CheckPool(5, 13000, wait, scenario);
+  const auto result = CheckPool(5, 36000, wait, scenario);
   EXPECT_GT(result.blocked, 0U) << "the documented miss is not found";
 }
 
@@ -245,14 +245,14 @@ TEST_F(PoolSchedules, DropOneWorker) {
   Scenario scenario;
   scenario.unlockPoints = true;
   CheckPool(
-      3, 68000, [] { DropWith(1); }, scenario);
+      3, 110000, [] { DropWith(1); }, scenario);
 }
 
 TEST_F(PoolSchedules, DropTwoWorkers) {
   Scenario scenario;
   scenario.unlockPoints = true;
   CheckPool(
-      2, 190000, [] { DropWith(2); }, scenario);
+      2, 290000, [] { DropWith(2); }, scenario);
 }
 
 // A host drops the pool while the workers leave after a shutdown.
@@ -266,7 +266,7 @@ TEST_F(PoolSchedules, DropAfterShutdown) {
     Drain(*pool);
     pool.reset();
   };
-  CheckPool(3, 100000, body, scenario);
+  CheckPool(3, 170000, body, scenario);
 }
 
 // The host may rename the pool as soon as it has submitted a task, whatever the workers do.
@@ -294,7 +294,7 @@ TEST_F(PoolSchedules, SetName) {
     Require(pool->GetName() == newName, "another name");
     Drain(*pool);
   };
-  CheckPool(3, 14000, body, scenario);
+  CheckPool(3, 45000, body, scenario);
 }
 
 TEST_F(PoolSchedules, TaskSubmits) {
@@ -309,7 +309,7 @@ TEST_F(PoolSchedules, TaskSubmits) {
     pool->SubmitTask([] { RunTask(2, nullptr); });
     Drain(*pool);
   };
-  CheckPool(4, 11000, body);
+  CheckPool(4, 27000, body);
 }
 
 TEST_F(PoolSchedules, TaskThrows) {
@@ -325,7 +325,7 @@ TEST_F(PoolSchedules, TaskThrows) {
     Drain(*pool);
     Require(history.logged == 2, "not one line for each failing task");
   };
-  CheckPool(3, 77000, body);
+  CheckPool(3, 130000, body);
 }
 
 // Returns whether the task is queued.
@@ -357,7 +357,7 @@ TEST_F(PoolSchedules, FailingStart) {
     Drain(*pool);
     Require(history.AllRan(), "a task has not run");
   };
-  CheckPool(3, 31000, body, scenario);
+  CheckPool(3, 63000, body, scenario);
 }
 
 // The process ends in the middle of submissions, tasks and retirements. Statics that own pools do
@@ -383,13 +383,13 @@ void EndWithPool(System system) {
 }
 
 TEST_F(PoolSchedules, EndOnLinux) {
-  CheckPool(4, 36000, [] { EndWithPool(System::kLinux); });
+  CheckPool(4, 97000, [] { EndWithPool(System::kLinux); });
 }
 TEST_F(PoolSchedules, EndOnWindows) {
-  CheckPool(4, 9700, [] { EndWithPool(System::kWindows); });
+  CheckPool(4, 23000, [] { EndWithPool(System::kWindows); });
 }
 TEST_F(PoolSchedules, EndOfForkedChild) {
-  CheckPool(4, 9700, [] { EndWithPool(System::kForkedChild); });
+  CheckPool(4, 23000, [] { EndWithPool(System::kForkedChild); });
 }
 
 }  // namespace

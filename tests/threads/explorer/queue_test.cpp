@@ -130,16 +130,16 @@ TEST_P(QueueSchedules, All) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Explorer, QueueSchedules,
-                         testing::Values(Row{"One", 1, 0, 0, 1, false, 1, 4, 5300},
-                                         Row{"OneTwice", 1, 0, 0, 2, false, 0, 2, 120000},
-                                         Row{"TwoTwice", 2, 0, 0, 2, false, 1, 3, 220000},
-                                         Row{"Deadlines", 1, 5, 5, 1, false, 1, 4, 43000},
-                                         Row{"PushDeadlines", 1, 5, 10, 2, false, 0, 2, 240000},
-                                         Row{"NoWait", 1, -1, -1, 2, false, 0, 5, 12000},
-                                         Row{"NoWaitPop", 2, 5, -1, 1, false, 1, 6, 560},
-                                         Row{"Close", 1, 0, 0, 1, true, 1, 4, 7900},
-                                         Row{"CloseDeadlines", 1, 5, 5, 1, true, 0, 4, 44000},
-                                         Row{"CloseNoWait", 2, -1, -1, 1, true, 0, 6, 840}),
+                         testing::Values(Row{"One", 1, 0, 0, 1, false, 1, 4, 8000},
+                                         Row{"OneTwice", 1, 0, 0, 2, false, 0, 2, 130000},
+                                         Row{"TwoTwice", 2, 0, 0, 2, false, 1, 3, 250000},
+                                         Row{"Deadlines", 1, 5, 5, 1, false, 1, 4, 76000},
+                                         Row{"PushDeadlines", 1, 5, 10, 2, false, 0, 2, 460000},
+                                         Row{"NoWait", 1, -1, -1, 2, false, 0, 5, 17000},
+                                         Row{"NoWaitPop", 2, 5, -1, 1, false, 1, 6, 880},
+                                         Row{"Close", 1, 0, 0, 1, true, 1, 4, 8600},
+                                         Row{"CloseDeadlines", 1, 5, 5, 1, true, 0, 4, 90000},
+                                         Row{"CloseNoWait", 2, -1, -1, 1, true, 0, 6, 1300}),
                          testing::PrintToStringParamName());
 
 }  // namespace

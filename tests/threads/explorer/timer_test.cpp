@@ -78,7 +78,7 @@ TEST(TimerSchedules, OneShot) {
     ShutDownManager();
     Require(firings.count == 1, "a one-shot timer fires twice");
   };
-  CheckTimers(5, 2200, body);
+  CheckTimers(5, 3300, body);
 }
 
 // When Stop() has returned, a repeating timer does not fire any more.
@@ -94,7 +94,7 @@ TEST(TimerSchedules, StopRepeating) {
     SleepMs(kLongMs);
     Require(timer.use_count() == 1, "still queued");
   };
-  CheckTimers(5, 6000, body);
+  CheckTimers(5, 10000, body);
 }
 
 // A one-shot timer may be in its action when Stop() returns, but does not start it then.
@@ -110,7 +110,7 @@ TEST(TimerSchedules, StopOneShot) {
     SleepMs(kLongMs);
     Require(timer.use_count() == 1, "still queued");
   };
-  CheckTimers(5, 9700, body);
+  CheckTimers(5, 19000, body);
 }
 
 // Two threads start and stop a timer. Each start fires at most once, and it can be used afterwards.
@@ -135,10 +135,10 @@ void ByTwoThreads(bool repeating) {
 }
 
 TEST(TimerSchedules, SharedOneShot) {
-  CheckTimers(3, 28000, [] { ByTwoThreads(false); });
+  CheckTimers(3, 36000, [] { ByTwoThreads(false); });
 }
 TEST(TimerSchedules, SharedRepeating) {
-  CheckTimers(3, 46000, [] { ByTwoThreads(true); });
+  CheckTimers(3, 58000, [] { ByTwoThreads(true); });
 }
 
 // A repeating timer that calls `function` on itself when it fires.
@@ -162,7 +162,7 @@ TEST(TimerSchedules, TwoStarts) {
     Require(firings.count > 0 || timer.use_count() == 2, "not queued once");
     while (firings.count == 0) SleepMs(kPassMs);
   };
-  CheckTimers(5, 6800, body);
+  CheckTimers(5, 10000, body);
 }
 
 // An action starts its timer while another thread stops it: the timer can be started afterwards.
@@ -179,7 +179,7 @@ TEST(TimerSchedules, StopDuringStart) {
     while (firings.count == before) SleepMs(kPassMs);
     timer->Stop();
   };
-  CheckTimers(4, 75000, body);
+  CheckTimers(4, 100000, body);
 }
 
 // A repeating timer that stops itself continues to fire.
@@ -190,7 +190,7 @@ TEST(TimerSchedules, StopsItself) {
     timer->Start();
     while (firings.count < 2) SleepMs(kPassMs);
   };
-  CheckTimers(5, 36000, body);
+  CheckTimers(5, 44000, body);
 }
 
 // A start that meets the firing of the same timer is not lost.
@@ -205,7 +205,7 @@ TEST(TimerSchedules, Rearm) {
     const int before = firings.count;
     while (firings.count == before) SleepMs(kPassMs);
   };
-  CheckTimers(5, 28000, body);
+  CheckTimers(5, 45000, body);
 }
 
 TEST(TimerSchedules, Reset) {
@@ -225,7 +225,7 @@ TEST(TimerSchedules, Reset) {
     Require(first.count == 1, "a one-shot timer fires twice");
   };
   Scenario scenario;
-  CheckTimers(3, 24000, body, scenario);
+  CheckTimers(3, 33000, body, scenario);
 }
 
 // Actions start, stop and drop timers, also their own.
@@ -249,7 +249,7 @@ TEST(TimerSchedules, Actions) {
     while (firings.count < 2) SleepMs(kPassMs);
     Require(victim.use_count() == 1, "still queued");
   };
-  CheckTimers(4, 17000, body);
+  CheckTimers(4, 23000, body);
 }
 
 // The last owner lets a queued timer go; it fires nevertheless and ends with its firing.
@@ -266,7 +266,7 @@ TEST(TimerSchedules, Drop) {
   };
   Scenario scenario;
   scenario.unlockPoints = true;
-  CheckTimers(5, 4600, body, scenario);
+  CheckTimers(5, 6000, body, scenario);
 }
 
 // The manager ends at any moment of a start, a stop and a firing. No timer fires then, and the join
@@ -287,7 +287,7 @@ TEST(TimerSchedules, Shutdown) {
     Require(timer.use_count() == 1 && late.use_count() == 1, "still queued");
     late->SetState(false);
   };
-  CheckTimers(5, 14000, body);
+  CheckTimers(5, 18000, body);
 }
 
 // The thread start or an allocation fails. The next start starts the thread.
@@ -311,7 +311,7 @@ TEST(TimerSchedules, FailingStart) {
     ShutDownManager();
     Require(firings.count == 1, "a one-shot timer fires twice");
   };
-  CheckTimers(4, 9000, body, scenario);
+  CheckTimers(4, 12000, body, scenario);
 }
 
 struct Ending {
@@ -364,11 +364,11 @@ TEST_P(TimersAtProcessEnd, Ends) {
 
 INSTANTIATE_TEST_SUITE_P(
     Explorer, TimersAtProcessEnd,
-    testing::Values(Ending{"Linux", System::kLinux, false, 3, 33000},
-                    Ending{"Windows", System::kWindows, false, 5, 45000},
-                    Ending{"WindowsAction", System::kWindows, true, 5, 8500},
-                    Ending{"ForkedChild", System::kForkedChild, false, 5, 45000},
-                    Ending{"ForkInAction", System::kForkedChild, true, 5, 8500}),
+    testing::Values(Ending{"Linux", System::kLinux, false, 3, 40000},
+                    Ending{"Windows", System::kWindows, false, 5, 55000},
+                    Ending{"WindowsAction", System::kWindows, true, 5, 10000},
+                    Ending{"ForkedChild", System::kForkedChild, false, 5, 55000},
+                    Ending{"ForkInAction", System::kForkedChild, true, 5, 10000}),
     testing::PrintToStringParamName());
 
 }  // namespace
