@@ -697,7 +697,7 @@ TEST_F(LogLine, FailedFormat) {
   }
 }
 
-// Precision counts bytes, but no character is cut.
+// The precision limits bytes; incomplete characters are omitted.
 TEST_F(LogLine, WholeCharacters) {
   const std::pair<const char*, const char*> encodings[] = {{"C.UTF-8", "\xC2\xA7"},
                                                            {".932", "\x81\x98"}};

@@ -23,12 +23,14 @@
 #include "common/thread_pool.h"
 #include "common/timer.h"
 #include "support/gate.h"
+#include "threads/process_end/started_timer.h"
 
 namespace {
 
 using component::TsTimer;
 using tarsio::Log;
 using tarsio_test::Gate;
+using tarsio_test::Started;
 
 using Random = std::mt19937_64;
 
@@ -55,14 +57,6 @@ T& Lasting() {
 }
 
 // ---- timers ----
-
-std::shared_ptr<TsTimer> Started(unsigned long long timeoutMs, bool repeating,
-                                 std::function<void()> action) {
-  auto timer = std::make_shared<TsTimer>(timeoutMs, repeating);
-  timer->Init(std::move(action));
-  timer->Start();
-  return timer;
-}
 
 // Some timers are owned by the manager only.
 void RandomMoment(Random& random) {

@@ -12,6 +12,7 @@
 #include "common/thread_pool.h"
 #include "common/timer.h"
 #include "support/gate.h"
+#include "threads/process_end/started_timer.h"
 
 namespace {
 
@@ -19,6 +20,7 @@ using component::TsTimer;
 using tarsio::Log;
 using tarsio::ThreadPool;
 using tarsio_test::Gate;
+using tarsio_test::Started;
 
 constexpr unsigned long long kHour = 3600000;
 
@@ -52,14 +54,6 @@ class Counter : public tarsio::Logger {
  private:
   int& lines;
 };
-
-std::shared_ptr<TsTimer> Started(unsigned long long timeoutMs, bool repeating,
-                                 std::function<void()> action) {
-  auto timer = std::make_shared<TsTimer>(timeoutMs, repeating);
-  timer->Init(std::move(action));
-  timer->Start();
-  return timer;
-}
 
 // Repeats `call` on a thread that is not the library's and may also be killed while it holds a
 // lock.
