@@ -55,9 +55,9 @@ ThreadPool::ThreadPool(std::string poolName, uint64_t threadLimit, uint64_t rese
 }
 
 ThreadPool::~ThreadPool() {
-  // If the other threads are gone, one of them may have held a lock. No worker is left, since each
-  // owns the pool; the members' destructors discard the tasks.
-  if (platform::ProcessIsEnding() || platform::ForkCount() > 0) return;
+  // If the other threads are gone, one of them may have held a lock. No worker runs, since its
+  // thread would own the pool; the members' destructors discard the tasks.
+  if (platform::ThreadsMayBeGone()) return;
   try {
     Shutdown(SHUTDOWN_NOW);
   } catch (const std::exception&) {

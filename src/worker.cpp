@@ -2,9 +2,13 @@
 
 #include <exception>
 
+#include "platform/platform.h"
+
 namespace tarsio {
 
 Worker::~Worker() {
+  // A thread that is gone may have held the lock while it started this worker.
+  if (platform::ThreadsMayBeGone()) return;
   try {
     Stop();
   } catch (const std::exception&) {

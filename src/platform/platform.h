@@ -179,6 +179,10 @@ bool ProcessIsEnding();
 // Returns the number of forks between the process that loaded the library and this one.
 int ForkCount();
 
+// Returns true if other threads may have disappeared without releasing their locks: the process is
+// ending on Windows, or was forked.
+inline bool ThreadsMayBeGone() { return ProcessIsEnding() || ForkCount() > 0; }
+
 }  // namespace tarsio::platform
 
 #endif  // TARSIO_COMMON_SRC_PLATFORM_PLATFORM_H_
