@@ -55,7 +55,7 @@ std::mutex passTurn;
 std::atomic<std::thread::id> addingThread{};
 
 constexpr int kNotUsed = -1;
-// platform::ForkCount() when the manager's lock was first taken.
+// platform::ForkCount() when timers were first used.
 // NOLINTNEXTLINE(*-non-const-global-variables): likewise
 std::atomic<int> forkCountOfUse{kNotUsed};
 
@@ -98,6 +98,7 @@ Timer::~Timer() {
 }
 
 void Timer::Start() {
+  NoteUse();  // first, since another thread may fork at any moment
   // Marked first, so a timer that no shared pointer owns stays marked (by design).
   if (state.exchange(true, std::memory_order_relaxed)) return;
   std::shared_ptr<Timer> self = Owned(this);
@@ -176,6 +177,7 @@ unsigned long long TimerManager::GetCurrentMillisecs() const {
 
 void TimerManager::AddTimer(std::shared_ptr<Timer> timer) {
   bool queued = false;
+  NoteUse();
   Add(std::move(timer), queued);
 }
 
@@ -183,7 +185,6 @@ void TimerManager::AddTimer(std::shared_ptr<Timer> timer) {
 void TimerManager::Add(std::shared_ptr<Timer> timer, bool& queued) {
   const bool canFire = timer != nullptr && timer->GetTimeout() != 0;
   if (canFire) platform::PinLibrary();  // for the timer thread; never under a lock
-  NoteUse();
   const std::lock_guard<std::recursive_mutex> lock(mutex);
   const Adding adding;
   if (ended) return;

@@ -3,6 +3,7 @@
 #include <atomic>
 #include <cstdlib>
 #include <new>
+#include <utility>
 
 #if defined(__has_feature)
 #define TARSIO_TEST_HAS_FEATURE(feature) __has_feature(feature)
@@ -17,6 +18,7 @@ std::atomic<size_t> live{0};
 std::atomic<size_t> count{0};
 std::atomic<size_t> firstRefused{SIZE_MAX};
 std::atomic<size_t> refusals{SIZE_MAX};
+thread_local void (*atNext)() = nullptr;
 
 }  // namespace
 
@@ -30,6 +32,7 @@ const bool tarsio_test::kAllocationsAreSeen = true;
 
 // The nothrow forms call these two.
 void* operator new(size_t size) {
+  if (atNext != nullptr) std::exchange(atNext, nullptr)();
   if (watching) {
     const size_t index = count++;
     if (index >= firstRefused && index - firstRefused < refusals) throw std::bad_alloc();
@@ -73,5 +76,7 @@ AllocationWatch::AllocationWatch(size_t allowed, size_t refused) {
 AllocationWatch::~AllocationWatch() { watching = false; }
 
 size_t AllocationWatch::Count() const { return count; }
+
+void AtNextAllocation(void (*function)()) { atNext = function; }
 
 }  // namespace tarsio_test

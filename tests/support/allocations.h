@@ -31,6 +31,9 @@ class AllocationWatch {
   size_t Count() const;
 };
 
+// Calls `function` once, at the calling thread's next allocation.
+void AtNextAllocation(void (*function)());
+
 }  // namespace tarsio_test
 
 #endif  // TARSIO_COMMON_TESTS_SUPPORT_ALLOCATIONS_H_

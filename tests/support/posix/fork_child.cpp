@@ -1,7 +1,7 @@
-// A process that forks while a timer's action runs. The child has no timer thread; it calls exit(),
-// and a static then stops and starts a timer.
+// A process that forks while a timer's action runs, or during the first Start(). The child has no
+// timer thread; it calls exit(), and a static then stops and starts a timer.
 //
-//     fork_child MODE RUN     with MODE: fork_during_action or fork_in_action
+//     fork_child MODE RUN     with MODE: fork_during_action, fork_in_action or fork_in_first_start
 //
 // Prints "MODE: leaving" and returns 0 from main() if the child's exit code was 0.
 
@@ -12,8 +12,10 @@
 #include <cstdlib>
 #include <memory>
 #include <string>
+#include <thread>
 
 #include "common/timer.h"
+#include "support/allocations.h"
 #include "support/gate.h"
 
 namespace {
@@ -22,6 +24,17 @@ using component::TsTimer;
 using tarsio_test::Gate;
 
 constexpr unsigned kPatienceSeconds = 30;
+
+// NOLINTBEGIN(*-non-const-global-variables)
+// Not destroyed: in the child that would wait for the parent's threads.
+Gate& fired = *new Gate;
+Gate& forked = *new Gate;
+// NOLINTEND(*-non-const-global-variables)
+
+void Pause() {
+  fired.Open();
+  forked.Wait();
+}
 
 // Uses its timer again in its destructor.
 struct UseAtEnd {
@@ -54,20 +67,22 @@ bool ChildExits() {
 
 int main(int argc, char** argv) {
   if (argc != 3) return 2;
-  const bool inAction = argv[1] == std::string("fork_in_action");
+  const std::string mode = argv[1];
   static const UseAtEnd user;
-  Gate fired;
-  Gate forked;
   bool exited = false;
   user.timer->Init([&] {
-    if (inAction && !fired.IsOpen()) exited = ChildExits();
-    fired.Open();
-    forked.Wait();
+    if (mode == "fork_in_action" && !fired.IsOpen()) exited = ChildExits();
+    Pause();
   });
-  user.timer->Start();
+  std::thread starting([&] {
+    // The library allocates while it creates the timers' manager.
+    if (mode == "fork_in_first_start") tarsio_test::AtNextAllocation(Pause);
+    user.timer->Start();
+  });
   fired.Wait();
-  if (!inAction) exited = ChildExits();
+  if (mode != "fork_in_action") exited = ChildExits();
   forked.Open();
+  starting.join();
   user.timer->Stop();
   std::printf("%s: %s\n", argv[1], exited ? "leaving" : "the child does not exit");
   std::fflush(stdout);
