@@ -57,6 +57,7 @@ std::atomic<size_t> locksLeft{SIZE_MAX};    // successful locks before the one t
 std::atomic<system_clock::time_point> lastDeadline{};
 std::atomic<system_clock::time_point> firstEntry{};
 std::atomic<size_t> waitsBegun{0};  // without a deadline; counted before the lock is released
+std::atomic<bool> processIsEnding{false};
 
 struct Notification {
   const void* condition;
@@ -68,6 +69,7 @@ struct Notification {
 int locksHeld = 0;
 std::vector<Notification> notifications;
 std::function<void()> beforeNextWait;
+std::function<void()> insteadOfFault;  // called under the lock that would fail
 
 // The current thread, by the address of its errno. Thread-local variables and thread ids may need a
 // lock, in a thread that ends even existing ones.
@@ -114,9 +116,12 @@ extern "C" {
 int __real_pthread_mutex_lock(pthread_mutex_t* mutex);
 int __wrap_pthread_mutex_lock(pthread_mutex_t* mutex) {
   if (!IsWatched()) return __real_pthread_mutex_lock(mutex);
-  if (locksLeft-- == 0) return EAGAIN;
+  const bool isFault = locksLeft-- == 0;
+  if (isFault && !insteadOfFault) return EAGAIN;
   ++locksHeld;
-  return __real_pthread_mutex_lock(mutex);
+  const int result = __real_pthread_mutex_lock(mutex);
+  if (isFault) std::exchange(insteadOfFault, nullptr)();
+  return result;
 }
 
 int __real_pthread_mutex_unlock(pthread_mutex_t* mutex);
@@ -154,6 +159,12 @@ int __real_pthread_cond_broadcast(pthread_cond_t* condition);
 int __wrap_pthread_cond_broadcast(pthread_cond_t* condition) {
   Note(condition, true);
   return __real_pthread_cond_broadcast(condition);
+}
+
+// tarsio::platform::ProcessIsEnding()
+bool __real__ZN6tarsio8platform15ProcessIsEndingEv();
+bool __wrap__ZN6tarsio8platform15ProcessIsEndingEv() {
+  return processIsEnding || __real__ZN6tarsio8platform15ProcessIsEndingEv();
 }
 
 }  // extern "C"
@@ -449,6 +460,28 @@ TEST(LockFaults, DropWorker) {
   auto worker = std::make_shared<tarsio::Worker>("worker", std::weak_ptr<ThreadPool>());
   const LockFault fault(0);
   worker.reset();
+}
+
+// At process exit Windows kills a thread that is starting a worker; then a DLL's static destroys
+// the pool. The thread's locks are never released.
+TEST(LockFaults, KilledInStart) {
+  const auto pool = std::make_shared<std::shared_ptr<ThreadPool>>(MakePool(1));
+  const auto killed = std::make_shared<Gate>();
+  BackgroundCall submission([&used = **pool, killed] {
+    const LockFault fault(3);
+    insteadOfFault = [killed] {
+      killed->Open();
+      Gate().Wait();
+    };
+    used.SubmitTask([] {});
+  });
+  ASSERT_TRUE(killed->WaitFor());
+  processIsEnding = true;
+  BackgroundCall end([pool] { pool->reset(); });
+  EXPECT_TRUE(end.ReturnsWithin());
+  processIsEnding = false;
+  watched = nullptr;
+  locksLeft = SIZE_MAX;
 }
 
 TEST(LockFaults, QueuedTask) {
