@@ -70,11 +70,13 @@ std::string ThreadPool::GetName() const { return name; }
 void ThreadPool::SetName(const std::string& newName) { name = newName; }
 
 uint64_t ThreadPool::GetPendingTaskNumber() {
+  if (platform::ProcessIsEnding()) return 0;
   const std::lock_guard<std::mutex> lock(workersMutex);
   return queue->Size();
 }
 
 uint64_t ThreadPool::GetRunningThreadNumber() {
+  if (platform::ProcessIsEnding()) return 0;
   const std::lock_guard<std::mutex> lock(workersMutex);
   return runningThreadNumber.load(std::memory_order_relaxed);
 }

@@ -82,10 +82,10 @@ class TARSIO_COMMON_API ThreadPool : public std::enable_shared_from_this<ThreadP
   /// continues; any other exception from the sink ends the process.
   ///
   /// Throws: `std::system_error` if no thread can be started: the task stays queued, and the next
-  /// submission tries again. If the queue is full and there is no worker, one is started first; if
-  /// that fails, the task is not queued. `std::bad_weak_ptr` if no shared pointer owns the pool:
-  /// the task stays queued, but never runs. Whatever copying the task throws: the task is not
-  /// queued.
+  /// submission tries again, but not one that is already waiting for room. If the queue is full and
+  /// there is no worker, one is started first; if that fails, the task is not queued.
+  /// `std::bad_weak_ptr` if no shared pointer owns the pool: the task stays queued, but never runs.
+  /// Whatever copying the task throws: the task is not queued.
   bool SubmitTask(std::function<void()>& task);
   /// As above, for a temporary function.
   bool SubmitTask(std::function<void()>&& task) { return SubmitTask(task); }
@@ -105,8 +105,9 @@ class TARSIO_COMMON_API ThreadPool : public std::enable_shared_from_this<ThreadP
   /// submissions start workers again.
   ///
   /// At the end of a process on Windows, in the destructors of a DLL's statics, Shutdown() and
-  /// Wait() return at once. Do not call them from such destructors while FreeLibrary() unloads the
-  /// DLL: threads cannot start or exit then, so this is a deadlock.
+  /// Wait() return at once, and the numbers of tasks and workers are 0. Do not call Shutdown() and
+  /// Wait() from such destructors while FreeLibrary() unloads the DLL: threads cannot start or exit
+  /// then, so this is a deadlock.
   void Shutdown(SHUTDOWN_METHOD method);
 
   /// Waits until the queue is empty; the last tasks may still be running. Wait() may miss the

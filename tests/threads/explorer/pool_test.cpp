@@ -375,6 +375,8 @@ void EndWithPool(System system) {
   EndProcess(system, [&] {
     if (system == System::kWindows) {
       Require(!pool->SubmitTask([] { RunTask(2, nullptr); }), "a task is accepted");
+      Require(pool->GetPendingTaskNumber() == 0, "a task is pending");
+      Require(pool->GetRunningThreadNumber() == 0, "a worker is running");
       pool->Wait();
       pool->Shutdown(ThreadPool::SHUTDOWN_WAIT);
     }
