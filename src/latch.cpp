@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <chrono>
 
+#include "common/blocking_queue.h"
+
 namespace tarsio {
 
 namespace {
@@ -29,7 +31,9 @@ void WaitOnce(std::condition_variable& cv, std::unique_lock<std::mutex>& lock,
 
 }  // namespace
 
-CountDownLatch::CountDownLatch(unsigned int initialCount) : count(initialCount) {}
+CountDownLatch::CountDownLatch(unsigned int initialCount) : count(initialCount) {
+  internal::Create(cv);
+}
 CountDownLatch::~CountDownLatch() = default;
 
 void CountDownLatch::CountDown() {
@@ -50,7 +54,9 @@ unsigned int CountDownLatch::GetCount() {
   return count;
 }
 
-CountOutWake::CountOutWake(unsigned int initialCount) : count(initialCount) {}
+CountOutWake::CountOutWake(unsigned int initialCount) : count(initialCount) {
+  internal::Create(cv);
+}
 CountOutWake::CountOutWake() : CountOutWake(0) {}
 CountOutWake::~CountOutWake() = default;
 

@@ -52,6 +52,8 @@ ThreadPool::ThreadPool(std::string poolName, uint64_t threadLimit, uint64_t rese
       queueCapacity(taskCapacity),
       queue(std::make_shared<BlockingQueue<std::function<void()>>>(queueCapacity)) {
   static_cast<void>(reservedNumber);  // part of the interface, never used
+  internal::Create(workersChanged);
+  internal::Create(taskTaken);
 }
 
 ThreadPool::~ThreadPool() {

@@ -14,6 +14,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <system_error>
 #include <utility>
 
 #include "common/export.h"
@@ -44,6 +45,18 @@ inline std::string TypeSpelling<std::function<void()>>() {
   return "class std::function<void __cdecl(void)> ";
 }
 
+// mingw-w64's runtime creates a condition variable at its first use or destruction, under a lock of
+// the whole process. A thread that is killed at process exit may hold that lock forever, so create
+// the condition variable now, which takes no lock.
+inline void Create(std::condition_variable& condition) {
+#if defined(__MINGW32__)
+  const int error = pthread_cond_init(condition.native_handle(), nullptr);
+  if (error != 0) throw std::system_error(error, std::generic_category());
+#else
+  static_cast<void>(condition);
+#endif
+}
+
 }  // namespace internal
 
 /// A queue of at most `capacity` elements.
@@ -70,7 +83,8 @@ inline std::string TypeSpelling<std::function<void()>>() {
 template <typename T>
 class BlockingQueue {
  public:
-  /// Any capacity is valid. A queue of capacity 0 never accepts an element.
+  /// Any capacity is valid. A queue of capacity 0 never accepts an element. Throws
+  /// `std::system_error` on Windows if the system lacks resources.
   explicit BlockingQueue(uint64_t queueCapacity) : capacity(queueCapacity) {}
 
   BlockingQueue(const BlockingQueue&) = delete;
@@ -129,6 +143,8 @@ class BlockingQueue {
   /// \cond
   // Threads that wait for the same change. Guarded by the queue's mutex.
   struct Waiters {
+    Waiters() { internal::Create(changed); }
+
     std::condition_variable changed;
     bool any = false;  // a thread has started to wait since the last wake-up
 

@@ -20,7 +20,7 @@ namespace tarsio {
 /// Threads:  every member may be called concurrently.
 /// Ordering: everything done before a CountDown() is visible to a thread once GetCount() has
 ///           returned 0 to it.
-/// Throws:   `std::system_error` if a lock fails.
+/// Throws:   `std::system_error` if a lock fails, or the constructor lacks resources on Windows.
 class TARSIO_COMMON_API CountDownLatch {
  public:
   /// Creates a latch that opens after `initialCount` steps; with 0 it is open from the start.
@@ -54,7 +54,7 @@ class TARSIO_COMMON_API CountDownLatch {
 ///
 /// Requires: no call is in progress when the object is destroyed.
 /// Threads:  every member may be called concurrently.
-/// Throws:   `std::system_error` if a lock fails.
+/// Throws:   `std::system_error` if a lock fails, or the constructor lacks resources on Windows.
 class TARSIO_COMMON_API CountOutWake {
  public:
   /// Starts the count at `initialCount`, which has no other effect.

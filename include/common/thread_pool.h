@@ -39,7 +39,8 @@ class Worker;
 ///           Shutdown() of its own pool: it would wait for itself.
 /// Ordering: everything done before a SubmitTask() is visible to the task. What a task did is
 ///           visible after a Shutdown() that waited for it, but not after Wait().
-/// Throws:   `std::system_error` if a lock or a thread fails, and `std::bad_alloc`.
+/// Throws:   `std::system_error` if a lock or a thread fails, or the constructor lacks resources on
+///           Windows, and `std::bad_alloc`.
 class TARSIO_COMMON_API ThreadPool : public std::enable_shared_from_this<ThreadPool> {
  public:
   /// What Shutdown() does before it waits for the workers to exit. Any other value is accepted and

@@ -46,6 +46,12 @@ using tarsio_test::Gate;
 
 constexpr auto kMethodWithoutName = static_cast<ThreadPool::SHUTDOWN_METHOD>(7);
 
+#if defined(_WIN32)
+constexpr bool kCreatesConditions = true;
+#else
+constexpr bool kCreatesConditions = false;
+#endif
+
 std::shared_ptr<ThreadPool> MakePool(uint64_t limit) {
   return std::make_shared<ThreadPool>("lock faults", limit, 0U, 10U);
 }
@@ -58,6 +64,8 @@ std::atomic<system_clock::time_point> lastDeadline{};
 std::atomic<system_clock::time_point> firstEntry{};
 std::atomic<size_t> waitsBegun{0};  // without a deadline; counted before the lock is released
 std::atomic<bool> processIsEnding{false};
+size_t conditionsCreated = 0;
+size_t conditionsLeft = SIZE_MAX;  // before the creation that fails
 
 struct Notification {
   const void* condition;
@@ -128,6 +136,13 @@ int __real_pthread_mutex_unlock(pthread_mutex_t* mutex);
 int __wrap_pthread_mutex_unlock(pthread_mutex_t* mutex) {
   if (IsWatched()) --locksHeld;
   return __real_pthread_mutex_unlock(mutex);
+}
+
+int __real_pthread_cond_init(pthread_cond_t* condition, const pthread_condattr_t* attributes);
+int __wrap_pthread_cond_init(pthread_cond_t* condition, const pthread_condattr_t* attributes) {
+  if (conditionsLeft-- == 0) return EAGAIN;
+  ++conditionsCreated;
+  return __real_pthread_cond_init(condition, attributes);
 }
 
 int __real_pthread_cond_wait(pthread_cond_t* condition, pthread_mutex_t* mutex);
@@ -223,6 +238,35 @@ TEST(Deadlines, IdleWorker) {
     shared->watch.reset();
     EXPECT_GE(lastDeadline.load(), shared->end + kIdleLimit);
     EXPECT_LE(lastDeadline.load(), firstEntry.load() + kIdleLimit);
+  }
+}
+
+// ---- condition variables ----
+
+// On Windows the constructor creates them; the runtime would do so under a lock of its own, which a
+// thread that is killed at process exit may hold.
+TEST(Conditions, Created) {
+  const struct {
+    const char* name;
+    size_t conditions;
+    std::function<void()> construct;
+  } rows[] = {
+      {"BlockingQueue", 2, [] { const BlockingQueue<int> queue(1); }},
+      {"CountDownLatch", 1, [] { const CountDownLatch latch(1); }},
+      {"CountOutWake", 1, [] { const CountOutWake wake; }},
+      {"ThreadPool", 4, [] { MakePool(1); }},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
+    conditionsCreated = 0;
+    row.construct();
+    const size_t created = conditionsCreated;
+    EXPECT_EQ(created, kCreatesConditions ? row.conditions : 0);
+    for (size_t i = 0; i < created; ++i) {
+      conditionsLeft = i;
+      EXPECT_THROW(row.construct(), std::system_error) << "condition " << i;
+    }
+    conditionsLeft = SIZE_MAX;
   }
 }
 
