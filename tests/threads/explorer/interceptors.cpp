@@ -164,6 +164,11 @@ int pthread_cond_clockwait(pthread_cond_t* condition, pthread_mutex_t* mutex, cl
 int pthread_cond_signal(pthread_cond_t* condition) noexcept { return Notify(condition, false); }
 int pthread_cond_broadcast(pthread_cond_t* condition) noexcept { return Notify(condition, true); }
 
+int pthread_cond_destroy(pthread_cond_t* condition) noexcept {
+  if (Scheduler::Active()) TheScheduler().End(condition);
+  return 0;
+}
+
 int pthread_create(pthread_t* thread, const pthread_attr_t* /*attributes*/, void* (*routine)(void*),
                    void* argument) noexcept {
   if (!Scheduler::Active()) std::abort();

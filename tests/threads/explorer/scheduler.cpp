@@ -508,6 +508,15 @@ void Scheduler::Notify(const pthread_cond_t* condition, bool all) {
   }
 }
 
+void Scheduler::End(const pthread_cond_t* condition) {
+  const auto waits = [condition](const Thread* thread) {
+    return thread->state == Thread::State::kWaiting && thread->object == condition;
+  };
+  if (std::any_of(live.begin(), live.end(), waits)) {
+    Fail("a condition variable ends while a thread waits for it");
+  }
+}
+
 void Scheduler::SleepUntil(int64_t deadline) {
   current->state = Thread::State::kSleeping;
   current->operation = "sleep";

@@ -88,6 +88,7 @@ class Scheduler {
   void Unlock(pthread_mutex_t* mutex);
   bool Wait(const pthread_cond_t* condition, pthread_mutex_t* mutex, int64_t deadline);
   void Notify(const pthread_cond_t* condition, bool all);
+  void End(const pthread_cond_t* condition);
   void SleepUntil(int64_t deadline);
   pthread_t Start(void* (*routine)(void*), void* argument);
   void Join(pthread_t handle);
