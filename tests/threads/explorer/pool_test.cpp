@@ -8,6 +8,7 @@
 #include <thread>
 #include <utility>
 
+#include "common/latch.h"
 #include "common/log.h"
 #include "common/thread_pool.h"
 #include "support/private_member.h"
@@ -191,6 +192,8 @@ void ShutdownWhile(ThreadPool::SHUTDOWN_METHOD method) {
   history.inWait = true;
   if (method == ThreadPool::SHUTDOWN_WAIT) pool->Wait();
   history.inWait = false;
+  const bool hasWaited = method == ThreadPool::SHUTDOWN_WAIT;
+  Require(!hasWaited || pool->GetPendingTaskNumber() == 0, "Wait() leaves a task");
   Drain(*pool, method);
   Require(history.AllRan(), "a task has not run");
 }
@@ -209,7 +212,7 @@ TEST_F(PoolSchedules, ShutdownWait) {
   scenario.mayBlock = [] { return history.inWait && history.AllRan(); };
   const auto wait = [] { ShutdownWhile(ThreadPool::SHUTDOWN_WAIT); };
   EXPECT_EQ(CheckPool(0, 1, wait, scenario).blocked, 0U) << "missed without a preemption";
-  const auto result = CheckPool(5, 36000, wait, scenario);
+  const auto result = CheckPool(5, 57000, wait, scenario);
   EXPECT_GT(result.blocked, 0U) << "the documented miss is not found";
 }
 
@@ -222,6 +225,19 @@ TEST_F(PoolSchedules, TwoInWait) {
     std::thread other([&] { pool->Wait(); });
     pool->Wait();
     other.join();
+    Drain(*pool);
+  };
+  CheckPool(0, 1, body);
+}
+
+// Wait() does not wait for a task that has been dequeued.
+TEST_F(PoolSchedules, WaitDuringTask) {
+  const auto body = [] {
+    const auto pool = MakePool(1);
+    tarsio::CountDownLatch waited(1);
+    pool->SubmitTask([&] { waited.Wait(0); });
+    pool->Wait();
+    waited.CountDown();
     Drain(*pool);
   };
   CheckPool(0, 1, body);
@@ -393,6 +409,53 @@ TEST_F(PoolSchedules, EndOnWindows) {
 }
 TEST_F(PoolSchedules, EndOfForkedChild) {
   CheckPool(4, 23000, [] { EndWithPool(System::kForkedChild); });
+}
+
+// A task ends the process, while another thread submits to a pool that it does not own.
+void EndInTask(System system) {
+  auto pool = MakePool(1);
+  auto other = MakePool(1);
+  const auto copy = system == System::kLinux ? other : nullptr;
+  const std::thread host([copy, &used = *other] { used.SubmitTask([] {}); });
+  pool->SubmitTask([&] {
+    EndProcess(system, [&] {
+      if (system == System::kWindows) {
+        pool->Wait();
+        pool->Shutdown(ThreadPool::SHUTDOWN_WAIT);
+        other->Shutdown(ThreadPool::SHUTDOWN_NOW);
+      }
+      pool.reset();
+      other.reset();
+    });
+  });
+  tarsio::CountDownLatch(1).Wait(0);
+}
+
+TEST_F(PoolSchedules, EndInTaskOnLinux) {
+  CheckPool(3, 20000, [] { EndInTask(System::kLinux); });
+}
+TEST_F(PoolSchedules, EndInTaskOnWindows) {
+  CheckPool(3, 9900, [] { EndInTask(System::kWindows); });
+}
+TEST_F(PoolSchedules, ForkInTask) {
+  CheckPool(3, 9900, [] { EndInTask(System::kForkedChild); });
+}
+
+// Two threads submit to a static pool whose queue is short, so one of them may be waiting.
+void EndWithTwoHosts(System system) {
+  auto pool = MakePool(2, 1);
+  const auto submit = [&used = *pool] { used.SubmitTask([] {}); };
+  const std::thread first(submit);
+  const std::thread second(submit);
+  SleepMs(kIdleMs);
+  EndProcess(system, [&] { pool.reset(); });
+}
+
+TEST_F(PoolSchedules, TwoHostsOnWindows) {
+  CheckPool(2, 53000, [] { EndWithTwoHosts(System::kWindows); });
+}
+TEST_F(PoolSchedules, TwoHostsOfForkedChild) {
+  CheckPool(2, 53000, [] { EndWithTwoHosts(System::kForkedChild); });
 }
 
 }  // namespace
