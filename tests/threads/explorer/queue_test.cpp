@@ -14,6 +14,7 @@ using tarsio_test::NowMs;
 using tarsio_test::Require;
 using tarsio_test::Scenario;
 using tarsio_test::Shared;
+using tarsio_test::SleepMs;
 
 struct Row {
   const char* name;
@@ -141,5 +142,28 @@ INSTANTIATE_TEST_SUITE_P(Explorer, QueueSchedules,
                                          Row{"CloseDeadlines", 1, 5, 5, 1, true, 0, 4, 90000},
                                          Row{"CloseNoWait", 2, -1, -1, 1, true, 0, 6, 1300}),
                          testing::PrintToStringParamName());
+
+// Wake-ups do not move the deadline.
+TEST(QueueDeadlines, WakeUps) {
+  Scenario scenario;
+  scenario.bound = 0;
+  scenario.spurious = 1;
+  scenario.body = [] {
+    BlockingQueue<int> queue(1);
+    const auto pop = [&queue] {
+      int element = 0;
+      const int64_t start = NowMs();
+      static_cast<void>(queue.Pop(element, 5));
+      Require(NowMs() <= start + 5, "a call gives up too late");
+    };
+    std::thread first(pop);
+    std::thread second(pop);
+    SleepMs(3);
+    Require(queue.Push(1, -1), "a full queue");
+    first.join();
+    second.join();
+  };
+  Check(scenario, 30);
+}
 
 }  // namespace

@@ -1,5 +1,6 @@
 #include "common/timer.h"
 
+#include <array>
 #include <functional>
 #include <memory>
 #include <ostream>
@@ -17,6 +18,7 @@ using tarsio_test::Check;
 using tarsio_test::EndProcess;
 using tarsio_test::Faults;
 using tarsio_test::Manager;
+using tarsio_test::NowMs;
 using tarsio_test::Point;
 using tarsio_test::Require;
 using tarsio_test::Scenario;
@@ -312,6 +314,94 @@ TEST(TimerSchedules, FailingStart) {
     Require(firings.count == 1, "a one-shot timer fires twice");
   };
   CheckTimers(4, 12000, body, scenario);
+}
+
+// A start that fails may leave the timer queued; it can be stopped then.
+TEST(TimerSchedules, StopAfterFailingStart) {
+  Scenario scenario;
+  scenario.faults = 1;
+  const auto body = [] {
+    Firings firings;
+    const TimerPtr timer = MakeTimer(firings, true);
+    try {
+      const Faults faults;
+      timer->Start();
+    } catch (const std::exception&) {
+      // Queued or not.
+    }
+    timer->Stop();
+    Require(timer.use_count() == 1, "still queued");
+  };
+  CheckTimers(4, 480, body, scenario);
+}
+
+// A repeating timer is queued again without allocating, also if its action starts another one.
+TEST(TimerSchedules, Requeue) {
+  Scenario scenario;
+  scenario.faults = 1;
+  const auto body = [] {
+    Firings first;
+    Firings second;
+    const TimerPtr other = MakeTimer(second, false);
+    const auto timer = std::make_shared<TsTimer>(kTimeoutMs, true);
+    timer->Init([&] {
+      first.Fire();
+      other->Start();
+    });
+    try {
+      const Faults faults;  // also those of the timer thread
+      timer->Start();
+    } catch (const std::exception&) {
+      timer->Start();
+      if (timer.use_count() > 1) other->Start();  // which starts the thread
+    }
+    while (first.count < 3 || second.count == 0) SleepMs(kPassMs);
+    timer->Stop();
+  };
+  CheckTimers(2, 44000, body, scenario);
+}
+
+// A timer that is reset does not delay another one.
+TEST(TimerSchedules, ResetOfTheNext) {
+  const auto body = [] {
+    Firings first;
+    Firings second;
+    const TimerPtr timer = MakeTimer(first, false, 50);
+    const TimerPtr other = MakeTimer(second, false, 60);
+    const int64_t start = NowMs();
+    timer->Start();
+    other->Start();
+    SleepMs(40);
+    Manager().ResetTimer(timer);
+    while (second.count == 0 && NowMs() < start + 80) SleepMs(kPassMs);
+    Require(second.count == 1, "a timer fires late");
+  };
+  CheckTimers(1, 510, body);
+}
+
+// The expiry of a queued timer changes while others are stopped. The last stop restores the order.
+TEST(TimerSchedules, SetExpire) {
+  const auto body = [] {
+    Firings firings;
+    std::array<TimerPtr, 6> timers;
+    unsigned long long timeoutMs = 0;
+    for (TimerPtr& timer : timers) {
+      timer = MakeTimer(firings, false, timeoutMs += 100);
+      timer->Start();
+    }
+    const auto start = static_cast<unsigned long long>(NowMs());
+    timers[3]->SetExpire(start + 350);
+    std::thread other([&] {
+      timers[3]->SetExpire(start + 20);
+      timers[1]->Stop();
+    });
+    timers[2]->Stop();
+    other.join();
+    const auto late = static_cast<int64_t>(start + 90);
+    while (firings.count == 0 && NowMs() < late) SleepMs(kPassMs);
+    Require(firings.count == 1, "a timer fires late");
+  };
+  CheckTimers(3, 100000, body);
 }
 
 struct Ending {
