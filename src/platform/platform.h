@@ -181,7 +181,7 @@ int ForkCount();
 
 // Returns true if other threads may have disappeared without releasing their locks: the process is
 // ending on Windows, or was forked.
-inline bool ThreadsMayBeGone() { return ProcessIsEnding() || ForkCount() > 0; }
+bool ThreadsMayBeGone();
 
 }  // namespace tarsio::platform
 

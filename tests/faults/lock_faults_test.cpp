@@ -176,10 +176,10 @@ int __wrap_pthread_cond_broadcast(pthread_cond_t* condition) {
   return __real_pthread_cond_broadcast(condition);
 }
 
-// tarsio::platform::ProcessIsEnding()
-bool __real__ZN6tarsio8platform15ProcessIsEndingEv();
-bool __wrap__ZN6tarsio8platform15ProcessIsEndingEv() {
-  return processIsEnding || __real__ZN6tarsio8platform15ProcessIsEndingEv();
+// tarsio::platform::ThreadsMayBeGone()
+bool __real__ZN6tarsio8platform16ThreadsMayBeGoneEv();
+bool __wrap__ZN6tarsio8platform16ThreadsMayBeGoneEv() {
+  return processIsEnding || __real__ZN6tarsio8platform16ThreadsMayBeGoneEv();
 }
 
 }  // extern "C"

@@ -25,4 +25,6 @@ bool ProcessIsEnding() { return false; }
 
 int ForkCount() { return forkCount.load(std::memory_order_relaxed); }
 
+bool ThreadsMayBeGone() { return ForkCount() > 0; }
+
 }  // namespace tarsio::platform

@@ -46,4 +46,6 @@ bool ProcessIsEnding() { return IsShuttingDown(); }
 
 int ForkCount() { return 0; }
 
+bool ThreadsMayBeGone() { return ProcessIsEnding(); }
+
 }  // namespace tarsio::platform

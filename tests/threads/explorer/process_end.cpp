@@ -68,6 +68,7 @@ namespace tarsio::platform {
 void PinLibrary() {}
 bool ProcessIsEnding() { return ending == System::kWindows; }
 int ForkCount() { return ending == System::kForkedChild ? 1 : 0; }
+bool ThreadsMayBeGone() { return ProcessIsEnding() || ForkCount() > 0; }
 
 }  // namespace tarsio::platform
 
