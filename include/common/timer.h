@@ -58,9 +58,8 @@ class TARSIO_COMMON_API Timer : public std::enable_shared_from_this<Timer> {
   /// - A one-shot timer is no longer marked started when its action runs, so Stop() does not wait.
   /// - If two threads stop a timer at the same time, one of them may return while its action runs.
   /// - A repeating timer that stops itself in its own action is queued again and continues to fire.
-  /// - If one thread stops a timer while another starts it, the timer may stay queued although it
-  /// is
-  ///   marked stopped. To stop it, start it again first.
+  /// - If one thread stops a timer while another starts it, the timer may stay queued, marked
+  ///   stopped. To stop it, start it again first.
   ///
   /// Throws: `std::bad_weak_ptr` if no shared pointer owns the timer, which stays marked stopped.
   void Stop();
@@ -142,9 +141,8 @@ class TimerManager {
   /// Returns the timers' clock: milliseconds since 1970-01-01 UTC on the system's wall clock (by
   /// design). If that clock is set back by an hour, all pending timers are delayed by an hour. If
   /// it is set forward, timers whose expiry it passes fire at once, a repeating one only once. If
-  /// it is set back during an action, a one-shot timer that starts itself again there fires again
-  /// and again until the clock has caught up: all due timers of a pass are due at one time (by
-  /// design).
+  /// it is set back during an action, a one-shot timer that restarts itself there fires repeatedly
+  /// until the clock has caught up: all timers of a pass are compared with one time (by design).
   TARSIO_COMMON_API unsigned long long GetCurrentMillisecs() const;
 
   /// Queues `timer` to fire after its timeout. Ignores a null timer and one with timeout 0. For use
