@@ -47,7 +47,7 @@ inline std::string TypeSpelling<std::function<void()>>() {
 
 // mingw-w64's runtime creates a condition variable at its first use or destruction, under a lock of
 // the whole process. A thread that is killed at process exit may hold that lock forever, so create
-// the condition variable now, which takes no lock.
+// the condition variable now, which takes no lock. Here, since hosts compile the queue themselves.
 inline void Create(std::condition_variable& condition) {
 #if defined(__MINGW32__)
   const int error = pthread_cond_init(condition.native_handle(), nullptr);

@@ -63,7 +63,7 @@ std::atomic<size_t> locksLeft{SIZE_MAX};    // successful locks before the one t
 std::atomic<system_clock::time_point> lastDeadline{};
 std::atomic<system_clock::time_point> firstEntry{};
 std::atomic<size_t> waitsBegun{0};  // without a deadline; counted before the lock is released
-std::atomic<bool> processIsEnding{false};
+std::atomic<bool> threadsMayBeGone{false};
 size_t conditionsCreated = 0;
 size_t conditionsLeft = SIZE_MAX;  // before the creation that fails
 
@@ -179,7 +179,7 @@ int __wrap_pthread_cond_broadcast(pthread_cond_t* condition) {
 // tarsio::platform::ThreadsMayBeGone()
 bool __real__ZN6tarsio8platform16ThreadsMayBeGoneEv();
 bool __wrap__ZN6tarsio8platform16ThreadsMayBeGoneEv() {
-  return processIsEnding || __real__ZN6tarsio8platform16ThreadsMayBeGoneEv();
+  return threadsMayBeGone || __real__ZN6tarsio8platform16ThreadsMayBeGoneEv();
 }
 
 }  // extern "C"
@@ -520,10 +520,10 @@ TEST(LockFaults, KilledInStart) {
     used.SubmitTask([] {});
   });
   ASSERT_TRUE(killed->WaitFor());
-  processIsEnding = true;
+  threadsMayBeGone = true;
   BackgroundCall end([pool] { pool->reset(); });
   EXPECT_TRUE(end.ReturnsWithin());
-  processIsEnding = false;
+  threadsMayBeGone = false;
   watched = nullptr;
   locksLeft = SIZE_MAX;
 }
