@@ -514,6 +514,8 @@ TEST(LockFaults, KilledInStart) {
   BackgroundCall submission([&used = **pool, killed] {
     const LockFault fault(3);
     insteadOfFault = [killed] {
+      watched = nullptr;
+      locksLeft = SIZE_MAX;
       killed->Open();
       Gate().Wait();
     };
@@ -524,8 +526,6 @@ TEST(LockFaults, KilledInStart) {
   BackgroundCall end([pool] { pool->reset(); });
   EXPECT_TRUE(end.ReturnsWithin());
   threadsMayBeGone = false;
-  watched = nullptr;
-  locksLeft = SIZE_MAX;
 }
 
 TEST(LockFaults, QueuedTask) {
